@@ -1,0 +1,163 @@
+#include "util/files.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "util/error.h"
+#include "util/text.h"
+
+Q_string Qs_ProgramDir;
+Q_string kvo_s_dir;
+
+namespace {
+
+struct Split_path {
+  std::string folder;  // with its final separator; "." when the path has none
+  std::string name;
+};
+
+Split_path split_path(const std::string& path) {
+  const std::size_t separator = path.find_last_of("/\\");
+  if (separator == std::string::npos) return {".", path};
+  return {path.substr(0, separator + 1), path.substr(separator + 1)};
+}
+
+int file_exists(const Q_string& path) {
+  const auto [folder, name] = split_path(path.str());
+  const Q_dir listing(opendir(folder.c_str()));
+  if (listing == nullptr) return 0;
+  while (const dirent* entry = readdir(listing.get()))
+    if (name == entry->d_name) return 1;
+  return 0;
+}
+
+Q_string current_folder() {
+  Q_string folder;
+  Q_getdir(folder);
+  return folder;
+}
+
+bool same_file(std::FILE* file, const char* path) {
+  struct stat a{};
+  struct stat b{};
+  return fstat(fileno(file), &a) == 0 && stat(path, &b) == 0 && a.st_dev == b.st_dev &&
+         a.st_ino == b.st_ino;
+}
+
+}  // namespace
+
+int Q_file_exists(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  return file_exists(path);
+}
+
+int Q_program_exists(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  return file_exists(path);
+}
+
+Q_file Q_openr(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  return Q_file(std::fopen(path.c_str(), "r"));
+}
+
+Q_file Q_openw(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  return Q_file(std::fopen(path.c_str(), "w"));
+}
+
+Q_file Q_openr_or_die(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  Q_file file = Q_openr("%s", path.c_str());
+  if (file == nullptr) Q_error("File '%s' not found", path.c_str());
+  return file;
+}
+
+Q_file Q_openw_or_die(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  Q_file file = Q_openw("%s", path.c_str());
+  if (file == nullptr) Q_error("File '%s' not writable", path.c_str());
+  return file;
+}
+
+Q_gz_file Q_openr_gz_or_die(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  Q_gz_file file(gzopen(path.c_str(), "rb"));
+  if (file == nullptr) Q_error("Compressed file '%s' not found", path.c_str());
+  return file;
+}
+
+void Q_rm(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  std::remove(path.c_str());
+}
+
+void Q_mkdir(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  mkdir(path.c_str(), 0755);
+}
+
+void Q_chdir(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  [[maybe_unused]] const int ignored = chdir(path.c_str());
+}
+
+void Q_chdir_or_die(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  if (chdir(path.c_str()) != 0) Q_error("Folder '%s' not found", path.c_str());
+}
+
+void Q_chmod_x(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  chmod(path.c_str(), 0755);
+}
+
+void Q_cp(const char* source, const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(target, format);
+  const Q_file in(std::fopen(source, "rb"));
+  if (in == nullptr) Q_error("Copy: source file '%s' not found", source);
+  if (same_file(in.get(), target.c_str())) return;
+  Q_file out(std::fopen(target.c_str(), "wb"));
+  if (out == nullptr) Q_error("Copy: target file '%s' not writable", target.c_str());
+
+  std::vector<char> block(262144);
+  bool written = true;
+  while (const std::size_t length = std::fread(block.data(), 1, block.size(), in.get()))
+    written = std::fwrite(block.data(), 1, length, out.get()) == length && written;
+  if (std::ferror(in.get()) != 0) Q_error("Copy: source file '%s' not readable", source);
+  if (std::fclose(out.release()) != 0 || !written)
+    Q_error("Copy: target file '%s' not writable", target.c_str());
+}
+
+int Q_ls(Q_string_list& list, const char* folder, const char* prefix, const char* suffix) {
+  const Q_dir listing(opendir(folder));
+  if (listing == nullptr) return 0;
+  list.clear();
+  while (const dirent* entry = readdir(listing.get())) {
+    const std::string_view name = entry->d_name;
+    if (name.starts_with(prefix) && name.ends_with(suffix)) list.emplace_back(name);
+  }
+  const int count = static_cast<int>(list.size());
+  Q_sort_string_asc(count, list);
+  return count;
+}
+
+void Q_getdir(Q_string& folder) {
+  const Q_heap_memory<char> path(getcwd(nullptr, 0));
+  folder = Q_string(path != nullptr ? path.get() : "");
+}
+
+void Q_getprogdir(Q_string& root, const char* program_path) {
+  const Q_string start = current_folder();
+  Q_chdir_or_die("%s", split_path(program_path).folder.c_str());
+  Q_getdir(Qs_ProgramDir);
+  Q_chdir_or_die("%s", start.c_str());
+  Q_chdir_or_die("%s/../..", Qs_ProgramDir.c_str());
+  Q_getdir(root);
+  Q_chdir_or_die("%s", start.c_str());
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+// Starting of other programs through the system shell.
+
+#include <optional>
+#include <string>
+
+#include "util/handles.h"
+#include "util/q_string.h"
+
+/// Starts the formatted command through the shell and returns a stream that reads its standard
+/// output; null when that fails. With `wait` false " &" is appended, so that the shell starts it in
+/// the background and ends at once. Closing the stream waits for the shell, not for such a command.
+[[gnu::format(printf, 2, 3)]] Q_pipe Q_openr_exec(bool wait, const char* format, ...);
+
+/// Runs the formatted command through the shell without reading its output: to its end with `wait`
+/// true, in the background with `wait` false. Its exit status is not looked at.
+[[gnu::format(printf, 2, 3)]] void Q_execute_r(bool wait, const char* format, ...);
+
+/// A command in the background (as Q_execute_r with `wait` false starts it) whose end is noticed.
+/// Nothing happens to the command when the watch goes away before it.
+class Q_watched_command {
+ public:
+  /// Starts the command line, which may be longer than a Q string.
+  explicit Q_watched_command(const std::string& command_line);
+
+  /// Becomes readable when the command and all that it started are gone.
+  [[nodiscard]] int fd() const { return report_.get(); }
+  /// Whether the command and all that it started are gone. Does not wait.
+  bool ended();
+  /// How it ended, as wait() reports it, once ended() is true: the shell's own status when the
+  /// shell failed (a syntax error), else that of the first process of the command to end. Nothing
+  /// when it is not known.
+  [[nodiscard]] std::optional<int> wait_status() const { return wait_status_; }
+
+ private:
+  Q_fd report_;
+  bool ended_ = false;
+  std::optional<int> wait_status_;
+};
+
+/// "exit status 127" or "signal 9 (Killed)" of a wait() status.
+std::string Q_wait_status_text(int wait_status);

@@ -1,0 +1,94 @@
+#include "util/text.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <new>
+
+#include "util/error.h"
+
+namespace {
+
+constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
+
+struct Replacement {
+  std::string_view characters;
+  char becomes;
+};
+constexpr Replacement REPLACEMENTS[] = {
+    {"\"*+<=>/|[\\]&'", '-'},
+    {":;?!,", '.'},
+    {" ", '_'},
+};
+
+char replaced(char character) {
+  for (const Replacement& row : REPLACEMENTS)
+    if (row.characters.find(character) != std::string_view::npos) return row.becomes;
+  return character;
+}
+
+/// The number of entries that a count given by a caller may stand for.
+std::ptrdiff_t bounded(int n, const Q_string_list& list) {
+  return std::clamp<std::ptrdiff_t>(n, 0, static_cast<std::ptrdiff_t>(list.size()));
+}
+
+}  // namespace
+
+void Q_strcat(Q_string& destination, const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(text, format);
+  destination.append(text.str());
+}
+
+void Q_trim(Q_string& text) {
+  std::string trimmed;
+  trimmed.reserve(text.size());
+  bool blank_due = false;
+  for (const char character : text.str()) {
+    if (WHITE_SPACE.find(character) != std::string_view::npos) {
+      blank_due = !trimmed.empty();
+      continue;
+    }
+    if (blank_due) trimmed += ' ';
+    blank_due = false;
+    trimmed += character;
+  }
+  text = Q_string(trimmed);
+}
+
+void Q_replace_escape(Q_string& text) {
+  std::string result = text.str();
+  std::transform(result.begin(), result.end(), result.begin(), replaced);
+  text = Q_string(result);
+}
+
+std::string Q_malloc_string(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(text, format);
+  try {
+    return text.str();
+  } catch (const std::bad_alloc&) {
+    Q_error("Insufficient memory\n");
+  }
+}
+
+void Q_malloc_vs_string(Q_string_list& list, int n, const char* first, ...) {
+  if (n < 1) return;
+  if (list.size() < static_cast<std::size_t>(n)) list.resize(static_cast<std::size_t>(n));
+  std::va_list arguments;
+  va_start(arguments, first);
+  const char* text = first;
+  for (int i = 0; i < n; ++i) {
+    list[static_cast<std::size_t>(i)] = Q_malloc_string("%s", text);
+    if (i + 1 < n) text = va_arg(arguments, const char*);
+  }
+  va_end(arguments);
+}
+
+int Q_get_string_pos(int n, const Q_string_list& list, const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(text, format);
+  const auto end = list.begin() + bounded(n, list);
+  const auto found = std::find(list.begin(), end, text.str());
+  return found == end ? -1 : static_cast<int>(found - list.begin());
+}
+
+void Q_sort_string_asc(int n, Q_string_list& list) {
+  std::stable_sort(list.begin(), list.begin() + bounded(n, list));
+}

@@ -1,0 +1,47 @@
+#include "util/whole_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "util/handles.h"
+
+namespace {
+
+bool write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(fd, text.data(), text.size());
+    if (written < 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+/// The mode that the new file is to have: that of the file it replaces, or what the umask leaves.
+mode_t wanted_mode(const char* path) {
+  struct stat old{};
+  if (stat(path, &old) == 0) return old.st_mode & 07777U;
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666U & ~mask;
+}
+
+}  // namespace
+
+bool Q_write_whole(const char* path, std::string_view text) {
+  const Q_heap_memory<char> resolved(realpath(path, nullptr));
+  const std::string target = resolved != nullptr ? resolved.get() : path;
+  // A file that may not be written is refused even where its folder would let it be replaced.
+  if (resolved != nullptr && access(target.c_str(), W_OK) != 0) return false;
+
+  std::string temporary = target + ".XXXXXX";
+  const Q_fd fd(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!fd) return false;
+  const bool done = write_all(fd.get(), text) && fchmod(fd.get(), wanted_mode(path)) == 0 &&
+                    fsync(fd.get()) == 0 && rename(temporary.c_str(), target.c_str()) == 0;
+  if (!done) unlink(temporary.c_str());
+  return done;
+}
