@@ -1,0 +1,9 @@
+#pragma once
+
+#include <stdexcept>
+
+/// A problem that the user must hear of and that ends the command: what() is the whole sentence,
+/// plain text, naming the file (and line) and what is wrong with it.
+struct Refusal : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};

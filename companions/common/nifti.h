@@ -1,0 +1,52 @@
+#pragma once
+
+// Reading and writing of single-volume NIfTI-1 images, and the one grid that all results have.
+
+#include <Eigen/Core>
+#include <array>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// NIfTI codes of the coordinate space that an image's voxels are placed in.
+enum class Space { unknown = 0, talairach = 3, mni = 4 };
+
+/// A regular grid of voxels and its place in the head.
+struct Grid {
+  std::array<int, 3> size{};  ///< voxels along i, j, k; i runs fastest in memory
+  Eigen::Matrix4d to_mm = Eigen::Matrix4d::Identity();  ///< voxel index (i, j, k, 1) to mm
+
+  [[nodiscard]] std::size_t voxels() const {
+    return std::size_t(size[0]) * std::size_t(size[1]) * std::size_t(size[2]);
+  }
+  [[nodiscard]] std::size_t index(int i, int j, int k) const {
+    return (std::size_t(k) * std::size_t(size[1]) + std::size_t(j)) * std::size_t(size[0]) +
+           std::size_t(i);
+  }
+  bool operator==(const Grid& other) const {
+    return size == other.size && (to_mm - other.to_mm).cwiseAbs().maxCoeff() < 1e-4;
+  }
+};
+
+/// The grid of every image that the system writes: MNI space, 2 mm, 91 x 109 x 91, voxel (0, 0, 0)
+/// at (-90, -126, -72) mm, i to the right, j to the front, k up.
+const Grid& mni_grid();
+
+struct Image {
+  Grid grid;
+  Space space = Space::mni;
+  int intent_code = 0;      ///< NIfTI intent: 0 none, 3 t statistic, 5 z score
+  float intent_p1 = 0;      ///< first intent parameter: degrees of freedom of a t statistic
+  std::string description;  ///< "descrip" of the header; cut at 79 bytes when written
+  std::vector<float> values;  ///< grid.voxels() values, scaled by the header's slope and intercept
+};
+
+/// Reads a ".nii" or ".nii.gz" file of either byte order and of the integer or floating-point
+/// types. Throws Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, holds
+/// more than one volume, or ends early.
+Image read_image(const std::string& path);
+
+/// Writes a 32-bit float image (gzip when the path ends with ".gz") and flushes it to the disk.
+/// The same image always gives the same bytes. Throws Refusal, naming the file, when the disk
+/// refuses; a file begun by then is left for the caller, who writes below a temporary name.
+void write_image(const std::string& path, const Image& image);
