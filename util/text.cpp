@@ -1,10 +1,13 @@
 #include "util/text.h"
 
+#include <glib.h>
+
 #include <algorithm>
 #include <cstdarg>
 #include <new>
 
 #include "util/error.h"
+#include "util/handles.h"
 
 namespace {
 
@@ -58,6 +61,13 @@ void Q_replace_escape(Q_string& text) {
   std::string result = text.str();
   std::transform(result.begin(), result.end(), result.begin(), replaced);
   text = Q_string(result);
+}
+
+std::string Q_markup_escape(std::string_view text) {
+  const auto length = static_cast<gssize>(text.size());
+  const Q_g_memory<char> valid(g_utf8_make_valid(text.data(), length));
+  const Q_g_memory<char> escaped(g_markup_escape_text(valid.get(), -1));
+  return escaped.get();
 }
 
 std::string Q_malloc_string(const char* format, ...) {

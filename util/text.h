@@ -2,6 +2,9 @@
 
 // Operations on texts and lists of texts.
 
+#include <string>
+#include <string_view>
+
 #include "util/files.h"
 #include "util/q_string.h"
 
@@ -16,6 +19,9 @@ void Q_trim(Q_string& text);
 /// Replaces the characters that may not stand in a file name or an identifier of the command
 /// language: "mean 1: a/b" becomes "mean_1._a-b".
 void Q_replace_escape(Q_string& text);
+
+/// The text as Pango markup that shows it literally; bytes that are not UTF-8 become U+FFFD.
+std::string Q_markup_escape(std::string_view text);
 
 /// The formatted text at its exact length, or the fatal error "Insufficient memory\n".
 [[gnu::format(printf, 1, 2)]] std::string Q_malloc_string(const char* format, ...);
