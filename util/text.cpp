@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
-
 struct Replacement {
   std::string_view characters;
   char becomes;
@@ -46,7 +44,7 @@ void Q_trim(Q_string& text) {
   trimmed.reserve(text.size());
   bool blank_due = false;
   for (const char character : text.str()) {
-    if (WHITE_SPACE.find(character) != std::string_view::npos) {
+    if (Q_WHITE_SPACE.find(character) != std::string_view::npos) {
       blank_due = !trimmed.empty();
       continue;
     }

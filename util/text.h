@@ -8,12 +8,13 @@
 #include "util/files.h"
 #include "util/q_string.h"
 
+/// White space as the C locale has it.
+inline constexpr std::string_view Q_WHITE_SPACE = " \t\n\v\f\r";
+
 /// Appends the formatted text.
 [[gnu::format(printf, 2, 3)]] void Q_strcat(Q_string& destination, const char* format, ...);
 
 /// Removes leading and trailing white space and makes each run of white space inside one blank.
-/// White space is what the C locale has: blank, tab, line feed, vertical tab, form feed, carriage
-/// return.
 void Q_trim(Q_string& text);
 
 /// Replaces the characters that may not stand in a file name or an identifier of the command

@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
+#include "util/error.h"
 #include "util/handles.h"
 
 namespace {
@@ -22,11 +24,31 @@ bool write_all(int fd, std::string_view text) {
 
 /// The mode that the new file is to have: that of the file it replaces, or what the umask leaves.
 mode_t wanted_mode(const char* path) {
-  struct stat old{};
+  struct stat old {};
   if (stat(path, &old) == 0) return old.st_mode & 07777U;
   const mode_t mask = umask(0);
   umask(mask);
   return 0666U & ~mask;
+}
+
+/// For a file that may be written in a folder that takes no new files. Its room is taken first, so
+/// that a full disk is noticed before anything is lost.
+bool write_in_place(const char* path, std::string_view text) {
+  const Q_fd fd(open(path, O_WRONLY | O_CLOEXEC));
+  struct stat old {};
+  if (!fd || fstat(fd.get(), &old) != 0) return false;
+  const auto size = static_cast<off_t>(text.size());
+  const int error = size == 0 ? 0 : posix_fallocate(fd.get(), 0, size);
+  if (error != 0) {
+    [[maybe_unused]] const int ignored = ftruncate(fd.get(), old.st_size);
+    errno = error;
+    return false;
+  }
+  return write_all(fd.get(), text) && ftruncate(fd.get(), size) == 0 && fsync(fd.get()) == 0;
+}
+
+bool disk_failed(int error) {
+  return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EIO;
 }
 
 }  // namespace
@@ -39,9 +61,20 @@ bool Q_write_whole(const char* path, std::string_view text) {
 
   std::string temporary = target + ".XXXXXX";
   const Q_fd fd(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!fd) return false;
+  if (!fd)
+    return resolved != nullptr && !disk_failed(errno) && write_in_place(target.c_str(), text);
   const bool done = write_all(fd.get(), text) && fchmod(fd.get(), wanted_mode(path)) == 0 &&
                     fsync(fd.get()) == 0 && rename(temporary.c_str(), target.c_str()) == 0;
-  if (!done) unlink(temporary.c_str());
+  if (!done) {
+    const int error = errno;
+    unlink(temporary.c_str());
+    errno = error;
+  }
   return done;
+}
+
+bool Q_write_whole_or_die(const char* path, std::string_view text) {
+  if (Q_write_whole(path, text)) return true;
+  if (!disk_failed(errno)) Q_error("File '%s' not writable", path);
+  return false;
 }

@@ -7,5 +7,10 @@
 /// Replaces the content of a file, or creates it: the text goes to a temporary file beside it,
 /// which is flushed to the disk and then takes the file's name, so that a crash or a full disk
 /// leaves the old file. A symbolic link keeps pointing at its target, which is what is replaced.
-/// False, with everything as it was, when any step fails.
+/// Where the folder takes no new file, an existing one that may be written is written in place.
+/// False, with the content as it was and errno set, when any step fails.
 bool Q_write_whole(const char* path, std::string_view text);
+/// Q_write_whole, or the fatal error "File '%s' not writable" when the file cannot be opened for
+/// writing. False, with the content as it was and errno set, when the disk does not take the text:
+/// it is full, or a limit or a quota is reached.
+[[nodiscard]] bool Q_write_whole_or_die(const char* path, std::string_view text);

@@ -1,0 +1,213 @@
+#include "workspace/text_table.h"
+
+#include <algorithm>
+#include <charconv>
+#include <new>
+#include <utility>
+
+#include "util/error.h"
+#include "util/lines.h"
+#include "util/q_string.h"
+#include "util/text.h"
+#include "util/whole_file.h"
+
+namespace {
+
+constexpr std::size_t ROWS = 0;
+constexpr std::size_t COLUMNS = 1;
+constexpr std::size_t FIRST_CELL = 2;
+
+constexpr std::string_view SEPARATORS = "\t ,";
+
+long dimension(const Q_table& table, std::size_t slot) {
+  long count = 0;
+  if (slot < table.size() && table[slot])
+    std::from_chars(table[slot]->data(), table[slot]->data() + table[slot]->size(), count);
+  return count;
+}
+
+void set_dimension(Q_table& table, std::size_t slot, long count) {
+  if (table.size() < FIRST_CELL) table.resize(FIRST_CELL);
+  table[slot] = std::to_string(count);
+}
+
+std::size_t slot_of(long row, long column, long columns) {
+  return FIRST_CELL + static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
+         static_cast<std::size_t>(column);
+}
+
+std::size_t checked_slot(const Q_table& table, long row, long column) {
+  const long columns = Q_table_ncol(table);
+  if (row < 0 || row >= Q_table_nrow(table)) Q_error("Table does not have this row");
+  if (column < 0 || column >= columns) Q_error("Table does not have this column");
+  return slot_of(row, column, columns);
+}
+
+std::string trimmed(std::string_view token) {
+  if (token.find_first_of(Q_WHITE_SPACE) == std::string_view::npos) return std::string(token);
+  Q_string text(token);
+  Q_trim(text);
+  return text.str();
+}
+
+/// The tokens of a line, one after the other.
+class Tokens {
+ public:
+  explicit Tokens(std::string_view line) : rest_(line) {}
+
+  /// The next token, trimmed; nothing behind the last one.
+  Q_cell next() {
+    if (ended_) return std::nullopt;
+    const std::size_t separator = rest_.find_first_of(SEPARATORS);
+    const std::string_view token = rest_.substr(0, separator);
+    ended_ = separator == std::string_view::npos;
+    if (!ended_) rest_.remove_prefix(separator + 1);
+    return trimmed(token);
+  }
+
+ private:
+  std::string_view rest_;
+  bool ended_ = false;
+};
+
+void load_header(Q_table& table, std::string_view line) {
+  Q_table_increase_nrow(table);
+  Tokens tokens(line);
+  while (Q_cell token = tokens.next()) {
+    const long column = Q_table_ncol(table);
+    set_dimension(table, COLUMNS, column + 1);
+    Q_table_set(table, 0, column, *std::move(token));
+  }
+}
+
+void load_row(Q_table& table, std::string_view line) {
+  const long columns = Q_table_ncol(table);
+  const std::size_t first = slot_of(Q_table_nrow(table), 0, columns);
+  Q_table_increase_nrow(table);
+  Tokens tokens(line);
+  for (long column = 0; column < columns; ++column) {
+    Q_cell token = tokens.next();
+    if (!token) return;
+    table[first + static_cast<std::size_t>(column)] = std::move(token);
+  }
+}
+
+/// The new row's slots may have been left by a row that the table had before.
+void clear_last_row(Q_table& table) {
+  const long columns = Q_table_ncol(table);
+  const std::size_t first = slot_of(Q_table_nrow(table) - 1, 0, columns);
+  const std::size_t end = first + static_cast<std::size_t>(columns);
+  std::fill(table.begin() + static_cast<std::ptrdiff_t>(std::min(first, table.size())),
+            table.begin() + static_cast<std::ptrdiff_t>(std::min(end, table.size())), std::nullopt);
+  if (table.size() < end) table.resize(end);
+}
+
+}  // namespace
+
+long Q_table_nrow(const Q_table& table) {
+  return dimension(table, ROWS);
+}
+long Q_table_ncol(const Q_table& table) {
+  return dimension(table, COLUMNS);
+}
+
+const Q_cell& TABLE(const Q_table& table, long row, long column) {
+  static const Q_cell absent;
+  const std::size_t slot = checked_slot(table, row, column);
+  return slot < table.size() ? table[slot] : absent;
+}
+
+void Q_table_set(Q_table& table, long row, long column, std::string text) {
+  const std::size_t slot = checked_slot(table, row, column);
+  if (slot >= table.size()) table.resize(slot + 1);
+  table[slot] = std::move(text);
+}
+
+void Q_table_increase_nrow(Q_table& table) {
+  set_dimension(table, ROWS, Q_table_nrow(table) + 1);
+  clear_last_row(table);
+}
+
+void Q_table_decrease_nrow(Q_table& table) {
+  const long rows = Q_table_nrow(table);
+  if (rows < 1) return;
+  clear_last_row(table);
+  set_dimension(table, ROWS, rows - 1);
+}
+
+long Q_get_table_row_pos(const Q_table& table, std::string_view name) {
+  const long rows = Q_table_nrow(table);
+  for (long row = 0; row < rows; ++row)
+    if (TABLE(table, row, 0) == name) return row;
+  return -1;
+}
+
+long Q_get_table_row_pos_or_die(const Q_table& table, const char* name) {
+  const long row = Q_get_table_row_pos(table, name);
+  if (row < 0) Q_error("Row '%s' not found in the table.", name);
+  return row;
+}
+
+void Q_table_t(Q_table& table) {
+  const long rows = Q_table_nrow(table);
+  const long columns = Q_table_ncol(table);
+  if (table.size() < FIRST_CELL) table.resize(FIRST_CELL);
+  Q_table transposed(slot_of(rows, 0, columns));
+  transposed[ROWS] = std::move(table[COLUMNS]);
+  transposed[COLUMNS] = std::move(table[ROWS]);
+  table.resize(transposed.size());
+  for (long row = 0; row < rows; ++row)
+    for (long column = 0; column < columns; ++column)
+      transposed[slot_of(column, row, rows)] = std::move(table[slot_of(row, column, columns)]);
+  table = std::move(transposed);
+}
+
+void Q_table_load(Q_table& table, const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  try {
+    const std::optional<std::string> content = Q_read_file(path.c_str());
+    if (!content) {
+      Q_openr_or_die("%s", path.c_str());
+      Q_error("File '%s' not readable", path.c_str());
+    }
+    Q_table_load_text(table, *content);
+  } catch (const std::bad_alloc&) {
+    Q_error("Insufficient memory\n");
+  }
+}
+
+void Q_table_load_text(Q_table& table, std::string_view content) {
+  bool more = true;
+  while (more) {
+    const Q_line line = Q_first_line(content);
+    content.remove_prefix(line.consumed);
+    more = line.complete;
+    const std::string_view text =
+        line.text.substr(0, line.text.find_last_not_of(Q_WHITE_SPACE) + 1);
+    if (text.empty()) continue;
+    if (Q_table_nrow(table) < 1)
+      load_header(table, text);
+    else
+      load_row(table, text);
+  }
+}
+
+std::string Q_table_text(const Q_table& table) {
+  std::string text;
+  const long rows = Q_table_nrow(table);
+  const long columns = Q_table_ncol(table);
+  for (long column = 0; column < columns; ++column) {
+    for (long row = 0; row < rows; ++row) {
+      const Q_cell& cell = TABLE(table, row, column);
+      text += cell ? *cell : "NA";
+      text += '\t';
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+bool Q_table_save(const Q_table& table, const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(path, format);
+  return Q_write_whole_or_die(path.c_str(), Q_table_text(table));
+}
