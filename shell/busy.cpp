@@ -32,8 +32,8 @@ void show(const char* name) {
 void hide() {
   if (Qw_WorkingWindow != nullptr) gtk_widget_destroy(Qw_WorkingWindow);
   Q_busy = false;
-  for (std::size_t pane = 0;
-       pane < Qw_v_OutputBuffer.size() && Qw_v_OutputBuffer[pane] != nullptr; ++pane)
+  for (std::size_t pane = 0; pane < Qw_v_OutputBuffer.size() && Qw_v_OutputBuffer[pane] != nullptr;
+       ++pane)
     Q_scroll_to_end(static_cast<int>(pane));
 }
 

@@ -16,7 +16,7 @@ constexpr int VIEW_MARGIN = 10;  // pixels
 
 struct tm local_time() {
   const std::time_t now = std::time(nullptr);
-  struct tm parts{};
+  struct tm parts {};
   localtime_r(&now, &parts);
   return parts;
 }
@@ -59,9 +59,13 @@ void Q_print_action(int pane, const char* format, ...) {
   print_stamped(pane, "", (text.str() + "...").c_str());
 }
 
-void Q_print_done(int pane) { print_stamped(pane, "<b>DONE</b>", "\n\n"); }
+void Q_print_done(int pane) {
+  print_stamped(pane, "<b>DONE</b>", "\n\n");
+}
 
-void Q_print_cancelled(int pane) { print_stamped(pane, "<b>CANCELLED</b>", "\n\n"); }
+void Q_print_cancelled(int pane) {
+  print_stamped(pane, "<b>CANCELLED</b>", "\n\n");
+}
 
 void Q_print_warning(int pane, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(text, format);

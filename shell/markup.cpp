@@ -41,14 +41,14 @@ void set_property(GtkTextTag* tag, const Tag_property& property, const PangoAttr
   const auto integer = [&] { return reinterpret_cast<const PangoAttrInt*>(attribute)->value; };
   switch (property.value) {
     case Value::text:
-      g_object_set(tag, property.name,
-                   reinterpret_cast<const PangoAttrString*>(attribute)->value, nullptr);
+      g_object_set(tag, property.name, reinterpret_cast<const PangoAttrString*>(attribute)->value,
+                   nullptr);
       break;
     case Value::language:
-      g_object_set(tag, property.name,
-                   pango_language_to_string(
-                       reinterpret_cast<const PangoAttrLanguage*>(attribute)->value),
-                   nullptr);
+      g_object_set(
+          tag, property.name,
+          pango_language_to_string(reinterpret_cast<const PangoAttrLanguage*>(attribute)->value),
+          nullptr);
       break;
     case Value::integer:
       g_object_set(tag, property.name, integer(), nullptr);

@@ -43,8 +43,8 @@ Q_string current_folder() {
 }
 
 bool same_file(std::FILE* file, const char* path) {
-  struct stat a{};
-  struct stat b{};
+  struct stat a {};
+  struct stat b {};
   return fstat(fileno(file), &a) == 0 && stat(path, &b) == 0 && a.st_dev == b.st_dev &&
          a.st_ino == b.st_ino;
 }

@@ -54,6 +54,15 @@ int wait_for_all(pid_t shell) {
 
 }  // namespace
 
+std::string Q_shell_quoted(std::string_view text) {
+  std::string quoted = "\"";
+  for (const char character : text) {
+    if (std::string_view("\"$`\\").find(character) != std::string_view::npos) quoted += '\\';
+    quoted += character;
+  }
+  return quoted + '"';
+}
+
 Q_pipe Q_openr_exec(bool wait, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(command, format);
   const std::string line = command.str() + (wait ? "" : " &");

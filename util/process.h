@@ -4,9 +4,13 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "util/handles.h"
 #include "util/q_string.h"
+
+/// The text in double quotes for the shell, with the characters escaped that act inside them.
+std::string Q_shell_quoted(std::string_view text);
 
 /// Starts the formatted command through the shell and returns a stream that reads its standard
 /// output; null when that fails. With `wait` false " &" is appended, so that the shell starts it in

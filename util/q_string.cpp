@@ -9,7 +9,9 @@
 
 namespace {
 
-bool is_continuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
+bool is_continuation(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
 
 /// Length of the UTF-8 character that a byte begins; 1 for bytes that begin none.
 std::size_t character_length(char lead) {

@@ -45,8 +45,8 @@ std::size_t Q_utf8_cut(std::string_view text, std::size_t limit);
 
 /// Inside a function with a printf-style parameter `format` followed by "...": declares the
 /// Q string `name` with the formatted text.
-#define Q_FORMAT_ARGUMENTS(name, format)             \
-  std::va_list name##_arguments;                     \
-  va_start(name##_arguments, format);                \
+#define Q_FORMAT_ARGUMENTS(name, format)              \
+  std::va_list name##_arguments;                      \
+  va_start(name##_arguments, format);                 \
   Q_string name(Q_vformat(format, name##_arguments)); \
   va_end(name##_arguments)

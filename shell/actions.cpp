@@ -1,0 +1,145 @@
+#include "shell/actions.h"
+
+#include "dialogs/help.h"
+#include "integrations/update_check.h"
+#include "shell/batch.h"
+#include "shell/main_window.h"
+#include "workspace/edit_table.h"
+#include "workspace/working_folder.h"
+
+namespace {
+
+using Handler = void (*)();
+
+struct Action_row {
+  const char* name;
+  const char* stock_id;
+  const char* label;
+  Handler handler;
+};
+
+constexpr Handler MENU = nullptr;
+constexpr Handler NONE_YET = nullptr;
+
+constexpr Action_row ACTIONS[] = {
+    {"menu_MetaAnalyses", nullptr, "_Meta-analyses", MENU},
+    {"cd", "gtk-directory", "_Change meta-analysis", kvo3_cd},
+    {"edit_table", "gtk-edit", "KVO _table editor", kvo3_edit_table},
+    {"convert_t", "gtk-convert", "Convert to t values", NONE_YET},
+    {"convert_img", "gtk-select-color", "Convert images", NONE_YET},
+    {"pp", "gtk-execute", "_Preprocessing", NONE_YET},
+    {"quit", "gtk-quit", "_Quit", kvo3_main_quit},
+    {"menu_Statistics", nullptr, "_Statistics", MENU},
+    {"globals", "gtk-zoom-out", "_Globals", NONE_YET},
+    {"mean", "gtk-execute", "_Mean", NONE_YET},
+    {"lm", "gtk-execute", "_Linear model", NONE_YET},
+    {"threshold", "gtk-zoom-fit", "_Threshold", NONE_YET},
+    {"multi", "gtk-dnd-multiple", "_Multimodal", NONE_YET},
+    {"menu_Tools", nullptr, "_Tools", MENU},
+    {"create_mask", "gtk-add", "Create a _mask", NONE_YET},
+    {"extract", "gtk-color-picker", "_Extract", NONE_YET},
+    {"save_batch", "gtk-save", "_Save batch", kvo3_batch_save},
+    {"run_batch", "gtk-execute", "_Run batch", kvo3_batch_run},
+    {"settings", "gtk-preferences", "Se_ttings", NONE_YET},
+    {"spm", "gtk-connect", "SPM _extension", NONE_YET},
+    {"menu_help", nullptr, "_Help", MENU},
+    {"help", "gtk-help", "KVO _help", kvo3_help},
+    {"about", "gtk-about", "_About KVO", kvo3_about},
+    {"check_updates", "gtk-refresh", "Check for _updates", kvo3_check_updates},
+};
+
+bool is_menu(const Action_row& row) {
+  return row.stock_id == nullptr;
+}
+
+void run_handler(GtkAction* action, gpointer /*data*/) {
+  for (const Action_row& row : ACTIONS)
+    if (g_str_equal(gtk_action_get_name(action), row.name)) row.handler();
+}
+
+}  // namespace
+
+GtkActionGroup* kvo3_new_actions() {
+  GtkActionGroup* group = gtk_action_group_new("");
+  for (const Action_row& row : ACTIONS) {
+    GtkAction* action = gtk_action_new(row.name, row.label, nullptr, row.stock_id);
+    if (row.handler != nullptr)
+      g_signal_connect(action, "activate", G_CALLBACK(run_handler), nullptr);
+    else
+      gtk_action_set_sensitive(action, is_menu(row));
+    // The empty accelerator keeps the stock items' own ones away.
+    gtk_action_group_add_action_with_accel(group, action, "");
+    g_object_unref(action);
+  }
+  return group;
+}
+
+const char* const kvo3_ui_description = R"(<ui>
+  <menubar name="menu">
+    <menu name="menu_MetaAnalyses" action="menu_MetaAnalyses">
+      <menuitem name="cd" action="cd"/>
+      <menuitem name="edit_table" action="edit_table"/>
+      <separator/>
+      <menuitem name="convert_t" action="convert_t"/>
+      <menuitem name="convert_img" action="convert_img"/>
+      <separator/>
+      <menuitem name="pp" action="pp"/>
+      <separator/>
+      <menuitem name="quit" action="quit"/>
+    </menu>
+    <menu name="menu_Statistics" action="menu_Statistics">
+      <menuitem name="globals" action="globals"/>
+      <separator/>
+      <menuitem name="mean" action="mean"/>
+      <menuitem name="lm" action="lm"/>
+      <separator/>
+      <menuitem name="threshold" action="threshold"/>
+      <separator/>
+      <menuitem name="multi" action="multi"/>
+    </menu>
+    <menu name="menu_Tools" action="menu_Tools">
+      <menuitem name="create_mask" action="create_mask"/>
+      <menuitem name="extract" action="extract"/>
+      <separator/>
+      <menuitem name="save_batch" action="save_batch"/>
+      <menuitem name="run_batch" action="run_batch"/>
+      <separator/>
+      <menuitem name="spm" action="spm"/>
+      <menuitem name="settings" action="settings"/>
+    </menu>
+    <menu name="menu_help" action="menu_help">
+      <menuitem name="help" action="help"/>
+      <menuitem name="check_updates" action="check_updates"/>
+      <separator/>
+      <menuitem name="about" action="about"/>
+    </menu>
+  </menubar>
+  <toolbar name="toolbar1">
+    <toolitem name="cd" action="cd"/>
+    <toolitem name="edit_table" action="edit_table"/>
+    <separator/>
+    <toolitem name="convert_t" action="convert_t"/>
+    <toolitem name="convert_img" action="convert_img"/>
+    <separator/>
+    <toolitem name="globals" action="globals"/>
+    <separator/>
+    <toolitem name="save_batch" action="save_batch"/>
+    <toolitem name="run_batch" action="run_batch"/>
+    <separator/>
+    <toolitem name="help" action="help"/>
+    <separator/>
+    <toolitem name="quit" action="quit"/>
+  </toolbar>
+  <toolbar name="toolbar2">
+    <toolitem name="pp" action="pp"/>
+    <separator/>
+    <toolitem name="mean" action="mean"/>
+    <toolitem name="lm" action="lm"/>
+    <toolitem name="threshold" action="threshold"/>
+    <separator/>
+    <toolitem name="multi" action="multi"/>
+    <separator/>
+    <toolitem name="create_mask" action="create_mask"/>
+    <toolitem name="extract" action="extract"/>
+  </toolbar>
+</ui>)";

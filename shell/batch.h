@@ -1,0 +1,27 @@
+#pragma once
+
+// The batch: the record of commands in the second console pane, kept in the working folder's file
+// "kvo_batch.txt".
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The pane text that a batch file's content stands for: its lines (which end at a line feed, a
+/// carriage return or a byte of value 255) joined by line feeds, without a final line feed. Bytes
+/// that are not UTF-8, which a pane cannot hold, become U+FFFD.
+std::string Q_batch_text(std::string_view file_content);
+
+/// The lines of a pane's text, split at every line feed; never empty.
+std::vector<std::string> Q_batch_lines(const std::string& pane_text);
+
+/// Number, counted from 1, of the first line that is too long for a Q string; nothing when all fit.
+std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lines);
+
+/// Fills the batch pane from "kvo_batch.txt"; empties it when there is no such file.
+void kvo3_batch_print();
+/// Handler of the save action: writes the pane to "kvo_batch.txt" and says so.
+void kvo3_batch_save();
+/// Handler of the run action: runs the pane's lines in order; records nothing.
+void kvo3_batch_run();

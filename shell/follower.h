@@ -1,0 +1,37 @@
+#pragma once
+
+// Following of a file that another process appends to. Answers three problems: the end of the file
+// is never final; waiting for more must cost next to nothing and still serve the window; and the
+// writer may be gone without having said so.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "util/handles.h"
+#include "util/process.h"
+
+/// Reads a growing file line by line as Q_first_line splits it.
+class Q_follower {
+ public:
+  /// Follows `file`, which is open for reading and was opened by the name `path`.
+  Q_follower(Q_file file, const char* path);
+
+  /// The next line without its end; nothing when there is no more data for now. The end of the data
+  /// ends a line too, but only when the file has not grown for 10 ms, or with `final`: a writer may
+  /// be in the middle of a line.
+  std::optional<std::string> next_line(bool final);
+
+  /// Lets the toolkit run until it has handled something, the file has grown, the writer has ended
+  /// or 10 ms have gone by.
+  void wait(const Q_watched_command& writer) const;
+
+ private:
+  void read_more();
+
+  Q_file file_;
+  Q_fd growth_;       // inotify; without one only the time ends a wait
+  std::string data_;  // read and not yet consumed from position_ on
+  std::size_t position_ = 0;
+  std::int64_t last_growth_ = 0;  // microseconds of the monotonic clock
+};

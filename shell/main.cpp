@@ -1,0 +1,63 @@
+// Start-up: finds the installation, prepares the toolkit, opens the window on the working folder
+// and hands control to the toolkit's main loop.
+
+#include <gtk/gtk.h>
+
+#include "dialogs/help.h"
+#include "dialogs/message.h"
+#include "integrations/brain_viewer.h"
+#include "integrations/update_check.h"
+#include "kvo_config.h"
+#include "shell/batch.h"
+#include "shell/console.h"
+#include "shell/main_window.h"
+#include "shell/window.h"
+#include "util/error.h"
+#include "util/files.h"
+#include "workspace/settings.h"
+#include "workspace/study_table.h"
+#include "workspace/working_folder.h"
+
+namespace {
+
+constexpr const char* COMPANIONS[] = {"imgcalc", "kvo_core", "kvo_edit", "kvo_parse"};
+
+void show_error(const char* text) {
+  Q_input_warning("%s", text);
+}
+
+/// Reads what belongs to the user and to the working folder, and shows it.
+void load_workspace() {
+  kvo_load_kvo_ini();
+  kvo3_check_user_dir();
+  kvo3_check_brain_viewer();
+  kvotable_load("kvo_table.txt");
+  Q_set_title("KVO v%.2f - %s", KVO_VERSION, kvo_s_user_dir.c_str());
+  kvo3_batch_print();
+}
+
+void make_companions_executable() {
+  Q_chmod_x("%s/imgcalc", kvo_s_dir.c_str());
+  for (const char* companion : COMPANIONS) Q_chmod_x("%s/%s", Qs_ProgramDir.c_str(), companion);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Q_getprogdir(kvo_s_dir, argv[0]);
+  // Numbers in commands have a full stop, whatever the user's language.
+  gtk_disable_setlocale();
+  gtk_rc_add_default_file(Q_format("%s/etc/kvo.gtkrc", kvo_s_dir.c_str()).c_str());
+  Qs_HelpURL = Q_format("%smanual/?show=", KVO_SITE_URL);
+  if (!gtk_init_check(&argc, &argv)) Q_error("No display can be opened");
+  Q_set_error_presenter(show_error);
+
+  kvo3_main();
+  load_workspace();
+  Q_print("", 0, "Waiting for the user to click a button or menu item or to type a command...\n\n");
+  Qs_HelpTopic = "Changes";
+  if (!kvo3_new_update()) kvo3_about();
+  make_companions_executable();
+  gtk_main();
+  return 0;
+}
