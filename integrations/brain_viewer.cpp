@@ -1,0 +1,46 @@
+#include "integrations/brain_viewer.h"
+
+#include <glib.h>
+
+#include "shell/console.h"
+#include "util/files.h"
+#include "util/text.h"
+#include "workspace/settings.h"
+
+namespace {
+
+#define KVO_FOUND(name) "<b>Good news!</b> - " name " program has been found at %s\n\n"
+#define KVO_MISSING(name)                                                                \
+  name " program not found. Please either specify " name " executable, or disable " name \
+       " brain viewer, by clicking [Settings] in [Tools] menu.\n"
+
+constexpr Brain_viewer VIEWERS[] = {
+    {"fslview", "FSLView", "/usr/bin/fslview", KVO_FOUND("FSLView"), KVO_MISSING("FSLView")},
+    {"mricron", "MRIcron", "/usr/bin/mricron", KVO_FOUND("MRIcron"), KVO_MISSING("MRIcron")},
+};
+
+}  // namespace
+
+std::span<const Brain_viewer> kvo_brain_viewers() {
+  return VIEWERS;
+}
+
+const Brain_viewer* kvo_find_brain_viewer(const char* stored_name) {
+  for (const Brain_viewer& viewer : VIEWERS)
+    if (g_str_equal(viewer.stored_name, stored_name)) return &viewer;
+  return nullptr;
+}
+
+void kvo3_check_brain_viewer() {
+  const Brain_viewer* viewer = kvo_find_brain_viewer(kvo_s_brain_viewer.c_str());
+  if (viewer == nullptr || Q_program_exists("%s", kvo_s_brain_viewer_exe.c_str()) != 0) return;
+  if (Q_program_exists("%s", viewer->standard_executable) == 0) {
+    Q_print_warning(0, "%s", viewer->missing_message);
+    return;
+  }
+  kvo_s_brain_viewer_exe = viewer->standard_executable;
+  std::string message = viewer->found_message;
+  message.replace(message.find("%s"), 2, viewer->standard_executable);
+  Q_print("", 0, "%s", message.c_str());
+  kvo_save_kvo_ini();
+}
