@@ -11,9 +11,9 @@
 #include "shell/batch.h"
 #include "shell/console.h"
 #include "shell/main_window.h"
-#include "shell/window.h"
 #include "util/error.h"
 #include "util/files.h"
+#include "workspace/load_table.h"
 #include "workspace/settings.h"
 #include "workspace/study_table.h"
 #include "workspace/working_folder.h"
@@ -31,8 +31,8 @@ void load_workspace() {
   kvo_load_kvo_ini();
   kvo3_check_user_dir();
   kvo3_check_brain_viewer();
-  kvotable_load("kvo_table.txt");
-  Q_set_title("KVO v%.2f - %s", KVO_VERSION, kvo_s_user_dir.c_str());
+  kvotable_load(KVO_TABLE_FILE);
+  kvo_show_title();
   kvo3_batch_print();
 }
 

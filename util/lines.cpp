@@ -1,7 +1,9 @@
 #include "util/lines.h"
 
 #include <array>
+#include <utility>
 
+#include "util/error.h"
 #include "util/files.h"
 
 namespace {
@@ -36,4 +38,11 @@ std::optional<std::string> Q_read_file(const char* path) {
     content.append(block.data(), length);
   if (std::ferror(file.get()) != 0) return std::nullopt;
   return content;
+}
+
+std::string Q_read_file_or_die(const char* path) {
+  std::optional<std::string> content = Q_read_file(path);
+  if (content) return *std::move(content);
+  Q_openr_or_die("%s", path);
+  Q_error("File '%s' not readable", path);
 }

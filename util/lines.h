@@ -24,3 +24,5 @@ std::vector<std::string_view> Q_split_lines(std::string_view content);
 
 /// The whole content of a file; nothing when it cannot be opened or read.
 std::optional<std::string> Q_read_file(const char* path);
+/// Q_read_file, or the fatal error "File '%s' not found" or "File '%s' not readable".
+std::string Q_read_file_or_die(const char* path);

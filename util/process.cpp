@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -72,6 +73,12 @@ Q_pipe Q_openr_exec(bool wait, const char* format, ...) {
 void Q_execute_r(bool wait, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(command, format);
   const Q_pipe closed_at_once = Q_openr_exec(wait, "%s", command.c_str());
+}
+
+std::optional<int> Q_execute_status(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(command, format);
+  const int status = std::system(command.c_str());
+  return status == -1 ? std::nullopt : std::optional(status);
 }
 
 Q_watched_command::Q_watched_command(const std::string& command_line) {

@@ -21,6 +21,10 @@ std::string Q_shell_quoted(std::string_view text);
 /// true, in the background with `wait` false. Its exit status is not looked at.
 [[gnu::format(printf, 2, 3)]] void Q_execute_r(bool wait, const char* format, ...);
 
+/// Runs the formatted command through the shell to its end, with the program's own output streams.
+/// How it ended, as wait() reports it; nothing when not even a shell could be started.
+[[gnu::format(printf, 1, 2)]] std::optional<int> Q_execute_status(const char* format, ...);
+
 /// A command in the background (as Q_execute_r with `wait` false starts it) whose end is noticed.
 /// Nothing happens to the command when the watch goes away before it.
 class Q_watched_command {

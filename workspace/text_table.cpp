@@ -128,11 +128,14 @@ void Q_table_increase_nrow(Q_table& table) {
   clear_last_row(table);
 }
 
-void Q_table_decrease_nrow(Q_table& table) {
-  const long rows = Q_table_nrow(table);
-  if (rows < 1) return;
-  clear_last_row(table);
-  set_dimension(table, ROWS, rows - 1);
+void Q_table_remove_row(Q_table& table, long row) {
+  const long columns = Q_table_ncol(table);
+  const std::size_t first = columns < 1 ? FIRST_CELL : checked_slot(table, row, 0);
+  const std::size_t end = first + static_cast<std::size_t>(columns);
+  if (table.size() < end) table.resize(end);
+  table.erase(table.begin() + static_cast<std::ptrdiff_t>(first),
+              table.begin() + static_cast<std::ptrdiff_t>(end));
+  set_dimension(table, ROWS, Q_table_nrow(table) - 1);
 }
 
 long Q_get_table_row_pos(const Q_table& table, std::string_view name) {
@@ -165,12 +168,7 @@ void Q_table_t(Q_table& table) {
 void Q_table_load(Q_table& table, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(path, format);
   try {
-    const std::optional<std::string> content = Q_read_file(path.c_str());
-    if (!content) {
-      Q_openr_or_die("%s", path.c_str());
-      Q_error("File '%s' not readable", path.c_str());
-    }
-    Q_table_load_text(table, *content);
+    Q_table_load_text(table, Q_read_file_or_die(path.c_str()));
   } catch (const std::bad_alloc&) {
     Q_error("Insufficient memory\n");
   }

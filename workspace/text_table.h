@@ -27,8 +27,8 @@ void Q_table_set(Q_table& table, long row, long column, std::string text);
 
 /// Adds a row of absent cells at the end.
 void Q_table_increase_nrow(Q_table& table);
-/// Removes the last row, if there is one, with its cells.
-void Q_table_decrease_nrow(Q_table& table);
+/// Removes a row with its cells; the rows behind it move up. Checked as TABLE checks.
+void Q_table_remove_row(Q_table& table, long row);
 
 /// Index of the first row whose first cell equals the name byte for byte; -1 when none does.
 /// Rows without columns are a fatal error.

@@ -148,26 +148,29 @@ TEST(TextTable, SavesWhatItLoadedByteForByte) {
 }
 
 TEST(TextTable, RowsComeAndGoWithoutStaleCells) {
-  Q_table table = table_of({{"a", "b"}, {"1", "2"}});
-  Q_table_decrease_nrow(table);
-  EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}}));
+  Q_table table = table_of({{"a", "b"}, {"1", "2"}, {"3", "4"}});
+  Q_table_remove_row(table, 1);
+  EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {"3", "4"}}));
   Q_table_increase_nrow(table);
-  EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {ABSENT, ABSENT}}));
-  Q_table_set(table, 1, 1, "x");
+  EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {"3", "4"}, {ABSENT, ABSENT}}));
+  Q_table_set(table, 2, 1, "x");
   table[0] = "1";  // as callers may, without releasing the cells
   Q_table_load_text(table, "y\n");
   EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {"y", ABSENT}}));
-  table[0] = "5";
-  Q_table_set(table, 4, 0, "z");
-  EXPECT_EQ(TABLE(table, 3, 1), ABSENT);
-  EXPECT_EQ(TABLE(table, 4, 0), "z");
-  EXPECT_EQ(TABLE(table, 4, 1), ABSENT);
+  table[0] = "9";
+  Q_table_set(table, 7, 0, "z");
+  EXPECT_EQ(TABLE(table, 6, 1), ABSENT);
+  EXPECT_EQ(TABLE(table, 7, 0), "z");
+  EXPECT_EQ(TABLE(table, 8, 1), ABSENT);
+  Q_table_remove_row(table, 8);
+  Q_table_remove_row(table, 7);
+  EXPECT_EQ(TABLE(table, 6, 0), ABSENT);
 
   Q_table none;
-  Q_table_decrease_nrow(none);
-  EXPECT_EQ(Q_table_nrow(none), 0);
   Q_table_increase_nrow(none);
   EXPECT_EQ(none.at(0), "1");
+  Q_table_remove_row(none, 0);
+  EXPECT_EQ(none.at(0), "0");
 }
 
 TEST(TextTable, FindsRowsByTheirFirstCell) {
@@ -205,6 +208,12 @@ TEST(TextTableDeathTest, ChecksEveryAccess) {
     Q_table copy = c.table;
     EXPECT_EXIT(Q_table_set(copy, c.row, c.column, "x"), ExitedWithCode(1), c.message);
   }
+  EXPECT_EXIT(
+      {
+        Q_table copy = table;
+        Q_table_remove_row(copy, 1);
+      },
+      ExitedWithCode(1), "this row");
   EXPECT_EXIT(Q_get_table_row_pos({"1"}, "a"), ExitedWithCode(1), "this column");
   EXPECT_EXIT(Q_get_table_row_pos_or_die(table, "b%s"), ExitedWithCode(1),
               "Row 'b%s' not found in the table\\.");

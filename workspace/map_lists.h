@@ -1,0 +1,32 @@
+#pragma once
+
+// The two lists that the engine keeps in the working folder: the maps that the meta-analysis has,
+// and the maps with a null distribution.
+
+#include <cstdint>
+#include <string_view>
+
+#include "util/text.h"
+
+/// Their files in the working folder. That the first exists shows that the folder is preprocessed.
+inline constexpr const char* KVO_MAPS_FILE = "kvo_maps.txt";
+inline constexpr const char* KVO_ND_FILE = "kvo_nd.txt";
+
+/// Names of the maps, in the order of the file, and their number.
+extern Q_string_list kvo_vs_maps;
+extern std::int32_t kvo_maps;
+/// Names of the maps with a null distribution, in ascending byte order, and their number.
+extern Q_string_list kvo_vs_nds;
+extern std::int32_t kvo_nds;
+
+/// Loads the list of maps anew. A file that cannot be opened or read is a fatal error.
+void kvo_load_kvo_maps_txt();
+/// Loads the list of null distributions anew and returns its length; 0, with the list as it was,
+/// when there is no such file.
+int kvo3_load_nd_names();
+
+/// The names that the list of maps holds: its non-empty lines, white space normalised.
+Q_string_list kvo_read_map_names(std::string_view content);
+/// The names that the list of null distributions holds, sorted: the first word of each non-empty
+/// line but the first, which is a header. Names that end in "_n" are left out.
+Q_string_list kvo_read_nd_names(std::string_view content);

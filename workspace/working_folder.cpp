@@ -1,0 +1,48 @@
+#include "workspace/working_folder.h"
+
+#include <unistd.h>
+
+#include "dialogs/canned.h"
+#include "dialogs/help.h"
+#include "kvo_config.h"
+#include "shell/batch.h"
+#include "shell/console.h"
+#include "shell/window.h"
+#include "util/files.h"
+#include "util/handles.h"
+#include "workspace/load_table.h"
+#include "workspace/settings.h"
+#include "workspace/study_table.h"
+
+void kvo_enter_folder(const char* folder) {
+  Q_chdir_or_die("%s", folder);
+  Q_getdir(kvo_s_user_dir);
+  kvo_save_kvo_ini();
+}
+
+void kvo_show_title() {
+  // The name of a folder need not be UTF-8, a title must be.
+  const Q_g_memory<char> folder(g_filename_display_name(kvo_s_user_dir.c_str()));
+  Q_set_title("KVO v%.2f - %s", KVO_VERSION, folder.get());
+}
+
+void kvo3_cd() {
+  Qs_HelpTopic = "folder";
+  Q_string folder = kvo_s_user_dir;
+  if (!Q_input_folder(folder, "Select the folder containing the meta-analysis")) return;
+  if (folder.empty()) return;
+  kvo_enter_folder(folder.c_str());
+  kvotable_load(KVO_TABLE_FILE);
+  kvo_show_title();
+  kvo3_batch_print();
+}
+
+void kvo3_check_user_dir() {
+  if (chdir(kvo_s_user_dir.c_str()) == 0) return;
+  Q_print_warning(0,
+                  "Working folder not found. This may be because it is the first time you use the "
+                  "program, or because the last folder you used has been changed. Please change "
+                  "the folder as soon as possible.\n");
+  Q_chdir("%s", kvo_s_dir.c_str());
+  kvo_s_user_dir = kvo_s_dir;
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+// The working folder: the folder of the meta-analysis that the program works on, which is the
+// process's current folder.
+
+/// Enters the folder (or the fatal error "Folder '%s' not found"), makes it the working folder and
+/// saves the settings.
+void kvo_enter_folder(const char* folder);
+/// Shows the version and the working folder as the main window's title.
+void kvo_show_title();
+
+/// Handler of the menu action that changes the meta-analysis: asks for a folder, enters it and
+/// shows its study table, title and batch. Cancel changes nothing.
+void kvo3_cd();
+
+/// Enters the working folder that the settings name. When it cannot be entered, warns in the
+/// console and makes the installation root the working folder; the settings file stays as it is.
+void kvo3_check_user_dir();
