@@ -4,10 +4,20 @@
 
 #include <gtk/gtk.h>
 
+#include <string>
+#include <string_view>
+
+/// A dialog's message in its two parts.
+struct Q_message_parts {
+  std::string title;        ///< the first line that is not empty
+  std::string explanation;  ///< all that follows that line, unchanged
+};
+Q_message_parts Q_split_message(std::string_view message);
+
 /// A modal dialog, not yet shown, with the buttons Cancel and OK and on request Help, which opens
-/// the current help topic. The message's first non-empty line is the title, shown as "[ %s ]"; what
-/// follows that line is the explanation, a wrapped label under it. Both are plain text. The caller
-/// adds its fields to the content area, runs the dialog and destroys it. No answer is the default.
+/// the current help topic. The message's first non-empty line is the title, shown as "[ %s ]"; the
+/// rest is the explanation, a wrapped label under it. Both are plain text. The caller adds its
+/// fields to the content area, runs the dialog and destroys it. No answer is the default.
 GtkWidget* Q_input_new_dialog(const char* message, bool with_help);
 
 /// A button, not shown, labelled with a blank and the label, with the stock image and the tooltip
