@@ -38,9 +38,12 @@ void Q_follower::read_more() {
   position_ = 0;
   std::array<char, BLOCK> block;  // NOLINT(cppcoreguidelines-pro-type-member-init)
   const ssize_t length = read(fileno(file_.get()), block.data(), block.size());
-  if (length <= 0) return;
+  if (length <= 0) {
+    if (!resting_since_) resting_since_ = g_get_monotonic_time();
+    return;
+  }
   data_.append(block.data(), static_cast<std::size_t>(length));
-  last_growth_ = g_get_monotonic_time();
+  resting_since_.reset();
 }
 
 std::optional<std::string> Q_follower::next_line(bool final) {
@@ -50,7 +53,8 @@ std::optional<std::string> Q_follower::next_line(bool final) {
     read_more();
     line = Q_first_line(rest());
   }
-  const bool resting = final || g_get_monotonic_time() - last_growth_ >= LONGEST_WAIT * 1000;
+  const bool resting =
+      final || (resting_since_ && g_get_monotonic_time() - *resting_since_ >= LONGEST_WAIT * 1000);
   if (!line.complete && (!resting || line.text.empty())) return std::nullopt;
   position_ += line.consumed;
   return std::string(line.text);
@@ -65,5 +69,6 @@ void Q_follower::wait(const Q_watched_command& writer) const {
   if (writer.fd() >= 0)
     end = Q_source(g_unix_fd_add(writer.fd(), static_cast<GIOCondition>(G_IO_IN | G_IO_HUP),
                                  on_readable, nullptr));
-  g_main_context_iteration(nullptr, TRUE);
+  // The sources that come and go wake the loop too, with nothing handled.
+  while (g_main_context_iteration(nullptr, TRUE) == FALSE) continue;
 }

@@ -33,5 +33,7 @@ class Q_follower {
   Q_fd growth_;       // inotify; without one only the time ends a wait
   std::string data_;  // read and not yet consumed from position_ on
   std::size_t position_ = 0;
-  std::int64_t last_growth_ = 0;  // microseconds of the monotonic clock
+  // When a read first found nothing new, in microseconds of the monotonic clock. Counted from there
+  // and not from the last growth: while lines are being shown, nobody looks whether the file grows.
+  std::optional<std::int64_t> resting_since_;
 };
