@@ -42,7 +42,7 @@ TEST(SampleVoxel, TakesValuesWhereTheImageItselfPlacesThem) {
   image.grid.size = {70, 80, 70};
   image.grid.to_mm << 3, 0.4, 0, -105,  //
       0, 3, 0, -130,                    //
-      0.2, 0, 3, -60,                  //
+      0.2, 0, 3, -60,                   //
       0, 0, 0, 1;
   for (int k = 0; k < 70; ++k)
     for (int j = 0; j < 80; ++j)
