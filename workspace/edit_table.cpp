@@ -59,7 +59,8 @@ class Startup_notice {
 std::optional<int> run_editor(const Q_string& editor) {
   const Startup_notice notice;
   const Waiting_window window;
-  return Q_execute_status("%s %s", Q_shell_quoted(editor.str()).c_str(), KVO_TABLE_FILE);
+  // The shell makes way for the editor, so that what ends the editor is not hidden by the shell.
+  return Q_execute_status("exec %s %s", Q_shell_quoted(editor.str()).c_str(), KVO_TABLE_FILE);
 }
 
 }  // namespace

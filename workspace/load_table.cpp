@@ -9,7 +9,7 @@
 #include "workspace/study_table.h"
 
 void kvotable_load(const char* path) {
-  KVO_TableT = {};  // before reading, so that two large tables are never held at once
+  KVO_TableT = Q_table();  // before reading, so that two large tables are never held at once
   KVO_TableT = kvotable_read(path);
   if (!kvotable_remove_leftover(KVO_TableT)) return;
   const std::string file = Q_markup_escape(path);

@@ -17,8 +17,6 @@ constexpr std::size_t ROWS = 0;
 constexpr std::size_t COLUMNS = 1;
 constexpr std::size_t FIRST_CELL = 2;
 
-constexpr std::string_view SEPARATORS = "\t ,";
-
 long dimension(const Q_table& table, std::size_t slot) {
   long count = 0;
   if (slot < table.size() && table[slot])
@@ -58,7 +56,7 @@ class Tokens {
   /// The next token, trimmed; nothing behind the last one.
   Q_cell next() {
     if (ended_) return std::nullopt;
-    const std::size_t separator = rest_.find_first_of(SEPARATORS);
+    const std::size_t separator = rest_.find_first_of(Q_TABLE_SEPARATORS);
     const std::string_view token = rest_.substr(0, separator);
     ended_ = separator == std::string_view::npos;
     if (!ended_) rest_.remove_prefix(separator + 1);
@@ -69,6 +67,10 @@ class Tokens {
   std::string_view rest_;
   bool ended_ = false;
 };
+
+std::string_view without_final_white_space(std::string_view line) {
+  return line.substr(0, line.find_last_not_of(Q_WHITE_SPACE) + 1);
+}
 
 void load_header(Q_table& table, std::string_view line) {
   Q_table_increase_nrow(table);
@@ -180,14 +182,22 @@ void Q_table_load_text(Q_table& table, std::string_view content) {
     const Q_line line = Q_first_line(content);
     content.remove_prefix(line.consumed);
     more = line.complete;
-    const std::string_view text =
-        line.text.substr(0, line.text.find_last_not_of(Q_WHITE_SPACE) + 1);
+    const std::string_view text = without_final_white_space(line.text);
     if (text.empty()) continue;
     if (Q_table_nrow(table) < 1)
       load_header(table, text);
     else
       load_row(table, text);
   }
+}
+
+std::vector<std::string> Q_table_split_line(std::string_view line) {
+  const std::string_view text = without_final_white_space(line);
+  std::vector<std::string> cells;
+  if (text.empty()) return cells;
+  Tokens tokens(text);
+  while (Q_cell token = tokens.next()) cells.push_back(*std::move(token));
+  return cells;
 }
 
 std::string Q_table_text(const Q_table& table) {

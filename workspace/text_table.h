@@ -46,6 +46,12 @@ void Q_table_t(Q_table& table);
 /// Q_table_load of a file's content.
 void Q_table_load_text(Q_table& table, std::string_view content);
 
+/// The characters each of which ends a cell.
+inline constexpr std::string_view Q_TABLE_SEPARATORS = "\t ,";
+/// The cells of one line of a file, trimmed, as loading splits it: white space at the line's end
+/// does not count. None when the line is blank.
+std::vector<std::string> Q_table_split_line(std::string_view line);
+
 /// Writes the table transposed, whole or not at all: a line for each column, each cell followed by
 /// a tab, absent ones as "NA". Transposed after loading, a table is thus written as it was in its
 /// file. The fatal error "File '%s' not writable" when the file cannot be opened for writing;

@@ -4,12 +4,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
-#include <csignal>
 
+#include "file_size_limit.h"
 #include "test_folder.h"
 #include "util/q_string.h"
 
@@ -230,26 +229,6 @@ TEST(TextTableDeathTest, EndsTheProgramForFilesThatCannotBeUsed) {
               "File 'none/x\\.txt' not writable\\.");
   EXPECT_EXIT((void)Q_table_save(table, "folder"), ExitedWithCode(1), "File 'folder' not writable");
 }
-
-/// Makes files that grow beyond some bytes fail, as on a full disk, while it lives.
-class File_size_limit {
- public:
-  explicit File_size_limit(rlim_t bytes) : before_(signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &limit_);
-    const rlimit low{bytes, limit_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &low);
-  }
-  File_size_limit(const File_size_limit&) = delete;
-  File_size_limit& operator=(const File_size_limit&) = delete;
-  ~File_size_limit() {
-    setrlimit(RLIMIT_FSIZE, &limit_);
-    signal(SIGXFSZ, before_);
-  }
-
- private:
-  rlimit limit_{};
-  void (*before_)(int);
-};
 
 TEST(TextTable, KeepsTheOldFileWhereverTheDiskIsFull) {
   const Test_folder folder;
