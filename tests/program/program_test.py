@@ -1,0 +1,135 @@
+#!/usr/bin/python3
+"""program_test.py INSTALLATION: the real program with its real companions, as a person uses it."""
+
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+import nibabel
+import numpy
+
+from kvo_driver import Display, Program, fresh_copy, wait_for
+
+INSTALLATION = os.path.abspath(sys.argv.pop(1))
+
+
+def tree(folder):
+    """Every file of a folder with its content."""
+    content = {}
+    for parent, _, names in os.walk(folder):
+        for name in names:
+            path = os.path.join(parent, name)
+            with open(path, "rb") as file:
+                content[os.path.relpath(path, folder)] = file.read()
+    return content
+
+
+class ProgramTest(unittest.TestCase):
+    """Each test has an installation, a meta-analysis and a display of its own."""
+
+    def setUp(self):
+        self.scratch = tempfile.TemporaryDirectory()
+        self.installation = os.path.join(self.scratch.name, "quorvane")
+        self.folder = os.path.join(self.scratch.name, "my analysis")
+        fresh_copy(INSTALLATION, self.installation)
+        fresh_copy(os.path.join(INSTALLATION, "example"), self.folder)
+        os.remove(os.path.join(self.folder, "kvo_batch.txt"))
+        self.display = Display()
+
+    def tearDown(self):
+        self.display.close()
+        self.scratch.cleanup()
+
+    def open_on_folder(self):
+        with open(os.path.join(self.installation, "etc/linux64.ini"), "w", encoding="utf-8") as file:
+            file.write(f"working directory = {self.folder}\nbrain viewer = none\n")
+        program = Program(self.installation, self.display, stdout=subprocess.PIPE)
+        program.close_about()
+        return program
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def test_first_start(self):
+        program = Program(self.installation, self.display, stdout=subprocess.PIPE)
+        program.close_about()
+        console = program.console()
+        self.assertIn("Welcome to Quorvane v4.31", console)
+        self.assertIn("WARNING: Working folder not found.", console)
+        self.assertTrue(console.rstrip().endswith(
+            "Waiting for the user to click a button or menu item or to type a command..."), console)
+        self.assertEqual(program.close(), 0)
+        self.assertEqual(program.process.stdout.read(), "See you soon!\n")
+
+    def test_two_typed_commands_leave_maps(self):
+        program = self.open_on_folder()
+        program.command("pp gray_matter, 0.0, 20, gray_matter, 1")
+        program.command("MyMean = mean")
+        console, batch = program.console(), program.batch()
+
+        for line in ["pp gray_matter, 0.0, 20, gray_matter, 1\n", "MyMean = mean\n", "OK\n",
+                     "DONE\n"]:
+            self.assertIn(line, console)
+        self.assertNotIn("WARNING", console)
+        self.assertEqual(batch, "# User command:\npp gray_matter, 0.0, 20, gray_matter, 1\n\n"
+                                "# User command:\nMyMean = mean\n\n")
+        for map_name in ["g", "var", "z", "p", "tau2", "I2", "Q"]:
+            image = nibabel.load(self.path(f"MyMean_{map_name}.nii.gz"))
+            self.assertEqual(image.shape, (91, 109, 91))
+            self.assertEqual(int(image.header["sform_code"]), 4)
+            self.assertTrue(numpy.isfinite(image.get_fdata()).all(), map_name)
+        g = nibabel.load(self.path("MyMean_g.nii.gz")).get_fdata()
+        variance = nibabel.load(self.path("MyMean_var.nii.gz")).get_fdata()
+        z = nibabel.load(self.path("MyMean_z.nii.gz")).get_fdata()
+        inside = variance > 0
+        self.assertGreater(inside.sum(), 100000)
+        numpy.testing.assert_allclose(z[inside], g[inside] / numpy.sqrt(variance[inside]),
+                                      rtol=1e-4, atol=1e-6)
+        self.assertEqual([name for name in os.listdir(self.folder) if name.endswith(".tmp")], [])
+        self.assertEqual(program.close(), 0)
+
+    def test_a_refused_command_changes_nothing(self):
+        before = tree(self.folder)
+        program = self.open_on_folder()
+        program.start_command("MyMean = mean nosuchfilter")
+        wait_for(lambda: "WARNING: " in program.console(), "the warning")
+        program.close()
+        self.assertEqual(tree(self.folder), before)
+
+    def test_a_killed_front_end_leaves_whole_files_only(self):
+        before = tree(self.folder)
+        program = self.open_on_folder()
+        program.start_command("pp gray_matter, 0.0, 20, gray_matter, 1")
+        program.wait_for_window("^KVO Working")
+        program.process.send_signal(signal.SIGKILL)
+        program.process.wait()
+
+        def engine_gone():
+            return subprocess.run(["pgrep", "-f", self.installation], check=False,
+                                  stdout=subprocess.DEVNULL).returncode != 0
+        wait_for(engine_gone, "the engine to finish or stop", 120)
+        after = tree(self.folder)
+        for name, content in before.items():
+            self.assertEqual(after[name], content, name)
+        for name in after:
+            if name.endswith(".nii.gz"):
+                nibabel.load(self.path(name)).get_fdata()
+        finished = os.path.exists(self.path("kvo_pp.txt"))
+        self.assertEqual(finished, any(name.startswith("pp/") for name in after), sorted(after))
+
+    def test_without_a_display_the_error_is_printed(self):
+        environment = {name: value for name, value in os.environ.items() if name != "DISPLAY"}
+        result = subprocess.run([os.path.join(self.installation, "bin/linux64/kvo_gui")],
+                                env=environment, text=True, check=False, capture_output=True,
+                                timeout=20)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("The program will close as this problem could cause fatal errors.",
+                      result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
