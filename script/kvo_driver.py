@@ -37,7 +37,7 @@ class Display:
             self.name = ":" + numbers.readline().strip()
         self.environment = dict(os.environ, DISPLAY=self.name)
         self.manager = subprocess.Popen(["openbox", "--sm-disable"], env=self.environment,
-                                        stderr=subprocess.DEVNULL)
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         wait_for(lambda: "window id" in self.run("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"),
                  "the window manager")
 
