@@ -82,6 +82,18 @@ TEST(TextTable, CutsLinesAtTheLongestText) {
             (Rows{{"a", "b"}, {cell, ABSENT}, {"yz", "1"}}));
 }
 
+TEST(TextTable, SplitsLines) {
+  const struct {
+    const char* line;
+    std::vector<std::string> cells;
+  } cases[] = {{"", {}},
+               {" \t ", {}},
+               {"a", {"a"}},
+               {" a,,b\vc\t d,\t ", {"", "a", "", "b c", "", "d", ""}},
+               {",", {"", ""}}};
+  for (const auto& c : cases) EXPECT_EQ(Q_table_split_line(c.line), c.cells) << c.line;
+}
+
 TEST(TextTable, AppendsWithoutHeaderToATableThatHasRows) {
   Q_table table = loaded("a b\n1 2\n");
   Q_table_load_text(table, "c d e\n\n3\n");
