@@ -2,19 +2,14 @@
 
 #include <gdk/gdkkeysyms.h>
 #include <sched.h>
-#include <sys/wait.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
-#include "shell/busy.h"
+#include "shell/companion_run.h"
 #include "shell/console.h"
 #include "shell/engine_output.h"
-#include "shell/follower.h"
-#include "shell/random_id.h"
-#include "util/files.h"
-#include "util/lines.h"
-#include "util/process.h"
 #include "util/text.h"
 
 namespace {
@@ -60,50 +55,6 @@ void show(const Engine_event& event) {
   }
 }
 
-/// Why an engine is gone that has not said so itself.
-std::string reason(std::optional<int> wait_status) {
-  if (!wait_status) return "for an unknown reason";
-  std::string text = Q_wait_status_text(*wait_status);
-  const int code = WIFEXITED(*wait_status) ? WEXITSTATUS(*wait_status) : 0;
-  if (code == 126) text += ", the program could not be started";
-  if (code == 127) text += ", the program was not found";
-  return text;
-}
-
-void follow(Q_follower& output, Q_watched_command& engine) {
-  for (;;) {
-    // Asked before the read: what the engine wrote before its end is then sure to be read.
-    const bool ended = engine.ended();
-    const std::optional<std::string> line = output.next_line(ended);
-    if (line) {
-      const Engine_event event = Q_engine_event(*line);
-      show(event);
-      if (event.closes()) return;
-    } else if (ended) {
-      show({Engine_line::failed, Q_format("The engine ended before it finished (%s)",
-                                          Q_markup_escape(reason(engine.wait_status())).c_str())
-                                     .str()});
-      return;
-    } else {
-      output.wait(engine);
-      Q_process_events();
-    }
-  }
-}
-
-void run(const Q_string& command) {
-  const int id = Q_runif_int();
-  const Q_string path = Q_format("kvo_%i.tmp", id);
-  Q_openw_or_die("%s", path.c_str());
-  Q_watched_command engine(Q_shell_quoted(Qs_ProgramDir.str() + "/kvo_parse") + " " +
-                           command.str() + " > " + path.str());
-  {
-    Q_follower output(Q_openr_or_die("%s", path.c_str()), path.c_str());
-    follow(output, engine);
-  }
-  Q_rm("%s", path.c_str());
-}
-
 }  // namespace
 
 void kvo3_exec_core(bool record, const char* format, ...) {
@@ -117,9 +68,15 @@ void kvo3_exec_core(bool record, const char* format, ...) {
   }
   Q_print(Q_BLUE, 0, "%s\n", markup.c_str());
   if (record) Q_print("", 1, "%s\n\n", markup.c_str());
-  Q_set_busy("KVO", true);
-  run(command);
-  Q_set_busy("KVO", false);
+  const std::optional<std::string> gone =
+      Q_run_companion("kvo_parse", command.str(), [](const std::string& line) {
+        const Engine_event event = Q_engine_event(line);
+        show(event);
+        return event.closes();
+      });
+  if (gone)
+    show({Engine_line::failed,
+          "The engine ended before it finished (" + Q_markup_escape(*gone) + ")"});
 }
 
 gboolean kvo3_core(GtkWidget* entry, GdkEventKey* event, gpointer /*data*/) {

@@ -51,26 +51,46 @@ bool disk_failed(int error) {
   return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EIO;
 }
 
+/// What a path leads to; `exists` tells whether that is there already.
+struct Target {
+  std::string path;
+  bool exists;
+};
+
+Target target_of(const char* path) {
+  const Q_heap_memory<char> resolved(realpath(path, nullptr));
+  return resolved != nullptr ? Target{resolved.get(), true} : Target{path, false};
+}
+
+enum class Outcome { replaced, no_new_file, failed };
+
+Outcome replace(const Target& target, const std::function<bool(int fd)>& write) {
+  // A file that may not be written is refused even where its folder would let it be replaced.
+  if (target.exists && access(target.path.c_str(), W_OK) != 0) return Outcome::failed;
+  std::string temporary = target.path + ".XXXXXX";
+  const Q_fd fd(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!fd) return Outcome::no_new_file;
+  const bool done = write(fd.get()) && fchmod(fd.get(), wanted_mode(target.path.c_str())) == 0 &&
+                    fsync(fd.get()) == 0 && rename(temporary.c_str(), target.path.c_str()) == 0;
+  if (done) return Outcome::replaced;
+  const int error = errno;
+  unlink(temporary.c_str());
+  errno = error;
+  return Outcome::failed;
+}
+
 }  // namespace
 
-bool Q_write_whole(const char* path, std::string_view text) {
-  const Q_heap_memory<char> resolved(realpath(path, nullptr));
-  const std::string target = resolved != nullptr ? resolved.get() : path;
-  // A file that may not be written is refused even where its folder would let it be replaced.
-  if (resolved != nullptr && access(target.c_str(), W_OK) != 0) return false;
+bool Q_replace_file(const char* path, const std::function<bool(int fd)>& write) {
+  return replace(target_of(path), write) == Outcome::replaced;
+}
 
-  std::string temporary = target + ".XXXXXX";
-  const Q_fd fd(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!fd)
-    return resolved != nullptr && !disk_failed(errno) && write_in_place(target.c_str(), text);
-  const bool done = write_all(fd.get(), text) && fchmod(fd.get(), wanted_mode(path)) == 0 &&
-                    fsync(fd.get()) == 0 && rename(temporary.c_str(), target.c_str()) == 0;
-  if (!done) {
-    const int error = errno;
-    unlink(temporary.c_str());
-    errno = error;
-  }
-  return done;
+bool Q_write_whole(const char* path, std::string_view text) {
+  const Target target = target_of(path);
+  const Outcome outcome = replace(target, [text](int fd) { return write_all(fd, text); });
+  if (outcome == Outcome::no_new_file && target.exists && !disk_failed(errno))
+    return write_in_place(target.path.c_str(), text);
+  return outcome == Outcome::replaced;
 }
 
 bool Q_write_whole_or_die(const char* path, std::string_view text) {

@@ -2,13 +2,19 @@
 
 // Writing of a file whole or not at all.
 
+#include <functional>
 #include <string_view>
 
-/// Replaces the content of a file, or creates it: the text goes to a temporary file beside it,
-/// which is flushed to the disk and then takes the file's name, so that a crash or a full disk
-/// leaves the old file. A symbolic link keeps pointing at its target, which is what is replaced.
-/// Where the folder takes no new file, an existing one that may be written is written in place.
-/// False, with the content as it was and errno set, when any step fails.
+/// Replaces a file, or creates it, by what `write` writes to the descriptor that it is given: a
+/// temporary file beside it, which is flushed to the disk and then takes the file's name and mode,
+/// so that a crash or a full disk leaves the old file. A symbolic link keeps pointing at its
+/// target, which is what is replaced. False, with the file as it was and errno set, when any step
+/// fails or `write` returns false.
+bool Q_replace_file(const char* path, const std::function<bool(int fd)>& write);
+
+/// Replaces the content of a file by a text, or creates it, as Q_replace_file does. Where the
+/// folder takes no new file, an existing one that may be written is written in place. False, with
+/// the content as it was and errno set, when any step fails.
 bool Q_write_whole(const char* path, std::string_view text);
 /// Q_write_whole, or the fatal error "File '%s' not writable" when the file cannot be opened for
 /// writing. False, with the content as it was and errno set, when the disk does not take the text:

@@ -1,0 +1,283 @@
+#include "imaging/nifti_file.h"
+
+#include <sys/sysinfo.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "imaging/nifti_source.h"
+#include "imaging/nifti_types.h"
+#include "util/files.h"
+#include "util/q_string.h"
+
+namespace {
+
+constexpr std::string_view HEADER_ENDING = ".hdr";
+constexpr struct {
+  const char* ending;
+  Nifti_kind kind;
+} KINDS[] = {{".nii.gz", Nifti_kind::compressed},
+             {".nii", Nifti_kind::single_file},
+             {HEADER_ENDING.data(), Nifti_kind::pair}};
+
+/// Beyond this byte no voxel of a real file begins; below it the offset is exact as a whole number.
+constexpr float LARGEST_OFFSET = 0x1p62F;
+/// The first allocation for compressed data of unknown length, and how many times the size of the
+/// compressed file is taken for granted.
+constexpr std::size_t FIRST_BLOCK = std::size_t{1} << 20;
+constexpr std::uint64_t USUAL_COMPRESSION = 8;
+
+using Failure = std::optional<Nifti_error>;
+
+[[gnu::format(printf, 1, 2)]] Nifti_error error(const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(message, format);
+  return {message.str()};
+}
+
+std::uint64_t memory_of_machine() {
+  struct sysinfo info {};
+  if (sysinfo(&info) != 0) return UINT64_MAX;
+  return (std::uint64_t{info.totalram} + info.totalswap) * info.mem_unit;
+}
+
+std::optional<Nifti_kind> kind_of(std::string_view path) {
+  for (const auto& row : KINDS)
+    if (path.ends_with(row.ending)) return row.kind;
+  return std::nullopt;
+}
+
+/// An image that is being read.
+struct Reading {
+  Nifti_info info;
+  std::string name;  // of the file in messages
+  std::optional<Nifti_source> source;
+  const Nifti_type* type = nullptr;
+  std::uint64_t memory_left = 0;
+
+  [[nodiscard]] std::size_t stored_bytes() const {
+    return static_cast<std::size_t>(info.voxels_per_volume) * type->bytes();
+  }
+  [[nodiscard]] Nifti_error unexpected_end(std::int64_t volume) const {
+    return error("Unexpected end of NIfTI file '%s' when reading volume %i", name.c_str(),
+                 static_cast<int>(volume));
+  }
+};
+
+Failure count_voxels(Reading& r) {
+  const Nifti_header& h = r.info.header;
+  const char* name = r.name.c_str();
+  if (h.dim[0] < 1 || h.dim[0] > 7)
+    return error("NIfTI file '%s' has a wrong size (%i dimensions)", name, h.dim[0]);
+  std::int64_t voxels = 1;
+  for (int d = 1; d <= 3; ++d) {
+    if (h.dim[d] < 1)
+      return error("NIfTI file '%s' has a wrong size (%i along dimension %i)", name, h.dim[d], d);
+    voxels *= h.dim[d];
+  }
+  std::int64_t volumes = 1;
+  for (int d = 4; d <= h.dim[0]; ++d) volumes *= std::max<std::int64_t>(h.dim[d], 1);
+  if (voxels > INT32_MAX || volumes > INT32_MAX)
+    return error("NIfTI file '%s' has a wrong size (too many voxels)", name);
+  r.info.voxels_per_volume = static_cast<std::int32_t>(voxels);
+  r.info.n_volumes = static_cast<std::int32_t>(volumes);
+  return std::nullopt;
+}
+
+Failure read_header(Reading& r) {
+  Nifti_header& h = r.info.header;
+  const char* name = r.name.c_str();
+  if (r.source->read(reinterpret_cast<char*>(&h), sizeof h) < sizeof h)
+    return error("NIfTI file '%s' has a wrong header size", name);
+  r.info.other_order = static_cast<std::uint16_t>(h.dim[0]) > 7;
+  if (r.info.other_order) {
+    nifti_swap_header(h);
+    if (h.sizeof_hdr != sizeof h)
+      return error("File '%s' is not a NIfTI file (wrong header size definition)", name);
+  }
+  if (!nifti_has_magic(h))
+    return error("File '%s' is not a NIfTI file (unknown header type definition)", name);
+  return count_voxels(r);
+}
+
+Failure open_image(Reading& r, const std::string& path) {
+  const std::optional<std::string> found = nifti_find_file(path);
+  if (!found)
+    return error("File '%s' was not found or is not a NIfTI file (unknown extension)",
+                 path.c_str());
+  r.info.path = r.name = *found;
+  r.info.kind = *kind_of(*found);
+  const bool compressed = r.info.kind == Nifti_kind::compressed;
+  r.source = Nifti_source::open(*found, compressed);
+  if (!r.source)
+    return error("%s '%s' not found", compressed ? "Compressed file" : "File", found->c_str());
+  return read_header(r);
+}
+
+/// Puts the source at the first voxel.
+Failure go_to_voxels(Reading& r) {
+  if (r.info.kind == Nifti_kind::pair) {
+    std::string path = r.info.path;
+    path.replace(path.size() - HEADER_ENDING.size(), HEADER_ENDING.size(), ".img");
+    r.source = Nifti_source::open(path, false);
+    if (!r.source) return error("File '%s' not found", path.c_str());
+    r.name = r.info.path + "/.img";
+    return std::nullopt;
+  }
+  const float offset = std::trunc(r.info.header.vox_offset);
+  // Written so that an offset that is no number is refused.
+  const bool possible = offset >= 0 && offset <= LARGEST_OFFSET;
+  if (!possible || !r.source->seek(static_cast<std::int64_t>(offset)))
+    return error("NIfTI file '%s' has a wrong size", r.name.c_str());
+  return std::nullopt;
+}
+
+Failure check_type(Reading& r, bool all_types) {
+  const Nifti_header& h = r.info.header;
+  r.type = nifti_type(h.datatype);
+  if (r.type == nullptr || (!r.type->basic && !all_types))
+    return error("Header of NIfTI file '%s' defines an unsupported data type", r.name.c_str());
+  if (h.bitpix != r.type->bits)
+    return error("Header of NIfTI file '%s' defines a wrong data type", r.name.c_str());
+  return std::nullopt;
+}
+
+/// Checks the sizes that the header promises against the caller's room, the file and the memory.
+Failure check_room(Reading& r, const Nifti_options& options) {
+  if (r.info.n_volumes > options.max_volumes)
+    return error("NIfTI file '%s' has a wrong size (%i volumes, which is more than %i)",
+                 r.name.c_str(), r.info.n_volumes, static_cast<int>(options.max_volumes));
+  r.memory_left = options.max_bytes != 0 ? options.max_bytes : memory_of_machine();
+  if (r.source->compressed()) return std::nullopt;  // its length is known at its end only
+
+  const std::uint64_t offset =
+      r.info.kind == Nifti_kind::pair ? 0 : static_cast<std::uint64_t>(r.info.header.vox_offset);
+  const std::uint64_t size = r.source->file_size();
+  const std::uint64_t whole = size > offset ? (size - offset) / r.stored_bytes() : 0;
+  if (whole < static_cast<std::uint64_t>(r.info.n_volumes))
+    return r.unexpected_end(static_cast<std::int64_t>(whole));
+  const auto voxels = static_cast<std::uint64_t>(r.info.voxels_per_volume);
+  if (r.memory_left / sizeof(float) / voxels < static_cast<std::uint64_t>(r.info.n_volumes))
+    return error("Insufficient memory\n");
+  return std::nullopt;
+}
+
+/// Memory that grows with what is read into it.
+class Growing_memory {
+ public:
+  [[nodiscard]] char* data() { return memory_.get(); }
+  [[nodiscard]] std::size_t size() const { return size_; }
+  [[nodiscard]] bool grow(std::size_t size) {
+    if (size <= size_) return true;
+    void* larger = std::realloc(memory_.get(), size);
+    if (larger == nullptr) return false;
+    [[maybe_unused]] const char* moved = memory_.release();
+    memory_.reset(static_cast<char*>(larger));
+    size_ = size;
+    return true;
+  }
+  /// Gives the memory away as floats.
+  Nifti_volume release() {
+    size_ = 0;
+    return Nifti_volume(reinterpret_cast<float*>(memory_.release()));
+  }
+
+ private:
+  Q_heap_memory<char> memory_;
+  std::size_t size_ = 0;
+};
+
+/// Reads one volume as it is stored, in one go when the data that it needs are known or likely to
+/// be there. Compressed data that promise more are believed as far as they have come.
+Failure read_stored(Reading& r, std::int64_t volume, Growing_memory& memory) {
+  const std::size_t wanted = r.stored_bytes();
+  std::size_t done = 0;
+  while (done < wanted) {
+    std::size_t size = wanted;
+    if (r.source->compressed()) {
+      const std::uint64_t believed =
+          std::max<std::uint64_t>(FIRST_BLOCK, USUAL_COMPRESSION * r.source->file_size());
+      // What has been read of this volume, or of one before it, may well come once more.
+      const std::uint64_t seen = volume > 0 ? wanted : 2 * std::uint64_t{done};
+      size = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, std::max(believed, seen)));
+    }
+    if (size / r.type->bytes() > r.memory_left / sizeof(float) || !memory.grow(size))
+      return error("Insufficient memory\n");
+    done += r.source->read(memory.data() + done, size - done);
+    if (done < size) return r.unexpected_end(volume);
+  }
+  return std::nullopt;
+}
+
+Failure read_volumes(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti_volume>& volumes) {
+  const auto voxels = static_cast<std::size_t>(r.info.voxels_per_volume);
+  const bool as_floats = r.type->code == NIFTI_FLOAT32;
+  Growing_memory stored;
+  for (std::int64_t volume = 0; volume < r.info.n_volumes; ++volume) {
+    if (const Failure failure = read_stored(r, volume, stored)) return failure;
+    const char* bytes = stored.data();
+    Nifti_volume values =
+        as_floats ? stored.release()
+                  : Nifti_volume(static_cast<float*>(std::malloc(voxels * sizeof(float))));
+    if (values == nullptr) return error("Insufficient memory\n");
+    r.type->convert(bytes, r.info.other_order, scaling, values.get(), voxels);
+    r.memory_left -= voxels * sizeof(float);
+    volumes.push_back(std::move(values));
+  }
+  return std::nullopt;
+}
+
+Failure find_scaling(const Reading& r, Nifti_scaling& scaling) {
+  const Nifti_header& h = r.info.header;
+  scaling.applies =
+      h.scl_slope != 0 && std::isfinite(h.scl_slope) && !(h.scl_slope == 1 && h.scl_inter == 0);
+  if (!scaling.applies) return std::nullopt;
+  if (!std::isfinite(h.scl_inter))
+    return error("Header of NIfTI file '%s' defines a wrong scaling", r.name.c_str());
+  scaling.slope = h.scl_slope;
+  scaling.intercept = h.scl_inter;
+  return std::nullopt;
+}
+
+Failure read_image(Reading& r, const Nifti_options& options, std::vector<Nifti_volume>& volumes) {
+  Nifti_scaling scaling;
+  if (Failure failure = go_to_voxels(r)) return failure;
+  if (Failure failure = check_type(r, options.all_types)) return failure;
+  if (Failure failure = check_room(r, options)) return failure;
+  if (Failure failure = find_scaling(r, scaling)) return failure;
+  if (Failure failure = read_volumes(r, scaling, volumes)) return failure;
+  if (!r.source->sound()) return r.unexpected_end(r.info.n_volumes - 1);
+
+  Nifti_header& h = r.info.header;
+  h.datatype = NIFTI_FLOAT32;
+  h.bitpix = 8 * sizeof(float);
+  if (scaling.applies) {
+    h.scl_slope = 1;
+    h.scl_inter = 0;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> nifti_find_file(const std::string& path) {
+  if (kind_of(path)) return path;
+  for (const auto& row : KINDS)
+    if (Q_file_exists("%s%s", path.c_str(), row.ending) != 0) return path + row.ending;
+  return std::nullopt;
+}
+
+Nifti_result<Nifti_info> nifti_read_info(const std::string& path) {
+  Reading reading;
+  if (Failure failure = open_image(reading, path)) return *failure;
+  return reading.info;
+}
+
+Nifti_result<Nifti_image> nifti_read(const std::string& path, const Nifti_options& options) {
+  Reading reading;
+  if (Failure failure = open_image(reading, path)) return *failure;
+  Nifti_image image;
+  if (Failure failure = read_image(reading, options, image.volumes)) return *failure;
+  static_cast<Nifti_info&>(image) = reading.info;
+  return image;
+}

@@ -1,0 +1,57 @@
+#include "imaging/nifti_source.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace {
+
+constexpr unsigned STREAM_BUFFER = 1U << 17;
+/// The most that one call of zlib or of the system reads.
+constexpr std::size_t LONGEST_READ = std::size_t{1} << 30;
+
+}  // namespace
+
+std::optional<Nifti_source> Nifti_source::open(const std::string& path, bool compressed) {
+  Nifti_source source;
+  source.file_ = Q_fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!source.file_ || fstat(source.file_.get(), &status) != 0) return std::nullopt;
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return std::nullopt;
+  source.file_size_ = static_cast<std::uint64_t>(status.st_size);
+  if (compressed) {
+    source.stream_.reset(gzdopen(source.file_.get(), "rb"));
+    if (source.stream_ == nullptr) return std::nullopt;
+    [[maybe_unused]] const int owned_by_stream = source.file_.release();
+    gzbuffer(source.stream_.get(), STREAM_BUFFER);
+  }
+  return source;
+}
+
+std::size_t Nifti_source::read(char* to, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const std::size_t wanted = std::min(size - done, LONGEST_READ);
+    const ssize_t got = stream_ != nullptr
+                            ? gzread(stream_.get(), to + done, static_cast<unsigned>(wanted))
+                            : ::read(file_.get(), to + done, wanted);
+    if (got < 0 && stream_ == nullptr && errno == EINTR) continue;
+    if (got <= 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return done;
+}
+
+bool Nifti_source::seek(std::int64_t offset) {
+  if (offset < 0) return false;
+  if (stream_ != nullptr) return gzseek(stream_.get(), offset, SEEK_SET) == offset;
+  return lseek(file_.get(), offset, SEEK_SET) == offset;
+}
+
+bool Nifti_source::sound() {
+  char beyond = 0;
+  return stream_ == nullptr || gzread(stream_.get(), &beyond, 1) >= 0;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+// The bytes of an image's file, compressed or not.
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "util/handles.h"
+
+/// A file open for reading. Only regular files are taken, so that nothing waits for a named pipe.
+class Nifti_source {
+ public:
+  /// Opens a file; a compressed one when asked to, which may then also not be compressed. Nothing
+  /// when that fails.
+  static std::optional<Nifti_source> open(const std::string& path, bool compressed);
+
+  /// Reads up to `size` bytes, fewer only at the end of the data or where they are damaged.
+  std::size_t read(char* to, std::size_t size);
+  /// Goes to a byte of the uncompressed data; false when there is no such place.
+  bool seek(std::int64_t offset);
+  /// Whether the data are undamaged as far as one can tell. Compressed data have a check sum behind
+  /// them, which is looked at when all before it has been read. Reads on, so this comes last.
+  bool sound();
+
+  /// The number of bytes of the file itself.
+  [[nodiscard]] std::uint64_t file_size() const { return file_size_; }
+  [[nodiscard]] bool compressed() const { return stream_ != nullptr; }
+
+ private:
+  Q_fd file_;
+  Q_gz_file stream_;
+  std::uint64_t file_size_ = 0;
+};
