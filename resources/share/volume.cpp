@@ -154,21 +154,23 @@ std::size_t count(const Mask& mask) {
 Volume smooth(const Volume& volume, double fwhm_mm) {
   const double sigma = fwhm_mm / voxel_mm / std::sqrt(8 * std::log(2.0));
   const int reach = int(std::ceil(4 * sigma));
-  std::vector<double> kernel(std::size_t(2 * reach + 1));
+  std::vector<double> kernel;
   double sum = 0;
-  for (int step = -reach; step <= reach; ++step)
-    sum += kernel[std::size_t(step + reach)] = std::exp(-0.5 * step * step / (sigma * sigma));
+  for (int step = -reach; step <= reach; ++step) {
+    kernel.push_back(std::exp(-0.5 * step * step / (sigma * sigma)));
+    sum += kernel.back();
+  }
   for (double& weight : kernel) weight /= sum;
 
   Volume smoothed = volume;
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const Volume before = std::exchange(smoothed, Volume(volume.size()));
     for_each_voxel([&](Voxel v, std::size_t index) {
-      const int centre = v[axis];
+      v[axis] -= reach;
       double value = 0;
-      for (int step = -reach; step <= reach; ++step) {
-        v[axis] = centre + step;
-        value += kernel[std::size_t(step + reach)] * double(value_at(mni_grid(), before, v));
+      for (const double weight : kernel) {
+        value += weight * double(value_at(mni_grid(), before, v));
+        ++v[axis];
       }
       smoothed[index] = float(value);
     });
