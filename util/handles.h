@@ -49,6 +49,8 @@ class Q_fd {
 
   [[nodiscard]] int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
+  /// Gives the descriptor to someone else to close.
+  [[nodiscard]] int release() { return std::exchange(fd_, -1); }
   void reset() {
     if (fd_ >= 0) close(fd_);
     fd_ = -1;

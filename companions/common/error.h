@@ -7,3 +7,6 @@
 struct Refusal : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+
+/// Thrown out of a computation after the user or the system has asked it to end.
+struct Cancelled {};

@@ -19,9 +19,9 @@
 #include <new>
 #include <span>
 #include <stdexcept>
-#include <utility>
 
 #include "companions/common/error.h"
+#include "util/handles.h"
 
 namespace {
 
@@ -95,30 +95,6 @@ void swap_header(Header& h) {
             h.srow[1], h.srow[2]);
 }
 
-/// A file descriptor that is closed at the end of its scope.
-struct Descriptor {
-  int fd = -1;
-  explicit Descriptor(int opened) : fd(opened) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (fd >= 0) close(fd);
-  }
-  int release() { return std::exchange(fd, -1); }
-};
-
-/// A zlib stream that is closed at the end of its scope.
-struct Stream {
-  gzFile file = nullptr;
-  explicit Stream(gzFile opened) : file(opened) {}
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
-  ~Stream() {
-    if (file != nullptr) gzclose(file);
-  }
-  gzFile release() { return std::exchange(file, nullptr); }
-};
-
 /// Why the last call on the stream failed.
 std::string stream_error(gzFile file) {
   int code = Z_OK;
@@ -141,17 +117,17 @@ std::size_t read_bytes(gzFile file, const std::string& path, void* to, std::size
   return done;
 }
 
-gzFile open_to_read(const std::string& path) {
+Q_gz_file open_to_read(const std::string& path) {
   // Not blocking, so that a named pipe is refused below instead of waited for.
-  Descriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  Q_fd descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
-  if (descriptor.fd < 0 || fstat(descriptor.fd, &status) != 0)
+  if (!descriptor || fstat(descriptor.get(), &status) != 0)
     refuse(path, std::string("cannot be opened: ") + std::strerror(errno));
   if (!S_ISREG(status.st_mode)) refuse(path, "is not a file");
-  gzFile file = gzdopen(descriptor.fd, "rb");
+  Q_gz_file file(gzdopen(descriptor.get(), "rb"));
   if (file == nullptr) refuse(path, "cannot be opened: out of memory");
-  descriptor.release();
-  gzbuffer(file, 1 << 17);
+  [[maybe_unused]] const int owned_by_file = descriptor.release();
+  gzbuffer(file.get(), 1 << 17);
   return file;
 }
 
@@ -254,11 +230,13 @@ Scaling checked_scaling(const std::string& path, const Header& h) {
 template <typename T>
 void append_as(std::span<const char> bytes, bool other_order, Scaling scaling,
                std::vector<float>& values) {
-  for (std::size_t at = 0; at < bytes.size(); at += sizeof(T)) {
+  const std::size_t first = values.size();
+  values.resize(first + bytes.size() / sizeof(T));
+  for (std::size_t at = first; at < values.size(); ++at) {
     T raw;
-    std::memcpy(&raw, bytes.data() + at, sizeof raw);
+    std::memcpy(&raw, bytes.data() + (at - first) * sizeof raw, sizeof raw);
     if (other_order) raw = swapped(raw);
-    values.push_back(float(double(raw) * scaling.slope + scaling.intercept));
+    values[at] = float(double(raw) * scaling.slope + scaling.intercept);
   }
 }
 
@@ -446,18 +424,36 @@ const Grid& mni_grid() {
   return grid;
 }
 
-Image read_image(const std::string& path) {
-  const Stream stream(open_to_read(path));
-  Header header{};
-  const bool other_order = read_header(stream.file, path, header);
+namespace {
+
+/// The image of the header alone, not yet turned, with what is needed to read its voxels.
+Image placed_image(gzFile file, const std::string& path, Header& header, bool& other_order) {
+  other_order = read_header(file, path, header);
   Image image;
   image.grid.size = checked_size(path, header);
   place(path, header, image);
   image.intent_code = header.intent_code;
   image.intent_p1 = header.intent_p1;
   image.description.assign(header.descrip, strnlen(header.descrip, sizeof header.descrip));
+  return image;
+}
+
+}  // namespace
+
+std::string read_description(const std::string& path) {
+  const Q_gz_file file = open_to_read(path);
+  Header header{};
+  bool other_order = false;
+  return placed_image(file.get(), path, header, other_order).description;
+}
+
+Image read_image(const std::string& path) {
+  const Q_gz_file file = open_to_read(path);
+  Header header{};
+  bool other_order = false;
+  Image image = placed_image(file.get(), path, header, other_order);
   try {
-    read_voxels(stream.file, path, header, other_order, image);
+    read_voxels(file.get(), path, header, other_order, image);
     turn_to_ras(image);
   } catch (const std::bad_alloc&) {
     refuse(path, "is too large for the memory of this computer");
@@ -471,27 +467,27 @@ void write_image(const std::string& path, const Image& image) {
       image.values.size() != image.grid.voxels())
     throw std::invalid_argument("write_image: the values do not fill the grid");
 
-  Descriptor descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (descriptor.fd < 0) refuse_writing(path, std::strerror(errno));
+  Q_fd descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (!descriptor) refuse_writing(path, std::strerror(errno));
   // zlib closes its descriptor at the end, so it gets a second one: fsync comes after that.
-  Descriptor duplicate(fcntl(descriptor.fd, F_DUPFD_CLOEXEC, 0));
-  if (duplicate.fd < 0) refuse_writing(path, std::strerror(errno));
+  Q_fd duplicate(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0));
+  if (!duplicate) refuse_writing(path, std::strerror(errno));
   // zlib writes neither a name nor a time into the gzip header; "T" means no compression.
-  Stream stream(gzdopen(duplicate.fd, path.ends_with(".gz") ? "wb6" : "wbT"));
-  if (stream.file == nullptr) refuse_writing(path, "out of memory");
-  duplicate.release();
-  gzbuffer(stream.file, 1 << 17);
+  Q_gz_file file(gzdopen(duplicate.get(), path.ends_with(".gz") ? "wb6" : "wbT"));
+  if (file == nullptr) refuse_writing(path, "out of memory");
+  [[maybe_unused]] const int owned_by_file = duplicate.release();
+  gzbuffer(file.get(), 1 << 17);
 
   const Header header = header_of(image);
   constexpr std::array<char, first_voxel_offset - sizeof(Header)> no_extension{};
-  write_bytes(stream.file, path, std::span(reinterpret_cast<const char*>(&header), sizeof header));
-  write_bytes(stream.file, path, no_extension);
-  write_bytes(stream.file, path,
+  write_bytes(file.get(), path, std::span(reinterpret_cast<const char*>(&header), sizeof header));
+  write_bytes(file.get(), path, no_extension);
+  write_bytes(file.get(), path,
               std::span(reinterpret_cast<const char*>(image.values.data()),
                         image.values.size() * sizeof(float)));
   errno = 0;
-  if (const int code = gzclose(stream.release()); code != Z_OK)
+  if (const int code = gzclose(file.release()); code != Z_OK)
     refuse_writing(path, errno != 0 ? std::strerror(errno) : "error " + std::to_string(code));
-  if (fsync(descriptor.fd) != 0 || close(descriptor.release()) != 0)
+  if (fsync(descriptor.get()) != 0 || close(descriptor.release()) != 0)
     refuse_writing(path, std::strerror(errno));
 }

@@ -35,9 +35,9 @@ const Grid& mni_grid();
 struct Image {
   Grid grid;
   Space space = Space::mni;
-  int intent_code = 0;      ///< NIfTI intent: 0 none, 3 t statistic, 5 z score
-  float intent_p1 = 0;      ///< first intent parameter: degrees of freedom of a t statistic
-  std::string description;  ///< "descrip" of the header; cut at 79 bytes when written
+  int intent_code = 0;        ///< NIfTI intent: 0 none, 3 t statistic, 5 z score
+  float intent_p1 = 0;        ///< first intent parameter: degrees of freedom of a t statistic
+  std::string description;    ///< "descrip" of the header; cut at 79 bytes when written
   std::vector<float> values;  ///< grid.voxels() values, scaled by the header's slope and intercept
 };
 
@@ -45,6 +45,10 @@ struct Image {
 /// types. Throws Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, holds
 /// more than one volume, or ends early.
 Image read_image(const std::string& path);
+
+/// The description in the header of such a file, as read_image() would give it. Throws Refusal when
+/// the header is none of an image that read_image() reads.
+std::string read_description(const std::string& path);
 
 /// Writes a 32-bit float image (gzip when the path ends with ".gz") and flushes it to the disk.
 /// The same image always gives the same bytes. Throws Refusal, naming the file, when the disk

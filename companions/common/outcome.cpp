@@ -1,0 +1,33 @@
+#include "companions/common/outcome.h"
+
+#include <exception>
+#include <new>
+
+#include "companions/common/cancel.h"
+#include "companions/common/error.h"
+#include "companions/common/progress.h"
+
+std::string joined_words(int argc, char** argv) {
+  std::string text;
+  for (int i = 1; i < argc; ++i) {
+    if (i > 1) text += ' ';
+    text += argv[i];
+  }
+  return text;
+}
+
+int exit_status_of(const std::function<bool()>& work) {
+  catch_cancel_signals();
+  try {
+    return work() ? 0 : 1;
+  } catch (const Cancelled&) {
+    say_cancelled();
+  } catch (const Refusal& refusal) {
+    say_warning(refusal.what());
+  } catch (const std::bad_alloc&) {
+    say_warning("There is not enough memory for this command.");
+  } catch (const std::exception& error) {
+    say_warning(std::string("The command failed: ") + error.what() + ".");
+  }
+  return 1;
+}

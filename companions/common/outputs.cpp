@@ -1,0 +1,152 @@
+#include "companions/common/outputs.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "companions/common/error.h"
+#include "companions/common/text_file.h"
+#include "util/whole_file.h"
+
+namespace {
+
+const std::string stage = ".kvo_new";
+const std::string sub_folder = "pp";
+const std::string journal = stage + "/moves";
+const std::string move_word = "move ";
+const std::string remove_word = "remove ";
+
+[[noreturn]] void refuse_folder(const std::string& what) {
+  throw Refusal("The working folder cannot be written: " + what + ".");
+}
+
+Q_fd lock_folder() {
+  Q_fd folder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) refuse_folder(std::strerror(errno));
+  // File systems without locks are used without one.
+  if (flock(folder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    throw Refusal("Another command is running in this folder. Please wait until it has ended.");
+  return folder;
+}
+
+/// Whether the name stands for a file of the working folder or of its folder "pp", and nowhere
+/// else.
+bool is_output_name(std::string_view name) {
+  if (name.starts_with(sub_folder + "/")) name.remove_prefix(sub_folder.size() + 1);
+  return !name.empty() && name.front() != '.' && name.find('/') == std::string_view::npos;
+}
+
+void discard() {
+  std::error_code ignored;
+  std::filesystem::remove_all(stage, ignored);
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+void flush_folder(const std::string& path) {
+  const Q_fd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder) fsync(folder.get());
+}
+
+/// Makes the moves of the journal that have not been made.
+void make_moves() {
+  const std::string moves = read_text(journal);
+  for (const TextLine& line : filled_lines(moves)) {
+    if (line.text.starts_with(move_word)) {
+      const std::string name(line.text.substr(move_word.size()));
+      if (!is_output_name(name) || !exists(stage + "/" + name)) continue;
+      if (name.starts_with(sub_folder + "/")) mkdir(sub_folder.c_str(), 0777);
+      if (rename((stage + "/" + name).c_str(), name.c_str()) != 0)
+        throw Refusal("'" + name + "' cannot be replaced: " + std::strerror(errno) + ".");
+    } else if (line.text.starts_with(remove_word)) {
+      const std::string name(line.text.substr(remove_word.size()));
+      if (is_output_name(name)) unlink(name.c_str());
+    }
+  }
+  flush_folder(sub_folder);
+  flush_folder(".");
+  discard();
+}
+
+Leftovers recover_locked() {
+  struct stat status {};
+  if (lstat(stage.c_str(), &status) != 0) return Leftovers::none;
+  // What is a link, or no folder, is not ours to follow.
+  if (S_ISDIR(status.st_mode) && exists(journal)) {
+    make_moves();
+    return Leftovers::completed;
+  }
+  discard();
+  return Leftovers::discarded;
+}
+
+void check_place(const std::string& name) {
+  struct stat status {};
+  if (lstat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+    throw Refusal("'" + name + "' cannot be replaced: it is a folder.");
+}
+
+}  // namespace
+
+Leftovers recover_folder() {
+  if (!exists(stage)) return Leftovers::none;
+  const Q_fd lock = lock_folder();
+  return recover_locked();
+}
+
+void check_folder_writable() {
+  if (access(".", W_OK | X_OK) != 0) refuse_folder(std::strerror(errno));
+}
+
+Outputs::Outputs() : lock_(lock_folder()) {
+  recover_locked();
+  if (mkdir(stage.c_str(), 0777) != 0 || mkdir((stage + "/" + sub_folder).c_str(), 0777) != 0)
+    refuse_folder(std::strerror(errno));
+}
+
+Outputs::~Outputs() {
+  if (!exists(journal)) discard();
+}
+
+std::string Outputs::path_of(const std::string& name) {
+  if (!is_output_name(name)) throw Refusal("'" + name + "' cannot be the name of an output.");
+  moved_.push_back(name);
+  return stage + "/" + name;
+}
+
+void Outputs::write_text(const std::string& name, std::string_view text) {
+  if (!Q_write_whole(path_of(name).c_str(), text))
+    throw Refusal("'" + name + "' cannot be written: " + std::strerror(errno) + ".");
+}
+
+void Outputs::remove(const std::string& name) {
+  removed_.push_back(name);
+}
+
+void Outputs::commit() {
+  struct stat status {};
+  if (lstat(sub_folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+    throw Refusal("'" + sub_folder + "' is not a folder.");
+  std::string moves;
+  for (const std::string& name : moved_) {
+    check_place(name);
+    moves += move_word + name + "\n";
+  }
+  for (const std::string& name : removed_)
+    if (std::find(moved_.begin(), moved_.end(), name) == moved_.end())
+      moves += remove_word + name + "\n";
+  flush_folder(stage + "/" + sub_folder);
+  if (!Q_write_whole(journal.c_str(), moves)) refuse_folder(std::strerror(errno));
+  flush_folder(stage);
+  make_moves();
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+// All or nothing: the outputs of a command take their places together, or the folder stays as it
+// was. They are first written below a hidden folder of the working folder. A list of all the moves
+// that are to follow is written last, whole or not at all; from then on the command has happened,
+// and whoever opens the folder next makes the moves that a crash has left undone.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "util/handles.h"
+
+enum class Leftovers { none, discarded, completed };
+
+/// Brings the working folder in order after a command that was killed: discards outputs that were
+/// not complete, finishes the moves of those that were. Throws Refusal when another command is
+/// running in the folder.
+Leftovers recover_folder();
+
+/// Throws Refusal when the working folder cannot be written.
+void check_folder_writable();
+
+class Outputs {
+ public:
+  /// Locks the working folder, recovers it and begins. Throws Refusal when another command is
+  /// running in it or it cannot be written.
+  Outputs();
+  /// Discards everything that was not committed.
+  ~Outputs();
+  Outputs(const Outputs&) = delete;
+  Outputs& operator=(const Outputs&) = delete;
+
+  /// The place where the output that will be called `name` (in the working folder, or below its
+  /// folder "pp") is to be written now. Not to be called by two threads at once.
+  std::string path_of(const std::string& name);
+  /// Writes a whole text as the output `name`.
+  void write_text(const std::string& name, std::string_view text);
+  /// Has a file of the working folder removed at the end; one that is not there is no error.
+  void remove(const std::string& name);
+
+  /// Puts everything in its place. Throws Refusal, with nothing changed, when a place is taken by
+  /// something that is not a file.
+  void commit();
+
+ private:
+  Q_fd lock_;
+  std::vector<std::string> moved_, removed_;
+};

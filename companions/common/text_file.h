@@ -1,0 +1,48 @@
+#pragma once
+
+// Reading of the small text files of the working folder, any of which a stranger may have written.
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The whole content of a text file. Throws Refusal, naming the file, when it cannot be read, is no
+/// regular file, is larger than 64 MiB, or is no text (a byte of value 0 or 255, a byte order mark,
+/// a line of more bytes than any reader of the suite takes in).
+std::string read_text(const std::string& path);
+
+struct TextLine {
+  std::string_view text;
+  std::size_t number;  ///< counted from 1, blank lines included
+};
+
+/// The lines of a text that are not blank, without white space at their ends. A line ends at a line
+/// feed, a carriage return, or one followed by the other.
+std::vector<TextLine> filled_lines(std::string_view text);
+
+/// The text without white space at both ends.
+std::string_view trimmed(std::string_view text);
+
+/// The words of a text, which stand between blanks and tabs.
+std::vector<std::string_view> words(std::string_view text);
+
+/// The number that the whole text is, in C notation; nothing when it is none or not finite.
+std::optional<double> number_of(std::string_view text);
+
+/// The shortest decimal text that reads back as the same number.
+std::string text_of(double number);
+
+/// SHA-256 of the bytes, in hexadecimal.
+std::string checksum(std::string_view bytes);
+
+/// checksum() of a file of any kind and up to 1 GiB. Throws Refusal when it cannot be read.
+std::string file_checksum(const std::string& path);
+
+/// Why the text cannot be a name of a study or map, which becomes part of file names: "is empty",
+/// "begins with a full stop"; null when it can.
+const char* name_fault(std::string_view name);
+
+/// "'path', line 7: " for the beginning of a refusal.
+std::string at_line(const std::string& path, std::size_t line);

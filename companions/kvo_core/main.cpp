@@ -1,0 +1,16 @@
+// Carries out one command of the suite's language in the current folder. The words of the command
+// are the arguments; how it goes on is told on standard output. Started by kvo_parse.
+
+#include "companions/common/outcome.h"
+#include "companions/common/progress.h"
+#include "companions/kvo_core/verbs.h"
+
+int main(int argc, char** argv) {
+  return exit_status_of([&] {
+    const Command command = parse_command(joined_words(argc, argv), all_verbs());
+    check_command(command);
+    command.verb->run(command);
+    say_done();
+    return true;
+  });
+}

@@ -1,0 +1,76 @@
+#include "companions/kvo_core/mask.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "companions/common/error.h"
+#include "companions/common/install.h"
+
+namespace {
+
+Image read_on_mni_grid(const std::string& path) {
+  Image image = read_image(path);
+  if (!(image.grid == mni_grid()))
+    throw Refusal("'" + path + "' is not on the MNI grid of 91 x 109 x 91 voxels of 2 mm.");
+  return image;
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0;
+}
+
+}  // namespace
+
+Voxel Mask::voxel(std::size_t n) const {
+  const auto [nx, ny, nz] = mni_grid().size;
+  const int index = int(grid_index[n]);
+  return {index % nx, index / nx % ny, index / (nx * ny)};
+}
+
+std::string mask_path(const std::string& name) {
+  const std::string file = "mask_" + name + ".nii.gz";
+  const std::string shared = share_path(file);
+  if (exists(shared)) return shared;
+  if (exists(file)) return file;
+  throw Refusal("There is no mask '" + name +
+                "': neither the share folder nor the working folder has '" + file + "'.");
+}
+
+Mask read_mask(const std::string& path) {
+  const Image image = read_on_mni_grid(path);
+  const std::size_t plane = std::size_t(image.grid.size[0]) * std::size_t(image.grid.size[1]);
+  Mask mask;
+  mask.inside.resize(image.values.size());
+  for (std::size_t index = 0; index < image.values.size(); ++index) {
+    if (index % plane == 0) mask.slice_begin.push_back(mask.size());
+    mask.inside[index] = image.values[index] > 0;
+    if (mask.inside[index]) mask.grid_index.push_back(std::uint32_t(index));
+  }
+  mask.slice_begin.push_back(mask.size());
+  if (mask.size() == 0) throw Refusal("'" + path + "' has no voxel above 0.");
+  return mask;
+}
+
+std::vector<float> read_map(const std::string& path, const Mask& mask) {
+  const Image image = read_on_mni_grid(path);
+  std::vector<float> map;
+  map.reserve(mask.size());
+  for (const std::uint32_t index : mask.grid_index) map.push_back(image.values[index]);
+  if (!std::all_of(map.begin(), map.end(), [](float value) { return std::isfinite(value); }))
+    throw Refusal("'" + path + "' has values in the mask that are not finite.");
+  return map;
+}
+
+void write_map(const std::string& path, const Mask& mask, const std::vector<float>& map,
+               const std::string& description, int intent_code, float outside) {
+  Image image;
+  image.grid = mni_grid();
+  image.intent_code = intent_code;
+  image.description = description;
+  image.values.assign(image.grid.voxels(), outside);
+  for (std::size_t n = 0; n < mask.size(); ++n) image.values[mask.grid_index[n]] = map[n];
+  write_image(path, image);
+}

@@ -1,0 +1,177 @@
+#include "companions/kvo_core/meta_analysis.h"
+
+#include <algorithm>
+
+#include "companions/common/error.h"
+#include "companions/common/parallel.h"
+#include "companions/common/progress.h"
+#include "companions/common/text_file.h"
+#include "companions/kvo_core/peak_map.h"
+
+namespace {
+
+constexpr std::size_t randomization_dots = 30;
+
+[[noreturn]] void refuse_changed(const std::string& what) {
+  throw Refusal(what + " since preprocessing. Please run preprocessing again.");
+}
+
+std::string recorded(const std::map<std::string, std::string>& facts, const std::string& key) {
+  const auto found = facts.find(key);
+  return found == facts.end() ? "" : found->second;
+}
+
+Member checked_member(const PpRecord& record, const Study& study) {
+  const std::string facts = recorded(record.studies, study.name);
+  if (facts.empty())
+    throw Refusal("Study '" + study.name +
+                  "' has not been preprocessed. Please run preprocessing again.");
+  if (facts != map_facts(study))
+    refuse_changed("The table's line of study '" + study.name + "' has changed (from " + facts +
+                   " to " + map_facts(study) + ")");
+  StudyPeaks peaks = read_peaks(study);
+  if (peaks.checksum != recorded(record.checksums, peaks_file(study)))
+    refuse_changed("'" + peaks_file(study) + "' has changed");
+  return {study, std::move(peaks.peaks)};
+}
+
+std::vector<const float*> pointers_at(const std::vector<std::vector<float>>& maps,
+                                      std::size_t begin) {
+  std::vector<const float*> pointers;
+  for (const std::vector<float>& map : maps) pointers.push_back(map.data() + begin);
+  return pointers;
+}
+
+std::size_t largest_slice(const Mask& mask) {
+  std::size_t largest = 0;
+  for (std::size_t k = 0; k < mask.slices(); ++k)
+    largest = std::max(largest, mask.slice_begin[k + 1] - mask.slice_begin[k]);
+  return largest;
+}
+
+/// What one thread needs to compute the statistic of a slice of a randomization.
+struct Workspace {
+  PeakMap::Plane plane;
+  StudyMaps maps;
+  std::vector<float> z;
+  std::vector<Voxel> voxels;
+
+  Workspace(std::size_t studies, std::size_t slice)
+      : maps{std::vector(studies, std::vector<float>(slice)),
+             std::vector(studies, std::vector<float>(slice))},
+        z(slice) {}
+};
+
+/// A study as the randomizations see it.
+struct MovingStudy {
+  PeakMap map;
+  VarianceOfG variance;
+  std::uint64_t hash;
+};
+
+std::vector<MovingStudy> moving_studies(const MetaAnalysis& meta) {
+  std::vector<MovingStudy> studies;
+  for (const Member& member : meta.members) {
+    // Peaks too far from the mask for their kernel to reach it are no part of what was found in it.
+    std::vector<Peak> reaching;
+    const PeakMap all(meta.record.fwhm, member.peaks);
+    for (std::size_t p = 0; p < member.peaks.size(); ++p)
+      if (all.reaches(all.peaks()[p], meta.mask)) reaching.push_back(member.peaks[p]);
+    studies.push_back({PeakMap(meta.record.fwhm, reaching), variance_of_g(member.study.sample),
+                       name_hash(member.study.name)});
+  }
+  return studies;
+}
+
+}  // namespace
+
+std::string effect_map_file(const std::string& study) {
+  return "pp/" + study + "_g.nii.gz";
+}
+
+std::string variance_map_file(const std::string& study) {
+  return "pp/" + study + "_var.nii.gz";
+}
+
+MetaAnalysis open_meta_analysis(const std::string& filter) {
+  MetaAnalysis meta;
+  meta.record = read_pp_record();
+  const StudyTable table = read_study_table();
+  const std::vector<std::size_t> chosen = filtered_studies(table, filter);
+  for (const std::size_t i : chosen)
+    meta.members.push_back(checked_member(meta.record, table.studies[i]));
+  meta.left_out = table.studies.size() - chosen.size();
+  const std::string path = mask_path(meta.record.mask);
+  if (file_checksum(path) !=
+      recorded(meta.record.checksums, "mask_" + meta.record.mask + ".nii.gz"))
+    refuse_changed("The mask '" + meta.record.mask + "' has changed");
+  meta.mask = read_mask(path);
+  return meta;
+}
+
+std::vector<const float*> StudyMaps::effects(std::size_t begin) const {
+  return pointers_at(g, begin);
+}
+
+std::vector<const float*> StudyMaps::variances(std::size_t begin) const {
+  return pointers_at(var, begin);
+}
+
+StudyMaps read_study_maps(const MetaAnalysis& meta) {
+  const std::size_t studies = meta.members.size();
+  Action action("Reading the maps of " + std::to_string(studies) + " studies", 2 * studies);
+  StudyMaps maps;
+  maps.g.resize(studies);
+  maps.var.resize(studies);
+  in_parallel(2 * studies, [&](std::size_t i, std::size_t) {
+    const std::string& name = meta.members[i / 2].study.name;
+    if (i % 2 == 0) {
+      maps.g[i / 2] = read_map(effect_map_file(name), meta.mask);
+    } else {
+      const std::string file = variance_map_file(name);
+      std::vector<float>& var = maps.var[i / 2] = read_map(file, meta.mask);
+      if (std::any_of(var.begin(), var.end(), [](float value) { return !(value > 0); }))
+        throw Refusal("'" + file + "' has a variance in the mask that is not above 0.");
+    }
+    action.step();
+  });
+  action.finish();
+  return maps;
+}
+
+NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& observed,
+                            const Statistic& statistic) {
+  const auto threads = std::size_t(omp_get_max_threads());
+  const std::vector<MovingStudy> studies = moving_studies(meta);
+  const std::size_t repeats = meta.record.randomizations, slices = meta.mask.slices();
+  Action action("Moving the peaks to random places (" + std::to_string(repeats) +
+                    (repeats == 1 ? " time)" : " times)"),
+                repeats * slices, randomization_dots);
+  NullDistribution null(observed, repeats, threads);
+  std::vector<Workspace> workspaces(threads, Workspace(studies.size(), largest_slice(meta.mask)));
+
+  // A slice at a time, so that all the studies' values of it stay in the cache, and memory does not
+  // grow with whole maps of every study.
+  in_parallel(repeats * slices, [&](std::size_t item, std::size_t thread) {
+    const std::size_t repeat = item / slices, k = item % slices;
+    const std::size_t voxels = meta.mask.slice_begin[k + 1] - meta.mask.slice_begin[k];
+    Workspace& work = workspaces[thread];
+    for (std::size_t s = 0; s < studies.size() && voxels > 0; ++s) {
+      const MovingStudy& study = studies[s];
+      RandomStream random(meta.record.seed, repeat, study.hash);
+      work.voxels.clear();
+      for (std::size_t p = 0; p < study.map.peaks().size(); ++p)
+        work.voxels.push_back(meta.mask.voxel(random.below(std::uint32_t(meta.mask.size()))));
+      float* g = work.maps.g[s].data();
+      float* var = work.maps.var[s].data();
+      study.map.effects(work.voxels, int(k), meta.mask, work.plane, g);
+      for (std::size_t v = 0; v < voxels; ++v) var[v] = float(study.variance.at(g[v]));
+    }
+    if (voxels > 0) statistic(work.maps.effects(0), work.maps.variances(0), voxels, work.z.data());
+    null.count(std::span(work.z).first(voxels), repeat, thread);
+    action.step();
+  });
+  null.finish();
+  action.finish();
+  return null;
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+// The meta-analysis of the working folder as preprocessing left it, for the analyses that follow.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "companions/kvo_core/mask.h"
+#include "companions/kvo_core/null_distribution.h"
+#include "companions/kvo_core/peaks.h"
+#include "companions/kvo_core/pp_record.h"
+#include "companions/kvo_core/study_table.h"
+
+/// The names of a study's maps.
+std::string effect_map_file(const std::string& study);
+std::string variance_map_file(const std::string& study);
+
+/// A study that takes part in an analysis.
+struct Member {
+  Study study;
+  std::vector<Peak> peaks;
+};
+
+struct MetaAnalysis {
+  PpRecord record;
+  Mask mask;
+  std::vector<Member> members;
+  std::size_t left_out = 0;  ///< studies of the table that the filter leaves out
+};
+
+/// Reads everything but the maps. Throws Refusal when there was no preprocessing, when an input of
+/// a study that the filter lets through has changed since or was not preprocessed, and when the
+/// table or the filter is not as it should be.
+MetaAnalysis open_meta_analysis(const std::string& filter);
+
+/// The maps of the studies in the voxels of the mask.
+struct StudyMaps {
+  std::vector<std::vector<float>> g, var;
+  /// Pointers to voxel `begin` of each map.
+  [[nodiscard]] std::vector<const float*> effects(std::size_t begin) const;
+  [[nodiscard]] std::vector<const float*> variances(std::size_t begin) const;
+};
+
+/// Reads the maps, showing progress. Throws Refusal, naming the file, when one is missing, on
+/// another grid, or holds what cannot be an effect or a variance.
+StudyMaps read_study_maps(const MetaAnalysis& meta);
+
+/// A statistic of the studies' effects and variances at some voxels: writes as many z values.
+using Statistic =
+    std::function<void(std::span<const float* const> g, std::span<const float* const> var,
+                       std::size_t voxels, float* z)>;
+
+/// Repeats the statistic on studies whose peaks have been moved to random voxels of the mask, as
+/// often as preprocessing was told, showing progress, and compares `observed`, the z map of the
+/// studies as they are, with the results.
+NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& observed,
+                            const Statistic& statistic);

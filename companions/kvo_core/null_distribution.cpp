@@ -1,0 +1,151 @@
+#include "companions/kvo_core/null_distribution.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+#include "companions/common/text_file.h"
+
+namespace {
+
+constexpr int bins_per_unit = 1024;
+constexpr int max_z = 64;
+constexpr std::size_t bins = std::size_t(2) * max_z * bins_per_unit;
+
+/// The bin of a value, the outermost one for values beyond; never falls as the value rises.
+std::size_t bin_of(float value) {
+  const float position =
+      std::clamp((value + float(max_z)) * float(bins_per_unit), 0.0F, float(bins - 1));
+  return std::size_t(position);
+}
+
+double bin_edge(std::size_t bin) {
+  return double(bin) / bins_per_unit - max_z;
+}
+
+std::uint64_t mixed(std::uint64_t x) {
+  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ULL;
+  x = (x ^ (x >> 27)) * 0x94D049BB133111EBULL;
+  return x ^ (x >> 31);
+}
+
+constexpr std::uint64_t golden_gamma = 0x9E3779B97F4A7C15ULL;
+
+}  // namespace
+
+NullDistribution::NullDistribution(const std::vector<float>& observed, std::size_t randomizations,
+                                   std::size_t threads)
+    : observed_(observed), sorted_(observed), bin_begin_(bins + 1), threads_(threads) {
+  std::sort(sorted_.begin(), sorted_.end());
+  for (const float value : sorted_) ++bin_begin_[bin_of(value) + 1];
+  for (std::size_t bin = 0; bin < bins; ++bin) bin_begin_[bin + 1] += bin_begin_[bin];
+  for (NullCounts& counts : threads_) {
+    counts.by_rank.resize(sorted_.size() + 1);
+    counts.by_bin.resize(bins);
+    counts.largest.resize(randomizations, -std::numeric_limits<float>::infinity());
+  }
+}
+
+void NullDistribution::count(std::span<const float> values, std::size_t randomization,
+                             std::size_t thread) {
+  NullCounts& counts = threads_[thread];
+  float& largest = counts.largest[randomization];
+  for (const float value : values) {
+    const std::size_t bin = bin_of(value);
+    ++counts.by_bin[bin];
+    // Its rank is how many observed values are not above it; all but those of its own bin are
+    // known.
+    std::uint32_t rank = bin_begin_[bin];
+    const std::uint32_t end = bin_begin_[bin + 1];
+    if (rank != end)
+      rank = std::uint32_t(std::upper_bound(sorted_.begin() + rank, sorted_.begin() + end, value) -
+                           sorted_.begin());
+    ++counts.by_rank[rank];
+    largest = std::max(largest, value);
+  }
+}
+
+void NullDistribution::finish() {
+  NullCounts& all = threads_.front();
+  for (std::size_t t = 1; t < threads_.size(); ++t) {
+    const NullCounts& counts = threads_[t];
+    for (std::size_t i = 0; i < all.by_rank.size(); ++i) all.by_rank[i] += counts.by_rank[i];
+    for (std::size_t i = 0; i < all.by_bin.size(); ++i) all.by_bin[i] += counts.by_bin[i];
+    for (std::size_t i = 0; i < all.largest.size(); ++i)
+      all.largest[i] = std::max(all.largest[i], counts.largest[i]);
+  }
+  threads_.resize(1);
+  for (const std::uint64_t count : all.by_bin) values_ += count;
+  std::sort(all.largest.begin(), all.largest.end());
+}
+
+std::vector<float> NullDistribution::p() const {
+  // A null value is at least as large as an observed one when its rank is at least that one's.
+  std::vector<std::uint64_t> at_least = threads_.front().by_rank;
+  for (std::size_t rank = at_least.size() - 1; rank > 0; --rank)
+    at_least[rank - 1] += at_least[rank];
+  std::vector<float> p;
+  p.reserve(observed_.size());
+  for (const float value : observed_) {
+    const auto rank = std::upper_bound(sorted_.begin(), sorted_.end(), value) - sorted_.begin();
+    p.push_back(float((1.0 + double(at_least[std::size_t(rank)])) / (1.0 + double(values_))));
+  }
+  return p;
+}
+
+std::vector<float> NullDistribution::p_family_wise() const {
+  const std::vector<float>& largest = threads_.front().largest;
+  std::vector<float> p;
+  p.reserve(observed_.size());
+  for (const float value : observed_) {
+    const auto at_least = largest.end() - std::lower_bound(largest.begin(), largest.end(), value);
+    p.push_back(float((1.0 + double(at_least)) / (1.0 + double(largest.size()))));
+  }
+  return p;
+}
+
+double NullDistribution::quantile(double share, bool negative) const {
+  const std::vector<std::uint64_t>& counts = threads_.front().by_bin;
+  const double most = share * double(values_);
+  std::uint64_t beyond = 0;
+  if (negative) {
+    std::size_t bin = 0;
+    while (bin < bins && double(beyond + counts[bin]) <= most) beyond += counts[bin++];
+    return bin_edge(bin);
+  }
+  std::size_t bin = bins;
+  while (bin > 0 && double(beyond + counts[bin - 1]) <= most) beyond += counts[--bin];
+  return bin_edge(bin);
+}
+
+const std::vector<double>& NullDistribution::stored_shares() {
+  static const std::vector<double> shares = [] {
+    std::vector<double> list{0.5, 0.4, 0.3, 0.2};
+    for (int step = 20; step <= 140; ++step) {
+      // To three digits, so that the header reads well: 0.1, 0.0891, 0.0794 ...
+      char text[16];
+      std::snprintf(text, sizeof text, "%.3g", std::pow(10.0, -step / 20.0));
+      list.push_back(number_of(text).value());
+    }
+    return list;
+  }();
+  return shares;
+}
+
+RandomStream::RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash)
+    : state_(mixed(mixed(mixed(seed + golden_gamma) ^ name_hash) + randomization * golden_gamma)) {}
+
+std::uint64_t RandomStream::next() {
+  return mixed(state_ += golden_gamma);
+}
+
+std::uint32_t RandomStream::below(std::uint32_t limit) {
+  return std::uint32_t(((next() >> 32) * limit) >> 32);
+}
+
+std::uint64_t name_hash(const std::string& name) {
+  std::uint64_t hash = 0xCBF29CE484222325ULL;
+  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
+  return hash;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+// The null distribution of a map's z values: what they are when the studies' peaks lie anywhere.
+//
+// The null values are not kept. Each is counted twice: among the sorted z values of the map itself,
+// which makes every p value exact, and in bins of 1/1024, from which the quantiles come. So memory
+// does not depend on the number of randomizations, and counts do not depend on the order in which
+// threads come by.
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+/// The counts of one thread.
+struct NullCounts {
+  std::vector<std::uint64_t> by_rank, by_bin;
+  std::vector<float> largest;  ///< the largest value of each randomization
+};
+
+class NullDistribution {
+ public:
+  NullDistribution(const std::vector<float>& observed, std::size_t randomizations,
+                   std::size_t threads);
+
+  /// Counts null values of that randomization. Safe for different threads at once.
+  void count(std::span<const float> values, std::size_t randomization, std::size_t thread);
+
+  /// Brings the threads' counts together; to be called once, after the last count().
+  void finish();
+
+  [[nodiscard]] std::uint64_t values() const { return values_; }
+
+  /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed,
+  /// positive direction. The p of the negative direction is 1 - p + 1 / (1 + null values), up to
+  /// null values that equal the observed one.
+  [[nodiscard]] std::vector<float> p() const;
+
+  /// The same among the largest values of the randomizations: corrected for the family-wise error.
+  [[nodiscard]] std::vector<float> p_family_wise() const;
+
+  /// The smallest multiple of 1/1024 such that at most that share of the null values lies at or
+  /// above it; with `negative`, the largest such that at most that share lies below it.
+  [[nodiscard]] double quantile(double share, bool negative) const;
+
+  /// The shares whose quantiles are stored: 0.5, 0.4, 0.3, 0.2, and twenty for each decade from 0.1
+  /// to 1e-7.
+  static const std::vector<double>& stored_shares();
+
+ private:
+  std::vector<float> observed_, sorted_;
+  std::vector<std::uint32_t> bin_begin_;  ///< first sorted value of each bin, and their number
+  std::vector<NullCounts> threads_;
+  std::uint64_t values_ = 0;
+};
+
+/// Random numbers that depend on nothing but what they are for: the seed of the meta-analysis, the
+/// randomization and the study's name. (SplitMix64: Steele, Lea and Flood 2014.)
+class RandomStream {
+ public:
+  RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash);
+  /// A whole number from 0 to below the limit, each as likely as the others to within 2^-32.
+  std::uint32_t below(std::uint32_t limit);
+
+ private:
+  std::uint64_t next();
+  std::uint64_t state_;
+};
+
+/// A hash of a study's name that is the same everywhere (FNV-1a).
+std::uint64_t name_hash(const std::string& name);

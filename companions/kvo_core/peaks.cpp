@@ -1,0 +1,121 @@
+#include "companions/kvo_core/peaks.h"
+
+#include <Eigen/Geometry>
+#include <Eigen/LU>
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include "companions/common/error.h"
+#include "companions/common/nifti.h"
+#include "companions/common/text_file.h"
+
+namespace {
+
+// No head reaches as far from the anterior commissure, and no t value is as large; numbers beyond
+// are slips of the pen or units other than mm.
+constexpr double max_mm = 200;
+constexpr double max_t = 10000;
+constexpr std::size_t max_peaks = 5000;
+constexpr double unknown_height_p = 0.001;
+constexpr std::string_view space_key = "space:";
+
+bool same_ignoring_case(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return lower(x) == lower(y); });
+}
+
+/// Reads one peaks file; the members are what has been read so far.
+struct Reader {
+  const Study& study;
+  std::string path;
+  Space space = Space::unknown;
+  std::vector<Peak> peaks;
+
+  [[noreturn]] void refuse(const TextLine& line, const std::string& what) const {
+    throw Refusal(at_line(path, line.number) + what + ".");
+  }
+
+  void read_comment(const TextLine& line, std::string_view comment) {
+    comment = trimmed(comment);
+    if (!same_ignoring_case(comment.substr(0, space_key.size()), space_key)) return;
+    const std::string_view name = trimmed(comment.substr(space_key.size()));
+    const Space named = same_ignoring_case(name, "MNI")         ? Space::mni
+                        : same_ignoring_case(name, "Talairach") ? Space::talairach
+                                                                : Space::unknown;
+    if (named == Space::unknown)
+      refuse(line, "the space '" + std::string(name) + "' is neither MNI nor Talairach");
+    if (space != Space::unknown && space != named) refuse(line, "a second space is given");
+    space = named;
+  }
+
+  double height(const TextLine& line, std::string_view text) const {
+    if (text == "p" || text == "n") {
+      const double t = study.threshold_t.value_or(t_of_p(unknown_height_p, study.sample));
+      return text == "p" ? t : -t;
+    }
+    const std::optional<double> t = number_of(text);
+    if (!t || std::abs(*t) > max_t)
+      refuse(line, "the height '" + std::string(text) +
+                       "' is neither a t value from -10000 to 10000 nor 'p' or 'n'");
+    return *t;
+  }
+
+  void read_peak(const TextLine& line, std::string_view text) {
+    std::string blanks(text);
+    std::replace(blanks.begin(), blanks.end(), ',', ' ');
+    const std::vector<std::string_view> cells = words(blanks);
+    if (cells.size() != 4)
+      refuse(line,
+             "there are " + std::to_string(cells.size()) + " numbers; a peak has four: x y z t");
+    Peak peak{};
+    for (int axis = 0; axis < 3; ++axis) {
+      const std::string_view cell = cells[std::size_t(axis)];
+      const std::optional<double> mm = number_of(cell);
+      if (!mm || std::abs(*mm) > max_mm)
+        refuse(line,
+               "the coordinate '" + std::string(cell) + "' is not a number of mm from -200 to 200");
+      peak.mm[axis] = *mm;
+    }
+    peak.g = hedges_g(height(line, cells[3]), study.sample);
+    if (peaks.size() == max_peaks)
+      refuse(line, "there are more than " + std::to_string(max_peaks) + " peaks");
+    peaks.push_back(peak);
+  }
+
+  void read_line(const TextLine& line) {
+    const std::size_t comment = line.text.find('#');
+    if (comment != std::string_view::npos) read_comment(line, line.text.substr(comment + 1));
+    const std::string_view peak = trimmed(line.text.substr(0, comment));
+    if (!peak.empty()) read_peak(line, peak);
+  }
+};
+
+}  // namespace
+
+std::string peaks_file(const Study& study) {
+  return study.name + ".peaks.txt";
+}
+
+StudyPeaks read_peaks(const Study& study) {
+  Reader reader{study, peaks_file(study), Space::unknown, {}};
+  const std::string text = read_text(reader.path);
+  for (const TextLine& line : filled_lines(text)) reader.read_line(line);
+  if (reader.space == Space::unknown)
+    throw Refusal("'" + reader.path + "' has no line '# space: MNI' or '# space: Talairach'.");
+  if (reader.space == Space::talairach)
+    for (Peak& peak : reader.peaks) peak.mm = mni_of_talairach(peak.mm);
+  return {std::move(reader.peaks), checksum(text)};
+}
+
+Eigen::Vector3d mni_of_talairach(const Eigen::Vector3d& mm) {
+  static const Eigen::Affine3d to_talairach = [] {
+    Eigen::Affine3d affine = Eigen::Affine3d::Identity();
+    affine.matrix().topRows<3>() << 0.9357, 0.0029, -0.0072, -1.0423,  //
+        -0.0065, 0.9396, -0.0726, -1.3940,                             //
+        0.0103, 0.0752, 0.8967, 3.6475;
+    return affine;
+  }();
+  return to_talairach.inverse() * mm;
+}

@@ -1,0 +1,105 @@
+#include "companions/kvo_core/pp_record.h"
+
+#include <sys/stat.h>
+
+#include <charconv>
+#include <optional>
+
+#include "companions/common/error.h"
+#include "companions/common/text_file.h"
+#include "kvo_config.h"
+#include "util/q_string.h"
+
+namespace {
+
+constexpr const char* checksum_key = "checksum of ";
+constexpr const char* study_key = "study ";
+constexpr double max_randomizations = 1e6;
+
+using Lines = std::map<std::string, std::string>;
+
+Lines read_lines() {
+  Lines lines;
+  const std::string text = read_text(pp_record_file);
+  for (const TextLine& line : filled_lines(text)) {
+    const std::size_t equals = line.text.find(" = ");
+    if (equals == std::string_view::npos)
+      throw Refusal(at_line(pp_record_file, line.number) + "there is no ' = '.");
+    lines.emplace(trimmed(line.text.substr(0, equals)), trimmed(line.text.substr(equals + 3)));
+  }
+  return lines;
+}
+
+const std::string& value_of(const Lines& lines, const std::string& key) {
+  const auto found = lines.find(key);
+  if (found == lines.end())
+    throw Refusal("'" + std::string(pp_record_file) + "' has no line '" + key +
+                  "'. Please run preprocessing again.");
+  return found->second;
+}
+
+[[noreturn]] void refuse_value(const std::string& key, const std::string& value) {
+  throw Refusal("'" + std::string(pp_record_file) + "': '" + value + "' cannot be the " + key +
+                ". Please run preprocessing again.");
+}
+
+double number_in(const Lines& lines, const std::string& key, double least, double most) {
+  const std::string& value = value_of(lines, key);
+  const std::optional<double> number = number_of(value);
+  if (!number || *number < least || *number > most) refuse_value(key, value);
+  return *number;
+}
+
+std::string name_in(const Lines& lines, const std::string& key) {
+  const std::string& value = value_of(lines, key);
+  if (name_fault(value) != nullptr) refuse_value(key, value);
+  return value;
+}
+
+std::uint64_t seed_in(const Lines& lines) {
+  const std::string& value = value_of(lines, "seed");
+  std::uint64_t seed = 0;
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), seed);
+  if (error != std::errc() || end != value.data() + value.size()) refuse_value("seed", value);
+  return seed;
+}
+
+}  // namespace
+
+std::string PpRecord::text() const {
+  std::string text = "template = " + correlation_template +
+                     "\nanisotropy = " + text_of(anisotropy) + "\nfwhm = " + text_of(fwhm) +
+                     "\nmask = " + mask + "\nrandomizations = " + std::to_string(randomizations) +
+                     "\nseed = " + std::to_string(seed) +
+                     "\nversion = " + Q_format("%.2f", KVO_VERSION).str() + "\n";
+  for (const auto& [study, facts] : studies) text += study_key + study + " = " + facts + "\n";
+  for (const auto& [file, sum] : checksums) text += checksum_key + file + " = " + sum + "\n";
+  return text;
+}
+
+std::string map_facts(const Study& study) {
+  const auto [n1, n2] = study.sample;
+  return "n1 " + std::to_string(n1) + ", n2 " + (n2 > 0 ? std::to_string(n2) : "NA") +
+         ", threshold_t " + (study.threshold_t ? text_of(*study.threshold_t) : "NA");
+}
+
+PpRecord read_pp_record() {
+  struct stat status {};
+  if (stat(pp_record_file, &status) != 0)
+    throw Refusal("No maps found. Please run preprocessing and try again.");
+  const Lines lines = read_lines();
+  PpRecord record;
+  record.correlation_template = name_in(lines, "template");
+  record.mask = name_in(lines, "mask");
+  record.anisotropy = number_in(lines, "anisotropy", 0, 1);
+  record.fwhm = number_in(lines, "fwhm", 0.1, 1000);
+  record.randomizations = std::size_t(number_in(lines, "randomizations", 1, max_randomizations));
+  record.seed = seed_in(lines);
+  for (const auto& [key, value] : lines) {
+    if (key.starts_with(checksum_key))
+      record.checksums[key.substr(std::string_view(checksum_key).size())] = value;
+    else if (key.starts_with(study_key))
+      record.studies[key.substr(std::string_view(study_key).size())] = value;
+  }
+  return record;
+}

@@ -1,0 +1,141 @@
+#include "companions/kvo_core/study_table.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <unordered_map>
+
+#include "companions/common/error.h"
+#include "companions/common/text_file.h"
+
+namespace {
+
+constexpr std::string_view separators = " \t,";
+constexpr const char* missing = "NA";
+constexpr double max_sample = 1e9;
+constexpr double max_threshold = 1000;
+
+[[noreturn]] void refuse(std::size_t line, const std::string& what) {
+  throw Refusal(at_line(study_table_file, line) + what + ".");
+}
+
+/// Every separator ends a cell, so that two in a row have an empty one between them.
+std::vector<std::string> cells_of(std::string_view line) {
+  std::vector<std::string> cells;
+  for (;;) {
+    const std::size_t end = line.find_first_of(separators);
+    cells.emplace_back(trimmed(line.substr(0, end)));
+    if (end == std::string_view::npos) return cells;
+    line.remove_prefix(end + 1);
+  }
+}
+
+void check_header(const StudyTable& table, std::size_t line) {
+  for (const char* needed : {"study", "n1"})
+    if (!table.column(needed)) refuse(line, "there is no column '" + std::string(needed) + "'");
+  std::vector<std::string> names = table.columns;
+  std::sort(names.begin(), names.end());
+  const auto twice =
+      std::adjacent_find(names.begin(), names.end(),
+                         [](const auto& a, const auto& b) { return a == b && !a.empty(); });
+  if (twice != names.end()) refuse(line, "there are two columns '" + *twice + "'");
+}
+
+/// Fills the row up to the header's length.
+std::vector<std::string> row_of(std::string_view text, std::size_t line, std::size_t columns) {
+  std::vector<std::string> cells = cells_of(text);
+  const auto beyond = cells.begin() + std::ptrdiff_t(std::min(columns, cells.size()));
+  if (std::any_of(beyond, cells.end(), [](const std::string& cell) { return !cell.empty(); }))
+    refuse(line, "there are " + std::to_string(cells.size()) + " cells, but the header has " +
+                     std::to_string(columns) +
+                     " columns (each blank, tab or comma begins a new cell)");
+  cells.resize(columns);
+  for (std::string& cell : cells)
+    if (cell.empty()) cell = missing;
+  return cells;
+}
+
+int sample_size(const StudyTable& table, const Study& study, std::size_t column, int least) {
+  const std::optional<double> size = study_number(table, study, column);
+  if (size && *size >= least && *size <= max_sample && *size == std::floor(*size))
+    return int(*size);
+  refuse(study.line, table.columns[column] + " of study '" + study.name + "' is '" +
+                         study.values[column] + "', not a whole number from " +
+                         std::to_string(least) + " to 1000000000");
+}
+
+Sample sample_of(const StudyTable& table, const Study& study) {
+  const std::size_t n1 = *table.column("n1");
+  const std::optional<std::size_t> n2 = table.column("n2");
+  const bool two_samples = n2 && study.values[*n2] != missing;
+  // With fewer there is no variance within the samples, or no unbiased effect size.
+  Sample sample;
+  sample.n1 = sample_size(table, study, n1, two_samples ? 2 : 3);
+  if (two_samples) sample.n2 = sample_size(table, study, *n2, 2);
+  return sample;
+}
+
+Study study_of(const StudyTable& table, std::vector<std::string> values, std::size_t line) {
+  Study study{values[*table.column("study")], line, {}, {}, std::move(values)};
+  if (study.name == missing) refuse(line, "the study has no name");
+  if (const char* fault = name_fault(study.name); fault != nullptr)
+    refuse(line, "the study's name '" + study.name + "' " + fault);
+  study.sample = sample_of(table, study);
+  if (const std::optional<std::size_t> column = table.column("threshold_t")) {
+    study.threshold_t = study_number(table, study, *column);
+    if (study.threshold_t && (*study.threshold_t <= 0 || *study.threshold_t > max_threshold))
+      refuse(line, "threshold_t of study '" + study.name + "' is '" + study.values[*column] +
+                       "', not a number above 0 and up to 1000");
+  }
+  return study;
+}
+
+}  // namespace
+
+std::optional<std::size_t> StudyTable::column(std::string_view name) const {
+  const auto found = std::find(columns.begin(), columns.end(), name);
+  if (found == columns.end()) return std::nullopt;
+  return std::size_t(found - columns.begin());
+}
+
+StudyTable read_study_table() {
+  const std::string text = read_text(study_table_file);
+  const std::vector<TextLine> lines = filled_lines(text);
+  StudyTable table;
+  if (lines.size() < 2) throw Refusal("'" + std::string(study_table_file) + "' holds no studies.");
+  table.columns = cells_of(lines[0].text);
+  check_header(table, lines[0].number);
+  std::unordered_map<std::string, std::size_t> line_of_name;
+  for (const TextLine& line : std::span(lines).subspan(1)) {
+    table.studies.push_back(
+        study_of(table, row_of(line.text, line.number, table.columns.size()), line.number));
+    const std::string& name = table.studies.back().name;
+    if (const auto [first, is_new] = line_of_name.try_emplace(name, line.number); !is_new)
+      refuse(line.number,
+             "there is already a study '" + name + "' in line " + std::to_string(first->second));
+  }
+  return table;
+}
+
+std::optional<double> study_number(const StudyTable& table, const Study& study,
+                                   std::size_t column) {
+  const std::string& text = study.values[column];
+  if (text == missing) return std::nullopt;
+  const std::optional<double> number = number_of(text);
+  if (!number)
+    refuse(study.line, table.columns[column] + " of study '" + study.name + "' is '" + text +
+                           "', which is no number");
+  return number;
+}
+
+std::vector<std::size_t> filtered_studies(const StudyTable& table, const std::string& filter) {
+  std::vector<std::size_t> chosen;
+  const std::optional<std::size_t> column = table.column(filter);
+  if (!filter.empty() && !column)
+    throw Refusal("'" + std::string(study_table_file) + "' has no variable '" + filter + "'.");
+  for (std::size_t i = 0; i < table.studies.size(); ++i)
+    if (filter.empty() || study_number(table, table.studies[i], *column).value_or(0) != 0)
+      chosen.push_back(i);
+  if (chosen.empty()) throw Refusal("No study has '" + filter + "' = 1.");
+  return chosen;
+}

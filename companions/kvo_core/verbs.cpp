@@ -1,0 +1,93 @@
+#include "companions/kvo_core/verbs.h"
+
+#include "companions/common/error.h"
+
+namespace {
+
+constexpr double mni_limit = 32767;
+
+constexpr Argument pp_arguments[] = {
+    {.label = "template"},
+    {.label = "anisotropy", .kind = Kind::number, .least = 0, .most = 1},
+    {.label = "fwhm", .kind = Kind::number, .least = 4, .most = 100},
+    {.label = "mask"},
+    {.label = "randomizations", .kind = Kind::whole, .least = 1, .most = 10000},
+};
+constexpr Argument mean_arguments[] = {{.label = "filter", .optional = true}};
+constexpr Argument globals_arguments[] = {
+    {.label = "model", .kind = Kind::model, .optional = true},
+    {.label = "filter", .optional = true},
+};
+constexpr Argument lm_arguments[] = {
+    {.label = "model", .kind = Kind::model},
+    {.label = "filter", .optional = true},
+};
+constexpr Argument threshold_arguments[] = {
+    {.label = "map"},
+    {.label = "p", .kind = Kind::word},
+    {.label = "probability", .kind = Kind::number, .least = 1e-7, .most = 0.5},
+    {.label = "peak", .kind = Kind::number, .least = 0, .most = 100},
+    {.label = "extent", .kind = Kind::whole, .least = 1, .most = 1e6},
+};
+constexpr Argument multi_arguments[] = {
+    {.label = "name"},
+    {.label = "name"},
+    {.label = "p", .kind = Kind::number, .least = 1e-7, .most = 0.5},
+    {.label = "peak", .kind = Kind::number, .least = 1e-7, .most = 0.5},
+    {.label = "extent", .kind = Kind::whole, .least = 1, .most = 1e6},
+    {.label = "error", .kind = Kind::whole, .least = 0, .most = 2},
+    {.label = "scenario", .kind = Kind::whole, .least = 0, .most = 2},
+    {.label = "tolerable", .kind = Kind::number, .least = 1e-7, .most = 0.5},
+};
+constexpr Argument mask_label_arguments[] = {
+    {.label = "label", .kind = Kind::word},
+    {.label = "number", .kind = Kind::whole, .least = 1, .most = 1000},
+};
+constexpr Argument mask_coordinate_arguments[] = {
+    {.label = "coordinate", .kind = Kind::word},
+    {.label = "x", .kind = Kind::number, .least = -mni_limit, .most = mni_limit},
+    {.label = "y", .kind = Kind::number, .least = -mni_limit, .most = mni_limit},
+    {.label = "z", .kind = Kind::number, .least = -mni_limit, .most = mni_limit},
+};
+constexpr Argument extract_arguments[] = {{.label = "mask"}};
+
+constexpr Verb verbs[] = {
+    {"pp", false, pp_arguments,
+     "Preprocesses the studies of kvo_table.txt: a map of effects and one of variances for each. "
+     "Removes the maps of an earlier meta-analysis.",
+     "pp gray_matter, 0.0, 20, gray_matter, 1",
+     "Effect sizes: Hedges 1981; Talairach to MNI: Lancaster et al. 2007.", check_pp, run_pp},
+    {"globals", true, globals_arguments,
+     "Meta-analysis of the studies' global values, or of those of a subgroup.",
+     "MyGlobals = globals + age, adults", ""},
+    {"mean", true, mean_arguments, "The mean map of the studies, or of those of a subgroup.",
+     "MyMean = mean adults",
+     "Random effects: DerSimonian and Laird 1986; heterogeneity: Higgins and Thompson 2002.",
+     check_mean, run_mean},
+    {"lm", true, lm_arguments, "A linear model of the studies, or of those of a subgroup.",
+     "MyModel = lm age + patients, adults", ""},
+    {"threshold", false, threshold_arguments,
+     "The clusters of a map beyond a probability, a peak z and a number of voxels.",
+     "threshold MyMean, p, 0.005, 1, 10", ""},
+    {"multi", false, multi_arguments, "The conjunction of two meta-analyses.",
+     "multi meta1, meta2, 0.0025, 0.00025, 10, 1, 2, 0.1", ""},
+    {"mask", true, mask_label_arguments, "A mask of a region of the atlas.",
+     "Left_amygdala = mask label, 41", ""},
+    {"mask", true, mask_coordinate_arguments, "A mask around an MNI coordinate.",
+     "Thalamus = mask coordinate, 10, -20, 6", ""},
+    {"extract", false, extract_arguments, "The values of the studies inside a mask.",
+     "extract Left_amygdala", ""},
+};
+
+}  // namespace
+
+std::span<const Verb> all_verbs() {
+  return verbs;
+}
+
+void check_command(const Command& command) {
+  if (command.verb->run == nullptr)
+    throw Refusal("The command '" + std::string(command.verb->name) +
+                  "' is not available in this version.");
+  command.verb->check(command);
+}

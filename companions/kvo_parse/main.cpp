@@ -1,0 +1,33 @@
+// Takes one command of the suite's language, checks it against the current folder and has kvo_core
+// carry it out. The words of the command are the arguments; how it goes on is told on standard
+// output, line by line.
+
+#include <string>
+
+#include "companions/common/install.h"
+#include "companions/common/outcome.h"
+#include "companions/common/outputs.h"
+#include "companions/common/progress.h"
+#include "companions/kvo_core/verbs.h"
+#include "companions/kvo_parse/supervise.h"
+
+namespace {
+
+bool run(const std::string& text) {
+  if (text == "help") {
+    for (const std::string& line : help_lines(all_verbs())) say(line);
+    say_done();
+    return true;
+  }
+  const Command command = parse_command(text, all_verbs());
+  recover_folder();
+  check_command(command);
+  check_folder_writable();
+  return supervise(companion_path("kvo_core"), {text});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return exit_status_of([&] { return run(joined_words(argc, argv)); });
+}
