@@ -71,8 +71,7 @@ std::vector<Kvo_lost_setting> kvo_lost_settings(const Kvo_settings& settings) {
   std::vector<Kvo_lost_setting> lost;
   for (const Setting& setting : SETTINGS) {
     const Q_string& value = settings.*setting.value;
-    if (!value.empty() && !(value == back.*setting.value))
-      lost.push_back({setting.key, value, back.*setting.value});
+    if (!(value == back.*setting.value)) lost.push_back({setting.key, value, back.*setting.value});
   }
   return lost;
 }
