@@ -1,0 +1,34 @@
+#include "analyses/asking.h"
+
+#include "dialogs/message.h"
+#include "shell/command_runner.h"
+#include "shell/console.h"
+#include "util/text.h"
+#include "workspace/map_lists.h"
+
+namespace {
+
+constexpr int BATCH_PANE = 1;
+
+}  // namespace
+
+bool kvo_maps_found() {
+  if (Q_file_exists("%s", KVO_MAPS_FILE) != 0) return true;
+  Q_input_warning("No maps found. Please run preprocessing and try again.");
+  return false;
+}
+
+bool kvo_refused(const std::string& reason) {
+  if (reason.empty()) return false;
+  Q_input_warning("%s", reason.c_str());
+  return true;
+}
+
+void kvo_print_comment(const Kvo_composed& composed) {
+  Q_print("", BATCH_PANE, "%s", Q_markup_escape(composed.comment).c_str());
+}
+
+void kvo_run(const Kvo_composed& composed) {
+  kvo_print_comment(composed);
+  kvo3_exec_core(true, "%s", composed.command.c_str());
+}

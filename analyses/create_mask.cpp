@@ -1,0 +1,88 @@
+#include "analyses/create_mask.h"
+
+#include <array>
+#include <optional>
+
+#include "analyses/asking.h"
+#include "analyses/choices.h"
+#include "analyses/names.h"
+#include "analyses/region_labels.h"
+#include "dialogs/canned.h"
+#include "dialogs/help.h"
+#include "dialogs/input.h"
+
+namespace {
+
+constexpr const char* TYPE_MESSAGE =
+    "CREATION OF A MASK\n"
+    "Select a mask type: an MNI coordinate (i.e. x,y,z) or an AAL or Ferrow et al label (e.g. "
+    "right amygdala).";
+constexpr const char* LABEL_MESSAGE =
+    "CREATION OF A MASK\n"
+    "Type the name of the mask and select the AAL or Ferrow et al label.";
+constexpr const char* COORDINATE_MESSAGE =
+    "CREATION OF A MASK\n"
+    "Type an MNI coordinate. You may optionally enter a name for this mask - otherwise, the name "
+    "will be 'mask' plus the coordinate.";
+
+enum Mask_type { BY_LABEL = 1, BY_COORDINATE = 2 };
+
+constexpr const char* REGION_LABEL = "Brain region";
+constexpr const char* NAME_LABEL = "Name (optional)";
+
+/// The region's text as a name that commands can have: two regions have a remark in parentheses.
+std::string region_name(const std::string& region) {
+  std::string name = region;
+  std::erase_if(name, [](char character) { return character == '(' || character == ')'; });
+  return name;
+}
+
+std::optional<Kvo_composed> ask_label() {
+  const Q_string_list regions = kvo_region_texts();
+  std::array<Q_input_item, 2> items;
+  Q_input_item_opt(items, 0, REGION_LABEL, regions, 1);
+  Q_input_item_str(items, 1, NAME_LABEL, "");
+  if (Q_input(LABEL_MESSAGE, items.size(), items) == 0) return std::nullopt;
+  return kvo_compose_label_mask(kvo_chosen(regions, items[0].value), items[1].text.str());
+}
+
+std::optional<Kvo_composed> ask_coordinate() {
+  std::array<Q_input_item, 2> items;
+  Q_input_item_voxel(items, 0, "MNI coordinate", 0, 0, 0);
+  Q_input_item_str(items, 1, NAME_LABEL, "");
+  if (Q_input(COORDINATE_MESSAGE, items.size(), items) == 0) return std::nullopt;
+  return kvo_compose_coordinate_mask(items[0].voxel, items[1].text.str());
+}
+
+/// The mask that the user describes; nothing when a dialog is left without OK.
+std::optional<Kvo_composed> ask() {
+  const int type =
+      Q_input_opt(TYPE_MESSAGE, BY_LABEL, 2, "AAL / Ferrow et al label", "MNI coordinate");
+  if (type == BY_LABEL) return ask_label();
+  if (type == BY_COORDINATE) return ask_coordinate();
+  return std::nullopt;
+}
+
+}  // namespace
+
+Kvo_composed kvo_compose_label_mask(const std::string& region, const std::string& typed_name) {
+  if (region.empty()) return kvo_refusal(kvo_not_selected(REGION_LABEL));
+  const std::string name = kvo_safe_name(typed_name.empty() ? region_name(region) : typed_name);
+  return kvo_composed({name}, Q_format("# Create a mask from label [%s]:\n", region.c_str()),
+                      Q_format("%s = mask label, %i", name.c_str(), kvo_region_number(region)));
+}
+
+Kvo_composed kvo_compose_coordinate_mask(const Q_voxel& coordinate, const std::string& typed_name) {
+  const auto [x, y, z] = coordinate;
+  const std::string name =
+      kvo_safe_name(typed_name.empty() ? Q_format("%i_%i_%i", x, y, z).str() : typed_name);
+  return kvo_composed({name}, Q_format("# Create a mask from coordinate [%i,%i,%i]:\n", x, y, z),
+                      Q_format("%s = mask coordinate, %i, %i, %i", name.c_str(), x, y, z));
+}
+
+void kvo3_dialog_create_roimask() {
+  if (!kvo_maps_found()) return;
+  Qs_HelpTopic = "create.mask";
+  const std::optional<Kvo_composed> composed = ask();
+  if (composed && !kvo_refused(composed->refusal)) kvo_run(*composed);
+}

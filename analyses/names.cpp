@@ -1,0 +1,78 @@
+#include "analyses/names.h"
+
+#include "util/text.h"
+
+namespace {
+
+/// Characters that the shell acts on wherever they stand, those that match file names included.
+constexpr std::string_view ACTING = "$`(){}[];&|<>\"'\\*?";
+/// Characters that it acts on at the beginning of a word.
+constexpr std::string_view ACTING_FIRST = "~#";
+/// Characters that turn the beginning of a file name into something else: a hidden file, an option.
+constexpr std::string_view NOT_FIRST_IN_FILE = ".-";
+
+struct Named_control {
+  char character;
+  const char* name;
+};
+constexpr Named_control NAMED_CONTROLS[] = {
+    {'\n', "a line feed"}, {'\r', "a carriage return"}, {'\t', "a tab"}};
+
+bool holds(std::string_view set, char character) {
+  return set.find(character) != std::string_view::npos;
+}
+
+bool is_control(char character) {
+  const auto byte = static_cast<unsigned char>(character);
+  return byte < ' ' || byte == 0x7F;
+}
+
+std::string described(char character) {
+  for (const Named_control& row : NAMED_CONTROLS)
+    if (row.character == character) return row.name;
+  if (is_control(character))
+    return Q_format("the control character %i", static_cast<int>(character)).str();
+  return Q_format("the character '%c'", character).str();
+}
+
+std::string refusal(std::string_view name, const char* position, char character) {
+  const std::string text(name);
+  return Q_format(
+             "The name '%s' cannot be used in a command because it %s %s. Please choose another "
+             "name and try again.",
+             text.c_str(), position, described(character).c_str())
+      .str();
+}
+
+}  // namespace
+
+std::string kvo_safe_name(std::string_view typed) {
+  Q_string name(typed);
+  Q_replace_escape(name);
+  return name.str();
+}
+
+std::string kvo_name_refusal(std::string_view name) {
+  bool begins_word = true;
+  for (const char character : name) {
+    if (begins_word && holds(ACTING_FIRST, character))
+      return refusal(name, "has a word that begins with", character);
+    if (holds(ACTING, character) || is_control(character))
+      return refusal(name, "contains", character);
+    begins_word = character == ' ';
+  }
+  return "";
+}
+
+std::string kvo_file_name_refusal(std::string_view name) {
+  if (!name.empty() && holds(NOT_FIRST_IN_FILE, name.front()))
+    return refusal(name, "begins with", name.front());
+  if (holds(name, '/')) return refusal(name, "contains", '/');
+  return kvo_name_refusal(name);
+}
+
+std::string kvo_path_refusal(std::string_view path) {
+  for (const char character : path)
+    if (is_control(character)) return refusal(path, "contains", character);
+  return "";
+}

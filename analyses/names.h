@@ -1,0 +1,22 @@
+#pragma once
+
+// Names that go into command lines. The shell splits a command line into words, so a name from a
+// field or a file must not hold anything that the shell would act on.
+
+#include <string>
+#include <string_view>
+
+/// The name as files and commands can have it: blanks and characters of the command language are
+/// replaced (Q_replace_escape).
+std::string kvo_safe_name(std::string_view typed);
+
+/// Why the name cannot stand in a command line, as a message for the user that shows the name and
+/// the character; empty when it can.
+std::string kvo_name_refusal(std::string_view name);
+
+/// kvo_name_refusal of a name that becomes the beginning of a file name, as it is typed.
+std::string kvo_file_name_refusal(std::string_view name);
+
+/// Why the path cannot stand in a comment of the batch, which is run line by line; empty when it
+/// can. Only control characters are refused.
+std::string kvo_path_refusal(std::string_view path);
