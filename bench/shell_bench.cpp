@@ -105,20 +105,27 @@ void measure_silence(int seconds) {
          "% of a core", " (goal < 2)");
 }
 
-/// Returns the seconds.
-double measure_lines(int lines) {
+double seconds_of_lines(int lines) {
   const Test_panes panes;
-  reset_peak_memory();
   const Clock::time_point start = Clock::now();
   kvo3_exec_core(false, "lines %d", lines);
   const double seconds = seconds_since(start);
-  const std::string name = "lines_" + std::to_string(lines);
-  report((name + "_time").c_str(), seconds, "s", "");
-  report((name + "_peak_memory").c_str(), peak_memory(), "MB", "");
   if (gtk_text_buffer_get_line_count(Qw_v_OutputBuffer[0]) < lines) {
     std::fprintf(stderr, "lines are missing on the pane\n");
     std::exit(1);
   }
+  return seconds;
+}
+
+/// Returns the seconds: of short runs the shortest, for what else the machine does takes its time.
+double measure_lines(int lines) {
+  reset_peak_memory();
+  double seconds = seconds_of_lines(lines);
+  for (int i = 0; i < 4 && lines < 100000; ++i)
+    seconds = std::min(seconds, seconds_of_lines(lines));
+  const std::string name = "lines_" + std::to_string(lines);
+  report((name + "_time").c_str(), seconds, "s", "");
+  report((name + "_peak_memory").c_str(), peak_memory(), "MB", "");
   return seconds;
 }
 

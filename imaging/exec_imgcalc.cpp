@@ -12,8 +12,8 @@
 bool kvo3_exec_imgcalc(const char* format, ...) {
   Q_FORMAT_ARGUMENTS(arguments, format);
   std::string complaint;  // what the program itself says before it gives up, as markup
-  const std::optional<std::string> gone =
-      Q_run_companion("imgcalc", arguments.str() + " KVO", [&](const std::string& line) {
+  const std::optional<std::string> gone = Q_run_companion(
+      "imgcalc", arguments.str() + " KVO", [&](const std::string& line, bool /*more*/) {
         const Engine_event event = Q_engine_event(line);
         if (event.kind == Engine_line::action)
           Q_print_action(0, "%s", std::string(event.text).c_str());

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "shell/companion_run.h"
 #include "shell/console.h"
@@ -55,6 +56,44 @@ void show(const Engine_event& event) {
   }
 }
 
+/// Shows the events of a run. Plain output lines share a print while the engine is ahead of the
+/// console: each print costs a tag, and the toolkit searches all tags of a buffer for each new one,
+/// so that a print for each of very many lines takes time that grows with their square.
+class Event_printer {
+ public:
+  /// `more` tells that another event follows at once.
+  void print(const Engine_event& event, bool more) {
+    const bool joins = can_share_print(event);
+    if (joins) {
+      block_.append(event.text).append("\n");
+      if (++lines_ < MOST_LINES && more) return;
+    }
+    print_block();
+    if (!joins) show(event);
+  }
+
+ private:
+  static constexpr int MOST_LINES = 50;  // about what a pane shows at a time
+
+  /// Whether the text is valid, and stays so with any other such text before and behind it.
+  static bool can_share_print(const Engine_event& event) {
+    if (event.kind != Engine_line::output) return false;
+    constexpr std::string_view ACTS_BEYOND_ITSELF("<\0", 2);
+    if (event.text.find_first_of(ACTS_BEYOND_ITSELF) != std::string_view::npos) return false;
+    const auto length = static_cast<int>(event.text.size());
+    return pango_parse_markup(event.text.data(), length, 0, nullptr, nullptr, nullptr, nullptr) !=
+           FALSE;
+  }
+  void print_block() {
+    if (lines_ > 0) Q_print(Q_ENGINE, 0, "%s", block_.c_str());
+    block_.clear();
+    lines_ = 0;
+  }
+
+  std::string block_;
+  int lines_ = 0;
+};
+
 }  // namespace
 
 void kvo3_exec_core(bool record, const char* format, ...) {
@@ -68,10 +107,11 @@ void kvo3_exec_core(bool record, const char* format, ...) {
   }
   Q_print(Q_BLUE, 0, "%s\n", markup.c_str());
   if (record) Q_print("", 1, "%s\n\n", markup.c_str());
+  Event_printer printer;
   const std::optional<std::string> gone =
-      Q_run_companion("kvo_parse", command.str(), [](const std::string& line) {
+      Q_run_companion("kvo_parse", command.str(), [&](const std::string& line, bool more) {
         const Engine_event event = Q_engine_event(line);
-        show(event);
+        printer.print(event, more);
         return event.closes();
       });
   if (gone)

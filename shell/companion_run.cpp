@@ -24,13 +24,13 @@ std::string reason(std::optional<int> wait_status) {
 }
 
 std::optional<std::string> follow(Q_follower& output, Q_watched_command& program,
-                                  const std::function<bool(const std::string&)>& take_line) {
+                                  const Q_line_taker& take_line) {
   for (;;) {
     // Asked before the read: what the program wrote before its end is then sure to be read.
     const bool ended = program.ended();
     const std::optional<std::string> line = output.next_line(ended);
     if (line) {
-      if (take_line(*line)) return std::nullopt;
+      if (take_line(*line, output.has_line())) return std::nullopt;
     } else if (ended) {
       return reason(program.wait_status());
     } else {
@@ -42,9 +42,8 @@ std::optional<std::string> follow(Q_follower& output, Q_watched_command& program
 
 }  // namespace
 
-std::optional<std::string> Q_run_companion(
-    const char* program, const std::string& arguments,
-    const std::function<bool(const std::string& line)>& take_line) {
+std::optional<std::string> Q_run_companion(const char* program, const std::string& arguments,
+                                           const Q_line_taker& take_line) {
   Q_set_busy(NAME, true);
   const int id = Q_runif_int();
   const Q_string path = Q_format("kvo_%i.tmp", id);

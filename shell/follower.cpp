@@ -33,6 +33,14 @@ Q_follower::Q_follower(Q_file file, const char* path)
   if (growth_ && inotify_add_watch(growth_.get(), path, IN_MODIFY) < 0) growth_.reset();
 }
 
+std::string_view Q_follower::rest() const {
+  return std::string_view(data_).substr(position_);
+}
+
+bool Q_follower::has_line() const {
+  return Q_first_line(rest()).complete;
+}
+
 void Q_follower::read_more() {
   data_.erase(0, position_);
   position_ = 0;
@@ -47,7 +55,6 @@ void Q_follower::read_more() {
 }
 
 std::optional<std::string> Q_follower::next_line(bool final) {
-  const auto rest = [this] { return std::string_view(data_).substr(position_); };
   Q_line line = Q_first_line(rest());
   if (!line.complete) {
     read_more();

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "util/handles.h"
 #include "util/process.h"
@@ -22,11 +23,15 @@ class Q_follower {
   /// be in the middle of a line.
   std::optional<std::string> next_line(bool final);
 
+  /// Whether next_line() would return at once what has already been read.
+  [[nodiscard]] bool has_line() const;
+
   /// Lets the toolkit run until it has handled something, the file has grown, the writer has ended
   /// or 10 ms have gone by.
   void wait(const Q_watched_command& writer) const;
 
  private:
+  [[nodiscard]] std::string_view rest() const;
   void read_more();
 
   Q_file file_;
