@@ -1,0 +1,51 @@
+#pragma once
+
+// What is wrong with a cell, in words for the user: names that are missing, doubled or not usable,
+// sample sizes that are no numbers, separators inside a cell, studies without data.
+
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "companions/kvo_edit/table.h"
+
+enum class Severity {
+  note,    ///< an analysis may need more than there is
+  problem  ///< this cannot be right
+};
+
+struct Fault {
+  Severity severity;
+  std::string text;  ///< whole sentences, plain text
+};
+
+/// What the checks know beside the cell itself.
+struct Check_index {
+  std::unordered_map<std::string, long> study_names;
+  std::unordered_map<std::string, long> variable_names;
+  long study_column = -1;
+  bool has_n1 = false;
+  std::unordered_set<std::string> files;  ///< peaks files and images of the table's folder
+};
+
+/// Lists the table's folder again. A folder that cannot be listed has no files.
+void refresh_files(Check_index& index, const std::string& folder);
+/// Takes in the names of the table; to be called after every change.
+void refresh_names(Check_index& index, const Table& table);
+
+/// What is wrong with a cell, or with the name of a variable (row HEADER).
+std::optional<Fault> fault_of(const Check_index& index, const Table& table, long row, long column);
+/// Why the name cannot be that of a variable, as a sentence; nothing when it can. `allowed` is how
+/// many variables of the table may have the name: 1 when the table holds it already, else 0.
+std::optional<std::string> variable_name_fault(const Check_index& index, const std::string& name,
+                                               long allowed);
+
+struct Cell_place {
+  long row;
+  long column;
+  bool operator==(const Cell_place&) const = default;
+};
+/// The places of all faults, row by row from the names on.
+std::vector<Cell_place> all_faults(const Check_index& index, const Table& table);

@@ -1,0 +1,42 @@
+#pragma once
+
+// The editor's window: the grid with menus, toolbar and status line around it.
+
+#include <gtk/gtk.h>
+
+#include <memory>
+#include <string>
+
+#include "companions/kvo_edit/checks.h"
+#include "companions/kvo_edit/document.h"
+#include "companions/kvo_edit/grid.h"
+
+struct Editor {
+  Document document;
+  Check_index index;
+  std::unique_ptr<Grid> grid;
+  GtkWidget* window = nullptr;
+  GtkUIManager* manager = nullptr;
+  GtkActionGroup* actions = nullptr;
+  GtkWidget* status = nullptr;  ///< what there is to say about the cell at the cursor
+  GtkWidget* counts = nullptr;  ///< studies, variables and marks
+  guint recount = 0;            ///< the idle source that counts the marks anew
+  bool closed = false;
+  ~Editor();
+};
+
+/// Makes the window and shows it in front.
+std::unique_ptr<Editor> editor_open(Document document);
+
+/// Shows what the document is now; to be called after every change of it.
+void editor_refresh(Editor& editor);
+/// Looks at the folder and the marks again.
+void editor_recheck(Editor& editor);
+/// Asks about changes that are not saved, and unless the user cancels, destroys the window and ends
+/// the main loop. True when that has happened.
+bool editor_close(Editor& editor);
+/// Saves, after asking when another program has changed the file. False when it has not been saved;
+/// the user has been told why.
+bool editor_save(Editor& editor);
+/// Puts the file's content of now into the editor.
+void editor_reload(Editor& editor);

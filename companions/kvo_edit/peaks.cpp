@@ -1,0 +1,37 @@
+#include "companions/kvo_edit/peaks.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+
+#include "companions/common/error.h"
+#include "companions/common/text_file.h"
+#include "companions/kvo_edit/table.h"
+#include "util/handles.h"
+
+namespace {
+
+constexpr std::string_view NEW_FILE =
+    "# space: MNI\n"
+    "# One peak a line: x y z t (mm; t value, or p or n for a positive or negative peak without "
+    "one)\n";
+
+}  // namespace
+
+std::string peaks_path(const std::string& table_path, const std::string& study) {
+  if (is_missing(study)) throw Refusal("The study has no name.");
+  if (const char* fault = name_fault(study))
+    throw Refusal("The name of the study " + std::string(fault) +
+                  ", so that no file can belong to it.");
+  const std::filesystem::path table = std::filesystem::absolute(table_path);
+  return table.parent_path() / (study + ".peaks.txt");
+}
+
+void create_peaks_file(const std::string& path) {
+  const Q_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!fd || write(fd.get(), NEW_FILE.data(), NEW_FILE.size()) != ssize_t(NEW_FILE.size()))
+    throw Refusal("'" + path + "' cannot be made: " + std::strerror(errno) + ".");
+}

@@ -1,0 +1,230 @@
+#include "companions/kvo_edit/table_file.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "companions/common/error.h"
+#include "util/lines.h"
+#include "util/q_string.h"
+#include "util/text.h"
+#include "util/whole_file.h"
+#include "workspace/text_table.h"
+
+namespace {
+
+constexpr const char* MISSING = "NA";
+
+/// What is on disk; nothing when there is no file.
+std::optional<std::string> content_of(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    if (errno == ENOENT) return std::nullopt;
+    throw Refusal("'" + path + "' cannot be opened: " + std::strerror(errno) + ".");
+  }
+  if (!S_ISREG(status.st_mode)) throw Refusal("'" + path + "' is not a file.");
+  errno = 0;
+  std::optional<std::string> content = Q_read_file(path.c_str());
+  if (!content)
+    throw Refusal("'" + path + "' cannot be read: " + std::strerror(errno != 0 ? errno : EIO) +
+                  ".");
+  return content;
+}
+
+/// The lines of the content that are not blank, each with its surroundings; what follows the last
+/// one is left in `content`.
+std::vector<Row_source> take_lines(std::string_view& content) {
+  std::vector<Row_source> lines;
+  std::size_t begin = 0;
+  std::size_t position = 0;
+  for (bool more = true; more;) {
+    const Q_line line = Q_first_line(content.substr(position));
+    more = line.complete;
+    const std::size_t text_end = position + line.text.size();
+    std::size_t end = position + line.consumed;
+    if (content.substr(text_end).starts_with("\r\n")) end = text_end + 2;
+    if (line.text.find_first_not_of(Q_WHITE_SPACE) != std::string_view::npos) {
+      lines.push_back({content.substr(begin, position - begin), line.text,
+                       content.substr(text_end, end - text_end)});
+      begin = end;
+    }
+    position = end;
+  }
+  content.remove_prefix(begin);
+  return lines;
+}
+
+char separator_of(std::string_view header) {
+  char most_frequent = Q_TABLE_SEPARATORS.front();
+  for (const char separator : Q_TABLE_SEPARATORS)
+    if (std::ranges::count(header, separator) > std::ranges::count(header, most_frequent))
+      most_frequent = separator;
+  return most_frequent;
+}
+
+Table_format format_of(const Row_source& header, const Row_source& last) {
+  Table_format format;
+  const std::size_t length = header.text.find_last_not_of(Q_WHITE_SPACE) + 1;
+  const std::string_view rest = header.text.substr(length);
+  // With a single column, the separator behind it is all that tells.
+  format.separator = separator_of(header.text);
+  if (rest == std::string_view(&format.separator, 1)) format.after_cells = std::string(rest);
+  if (header.end == "\r\n" || header.end == "\r") format.line_end = std::string(header.end);
+  format.final_line_end = !last.end.empty();
+  return format;
+}
+
+std::vector<std::string> cells_of(std::string_view line, std::size_t columns) {
+  std::vector<std::string> cells = Q_table_split_line(line);
+  cells.resize(columns);
+  return cells;
+}
+
+/// Whether the loader would make the row's cells of the line that the row comes from.
+bool is_as_loaded(const Table_row& row, bool is_header) {
+  if (!row.source) return false;
+  const std::vector<std::string> cells = Q_table_split_line(row.source->text);
+  if (is_header) return cells == row.cells;
+  for (std::size_t i = 0; i < row.cells.size(); ++i)
+    if ((i < cells.size() ? std::string_view(cells[i]) : "") != row.cells[i]) return false;
+  return true;
+}
+
+std::string new_line(const Table_row& row, const Table_format& format) {
+  std::string line;
+  for (std::size_t i = 0; i < row.cells.size(); ++i) {
+    if (i > 0) line += format.separator;
+    line += row.cells[i].empty() ? MISSING : row.cells[i];
+  }
+  return line += format.after_cells;
+}
+
+void append_row(std::string& text, const Table_row& row, bool is_header, const Table_format& format,
+                bool with_end) {
+  const Row_source none;
+  const Row_source& source = row.source ? *row.source : none;
+  text += source.before;
+  if (is_as_loaded(row, is_header))
+    text += source.text;
+  else
+    text += new_line(row, format);
+  if (with_end) text += source.end.empty() ? std::string_view(format.line_end) : source.end;
+}
+
+}  // namespace
+
+Document document_of(std::string path, std::optional<std::string> content) {
+  Document document;
+  document.path = std::move(path);
+  document.loaded = std::make_shared<const std::string>(content.value_or(""));
+  document.on_disk = std::move(content);
+  std::string_view rest = *document.loaded;
+  const std::vector<Row_source> lines = take_lines(rest);
+  if (lines.empty()) {
+    document.table.header.cells = {"study", "n1"};
+    return document;
+  }
+  document.format = format_of(lines.front(), lines.back());
+  document.format.after_rows = rest;
+  document.table.header = {Q_table_split_line(lines.front().text), lines.front()};
+  const std::size_t columns = document.table.header.cells.size();
+  document.table.rows.reserve(lines.size() - 1);
+  for (auto line = lines.begin() + 1; line != lines.end(); ++line)
+    document.table.rows.push_back({cells_of(line->text, columns), *line});
+  return document;
+}
+
+Document open_document(const std::string& path) {
+  return document_of(path, content_of(path));
+}
+
+std::string document_text(const Document& document) {
+  const Table& table = document.table;
+  const Table_format& format = document.format;
+  const long rows = row_count(table);
+  const bool final_end = format.final_line_end || !format.after_rows.empty();
+  std::string text;
+  for (long row = HEADER; row < rows; ++row)
+    append_row(text, table_row(table, row), row == HEADER, format, row + 1 < rows || final_end);
+  return text += format.after_rows;
+}
+
+const char* storage_fault(std::string_view text) {
+  for (const char character : text) {
+    switch (character) {
+      case ' ':
+        return "holds a blank";
+      case '\t':
+        return "holds a tab";
+      case ',':
+        return "holds a comma";
+      case '\n':
+      case '\r':
+      case '\v':
+      case '\f':
+        return "holds a line break";
+      case '\0':
+      case '\xff':
+        return "holds a byte that is not text";
+      default:
+        break;
+    }
+  }
+  return nullptr;
+}
+
+std::string cell_description(const Table& table, long row, long column) {
+  const std::string& name = cell(table, HEADER, column);
+  const std::string number = std::to_string(column + 1);
+  if (row == HEADER) return std::string("the name of variable ").append(number);
+  const std::string row_number = std::to_string(row + 1);
+  const long study = column_of(table, "study");
+  if (column == study) return std::string("the name of study ").append(row_number);
+  const std::string variable = is_missing(name) ? std::string("variable ").append(number)
+                                                : Q_format("the variable '%s'", name.c_str()).str();
+  if (study < 0 || is_missing(cell(table, row, study))) return variable + " of study " + row_number;
+  return variable + " of the study '" + cell(table, row, study) + "'";
+}
+
+std::optional<Unsavable> first_unsavable(const Document& document) {
+  const Table& table = document.table;
+  for (long row = HEADER; row < row_count(table); ++row) {
+    const Table_row& cells = table_row(table, row);
+    if (is_as_loaded(cells, row == HEADER)) continue;
+    for (long column = 0; column < column_count(table); ++column) {
+      const std::string& text = cell(table, row, column);
+      if (const char* fault = storage_fault(text))
+        return Unsavable{row, column,
+                         "'" + text + "' (" + cell_description(table, row, column) + ") " + fault +
+                             ", which the table file cannot hold in a cell."};
+    }
+    if (new_line(cells, document.format).size() > Q_STRING_MAX)
+      return Unsavable{row, 0,
+                       Q_format("Line %li of the table would be longer than %zu bytes, which no "
+                                "reader of the table takes in.",
+                                row + 2, Q_STRING_MAX)
+                           .str()};
+  }
+  return std::nullopt;
+}
+
+bool changed_on_disk(const Document& document) {
+  try {
+    return content_of(document.path) != document.on_disk;
+  } catch (const Refusal&) {
+    return true;
+  }
+}
+
+void save_document(Document& document) {
+  if (const std::optional<Unsavable> unsavable = first_unsavable(document))
+    throw Refusal(unsavable->message);
+  std::string text = document_text(document);
+  if (!Q_write_whole(document.path.c_str(), text))
+    throw Refusal("'" + document.path + "' cannot be written: " + std::strerror(errno) + ".");
+  document.on_disk = std::move(text);
+  document.saved_at = document.undo_steps.size();
+}
