@@ -7,6 +7,12 @@
 #include "dialogs/widgets.h"
 #include "util/handles.h"
 
+namespace {
+
+constexpr guint GROUP_BORDER = 10;
+
+}  // namespace
+
 int Q_input_opt(const char* message, int position, const Q_string_list& options) {
   const int n = static_cast<int>(options.size());
   assert(n >= 1 && position >= 1 && position <= n);
@@ -16,7 +22,9 @@ int Q_input_opt(const char* message, int position, const Q_string_list& options)
   std::vector<GtkWidget*> buttons(options.size());
 
   Q_dialog dialog(Q_input_new_dialog(message, true));
-  dialog.add(Q_input_new_radiogroup(buttons.data(), position, n, labels.data()));
+  GtkWidget* group = Q_input_new_radiogroup(buttons.data(), position, n, labels.data());
+  gtk_container_set_border_width(GTK_CONTAINER(group), GROUP_BORDER);
+  dialog.add(group);
   if (!dialog.run()) return 0;
   for (int i = 0; i < n; ++i)
     if (gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(buttons[static_cast<std::size_t>(i)])))

@@ -7,8 +7,8 @@
 namespace {
 
 constexpr int HELP_BUTTON_PADDING = 10;
-/// Blank at both sides of the explanation; the toolkit's message area has the same.
-constexpr int EXPLANATION_PADDING = 12;
+/// Blank at both sides of the explanation, which puts it under the title.
+constexpr int EXPLANATION_PADDING = 17;
 
 }  // namespace
 

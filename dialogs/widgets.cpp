@@ -31,9 +31,9 @@ constexpr Axis AXES[] = {{"X:", -70, 70}, {"Y:", -102, 68}, {"Z:", -42, 66}};
 
 /// Reads a coordinate as it will be answered, so that the field shows what is answered.
 gint truncate_input(GtkSpinButton* field, gdouble* value, gpointer) {
-  char* rest = nullptr;
-  *value = std::trunc(g_strtod(gtk_entry_get_text(GTK_ENTRY(field)), &rest));
-  return *rest == '\0' ? TRUE : GTK_INPUT_ERROR;
+  constexpr double NO_NEGATIVE_ZERO = 0;
+  *value = std::trunc(g_strtod(gtk_entry_get_text(GTK_ENTRY(field)), nullptr)) + NO_NEGATIVE_ZERO;
+  return TRUE;
 }
 
 bool is_absolute_and_exists(const char* path) {

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "util/handles.h"
@@ -46,16 +47,16 @@ std::string start_display(pid_t& server) {
   return number.empty() ? "" : ":" + number;
 }
 
-/// Waits until a window manager has announced itself on the display, 5 s at most.
+/// Waits until a window manager has begun to manage windows, 5 s at most. It announces itself
+/// earlier, but a window shown between the two does not get the focus.
 bool wait_for_window_manager() {
   for (int i = 0; i < 500; ++i) {
     GdkAtom type{};
     int format = 0;
     int length = 0;
     guchar* raw = nullptr;
-    if (gdk_property_get(gdk_get_default_root_window(),
-                         gdk_atom_intern("_NET_SUPPORTING_WM_CHECK", FALSE), GDK_NONE, 0, 4, FALSE,
-                         &type, &format, &length, &raw)) {
+    if (gdk_property_get(gdk_get_default_root_window(), gdk_atom_intern("_NET_CLIENT_LIST", FALSE),
+                         GDK_NONE, 0, 4, FALSE, &type, &format, &length, &raw)) {
       const Q_g_memory<guchar> value(raw);
       return true;
     }
@@ -64,11 +65,34 @@ bool wait_for_window_manager() {
   return false;
 }
 
+/// A home of the test program's own for a while: the toolkit writes recently used files into it.
+class Home {
+ public:
+  Home() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "kvo_home_XXXXXX").string();
+    path_ = mkdtemp(pattern.data());
+    std::filesystem::create_directories(path_ / ".local/share");
+    setenv("HOME", path_.c_str(), 1);
+    for (const char* variable : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
+      unsetenv(variable);
+  }
+  Home(const Home&) = delete;
+  Home& operator=(const Home&) = delete;
+  ~Home() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
+  const Home home;
   pid_t server = -1;
   const std::string display = start_display(server);
   if (display.empty()) {
