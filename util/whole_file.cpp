@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "util/error.h"
@@ -57,9 +58,18 @@ struct Target {
   bool exists;
 };
 
+constexpr int MOST_LINKS = 40;  // in a row, as the kernel has it
+
 Target target_of(const char* path) {
   const Q_heap_memory<char> resolved(realpath(path, nullptr));
-  return resolved != nullptr ? Target{resolved.get(), true} : Target{path, false};
+  if (resolved != nullptr) return {resolved.get(), true};
+  // A link to a file that is not there yet: the file comes to be where the link points.
+  namespace fs = std::filesystem;
+  fs::path target = path;
+  std::error_code error;
+  for (int links = 0; links < MOST_LINKS && fs::is_symlink(target, error); ++links)
+    target = target.parent_path() / fs::read_symlink(target, error);
+  return {target.string(), false};
 }
 
 enum class Outcome { replaced, no_new_file, failed };

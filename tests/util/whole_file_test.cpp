@@ -46,6 +46,14 @@ TEST(WholeFile, ReplacesWhatALinkPointsAt) {
   ASSERT_TRUE(Q_write_whole("link", "new"));
   EXPECT_TRUE(fs::is_symlink("link"));
   EXPECT_EQ(read_text("elsewhere/file"), "new");
+
+  // A chain of links to a file that is not there yet.
+  fs::create_symlink("not yet", "elsewhere/second");
+  fs::create_symlink(folder.path() / "elsewhere/second", "first");
+  ASSERT_TRUE(Q_write_whole("first", "created"));
+  EXPECT_TRUE(fs::is_symlink("first"));
+  EXPECT_TRUE(fs::is_symlink("elsewhere/second"));
+  EXPECT_EQ(read_text("elsewhere/not yet"), "created");
 }
 
 TEST(WholeFile, WritesInPlaceWhereNoFileCanBeMadeBesideIt) {

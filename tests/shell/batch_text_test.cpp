@@ -1,0 +1,65 @@
+// What a batch file's content stands for, without a window.
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "shell/batch.h"
+#include "util/q_string.h"
+
+namespace {
+
+TEST(BatchText, IsTheFileWithoutItsLastLineEnd) {
+  struct Case {
+    std::string file;
+    std::string pane;
+  };
+  const Case cases[] = {
+      {"", ""},
+      {"\n", ""},
+      {"\n\n", "\n"},
+      {"a", "a"},
+      {"a\n", "a"},
+      {"a\n\n", "a\n"},
+      {"# comment\nmean\n\n", "# comment\nmean\n"},
+      {"a\nb", "a\nb"},  // no final line feed: the last line is complete
+      {"a\r\nb\r\n", "a\n\nb\n"},
+      {"a\rb\xFF"
+       "c",
+       "a\nb\nc"},
+      {"<b>&amp;", "<b>&amp;"},
+      {"\u00E9\xE9", "\u00E9\uFFFD"},
+      {std::string("a\0b\n", 4),
+       "a\uFFFD"
+       "b"},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(Q_batch_text(c.file), c.pane) << testing::PrintToString(c.file);
+}
+
+TEST(BatchLines, AreSplitAtEveryLineFeed) {
+  struct Case {
+    std::string text;
+    std::vector<std::string> lines;
+  };
+  const Case cases[] = {
+      {"", {""}},
+      {"a", {"a"}},
+      {"a\n", {"a", ""}},
+      {"\n\n", {"", "", ""}},
+      {"# c\n\nmean\r", {"# c", "", "mean\r"}},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(Q_batch_lines(c.text), c.lines) << testing::PrintToString(c.text);
+}
+
+TEST(BatchLines, OverTheLimitAreFound) {
+  const std::string full(Q_STRING_MAX, 'x');
+  EXPECT_EQ(Q_batch_long_line({}), std::nullopt);
+  EXPECT_EQ(Q_batch_long_line({"", full, full}), std::nullopt);
+  EXPECT_EQ(Q_batch_long_line({full + "x"}), std::optional<std::size_t>(1));
+  EXPECT_EQ(Q_batch_long_line({"", full, full + "x", full + "x"}), std::optional<std::size_t>(3));
+}
+
+}  // namespace

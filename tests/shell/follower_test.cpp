@@ -1,0 +1,125 @@
+// Reading of a file that grows.
+
+#include "shell/follower.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <ctime>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "test_folder.h"
+#include "util/files.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::Eq;
+using testing::Optional;
+using Clock = std::chrono::steady_clock;
+
+void append(const std::string& text) {
+  std::ofstream("out", std::ios::app | std::ios::binary) << text;
+}
+
+Q_follower follow_new_file() {
+  write_text("out", "");
+  return {Q_openr_or_die("out"), "out"};
+}
+
+std::vector<std::string> lines_now(Q_follower& output, bool final) {
+  std::vector<std::string> lines;
+  while (const auto line = output.next_line(final)) lines.push_back(*line);
+  return lines;
+}
+
+TEST(Follower, ReadsWhatIsAppended) {
+  const Test_folder folder;
+  Q_follower output = follow_new_file();
+  EXPECT_THAT(lines_now(output, false), ElementsAre());
+  append("one\ntwo\n");
+  EXPECT_THAT(lines_now(output, false), ElementsAre("one", "two"));
+  EXPECT_THAT(lines_now(output, false), ElementsAre());
+  append("\r\nthree\xFF");
+  EXPECT_THAT(lines_now(output, false), ElementsAre("", "", "three"));
+}
+
+TEST(Follower, JoinsALineWrittenInPieces) {
+  const Test_folder folder;
+  Q_follower output = follow_new_file();
+  append("WARN");
+  EXPECT_THAT(output.next_line(false), Eq(std::nullopt));
+  append("ING: split\nnext");
+  EXPECT_THAT(output.next_line(false), Optional(Eq("WARNING: split")));
+}
+
+TEST(Follower, GivesAnUnendedLineOnlyWhenTheFileRestsOrIsFinal) {
+  const Test_folder folder;
+  Q_follower output = follow_new_file();
+  append("no end");
+  const Clock::time_point start = Clock::now();
+  std::optional<std::string> line;
+  while (!line && Clock::now() - start < std::chrono::seconds(30)) line = output.next_line(false);
+  EXPECT_THAT(line, Optional(Eq("no end")));
+  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(10));
+  append(" of this");
+  EXPECT_THAT(lines_now(output, true), ElementsAre(" of this"));
+}
+
+TEST(Follower, GivesManyLongLinesWhole) {
+  const Test_folder folder;
+  Q_follower output = follow_new_file();
+  const std::string full(Q_STRING_MAX, 'x');
+  std::vector<std::string> expected;
+  for (int i = 0; i < 20; ++i) {
+    append(full + std::to_string(i) + "\n" + std::string(static_cast<std::size_t>(i) * 997, 'y') +
+           "\n");
+    expected.push_back(full);
+    expected.push_back(std::to_string(i));
+    expected.emplace_back(static_cast<std::size_t>(i) * 997, 'y');
+  }
+  append("rest");
+  expected.emplace_back("rest");
+  EXPECT_TRUE(lines_now(output, true) == expected);
+}
+
+TEST(Follower, KnowsWhetherALineIsThere) {
+  const Test_folder folder;
+  Q_follower output = follow_new_file();
+  EXPECT_FALSE(output.has_line());
+  append("one\ntwo\nthr");
+  EXPECT_THAT(output.next_line(false), Optional(Eq("one")));
+  EXPECT_TRUE(output.has_line());
+  EXPECT_THAT(output.next_line(false), Optional(Eq("two")));
+  EXPECT_FALSE(output.has_line());
+}
+
+TEST(Follower, WaitsUntilTheFileGrowsOrTheWriterEnds) {
+  const Test_folder folder;
+  Q_follower output = follow_new_file();
+  ASSERT_EQ(mkfifo("gate", 0600), 0);
+  Q_watched_command writer("read line < gate; echo $line >> out");
+  // A waiting follower does nothing; it comes back every 10 ms at the most.
+  const std::clock_t processor = std::clock();
+  int waits = 0;
+  for (const auto start = Clock::now(); Clock::now() - start < std::chrono::milliseconds(500);
+       ++waits)
+    output.wait(writer);
+  EXPECT_LT(waits, 60);
+  EXPECT_LT(static_cast<double>(std::clock() - processor) / CLOCKS_PER_SEC, 0.2);
+
+  write_text("gate", "grown\n");
+  std::optional<std::string> line;
+  for (int i = 0; i < 3000 && !line; ++i) {
+    output.wait(writer);
+    line = output.next_line(false);
+  }
+  EXPECT_THAT(line, Optional(Eq("grown")));
+  for (int i = 0; i < 3000 && !writer.ended(); ++i) output.wait(writer);
+  EXPECT_TRUE(writer.ended());
+}
+
+}  // namespace
