@@ -54,7 +54,7 @@ void show_status(Editor& editor) {
 
 gboolean count_marks(gpointer data) {
   Editor& editor = *static_cast<Editor*>(data);
-  editor.recount = 0;
+  editor.recount.forget();
   const Table& table = editor.document.table;
   const auto marks = static_cast<long>(all_faults(editor.index, table).size());
   std::string text = counted(row_count(table), "study", "studies") + ", " +
@@ -64,9 +64,9 @@ gboolean count_marks(gpointer data) {
   return G_SOURCE_REMOVE;
 }
 
+/// When there is time, so that typing does not wait for a large table.
 void plan_count(Editor& editor) {
-  if (editor.recount == 0)
-    editor.recount = g_idle_add_full(G_PRIORITY_LOW, count_marks, &editor, nullptr);
+  editor.recount = Q_source(g_idle_add_full(G_PRIORITY_LOW, count_marks, &editor, nullptr));
 }
 
 gboolean on_delete(GtkWidget* /*window*/, GdkEvent* /*event*/, gpointer data) {
@@ -173,9 +173,8 @@ void present(Editor& editor) {
 }  // namespace
 
 Editor::~Editor() {
-  if (recount != 0) g_source_remove(recount);
-  if (window != nullptr && !closed) gtk_widget_destroy(window);
   grid.reset();
+  if (window != nullptr && !closed) gtk_widget_destroy(window);
   if (actions != nullptr) g_object_unref(actions);
   if (manager != nullptr) g_object_unref(manager);
 }
@@ -266,6 +265,7 @@ bool editor_close(Editor& editor) {
     if (answer == GTK_RESPONSE_ACCEPT && !editor_save(editor)) return false;
   }
   editor.closed = true;
+  editor.recount = Q_source();
   gtk_widget_destroy(editor.window);
   if (gtk_main_level() > 0) gtk_main_quit();
   return true;

@@ -10,6 +10,7 @@
 #include "companions/kvo_edit/checks.h"
 #include "companions/kvo_edit/document.h"
 #include "companions/kvo_edit/grid.h"
+#include "util/handles.h"
 
 struct Editor {
   Document document;
@@ -20,7 +21,7 @@ struct Editor {
   GtkActionGroup* actions = nullptr;
   GtkWidget* status = nullptr;  ///< what there is to say about the cell at the cursor
   GtkWidget* counts = nullptr;  ///< studies, variables and marks
-  guint recount = 0;            ///< the idle source that counts the marks anew
+  Q_source recount;             ///< counts the marks anew when there is time
   bool closed = false;
   ~Editor();
 };

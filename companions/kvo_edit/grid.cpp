@@ -263,6 +263,7 @@ Grid::~Grid() {
   if (view == nullptr) return;
   g_signal_handlers_disconnect_matched(view, G_SIGNAL_MATCH_DATA, 0, 0, nullptr, nullptr, this);
   edit.reset();
+  gtk_widget_destroy(GTK_WIDGET(view));
   g_object_unref(store);
   g_object_unref(view);
 }

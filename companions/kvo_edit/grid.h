@@ -12,6 +12,7 @@
 
 #include "companions/kvo_edit/checks.h"
 #include "companions/kvo_edit/document.h"
+#include "util/handles.h"
 
 /// What the grid tells its window.
 struct Grid_events {
@@ -34,6 +35,7 @@ struct Grid {
   long return_column = -1;          ///< where Enter goes after a row of Tabs
   bool dragging = false;            ///< the pointer is stretching the selection
   bool arranging = false;           ///< columns are being put back in order
+  Q_source rearrange;               ///< takes over the order of columns that the user has dragged
   std::unique_ptr<Grid_edit> edit;  ///< while a cell is edited
   ~Grid();
 };

@@ -68,7 +68,7 @@ void move_on_by_tab(Grid& grid, bool back, bool adds) {
     --row;
     column = columns - 1;
   }
-  if (row >= rows) {
+  if (row >= rows && adds) {
     add_studies(*grid.document, rows, 1);
     grid.events.changed();
   }

@@ -117,7 +117,10 @@ gboolean on_header_press(GtkWidget* button, GdkEventButton* event, gpointer data
 /// which always show the table's columns in order, go back.
 gboolean take_over_order(gpointer data) {
   Grid& grid = *static_cast<Grid*>(data);
+  grid.rearrange.forget();
   const Columns columns(gtk_tree_view_get_columns(grid.view));
+  // Columns also change when the view goes.
+  if (g_list_length(columns.get()) == 0) return G_SOURCE_REMOVE;
   std::vector<GtkTreeViewColumn*> ordered(g_list_length(columns.get()) - 1);
   long from = 0;
   long to = 0;
@@ -145,8 +148,9 @@ gboolean take_over_order(gpointer data) {
 }
 
 void on_columns_changed(GtkTreeView* /*view*/, gpointer data) {
+  Grid& grid = *static_cast<Grid*>(data);
   // Later, as the view is still busy with the drag.
-  if (!static_cast<Grid*>(data)->arranging) g_idle_add(take_over_order, data);
+  if (!grid.arranging) grid.rearrange = Q_source(g_idle_add(take_over_order, data));
 }
 
 /// No column can be dropped at either end, where there are other columns than those of variables.

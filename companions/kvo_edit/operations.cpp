@@ -49,11 +49,16 @@ std::vector<long> sequence(long first, long last) {
   return positions;
 }
 
+/// New cells are written as missing, so that no line of the file is left short.
+std::vector<std::string> missing_values(long count) {
+  return std::vector<std::string>(static_cast<std::size_t>(count), "NA");
+}
+
 Edit new_rows(long at, long count, long columns) {
   Insert_rows edit;
   for (long i = 0; i < count; ++i) {
     Table_row row;
-    row.cells.resize(static_cast<std::size_t>(columns));
+    row.cells = missing_values(columns);
     edit.rows.emplace_back(at + i, std::move(row));
   }
   return edit;
@@ -126,10 +131,10 @@ std::vector<Edit> grow(const Table& table, long rows, long columns) {
   if (rows > old_rows) edits.push_back(new_rows(old_rows, rows - old_rows, column_count(table)));
   Insert_columns added;
   std::vector<std::string> names = table.header.cells;
-  const auto cells = static_cast<std::size_t>(std::max(rows, old_rows));
+  const long cells = std::max(rows, old_rows);
   for (long column = column_count(table); column < columns; ++column) {
     names.push_back(unused_name(names));
-    added.columns.push_back({column, {names.back(), std::vector<std::string>(cells)}});
+    added.columns.push_back({column, {names.back(), missing_values(cells)}});
   }
   if (!added.columns.empty()) edits.emplace_back(std::move(added));
   return edits;
@@ -177,7 +182,7 @@ void add_studies(Document& document, long at, long count) {
 void add_variable(Document& document, long at, const std::string& name) {
   const long rows = row_count(document.table);
   Insert_columns edit;
-  edit.columns.push_back({at, {name, std::vector<std::string>(static_cast<std::size_t>(rows))}});
+  edit.columns.push_back({at, {name, missing_values(rows)}});
   make_change(document, "add variable", {std::move(edit)}, {0, at, rows - 1, at});
 }
 

@@ -83,15 +83,28 @@ std::vector<std::string> cells_of(std::string_view line, std::size_t columns) {
   return cells;
 }
 
-/// Whether the loader would make the row's cells of the line that the row comes from.
-bool is_as_loaded(const Table_row& row, bool is_header) {
-  if (!row.source) return false;
-  const std::vector<std::string> cells = Q_table_split_line(row.source->text);
-  if (is_header) return cells == row.cells;
-  for (std::size_t i = 0; i < row.cells.size(); ++i)
-    if ((i < cells.size() ? std::string_view(cells[i]) : "") != row.cells[i]) return false;
-  return true;
-}
+/// Whether the line that a row comes from can stand for it: the loader makes the row's cells of it.
+/// What follows the last cell, which the loader ignores, stays only in a table that is as wide as
+/// it was, or a removed variable would stay there.
+class Kept_lines {
+ public:
+  explicit Kept_lines(const Table& table) {
+    if (table.header.source) columns_ = Q_table_split_line(table.header.source->text).size();
+  }
+
+  [[nodiscard]] bool has(const Table_row& row, bool is_header) const {
+    if (!row.source) return false;
+    const std::vector<std::string> cells = Q_table_split_line(row.source->text);
+    if (is_header) return cells == row.cells;
+    if (cells.size() > row.cells.size() && row.cells.size() != columns_) return false;
+    for (std::size_t i = 0; i < row.cells.size(); ++i)
+      if ((i < cells.size() ? std::string_view(cells[i]) : "") != row.cells[i]) return false;
+    return true;
+  }
+
+ private:
+  std::size_t columns_ = 0;
+};
 
 std::string new_line(const Table_row& row, const Table_format& format) {
   std::string line;
@@ -102,12 +115,12 @@ std::string new_line(const Table_row& row, const Table_format& format) {
   return line += format.after_cells;
 }
 
-void append_row(std::string& text, const Table_row& row, bool is_header, const Table_format& format,
+void append_row(std::string& text, const Table_row& row, bool is_kept, const Table_format& format,
                 bool with_end) {
   const Row_source none;
   const Row_source& source = row.source ? *row.source : none;
   text += source.before;
-  if (is_as_loaded(row, is_header))
+  if (is_kept)
     text += source.text;
   else
     text += new_line(row, format);
@@ -147,8 +160,11 @@ std::string document_text(const Document& document) {
   const long rows = row_count(table);
   const bool final_end = format.final_line_end || !format.after_rows.empty();
   std::string text;
-  for (long row = HEADER; row < rows; ++row)
-    append_row(text, table_row(table, row), row == HEADER, format, row + 1 < rows || final_end);
+  const Kept_lines kept(table);
+  for (long row = HEADER; row < rows; ++row) {
+    const Table_row& cells = table_row(table, row);
+    append_row(text, cells, kept.has(cells, row == HEADER), format, row + 1 < rows || final_end);
+  }
   return text += format.after_rows;
 }
 
@@ -191,9 +207,10 @@ std::string cell_description(const Table& table, long row, long column) {
 
 std::optional<Unsavable> first_unsavable(const Document& document) {
   const Table& table = document.table;
+  const Kept_lines kept(table);
   for (long row = HEADER; row < row_count(table); ++row) {
     const Table_row& cells = table_row(table, row);
-    if (is_as_loaded(cells, row == HEADER)) continue;
+    if (kept.has(cells, row == HEADER)) continue;
     for (long column = 0; column < column_count(table); ++column) {
       const std::string& text = cell(table, row, column);
       if (const char* fault = storage_fault(text))

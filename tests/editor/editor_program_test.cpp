@@ -1,0 +1,175 @@
+// The program kvo_edit: its command line, its window in front of others, its end.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <gtk/gtk.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+
+#include "test_folder.h"
+#include "util/handles.h"
+
+// Last, as its macros are words that others use.
+#include <gdk/gdkx.h>
+
+namespace {
+
+using testing::HasSubstr;
+
+struct Outcome {
+  int status;
+  std::string output;
+};
+
+/// Runs the editor with the arguments of a shell command to its end.
+Outcome run(const std::string& arguments) {
+  const std::string command = std::string("\"") + KVO_EDIT + "\" " + arguments + " 2>&1";
+  Q_pipe pipe(popen(command.c_str(), "r"));
+  std::string output;
+  char buffer[4096];
+  while (const std::size_t got = fread(buffer, 1, sizeof buffer, pipe.get()))
+    output.append(buffer, got);
+  const int status = pclose(pipe.release());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+TEST(EditorProgram, AnswersOnTheCommandLine) {
+  const Test_folder folder;
+  struct {
+    const char* arguments;
+    int status;
+    const char* output;  ///< a part of it
+  } const cases[] = {
+      {"--help", 0, "Usage: kvo_edit FILE"},
+      {"--version", 0, "kvo_edit (Quorvane) 4.31"},
+      {"", 1, "kvo_edit: one file is needed"},
+      {"a b", 1, "kvo_edit: one file is needed"},
+      {"--unknown", 1, "kvo_edit: one file is needed"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = run(c.arguments);
+    EXPECT_EQ(outcome.status, c.status) << c.arguments;
+    EXPECT_THAT(outcome.output, HasSubstr(c.output)) << c.arguments;
+  }
+  const std::string display = getenv("DISPLAY");
+  unsetenv("DISPLAY");
+  const Outcome outcome = run("kvo_table.txt");
+  setenv("DISPLAY", display.c_str(), 1);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.output, HasSubstr("kvo_edit: no display can be opened"));
+}
+
+/// An editor that has been started on a file of the current folder.
+class Started {
+ public:
+  explicit Started(const char* file) : pid_(fork()) {
+    if (pid_ != 0) return;
+    execl(KVO_EDIT, "kvo_edit", file, static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  Started(const Started&) = delete;
+  Started& operator=(const Started&) = delete;
+  ~Started() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  /// Waits for the end, 10 s at most; the status of wait().
+  int wait() {
+    int status = -1;
+    for (int i = 0; i < 1000; ++i) {
+      if (waitpid(pid_, &status, WNOHANG) == pid_) {
+        pid_ = -1;
+        return status;
+      }
+      g_usleep(10000);
+    }
+    return -1;
+  }
+
+ private:
+  pid_t pid_;
+};
+
+/// The window that the window manager calls active.
+Window active_window() {
+  GdkAtom type{};
+  int format = 0;
+  int length = 0;
+  guchar* raw = nullptr;
+  if (gdk_property_get(gdk_get_default_root_window(), gdk_atom_intern("_NET_ACTIVE_WINDOW", FALSE),
+                       GDK_NONE, 0, 4, FALSE, &type, &format, &length, &raw) == FALSE)
+    return 0;
+  const Q_g_memory<guchar> data(raw);
+  return length >= static_cast<int>(sizeof(long)) ? Window(*reinterpret_cast<long*>(raw)) : 0;
+}
+
+std::string title_of(Window window) {
+  gdk_error_trap_push();
+  char* name = nullptr;
+  XFetchName(gdk_x11_get_default_xdisplay(), window, &name);
+  const std::string title = name == nullptr ? "" : name;
+  if (name != nullptr) XFree(name);
+  gdk_error_trap_pop();
+  return title;
+}
+
+/// Waits until a window of that title is the active one, 10 s at most; 0 when none is.
+Window wait_for_active(const std::string& title) {
+  for (int i = 0; i < 1000; ++i) {
+    while (gtk_events_pending()) gtk_main_iteration();
+    const Window window = active_window();
+    if (window != 0 && title_of(window) == title) return window;
+    g_usleep(10000);
+  }
+  return 0;
+}
+
+void close_window(Window window) {
+  XEvent event{};
+  event.xclient.type = ClientMessage;
+  event.xclient.window = window;
+  event.xclient.message_type = gdk_x11_get_xatom_by_name("WM_PROTOCOLS");
+  event.xclient.format = 32;
+  event.xclient.data.l[0] = static_cast<long>(gdk_x11_get_xatom_by_name("WM_DELETE_WINDOW"));
+  event.xclient.data.l[1] = CurrentTime;
+  Display* display = gdk_x11_get_default_xdisplay();
+  XSendEvent(display, window, False, NoEventMask, &event);
+  XFlush(display);
+}
+
+TEST(EditorProgram, ComesToTheFrontAndEndsWell) {
+  const Test_folder folder;
+  write_text("kvo_table.txt", "study,n1\na,1\n");
+  // The window of the program that starts the editor, which then does not serve its events.
+  GtkWidget* starter = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  gtk_window_set_title(GTK_WINDOW(starter), "starter");
+  gtk_window_maximize(GTK_WINDOW(starter));
+  gtk_widget_show(starter);
+  ASSERT_NE(wait_for_active("starter"), 0U);
+  Started editor("kvo_table.txt");
+  const Window window = wait_for_active("kvo_table.txt - KVO table editor");
+  ASSERT_NE(window, 0U);
+  close_window(window);
+  const int status = editor.wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_EQ(read_text("kvo_table.txt"), "study,n1\na,1\n");
+  gtk_widget_destroy(starter);
+}
+
+TEST(EditorProgram, SaysWhyAFileCannotBeOpened) {
+  const Test_folder folder;
+  std::filesystem::create_directory("kvo_table.txt");
+  Started editor("kvo_table.txt");
+  const Window dialog = wait_for_active("KVO table editor");
+  ASSERT_NE(dialog, 0U);
+  close_window(dialog);
+  const int status = editor.wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+}
+
+}  // namespace
