@@ -1,0 +1,144 @@
+#include "companions/imgcalc/operations.h"
+
+#include <Eigen/Core>
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "companions/common/cancel.h"
+#include "companions/common/error.h"
+#include "companions/common/parallel.h"
+#include "companions/imgcalc/t_statistic.h"
+#include "imaging/nifti_affine.h"
+#include "imaging/nifti_file.h"
+#include "imaging/nifti_write.h"
+
+namespace {
+
+/// Voxels that one thread converts before it looks for more.
+constexpr std::size_t BLOCK = 4096;
+/// In mm, the difference between two transforms that is owed to rounding.
+constexpr double SAME_PLACE = 0.01;
+
+using Conversion = double (*)(double value, double df);
+
+template <typename T>
+T value_of(Nifti_result<T> result) {
+  if (const auto* error = std::get_if<Nifti_error>(&result)) throw Refusal(error->message);
+  return std::get<T>(std::move(result));
+}
+
+bool go_on() {
+  return !cancel_requested();
+}
+
+void finish(const std::optional<Nifti_error>& error) {
+  if (error) throw Refusal(error->message);
+  stop_if_cancelled();
+}
+
+Nifti_image read_any(const std::string& path) {
+  Nifti_options options;
+  options.all_types = true;
+  return value_of(nifti_read(path, options));
+}
+
+void compress(const Command& command) {
+  const Nifti_image image = read_any(command.path);
+  if (image.kind == Nifti_kind::compressed)
+    throw Refusal("'" + image.path + "' is a NIfTI compressed file already");
+  constexpr std::size_t EXTENSION = 3;  // "nii" and "hdr"
+  finish(nifti_write(image.path.substr(0, image.path.size() - EXTENSION) + "nii.gz", image, go_on));
+}
+
+void change_values(const Command& command, std::int16_t intent_code) {
+  finish(nifti_rewrite_header(
+      command.path, [&](Nifti_header& header) { declare_values(header, intent_code, command.df); },
+      go_on));
+}
+
+void change_space(const Command& command, std::int16_t space_code) {
+  const auto info = value_of(nifti_read_info(command.path));
+  Nifti_header changed = info.header;
+  if (!declare_space(changed, space_code))
+    throw Refusal("the header of '" + info.path + "' does not place the voxels in space");
+  finish(nifti_rewrite_header(
+      info.path, [&](Nifti_header& header) { header = changed; }, go_on));
+}
+
+float converted(float value, Conversion conversion, double df) {
+  if (!std::isfinite(value)) return value;
+  constexpr double LARGEST = std::numeric_limits<float>::max();
+  return static_cast<float>(std::clamp(conversion(value, df), -LARGEST, LARGEST));
+}
+
+void convert_values(const Command& command, Conversion conversion) {
+  Nifti_image image = read_any(command.path);
+  const auto voxels = static_cast<std::size_t>(image.voxels_per_volume);
+  for (const Nifti_volume& volume : image.volumes)
+    in_parallel((voxels + BLOCK - 1) / BLOCK, [&](std::size_t block, std::size_t /*thread*/) {
+      const std::size_t end = std::min(voxels, (block + 1) * BLOCK);
+      for (std::size_t i = block * BLOCK; i < end; ++i)
+        volume[i] = converted(volume[i], conversion, command.df);
+    });
+  declare_values(image.header, NIFTI_T_STATISTIC, command.df);
+  // The range of shown values was that of the old ones; 0 to 0 means none.
+  image.header.cal_min = image.header.cal_max = 0;
+  finish(nifti_write(command.output, image, go_on));
+}
+
+/// The transform that other software goes by when both are missing: the axes run right, front and
+/// up, and the middle of the image is the origin.
+Eigen::Matrix4d centred_affine(const Nifti_header& h) {
+  Eigen::Matrix4d affine = Eigen::Matrix4d::Identity();
+  for (int axis = 0; axis < 3; ++axis) {
+    const double size = std::abs(h.pixdim[1 + axis]);
+    affine(axis, axis) = size;
+    affine(axis, 3) = -size * (h.dim[1 + axis] - 1) / 2;
+  }
+  return affine;
+}
+
+}  // namespace
+
+void declare_values(Nifti_header& h, std::int16_t intent_code, double parameter) {
+  h.intent_code = intent_code;
+  h.intent_p1 = static_cast<float>(parameter);
+  h.intent_p2 = h.intent_p3 = 0;
+  std::memset(h.intent_name, 0, sizeof h.intent_name);
+}
+
+bool declare_space(Nifti_header& h, std::int16_t space_code) {
+  const auto qform = h.qform_code > 0 ? nifti_qform(h) : std::nullopt;
+  const Eigen::Matrix4d affine = h.sform_code > 0 ? nifti_sform(h)
+                                 : qform          ? *qform
+                                                  : centred_affine(h);
+  if (!nifti_places_voxels(affine)) return false;
+  if (h.sform_code <= 0) nifti_set_sform(h, affine);
+  // Viewers differ in which of the two they go by.
+  if (!qform || (*qform - affine).cwiseAbs().maxCoeff() > SAME_PLACE) nifti_set_qform(h, affine);
+  h.sform_code = h.qform_code = space_code;
+  return true;
+}
+
+void carry_out(const Command& command) {
+  switch (command.operation) {
+    case Operation::compress:
+      return compress(command);
+    case Operation::set_t:
+      return change_values(command, NIFTI_T_STATISTIC);
+    case Operation::set_z:
+      return change_values(command, NIFTI_Z_SCORE);
+    case Operation::set_log10_p:
+      return change_values(command, NIFTI_LOG10_P);
+    case Operation::set_mni:
+      return change_space(command, NIFTI_MNI);
+    case Operation::set_talairach:
+      return change_space(command, NIFTI_TALAIRACH);
+    case Operation::z_to_t:
+      return convert_values(command, t_of_z);
+    case Operation::log10_p_to_t:
+      return convert_values(command, t_of_log10_p);
+  }
+}
