@@ -469,13 +469,10 @@ void write_image(const std::string& path, const Image& image) {
 
   Q_fd descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   if (!descriptor) refuse_writing(path, std::strerror(errno));
-  // zlib closes its descriptor at the end, so it gets a second one: fsync comes after that.
-  Q_fd duplicate(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0));
-  if (!duplicate) refuse_writing(path, std::strerror(errno));
   // zlib writes neither a name nor a time into the gzip header; "T" means no compression.
-  Q_gz_file file(gzdopen(duplicate.get(), path.ends_with(".gz") ? "wb6" : "wbT"));
+  Q_gz_file file(gzdopen(descriptor.get(), path.ends_with(".gz") ? "wb6" : "wbT"));
   if (file == nullptr) refuse_writing(path, "out of memory");
-  [[maybe_unused]] const int owned_by_file = duplicate.release();
+  [[maybe_unused]] const int owned_by_file = descriptor.release();
   gzbuffer(file.get(), 1 << 17);
 
   const Header header = header_of(image);
@@ -488,6 +485,4 @@ void write_image(const std::string& path, const Image& image) {
   errno = 0;
   if (const int code = gzclose(file.release()); code != Z_OK)
     refuse_writing(path, errno != 0 ? std::strerror(errno) : "error " + std::to_string(code));
-  if (fsync(descriptor.get()) != 0 || close(descriptor.release()) != 0)
-    refuse_writing(path, std::strerror(errno));
 }

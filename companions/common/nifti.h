@@ -50,7 +50,8 @@ Image read_image(const std::string& path);
 /// the header is none of an image that read_image() reads.
 std::string read_description(const std::string& path);
 
-/// Writes a 32-bit float image (gzip when the path ends with ".gz") and flushes it to the disk.
-/// The same image always gives the same bytes. Throws Refusal, naming the file, when the disk
-/// refuses; a file begun by then is left for the caller, who writes below a temporary name.
+/// Writes a 32-bit float image (gzip when the path ends with ".gz"). The same image always gives
+/// the same bytes. They may still have to reach the disk: whoever renames the file flushes it
+/// first. Throws Refusal, naming the file, when the disk refuses; a file begun by then is left for
+/// the caller, who writes below a temporary name.
 void write_image(const std::string& path, const Image& image);

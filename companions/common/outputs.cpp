@@ -53,6 +53,16 @@ bool exists(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
+bool is_folder(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// Whether the name may be moved or removed: a link in the place of a folder would lead elsewhere.
+bool stays_inside(const std::string& name) {
+  return is_output_name(name) && (!name.starts_with(sub_folder + "/") || is_folder(sub_folder));
+}
+
 void flush_folder(const std::string& path) {
   const Q_fd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder) fsync(folder.get());
@@ -61,16 +71,18 @@ void flush_folder(const std::string& path) {
 /// Makes the moves of the journal that have not been made.
 void make_moves() {
   const std::string moves = read_text(journal);
+  const bool has_sub_folder = is_folder(stage + "/" + sub_folder);
+  if (has_sub_folder) mkdir(sub_folder.c_str(), 0777);
   for (const TextLine& line : filled_lines(moves)) {
     if (line.text.starts_with(move_word)) {
       const std::string name(line.text.substr(move_word.size()));
-      if (!is_output_name(name) || !exists(stage + "/" + name)) continue;
-      if (name.starts_with(sub_folder + "/")) mkdir(sub_folder.c_str(), 0777);
+      const bool reachable = has_sub_folder || name.find('/') == std::string::npos;
+      if (!reachable || !stays_inside(name) || !exists(stage + "/" + name)) continue;
       if (rename((stage + "/" + name).c_str(), name.c_str()) != 0)
         throw Refusal("'" + name + "' cannot be replaced: " + std::strerror(errno) + ".");
     } else if (line.text.starts_with(remove_word)) {
       const std::string name(line.text.substr(remove_word.size()));
-      if (is_output_name(name)) unlink(name.c_str());
+      if (stays_inside(name)) unlink(name.c_str());
     }
   }
   flush_folder(sub_folder);
@@ -79,10 +91,9 @@ void make_moves() {
 }
 
 Leftovers recover_locked() {
-  struct stat status {};
-  if (lstat(stage.c_str(), &status) != 0) return Leftovers::none;
+  if (!exists(stage)) return Leftovers::none;
   // What is a link, or no folder, is not ours to follow.
-  if (S_ISDIR(status.st_mode) && exists(journal)) {
+  if (is_folder(stage) && exists(journal)) {
     make_moves();
     return Leftovers::completed;
   }
@@ -91,9 +102,7 @@ Leftovers recover_locked() {
 }
 
 void check_place(const std::string& name) {
-  struct stat status {};
-  if (lstat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
-    throw Refusal("'" + name + "' cannot be replaced: it is a folder.");
+  if (is_folder(name)) throw Refusal("'" + name + "' cannot be replaced: it is a folder.");
 }
 
 }  // namespace
@@ -110,8 +119,7 @@ void check_folder_writable() {
 
 Outputs::Outputs() : lock_(lock_folder()) {
   recover_locked();
-  if (mkdir(stage.c_str(), 0777) != 0 || mkdir((stage + "/" + sub_folder).c_str(), 0777) != 0)
-    refuse_folder(std::strerror(errno));
+  if (mkdir(stage.c_str(), 0777) != 0) refuse_folder(std::strerror(errno));
 }
 
 Outputs::~Outputs() {
@@ -120,6 +128,7 @@ Outputs::~Outputs() {
 
 std::string Outputs::path_of(const std::string& name) {
   if (!is_output_name(name)) throw Refusal("'" + name + "' cannot be the name of an output.");
+  if (name.find('/') != std::string::npos) mkdir((stage + "/" + sub_folder).c_str(), 0777);
   moved_.push_back(name);
   return stage + "/" + name;
 }
@@ -134,8 +143,7 @@ void Outputs::remove(const std::string& name) {
 }
 
 void Outputs::commit() {
-  struct stat status {};
-  if (lstat(sub_folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+  if (exists(sub_folder) && !is_folder(sub_folder))
     throw Refusal("'" + sub_folder + "' is not a folder.");
   std::string moves;
   for (const std::string& name : moved_) {
@@ -145,7 +153,8 @@ void Outputs::commit() {
   for (const std::string& name : removed_)
     if (std::find(moved_.begin(), moved_.end(), name) == moved_.end())
       moves += remove_word + name + "\n";
-  flush_folder(stage + "/" + sub_folder);
+  // All at once: a flush of each file by itself would have the disk wait as often.
+  if (syncfs(lock_.get()) != 0) refuse_folder(std::strerror(errno));
   if (!Q_write_whole(journal.c_str(), moves)) refuse_folder(std::strerror(errno));
   flush_folder(stage);
   make_moves();

@@ -49,6 +49,13 @@ std::size_t largest_slice(const Mask& mask) {
   return largest;
 }
 
+std::vector<std::size_t> filled_slices(const Mask& mask) {
+  std::vector<std::size_t> slices;
+  for (std::size_t k = 0; k < mask.slices(); ++k)
+    if (mask.slice_begin[k] < mask.slice_begin[k + 1]) slices.push_back(k);
+  return slices;
+}
+
 /// What one thread needs to compute the statistic of a slice of a randomization.
 struct Workspace {
   PeakMap::Plane plane;
@@ -143,20 +150,21 @@ NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& 
                             const Statistic& statistic) {
   const auto threads = std::size_t(omp_get_max_threads());
   const std::vector<MovingStudy> studies = moving_studies(meta);
-  const std::size_t repeats = meta.record.randomizations, slices = meta.mask.slices();
+  const std::vector<std::size_t> slices = filled_slices(meta.mask);
+  const std::size_t repeats = meta.record.randomizations;
   Action action("Moving the peaks to random places (" + std::to_string(repeats) +
                     (repeats == 1 ? " time)" : " times)"),
-                repeats * slices, randomization_dots);
+                repeats * slices.size(), randomization_dots);
   NullDistribution null(observed, repeats, threads);
   std::vector<Workspace> workspaces(threads, Workspace(studies.size(), largest_slice(meta.mask)));
 
   // A slice at a time, so that all the studies' values of it stay in the cache, and memory does not
   // grow with whole maps of every study.
-  in_parallel(repeats * slices, [&](std::size_t item, std::size_t thread) {
-    const std::size_t repeat = item / slices, k = item % slices;
+  in_parallel(repeats * slices.size(), [&](std::size_t item, std::size_t thread) {
+    const std::size_t repeat = item / slices.size(), k = slices[item % slices.size()];
     const std::size_t voxels = meta.mask.slice_begin[k + 1] - meta.mask.slice_begin[k];
     Workspace& work = workspaces[thread];
-    for (std::size_t s = 0; s < studies.size() && voxels > 0; ++s) {
+    for (std::size_t s = 0; s < studies.size(); ++s) {
       const MovingStudy& study = studies[s];
       RandomStream random(meta.record.seed, repeat, study.hash);
       work.voxels.clear();
@@ -167,7 +175,7 @@ NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& 
       study.map.effects(work.voxels, int(k), meta.mask, work.plane, g);
       for (std::size_t v = 0; v < voxels; ++v) var[v] = float(study.variance.at(g[v]));
     }
-    if (voxels > 0) statistic(work.maps.effects(0), work.maps.variances(0), voxels, work.z.data());
+    statistic(work.maps.effects(0), work.maps.variances(0), voxels, work.z.data());
     null.count(std::span(work.z).first(voxels), repeat, thread);
     action.step();
   });

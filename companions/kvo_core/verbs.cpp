@@ -85,9 +85,8 @@ std::span<const Verb> all_verbs() {
   return verbs;
 }
 
-void check_command(const Command& command) {
+void require_available(const Command& command) {
   if (command.verb->run == nullptr)
     throw Refusal("The command '" + std::string(command.verb->name) +
                   "' is not available in this version.");
-  command.verb->check(command);
 }

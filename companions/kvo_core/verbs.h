@@ -9,8 +9,8 @@
 
 std::span<const Verb> all_verbs();
 
-/// Throws Refusal when the verb does not exist yet or the command cannot be carried out.
-void check_command(const Command& command);
+/// Throws Refusal, naming the verb, when this version does not have it.
+void require_available(const Command& command);
 
 void check_pp(const Command& command);
 void run_pp(const Command& command);

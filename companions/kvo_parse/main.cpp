@@ -20,8 +20,9 @@ bool run(const std::string& text) {
     return true;
   }
   const Command command = parse_command(text, all_verbs());
+  require_available(command);
   recover_folder();
-  check_command(command);
+  command.verb->check(command);
   check_folder_writable();
   return supervise(companion_path("kvo_core"), {text});
 }

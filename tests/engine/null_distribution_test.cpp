@@ -1,0 +1,93 @@
+#include "companions/kvo_core/null_distribution.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+namespace {
+
+/// Values with many ties and some far tails.
+std::vector<float> some_values(std::size_t count, unsigned seed) {
+  std::mt19937 random(seed);
+  std::normal_distribution<float> normal;
+  std::vector<float> values;
+  for (std::size_t i = 0; i < count; ++i) {
+    const float value = normal(random);
+    values.push_back(i % 3 == 0     ? 0
+                     : i % 7 == 0   ? std::round(value)
+                     : i % 101 == 0 ? 90 * value
+                                    : value);
+  }
+  return values;
+}
+
+TEST(NullDistribution, GivesThePValuesOfACountByHand) {
+  const std::vector<float> observed = some_values(500, 1);
+  constexpr std::size_t repeats = 40, per_repeat = 250, threads = 3;
+  NullDistribution null(observed, repeats, threads);
+  std::vector<float> all, largest;
+  for (std::size_t r = 0; r < repeats; ++r) {
+    const std::vector<float> values = some_values(per_repeat, unsigned(100 + r));
+    // A randomization comes in pieces, from different threads.
+    null.count(std::span(values).first(100), r, r % threads);
+    null.count(std::span(values).subspan(100), r, (r + 1) % threads);
+    all.insert(all.end(), values.begin(), values.end());
+    largest.push_back(*std::max_element(values.begin(), values.end()));
+  }
+  null.finish();
+  ASSERT_EQ(null.values(), all.size());
+  const std::vector<float> p = null.p(), pFWE = null.p_family_wise();
+  const auto share = [](const std::vector<float>& values, float least) {
+    const auto count =
+        std::count_if(values.begin(), values.end(), [&](float v) { return v >= least; });
+    return float((1.0 + double(count)) / (1.0 + double(values.size())));
+  };
+  for (std::size_t i = 0; i < observed.size(); ++i) {
+    EXPECT_EQ(p[i], share(all, observed[i])) << "z " << observed[i];
+    EXPECT_EQ(pFWE[i], share(largest, observed[i])) << "z " << observed[i];
+  }
+  for (const double q : {0.5, 0.1, 0.01, 0.0001, 1e-7}) {
+    // Values beyond 64 all count as 64.
+    const double upper = null.quantile(q, false), lower = null.quantile(q, true);
+    const auto beyond = [&](auto test) {
+      return double(std::count_if(all.begin(), all.end(), test)) / double(all.size());
+    };
+    const double step = 1.0 / 1024;
+    if (upper < 64) {
+      EXPECT_LE(beyond([&](float v) { return v >= upper; }), q) << q;
+      EXPECT_GT(beyond([&](float v) { return v >= upper - step; }), q) << q;
+    }
+    if (lower > -64) {
+      EXPECT_LE(beyond([&](float v) { return v < lower; }), q) << q;
+      EXPECT_GT(beyond([&](float v) { return v < lower + step; }), q) << q;
+    }
+  }
+}
+
+TEST(RandomStream, SpreadsEvenlyAndDiffersByEachOfItsKeys) {
+  // Chi-squared of 20,000 draws on 50 places; its 99.99 % point at 49 degrees of freedom is 94.
+  constexpr std::uint32_t places = 50;
+  std::vector<int> counts(places);
+  for (std::uint64_t repeat = 0; repeat < 100; ++repeat)
+    for (const char* name : {"a", "b"}) {
+      RandomStream random(1, repeat, name_hash(name));
+      for (int draw = 0; draw < 100; ++draw) ++counts[random.below(places)];
+    }
+  double chi_squared = 0;
+  for (const int count : counts) chi_squared += (count - 400.0) * (count - 400.0) / 400;
+  EXPECT_LT(chi_squared, 94);
+
+  const auto draws = [](std::uint64_t seed, std::uint64_t repeat, const char* name) {
+    RandomStream random(seed, repeat, name_hash(name));
+    std::vector<std::uint32_t> list(4);
+    for (auto& draw : list) draw = random.below(1000000);
+    return list;
+  };
+  EXPECT_EQ(draws(1, 2, "s"), draws(1, 2, "s"));
+  EXPECT_NE(draws(1, 2, "s"), draws(2, 2, "s"));
+  EXPECT_NE(draws(1, 2, "s"), draws(1, 3, "s"));
+  EXPECT_NE(draws(1, 2, "s"), draws(1, 2, "t"));
+}
+
+}  // namespace

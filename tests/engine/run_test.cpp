@@ -1,0 +1,295 @@
+// Whole commands: what they leave, and what is left when they do not come to their end.
+
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "file_size_limit.h"
+#include "runner.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Names = std::vector<std::string>;
+
+const std::string preprocess = "pp gray_matter, 0.0, 10, gray_matter, ";
+
+Names first_words(const std::string& path) {
+  Names names;
+  std::istringstream lines(read_text(path));
+  for (std::string line; std::getline(lines, line);)
+    names.push_back(line.substr(0, line.find('\t')));
+  return names;
+}
+
+TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
+  const Installation engine;
+  write_studies(5);
+  EXPECT_EQ(engine.run(preprocess + "20").closing(), "d");
+  EXPECT_EQ(read_text("kvo_maps.txt"), "");
+  EXPECT_THAT(first_words("kvo_nd.txt"), ElementsAre("name"));
+  EXPECT_EQ(engine.run("MyMean = mean").closing(), "d");
+  EXPECT_EQ(engine.run("Other = mean").closing(), "d");
+  EXPECT_EQ(engine.run("MyMean = mean").closing(), "d");
+  EXPECT_EQ(read_text("kvo_maps.txt"), "MyMean\nOther\n");
+  EXPECT_THAT(first_words("kvo_nd.txt"),
+              ElementsAre("name", "Other", "Other_n", "MyMean", "MyMean_n"));
+  for (const char* suffix : {"_g", "_var", "_z", "_p", "_tau2", "_I2", "_Q", "_pFWE"}) {
+    const Image image = read_image("MyMean" + std::string(suffix) + ".nii.gz");
+    EXPECT_TRUE(image.grid == mni_grid()) << suffix;
+    EXPECT_EQ(image.space, Space::mni) << suffix;
+    EXPECT_EQ(image.description, "KVO 4.31 MyMean = mean") << suffix;
+  }
+  EXPECT_EQ(value_at(read_image("MyMean_p.nii.gz"), {0, 60, 0}), 1) << "outside of the mask";
+
+  // A new meta-analysis takes the place of the old one; what is not ours stays.
+  write_text("Other_g.nii.gz", "a user's own");
+  write_text("pp/notes.txt", "a user's own");
+  write_studies(3);
+  EXPECT_EQ(engine.run(preprocess + "1").closing(), "d");
+  EXPECT_EQ(read_text("kvo_maps.txt"), "");
+  EXPECT_TRUE(fs::exists("pp/study2_g.nii.gz"));
+  EXPECT_FALSE(fs::exists("pp/study3_g.nii.gz"));
+  EXPECT_FALSE(fs::exists("MyMean_g.nii.gz"));
+  EXPECT_FALSE(fs::exists("Other_z.nii.gz"));
+  EXPECT_EQ(read_text("Other_g.nii.gz"), "a user's own");
+  EXPECT_EQ(read_text("pp/notes.txt"), "a user's own");
+  EXPECT_EQ(engine.run("MyMean = mean").closing(), "d");
+  EXPECT_FALSE(fs::exists("MyMean_pFWE.nii.gz")) << "with too few randomizations for it";
+}
+
+TEST(Run, RemovesNothingThatAStrangersListNames) {
+  const Installation engine;
+  write_studies(3);
+  write_text("kvo_maps.txt", "../share/mask\n/etc/passwd\nmy own\n..\n");
+  fs::copy_file(engine.share() / "mask_gray_matter.nii.gz", engine.share() / "mask_g.nii.gz");
+  const auto programs = fs::file_size(engine.share() / "mask_g.nii.gz");
+  EXPECT_EQ(engine.run(preprocess + "1").closing(), "d");
+  EXPECT_EQ(fs::file_size(engine.share() / "mask_g.nii.gz"), programs);
+}
+
+TEST(Run, SaysHowItGoesOn) {
+  const Installation engine;
+  write_studies(4);
+  write_text("study3.peaks.txt", "# space: MNI\n24 -14 6 4\n-60 0 0 4\n22 -24 4 3\n");
+  for (const std::string& command : {preprocess + "100", std::string("MyMean = mean")}) {
+    const Outcome outcome = engine.run(command);
+    EXPECT_EQ(outcome.status, 0);
+    bool in_action = false;
+    for (std::size_t i = 0; i + 1 < outcome.lines.size(); ++i) {
+      const std::string& line = outcome.lines[i];
+      ASSERT_FALSE(line.empty());
+      if (line[0] == 'a' || line[0] == 'o') in_action = line[0] == 'a';
+      const bool dot_or_end = line == "." || line == "o";
+      EXPECT_TRUE(dot_or_end || line[0] == 'a' || (line.starts_with("  ") && !in_action)) << line;
+    }
+    EXPECT_EQ(outcome.closing(), "d");
+  }
+  EXPECT_THAT(engine.run(preprocess + "1").lines,
+              testing::Contains("  study3: 2 of 3 peaks lie outside of the mask, 1 of them too far "
+                                "away to reach it"));
+  write_text("kvo_table.txt",
+             "study n1 n2 kept\nstudy0 12 NA 1\nstudy1 13 15 NA\nstudy2 14 15 0\nstudy3 15 NA 1\n");
+  EXPECT_THAT(engine.run("MyMean = mean kept").lines,
+              testing::Contains("  The filter leaves out 2 of 4 studies"));
+  EXPECT_THAT(engine.run("help").lines, testing::Contains("  NAME = mean [filter]"));
+}
+
+TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
+  const Installation engine;
+  std::vector<std::map<std::string, std::string>> results;
+  for (const char* threads : {"1", "2", "5", "2"}) {
+    for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
+    write_studies(7);
+    const auto with_threads = [&] { setenv("OMP_NUM_THREADS", threads, 1); };
+    ASSERT_EQ(engine.run(preprocess + "30", with_threads).closing(), "d");
+    ASSERT_EQ(engine.run("MyMean = mean", with_threads).closing(), "d");
+    results.push_back(snapshot());
+    EXPECT_TRUE(results.back() == results.front()) << threads << " threads";
+  }
+  // Another seed gives other p values, and nothing else.
+  std::string record = read_text("kvo_pp.txt");
+  write_text("kvo_pp.txt", record.replace(record.find("seed = 1"), 8, "seed = 2"));
+  ASSERT_EQ(engine.run("MyMean = mean").closing(), "d");
+  EXPECT_EQ(read_text("MyMean_z.nii.gz"), results.front()["./MyMean_z.nii.gz"]);
+  EXPECT_NE(read_text("MyMean_p.nii.gz"), results.front()["./MyMean_p.nii.gz"]);
+}
+
+/// Three studies with a peak each in the same one of two voxels that are far apart. Among moved
+/// peaks all three meet in a given voxel with probability 1/8, which is then the p of the mean, and
+/// in one of the two with 1/4, which is the family-wise one.
+TEST(Run, FindsTheProbabilityThatMovedPeaksMeet) {
+  const Installation engine;
+  write_mask(engine.share() / "mask_gray_matter.nii.gz", {{-50, 0, 0}, {50, 0, 0}});
+  write_text("kvo_table.txt", "study n1\na 20\nb 20\nc 20\n");
+  for (const char* file : {"a.peaks.txt", "b.peaks.txt", "c.peaks.txt"})
+    write_text(file, "# space: MNI\n50 0 0 5\n");
+  ASSERT_EQ(engine.run(preprocess + "4000").closing(), "d");
+  ASSERT_EQ(engine.run("MyMean = mean").closing(), "d");
+  const Image p = read_image("MyMean_p.nii.gz"), pFWE = read_image("MyMean_pFWE.nii.gz");
+  // Four standard errors of a binomial share of 4000.
+  EXPECT_NEAR(value_at(p, {50, 0, 0}), 0.125, 4 * 0.0052);
+  EXPECT_NEAR(value_at(pFWE, {50, 0, 0}), 0.25, 4 * 0.0068);
+  EXPECT_EQ(value_at(p, {-50, 0, 0}), 1);
+  EXPECT_EQ(value_at(read_image("MyMean_z.nii.gz"), {-50, 0, 0}), 0);
+}
+
+/// A folder in which a mean takes far longer than a test, as one study has thousands of peaks.
+class LongRun : public testing::Test {
+ protected:
+  LongRun() {
+    write_studies(3);
+    std::ofstream peaks("study0.peaks.txt", std::ios::app);
+    for (int p = 0; p < 4000; ++p) peaks << "24 -14 6 4\n";
+    peaks.close();
+    EXPECT_EQ(engine_.run(preprocess + "10000").closing(), "d");
+    before_ = snapshot();
+  }
+
+  /// The mean, when it has begun to compute.
+  Running_command started_mean() const {
+    Running_command command = engine_.start("MyMean = mean");
+    command.read_until("aMoving the peaks");
+    return command;
+  }
+
+  void expect_unchanged() const { EXPECT_TRUE(snapshot() == before_); }
+
+  Installation engine_;
+  std::map<std::string, std::string> before_;
+};
+
+void wait_for_end(pid_t process) {
+  for (int attempt = 0; attempt < 500 && kill(process, 0) == 0; ++attempt) usleep(10000);
+  EXPECT_NE(kill(process, 0), 0) << "process " << process << " is still running";
+}
+
+TEST_F(LongRun, IsCancelledByASignal) {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    Running_command command = started_mean();
+    const auto begin = std::chrono::steady_clock::now();
+    kill(command.pid(), signal);
+    const Outcome outcome = command.finish();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_EQ(outcome.status, 1);
+    ASSERT_GE(outcome.lines.size(), 2U);
+    EXPECT_EQ(outcome.lines[outcome.lines.size() - 2], "c");
+    EXPECT_EQ(outcome.closing(), "WARNING: The command was cancelled.");
+    expect_unchanged();
+  }
+}
+
+TEST_F(LongRun, TellsOfTheDeathOfItsCore) {
+  Running_command command = started_mean();
+  kill(command.child(), SIGKILL);
+  const Outcome outcome = command.finish();
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.closing(), "WARNING: The engine ended before it finished: signal 9 (Killed).");
+  expect_unchanged();
+}
+
+TEST_F(LongRun, EndsWithItsParent) {
+  Running_command command = started_mean();
+  const pid_t core = command.child();
+  kill(command.pid(), SIGKILL);
+  command.finish();
+  wait_for_end(core);
+  expect_unchanged();
+}
+
+TEST_F(LongRun, IsTidiedUpByTheNextCommandWhenAllWereKilled) {
+  Running_command command = started_mean();
+  const pid_t core = command.child();
+  // Stopped first, so that it cannot tidy up when its parent is gone.
+  kill(core, SIGSTOP);
+  kill(command.pid(), SIGKILL);
+  kill(core, SIGKILL);
+  command.finish();
+  wait_for_end(core);
+  EXPECT_FALSE(snapshot() == before_);
+  EXPECT_THAT(engine_.run("MyMean = mean nothing").closing(), HasSubstr("no variable 'nothing'"));
+  expect_unchanged();
+}
+
+TEST_F(LongRun, KeepsOtherCommandsOutOfTheFolder) {
+  Running_command command = started_mean();
+  EXPECT_EQ(engine_.run("Other = mean").closing(),
+            "WARNING: Another command is running in this folder. Please wait until it has ended.");
+  kill(command.pid(), SIGTERM);
+  command.finish();
+  expect_unchanged();
+}
+
+TEST(Run, FinishesWithoutAReader) {
+  const Installation engine;
+  write_studies(6);
+  ASSERT_EQ(engine.run(preprocess + "200").closing(), "d");
+  Running_command command = engine.start("MyMean = mean");
+  command.read_until("a");
+  command.close_output();
+  EXPECT_EQ(command.finish().status, 0);
+  EXPECT_EQ(read_text("kvo_maps.txt"), "MyMean\n");
+}
+
+TEST(Run, IsRefusedInAFolderThatCannotBeWritten) {
+  const Installation engine;
+  write_studies(3);
+  ASSERT_EQ(engine.run(preprocess + "1").closing(), "d");
+  fs::permissions(".", fs::perms(0555));
+  const auto before = snapshot();
+  const auto as_nobody = [] {
+    constexpr gid_t nobody = 65534;
+    if (geteuid() == 0 &&
+        (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0))
+      _exit(126);
+  };
+  for (const std::string& command : {preprocess + "1", std::string("MyMean = mean")}) {
+    const Outcome outcome = engine.run(command, as_nobody);
+    EXPECT_THAT(outcome.lines,
+                ElementsAre("WARNING: The working folder cannot be written: Permission denied."));
+    EXPECT_TRUE(snapshot() == before);
+  }
+  fs::permissions(".", fs::perms(0755));
+}
+
+TEST(Run, LeavesTheFolderAsItWasWhenTheDiskIsFull) {
+  const Installation engine;
+  write_studies(12);
+  ASSERT_EQ(engine.run(preprocess + "1").closing(), "d");
+  const auto before = snapshot();
+  // Too little for an image, for the record, and for the last list.
+  for (const rlim_t bytes : {rlim_t(0), rlim_t(600), rlim_t(2000)}) {
+    for (const std::string& command : {preprocess + "2", std::string("MyMean = mean")}) {
+      const auto on_full_disk = [&] {
+        // It lives on in the program that takes this process over.
+        static const File_size_limit limit(bytes);
+      };
+      const Outcome outcome = engine.run(command, on_full_disk);
+      EXPECT_EQ(outcome.status, 1) << command << " with files of " << bytes;
+      EXPECT_THAT(outcome.closing(), testing::StartsWith("WARNING: '")) << bytes;
+      EXPECT_THAT(outcome.closing(), HasSubstr("cannot be written: File too large")) << bytes;
+      EXPECT_TRUE(snapshot() == before) << command << " with files of " << bytes;
+    }
+  }
+}
+
+TEST(Run, SaysWhenTheCoreCannotBeStarted) {
+  const Installation engine;
+  write_studies(3);
+  const auto before = snapshot();
+  fs::permissions(engine.program("kvo_core"), fs::perms(0644));
+  EXPECT_THAT(engine.run(preprocess + "1").lines,
+              ElementsAre(testing::EndsWith("kvo_core' cannot be started: Permission denied.")));
+  fs::remove(engine.program("kvo_core"));
+  EXPECT_THAT(engine.run(preprocess + "1").lines,
+              ElementsAre(testing::EndsWith("cannot be started: No such file or directory.")));
+  EXPECT_TRUE(snapshot() == before);
+}
+
+}  // namespace

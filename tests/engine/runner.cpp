@@ -1,0 +1,138 @@
+#include "runner.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::vector<std::string> words_of(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+}  // namespace
+
+pid_t Running_command::child() const {
+  const std::string pid = std::to_string(pid_);
+  for (int attempt = 0; attempt < 500; ++attempt, usleep(10000))
+    if (const std::string text = read_text("/proc/" + pid + "/task/" + pid + "/children");
+        !text.empty())
+      return std::stoi(text);
+  ADD_FAILURE() << "no child was started";
+  return -1;
+}
+
+bool Running_command::read_more() {
+  std::array<char, 4096> bytes{};
+  const ssize_t got = read(output_.get(), bytes.data(), bytes.size());
+  if (got > 0) read_.append(bytes.data(), std::size_t(got));
+  return got > 0;
+}
+
+void Running_command::read_until(const std::string& beginning) {
+  while (("\n" + read_).find("\n" + beginning) == std::string::npos)
+    ASSERT_TRUE(read_more()) << "no line '" << beginning << "' in:\n" << read_;
+}
+
+Outcome Running_command::finish() {
+  while (output_ && read_more()) continue;
+  int status = 0;
+  waitpid(pid_, &status, 0);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, lines_of(read_)};
+}
+
+Installation::Installation() {
+  fs::permissions(folder_.path(), fs::perms(0755));
+  fs::create_directories(folder_.path() / "bin/linux64");
+  fs::create_directories(share());
+  fs::create_directories(work());
+  fs::copy_file(KVO_PARSE, program("kvo_parse"));
+  fs::copy_file(KVO_CORE, program("kvo_core"));
+  write_mask(share() / "mask_gray_matter.nii.gz", box_voxels());
+  fs::current_path(work());
+}
+
+Running_command Installation::start(const std::string& command,
+                                    const std::function<void()>& prepare) const {
+  std::vector<std::string> words = words_of(command);
+  words.insert(words.begin(), program("kvo_parse"));
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  int ends[2];
+  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  Q_fd reader(ends[0]);
+  const Q_fd writer(ends[1]);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(writer.get(), STDOUT_FILENO);
+    if (prepare) prepare();
+    execv(arguments[0], arguments.data());
+    _exit(127);
+  }
+  return {pid, std::move(reader)};
+}
+
+std::vector<std::array<int, 3>> box_voxels() {
+  std::vector<std::array<int, 3>> voxels;
+  for (int z = 0; z < 12; z += 2)
+    for (int y = -20; y < -6; y += 2)
+      for (int x = 20; x < 36; x += 2) voxels.push_back({x, y, z});
+  return voxels;
+}
+
+namespace {
+std::size_t grid_index(const std::array<int, 3>& mm) {
+  return mni_grid().index((mm[0] + 90) / 2, (mm[1] + 126) / 2, (mm[2] + 72) / 2);
+}
+}  // namespace
+
+void write_mask(const fs::path& path, const std::vector<std::array<int, 3>>& voxels) {
+  Image image;
+  image.grid = mni_grid();
+  image.values.resize(image.grid.voxels());
+  for (const auto& voxel : voxels) image.values[grid_index(voxel)] = 1;
+  write_image(path, image);
+}
+
+float value_at(const Image& image, const std::array<int, 3>& mm) {
+  return image.values.at(grid_index(mm));
+}
+
+std::map<std::string, std::string> snapshot() {
+  std::map<std::string, std::string> content;
+  for (const auto& entry : fs::recursive_directory_iterator("."))
+    content[entry.path()] = entry.is_symlink()        ? "-> " + read_symlink(entry.path()).string()
+                            : entry.is_regular_file() ? read_text(entry.path())
+                                                      : "(other)";
+  return content;
+}
+
+void write_studies(int studies) {
+  std::ostringstream table;
+  table << "study\tn1\tn2\n";
+  for (int s = 0; s < studies; ++s) {
+    const std::string name = "study" + std::to_string(s);
+    table << name << '\t' << 12 + s % 9 << '\t' << (s % 3 == 0 ? "NA" : "15") << '\n';
+    std::ostringstream peaks;
+    peaks << "# space: MNI\n";
+    for (int p = 0; p <= s % 4; ++p)
+      peaks << 20 + (5 * s + 7 * p) % 16 << ' ' << -20 + (3 * s + 5 * p) % 14 << ' '
+            << (2 * s + p) % 12 << ' ' << 2.5 + 0.1 * s << '\n';
+    write_text(name + ".peaks.txt", peaks.str());
+  }
+  write_text("kvo_table.txt", table.str());
+}
