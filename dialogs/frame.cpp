@@ -74,5 +74,9 @@ void Q_dialog::add(GtkWidget* widget) {
 }
 
 bool Q_dialog::run() {
-  return gtk_dialog_run(GTK_DIALOG(dialog_)) == GTK_RESPONSE_OK;
+  if (gtk_dialog_run(GTK_DIALOG(dialog_)) != GTK_RESPONSE_OK) return false;
+  // An answer given from the keyboard (Alt and a letter) does not leave the field that was typed
+  // in.
+  gtk_window_set_focus(GTK_WINDOW(dialog_), nullptr);
+  return true;
 }

@@ -41,7 +41,8 @@ class Q_dialog {
   /// Adds a widget to the content area, under the explanation, and shows it.
   void add(GtkWidget* widget);
   /// Runs the dialog modally; true when the answer is OK. Cancel, Escape and the window's close
-  /// button are refusals.
+  /// button are refusals. After OK the field with the focus has been left, so that what was typed
+  /// into it is settled.
   [[nodiscard]] bool run();
 
  private:

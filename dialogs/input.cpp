@@ -55,8 +55,6 @@ void build_number(Field& field, Q_input_item& item) {
 }
 
 void read_number(const Field& field, Q_input_item& item) {
-  // An answer given from the keyboard (Alt and a letter) leaves the field without its noticing.
-  gtk_spin_button_update(GTK_SPIN_BUTTON(field.widget));
   item.value = Q_input_get_num(field.widget);
 }
 
