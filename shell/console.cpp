@@ -98,6 +98,8 @@ GtkWidget* Q_input_new_textframe(GtkTextBuffer* /*buffer*/, GtkWidget* view, boo
   gtk_text_view_set_left_margin(text_view, VIEW_MARGIN);
   gtk_text_view_set_right_margin(text_view, VIEW_MARGIN);
   gtk_text_view_set_wrap_mode(text_view, GTK_WRAP_WORD);
+  // A view asks for the width of its longest word, which would make the window as wide.
+  gtk_widget_set_size_request(view, 1, -1);
   // The text stands on the base colour; the margins around it are painted in the other one.
   const GdkColor white{0, 65535, 65535, 65535};
   gtk_widget_modify_bg(view, GTK_STATE_NORMAL, &white);

@@ -109,8 +109,10 @@ void kvo3_main() {
   gtk_window_set_default_size(window, DEFAULT_WIDTH, DEFAULT_HEIGHT);
   gtk_window_set_position(window, GTK_WIN_POS_CENTER);
 
-  const Q_object<GtkUIManager> manager(new_ui_manager());
-  GtkWidget* toolbar = gtk_ui_manager_get_widget(manager.get(), "/toolbar1");
+  GtkUIManager* manager = new_ui_manager();
+  // Menus and actions live as long as the window.
+  g_object_set_data_full(G_OBJECT(window), "kvo-ui-manager", manager, g_object_unref);
+  GtkWidget* toolbar = gtk_ui_manager_get_widget(manager, "/toolbar1");
   gtk_toolbar_set_style(GTK_TOOLBAR(toolbar), GTK_TOOLBAR_BOTH);
 
   GtkWidget* combo_box = nullptr;
@@ -119,12 +121,12 @@ void kvo3_main() {
   pack(right, new_command_entry(combo_box), false, 3);
 
   GtkWidget* middle = gtk_hbox_new(FALSE, 0);
-  pack(middle, new_side_toolbar(manager.get()), false, 5);
+  pack(middle, new_side_toolbar(manager), false, 5);
   pack(middle, gtk_vseparator_new(), false, 0);
   pack(middle, right, true, 0);
 
   GtkWidget* all = gtk_vbox_new(FALSE, 0);
-  pack(all, gtk_ui_manager_get_widget(manager.get(), "/menu"), false, 0);
+  pack(all, gtk_ui_manager_get_widget(manager, "/menu"), false, 0);
   pack(all, toolbar, false, 0);
   pack(all, middle, true, 0);
   gtk_container_add(GTK_CONTAINER(window), all);
