@@ -1,6 +1,16 @@
 #include "shell/actions.h"
 
+#include "analyses/create_mask.h"
+#include "analyses/extract.h"
+#include "analyses/globals.h"
+#include "analyses/lm.h"
+#include "analyses/mean.h"
+#include "analyses/multi.h"
+#include "analyses/pp.h"
+#include "analyses/threshold.h"
 #include "dialogs/help.h"
+#include "imaging/convert_img.h"
+#include "imaging/convert_t.h"
 #include "integrations/update_check.h"
 #include "shell/batch.h"
 #include "shell/main_window.h"
@@ -25,19 +35,19 @@ constexpr Action_row ACTIONS[] = {
     {"menu_MetaAnalyses", nullptr, "_Meta-analyses", MENU},
     {"cd", "gtk-directory", "_Change meta-analysis", kvo3_cd},
     {"edit_table", "gtk-edit", "KVO _table editor", kvo3_edit_table},
-    {"convert_t", "gtk-convert", "Convert to t values", NONE_YET},
-    {"convert_img", "gtk-select-color", "Convert images", NONE_YET},
-    {"pp", "gtk-execute", "_Preprocessing", NONE_YET},
+    {"convert_t", "gtk-convert", "Convert to t values", kvo3_convert_t},
+    {"convert_img", "gtk-select-color", "Convert images", kvo3_convert_img},
+    {"pp", "gtk-execute", "_Preprocessing", kvo3_pp},
     {"quit", "gtk-quit", "_Quit", kvo3_main_quit},
     {"menu_Statistics", nullptr, "_Statistics", MENU},
-    {"globals", "gtk-zoom-out", "_Globals", NONE_YET},
-    {"mean", "gtk-execute", "_Mean", NONE_YET},
-    {"lm", "gtk-execute", "_Linear model", NONE_YET},
-    {"threshold", "gtk-zoom-fit", "_Threshold", NONE_YET},
-    {"multi", "gtk-dnd-multiple", "_Multimodal", NONE_YET},
+    {"globals", "gtk-zoom-out", "_Globals", kvo3_globals},
+    {"mean", "gtk-execute", "_Mean", kvo3_mean},
+    {"lm", "gtk-execute", "_Linear model", kvo3_lm},
+    {"threshold", "gtk-zoom-fit", "_Threshold", kvo3_threshold},
+    {"multi", "gtk-dnd-multiple", "_Multimodal", kvo3_multi},
     {"menu_Tools", nullptr, "_Tools", MENU},
-    {"create_mask", "gtk-add", "Create a _mask", NONE_YET},
-    {"extract", "gtk-color-picker", "_Extract", NONE_YET},
+    {"create_mask", "gtk-add", "Create a _mask", kvo3_dialog_create_roimask},
+    {"extract", "gtk-color-picker", "_Extract", kvo3_extract},
     {"save_batch", "gtk-save", "_Save batch", kvo3_batch_save},
     {"run_batch", "gtk-execute", "_Run batch", kvo3_batch_run},
     {"settings", "gtk-preferences", "Se_ttings", NONE_YET},
