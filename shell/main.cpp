@@ -3,6 +3,8 @@
 
 #include <gtk/gtk.h>
 
+#include <new>
+
 #include "dialogs/help.h"
 #include "dialogs/message.h"
 #include "integrations/brain_viewer.h"
@@ -44,6 +46,7 @@ void make_companions_executable() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::set_new_handler([] { Q_error("Insufficient memory\n"); });
   Q_getprogdir(kvo_s_dir, argv[0]);
   // Numbers in commands have a full stop, whatever the user's language.
   gtk_disable_setlocale();
