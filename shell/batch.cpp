@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "dialogs/message.h"
+#include "shell/busy.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/handles.h"
@@ -14,11 +15,10 @@
 
 namespace {
 
-constexpr int BATCH_PANE = 1;
 constexpr const char* BATCH_FILE = "kvo_batch.txt";
 
 std::string pane_text() {
-  GtkTextBuffer* buffer = Qw_v_OutputBuffer[BATCH_PANE];
+  GtkTextBuffer* buffer = Qw_v_OutputBuffer[Q_BATCH_PANE];
   GtkTextIter start;
   GtkTextIter end;
   gtk_text_buffer_get_bounds(buffer, &start, &end);
@@ -68,7 +68,7 @@ std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lin
 
 void kvo3_batch_print() {
   const std::string text = Q_batch_text(Q_read_file(BATCH_FILE).value_or(""));
-  gtk_text_buffer_set_text(Qw_v_OutputBuffer[BATCH_PANE], text.c_str(), -1);
+  gtk_text_buffer_set_text(Qw_v_OutputBuffer[Q_BATCH_PANE], text.c_str(), -1);
   if (const auto number = Q_batch_long_line(Q_batch_lines(text)))
     Q_print_warning(0,
                     "Line %zu of '%s' is longer than %zu characters and can be neither run nor "
@@ -87,7 +87,12 @@ void kvo3_batch_save() {
 }
 
 void kvo3_batch_run() {
+  // Between two commands the pop-up is away for a moment, in which a click may come through.
+  static bool running = false;
+  if (running || Q_busy) return;
   const std::vector<std::string> lines = Q_batch_lines(pane_text());
   if (!check_lines(lines)) return;
+  running = true;
   for (const std::string& line : lines) kvo3_exec_core(false, "%s", line.c_str());
+  running = false;
 }

@@ -5,6 +5,7 @@
 
 #include "shell/busy.h"
 #include "shell/markup.h"
+#include "util/handles.h"
 #include "util/q_string.h"
 
 std::array<GtkTextBuffer*, 100> Qw_v_OutputBuffer{};
@@ -33,6 +34,9 @@ void append_markup(int pane, const std::string& markup) {
   GtkTextBuffer* buffer = Qw_v_OutputBuffer.at(static_cast<std::size_t>(pane));
   GtkTextIter end;
   gtk_text_buffer_get_end_iter(buffer, &end);
+  // A record never continues a line of the script that the user has left open.
+  if (pane == Q_BATCH_PANE && !markup.empty() && !gtk_text_iter_starts_line(&end))
+    gtk_text_buffer_insert(buffer, &end, "\n", 1);
   gtk_text_buffer_real_insert_markup(buffer, &end, markup.c_str(), nullptr);
 }
 
@@ -54,8 +58,10 @@ void Q_print(const char* attributes, int pane, const char* format, ...) {
 
 void Q_print_action(int pane, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(text, format);
-  if (Qw_WorkingWindowLabel != nullptr)
-    gtk_label_set_text(GTK_LABEL(Qw_WorkingWindowLabel), text.c_str());
+  if (Qw_WorkingWindowLabel != nullptr) {
+    const Q_g_memory<char> valid(g_utf8_make_valid(text.c_str(), -1));
+    gtk_label_set_text(GTK_LABEL(Qw_WorkingWindowLabel), valid.get());
+  }
   print_stamped(pane, "", (text.str() + "...").c_str());
 }
 
