@@ -29,8 +29,8 @@ def main(installation, screenshot):
         program.close_about()
         for command in commands(os.path.join(working_folder(installation), "kvo_batch.txt")):
             program.command(command)
-        print(program.console())
         program.display.screenshot(screenshot)
+        print(program.console())
         status = program.close()
     finally:
         display.close()
