@@ -18,6 +18,12 @@
 #include "workspace/study_table.h"
 
 using Arguments = std::vector<std::string>;
+using Options = std::vector<std::string>;
+
+/// A script that presses OK in a message.
+inline void press_ok(Shown_dialog& dialog) {
+  dialog.press("OK");
+}
 
 /// A test with all of it; the working folder is the current folder.
 class Analysis_window : public testing::Test {
@@ -92,16 +98,33 @@ class Analysis_window : public testing::Test {
     EXPECT_EQ(runs(), std::vector<Arguments>{});
   }
 
+  /// Makes the working folder one that has been preprocessed.
+  static void preprocess(const std::string& maps = "") { write_text("kvo_maps.txt", maps); }
+
+  /// Runs a handler that is expected to show the one message and do nothing else.
+  void expect_refused(void (*handler)(), const std::string& message) {
+    user.then(press_ok);
+    const std::size_t before = user.messages().size();
+    handler();
+    ASSERT_EQ(user.messages().size(), before + 1);
+    EXPECT_EQ(user.messages().back(), message);
+    expect_nothing_run();
+  }
+
+  /// Runs a handler that is expected to end when its dialog is cancelled.
+  void expect_cancellable(void (*handler)()) {
+    user.answer({}, "Cancel");
+    handler();
+    expect_nothing_run();
+  }
+
+  Dialog_driver user;
+
  private:
   Test_folder folder_;
   Test_panes panes_;
   std::filesystem::path engine_folder_;
 };
-
-/// A script that presses OK in a message.
-inline void press_ok(Shown_dialog& dialog) {
-  dialog.press("OK");
-}
 
 /// A dialog's fields as they are shown, a line each: "Name: MyMean".
 inline std::vector<std::string> fields(const Shown_dialog& dialog) {

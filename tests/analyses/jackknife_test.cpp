@@ -25,8 +25,7 @@ class Jackknife : public Analysis_window {
   }
 
   /// Asks for a jackknife.
-  static void jackknife(const char* name, const char* filter) {
-    Dialog_driver user;
+  void jackknife(const char* name, const char* filter) {
     user.answer({{"Name", name}, {"Filter", filter}, {"Jackknife", "yes"}});
     kvo3_mean();
   }
@@ -173,7 +172,6 @@ TEST_F(Jackknife, WithoutStudiesIsRefused) {
   } cases[] = {{"study n1\n", "(none)"}, {"study n1 none\nA 1 0\nB 1 NA\n", "none"}};
   for (const auto& c : cases) {
     load_table(c.table);
-    Dialog_driver user;
     user.answer({{"Filter", c.filter}, {"Jackknife", "yes"}}).then(press_ok);
     kvo3_mean();
     EXPECT_EQ(user.messages().back(), "No studies found. Please edit table and try again.");
