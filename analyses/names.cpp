@@ -38,7 +38,7 @@ std::string described(char character) {
 std::string refusal(std::string_view name, const char* position, char character) {
   const std::string text(name);
   return Q_format(
-             "The name '%s' cannot be used in a command because it %s %s. Please choose another "
+             "The name '%s' cannot be used in a command because it %s %s. Please change the "
              "name and try again.",
              text.c_str(), position, described(character).c_str())
       .str();

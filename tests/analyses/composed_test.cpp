@@ -29,7 +29,7 @@ std::string text_of(const Kvo_composed& composed) {
 
 std::string hostile(const std::string& name, const std::string& character) {
   return "The name '" + name + "' cannot be used in a command because it contains the character '" +
-         character + "'. Please choose another name and try again.";
+         character + "'. Please change the name and try again.";
 }
 
 TEST(Composed, Preprocessing) {
@@ -143,7 +143,7 @@ TEST(Composed, Mean) {
       {{"M", "a;touch${IFS}pwned"}, hostile("a;touch${IFS}pwned", ";")},
       {{"#M", ""},
        "The name '#M' cannot be used in a command because it has a word that begins with the "
-       "character '#'. Please choose another name and try again."},
+       "character '#'. Please change the name and try again."},
   };
   for (const auto& c : cases) EXPECT_EQ(text_of(kvo_compose_mean(c.answers)), c.text);
 }
@@ -294,7 +294,7 @@ TEST(Composed, Masks) {
       {{0, 0, 0},
        "~",
        "The name '~' cannot be used in a command because it has a word that begins "
-       "with the character '~'. Please choose another name and try again."},
+       "with the character '~'. Please change the name and try again."},
   };
   for (const auto& c : coordinates)
     EXPECT_EQ(text_of(kvo_compose_coordinate_mask(c.coordinate, c.name)), c.text);

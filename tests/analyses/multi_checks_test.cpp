@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 std::string hostile(const std::string& name, const std::string& character) {
   return "The name '" + name + "' cannot be used in a command because it contains the character '" +
-         character + "'. Please choose another name and try again.";
+         character + "'. Please change the name and try again.";
 }
 
 TEST(MultiChecks, OfImagesAndShortNames) {
@@ -44,14 +44,14 @@ TEST(MultiChecks, OfImagesAndShortNames) {
       {"a_p.nii.gz", "g$m", "b_p.nii.gz", "", hostile("g$m", "$")},
       {"a_p.nii.gz", "", "b_p.nii.gz", "../x",
        "The name '../x' cannot be used in a command because it begins with the character '.'. "
-       "Please choose another name and try again."},
+       "Please change the name and try again."},
       {"a_p.nii.gz", "", "b_p.nii.gz", "x/y", hostile("x/y", "/")},
       {"a_p.nii.gz", "-o", "b_p.nii.gz", "",
        "The name '-o' cannot be used in a command because it begins with the character '-'. Please "
-       "choose another name and try again."},
+       "change the name and try again."},
       {"a_p.nii.gz", "", "line\nfeed_p.nii.gz", "",
        "The name 'line\nfeed_p.nii.gz' cannot be used in a command because it contains a line "
-       "feed. Please choose another name and try again."},
+       "feed. Please change the name and try again."},
   };
   for (const auto& c : cases) {
     Kvo_multi_pair pair{{c.image1, c.name1}, {c.image2, c.name2}};

@@ -16,7 +16,7 @@ namespace {
 std::string fault(const std::string& reason, const std::string& name) {
   if (reason.empty()) return "";
   const std::string start = "The name '" + name + "' cannot be used in a command because it ";
-  const std::string end = ". Please choose another name and try again.";
+  const std::string end = ". Please change the name and try again.";
   EXPECT_TRUE(reason.starts_with(start) && reason.ends_with(end)) << reason;
   return reason.substr(start.size(), reason.size() - start.size() - end.size());
 }
