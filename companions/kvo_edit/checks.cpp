@@ -3,6 +3,7 @@
 #include "companions/common/text_file.h"
 #include "companions/kvo_edit/table_file.h"
 #include "util/files.h"
+#include "util/q_string.h"
 #include "workspace/study_table.h"
 
 namespace {
@@ -36,9 +37,9 @@ std::optional<Fault> study_name_fault(const Check_index& index, const std::strin
   if (is_doubled(index.study_names, name)) return problem("Another study has the same name.");
   if (index.files.contains(name + PEAKS_SUFFIX) || index.files.contains(name + IMAGE_SUFFIX))
     return std::nullopt;
-  return Fault{Severity::note, "The folder has neither a file '" + name + PEAKS_SUFFIX +
-                                   "' with the peaks of the study nor its image '" + name +
-                                   IMAGE_SUFFIX + "'."};
+  return Fault{Severity::note, Q_format("The folder has no peaks file '%s%s' and no image '%s%s'.",
+                                        name.c_str(), PEAKS_SUFFIX, name.c_str(), IMAGE_SUFFIX)
+                                   .str()};
 }
 
 std::optional<Fault> sample_size_fault(const std::string& variable, const std::string& text) {

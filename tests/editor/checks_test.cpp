@@ -46,7 +46,7 @@ TEST(Checks, MarkStudies) {
   } const cases[] = {
       {"a,12,9", 0, ""},
       {"b,12,9", 0, ""},
-      {"c,12,9", 0, "note: The folder has neither a file 'c.peaks.txt'"},
+      {"c,12,9", 0, "note: The folder has no peaks file 'c.peaks.txt' and no image 'c.nii.gz'."},
       {",12,9", 0, "problem: The study has no name."},
       {"NA,12,9", 0, "problem: The study has no name."},
       {"twice,12,9", 0, "problem: Another study has the same name."},

@@ -299,7 +299,7 @@ TEST_F(EditorWindow, ShowsMarksAndGoesToThem) {
               HasSubstr("2 studies, 3 variables, 2 marks"));
   session.key(GDK_KEY_F8);
   EXPECT_EQ(session.grid().cursor, (Cell_place{1, 0}));
-  EXPECT_THAT(session.status(), HasSubstr("neither a file 'b.peaks.txt'"));
+  EXPECT_THAT(session.status(), HasSubstr("no peaks file 'b.peaks.txt'"));
   session.key(GDK_KEY_F8);
   EXPECT_EQ(session.status(),
             "The variable 'n1' of the study 'b': The sample size is not a number.");
