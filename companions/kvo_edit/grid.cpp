@@ -121,6 +121,7 @@ GtkTreeViewColumn* insert_column(Grid& grid, long position, int place, GtkCellRe
   gtk_tree_view_column_pack_start(column, renderer, TRUE);
   gtk_tree_view_column_set_cell_data_func(column, renderer, show, &grid, nullptr);
   gtk_tree_view_column_set_sizing(column, GTK_TREE_VIEW_COLUMN_FIXED);
+  gtk_tree_view_column_set_clickable(column, TRUE);
   gtk_tree_view_insert_column(grid.view, column, place);
   grid_connect_header(grid, column);
   return column;
@@ -279,7 +280,6 @@ std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Gri
   GtkTreeView* view = grid->view;
   gtk_widget_set_name(GTK_WIDGET(view), NAME);
   gtk_tree_view_set_enable_search(view, FALSE);
-  gtk_tree_view_set_headers_clickable(view, TRUE);
   gtk_tree_selection_set_mode(gtk_tree_view_get_selection(view), GTK_SELECTION_NONE);
   add_end_columns(*grid);
   adjust_columns(*grid);

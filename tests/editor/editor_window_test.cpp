@@ -73,12 +73,19 @@ class Session {
                                 gtk_tree_view_get_column(grid().view, static_cast<int>(column) + 1),
                                 &area);
     gtk_tree_path_free(path);
-    pointer(type, area.x + area.width / 2, area.y + area.height / 2, state);
+    pointer(gtk_tree_view_get_bin_window(grid().view), type, area.x + area.width / 2,
+            area.y + area.height / 2, state);
     return *this;
   }
-  void pointer(GdkEventType type, int x, int y, int state) {
+  /// Presses the pointer's button on the name of a variable.
+  Session& click_name(long column, GdkEventType type = GDK_BUTTON_PRESS, int state = 0) {
+    GtkWidget* head = gtk_tree_view_get_column(grid().view, static_cast<int>(column) + 1)->button;
+    pointer(GTK_BUTTON(head)->event_window, type, 5, 5, state);
+    pointer(GTK_BUTTON(head)->event_window, GDK_BUTTON_RELEASE, 5, 5, state);
+    return *this;
+  }
+  void pointer(GdkWindow* window, GdkEventType type, int x, int y, int state) {
     GdkEvent* event = gdk_event_new(type);
-    GdkWindow* window = gtk_tree_view_get_bin_window(grid().view);
     event->any.window = GDK_WINDOW(g_object_ref(window));
     if (type == GDK_MOTION_NOTIFY) {
       event->motion.x = x;
@@ -289,6 +296,24 @@ TEST_F(EditorWindow, SelectsAndCopiesBlocks) {
   session.click(0, 0).click(1, 1, GDK_MOTION_NOTIFY).click(1, 1, GDK_BUTTON_RELEASE);
   session.click(2, 2, GDK_MOTION_NOTIFY);
   EXPECT_EQ(grid_selection(session.grid()), (Cell_range{0, 0, 1, 1}));
+}
+
+TEST_F(EditorWindow, SelectsVariablesByTheirNames) {
+  Session session("study,n1,n2\na,1,2\nb,3,4\n");
+  session.click_name(1);
+  EXPECT_EQ(grid_selection(session.grid()), (Cell_range{0, 1, 1, 1}));
+  session.click_name(2, GDK_BUTTON_PRESS, GDK_SHIFT_MASK);
+  EXPECT_EQ(grid_selection(session.grid()), (Cell_range{0, 1, 1, 2}));
+  session.click_name(-1);
+  EXPECT_EQ(grid_selection(session.grid()), (Cell_range{0, 0, 1, 2}));
+  Dialog_driver user;
+  user.then([](Shown_dialog& dialog) {
+    EXPECT_EQ(dialog.message(), "Rename variable");
+    dialog.type("m");
+    dialog.press("OK");
+  });
+  session.click_name(2).click_name(2, GDK_2BUTTON_PRESS);
+  EXPECT_EQ(session.table(), "study,n1,m\na,1,2\nb,3,4\n");
 }
 
 TEST_F(EditorWindow, ShowsMarksAndGoesToThem) {
