@@ -34,7 +34,10 @@ std::optional<Nifti_source> Nifti_source::open(const std::string& path, bool com
 std::size_t Nifti_source::read(char* to, std::size_t size) {
   std::size_t done = 0;
   while (done < size) {
-    const std::size_t wanted = std::min(size - done, LONGEST_READ);
+    std::size_t wanted = std::min(size - done, LONGEST_READ);
+    // The last byte is read by itself: only then does zlib look at what comes behind it, and
+    // notices data that end without their check sum.
+    if (stream_ != nullptr && wanted > 1) --wanted;
     const ssize_t got = stream_ != nullptr
                             ? gzread(stream_.get(), to + done, static_cast<unsigned>(wanted))
                             : ::read(file_.get(), to + done, wanted);
@@ -52,6 +55,11 @@ bool Nifti_source::seek(std::int64_t offset) {
 }
 
 bool Nifti_source::sound() {
+  if (stream_ == nullptr) return true;
   char beyond = 0;
-  return stream_ == nullptr || gzread(stream_.get(), &beyond, 1) >= 0;
+  const bool readable = gzread(stream_.get(), &beyond, 1) >= 0;
+  // Data that end too early are no failure of a read, only an error that is kept.
+  int error = Z_OK;
+  gzerror(stream_.get(), &error);
+  return readable && error == Z_OK;
 }

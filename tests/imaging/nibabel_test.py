@@ -1,0 +1,167 @@
+"""The reader's values beside nibabel's, for images that other software has written.
+
+Usage: nibabel_test.py PRINT_IMAGE
+"""
+
+import glob
+import itertools
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import nibabel
+import numpy
+
+PRINT_IMAGE = sys.argv[1]
+PACKAGED = "/usr/share/mricron/templates"
+
+BASIC_TYPES = ["u1", "i2", "i4", "f4"]
+OTHER_TYPES = ["f8", "i1", "u2", "u4", "i8", "u8"]
+# Slope and intercept; None leaves them as nibabel does, which writes no number.
+SCALINGS = [None, (0, 0), (1, 0), (2, 1), (0.1, -0.3), (-1e-5, 0), (1, 12.5), (3e30, 1e31)]
+SHAPES = [(7, 5, 3), (1, 1, 1), (7, 5, 3, 1), (7, 5, 3, 10), (7, 5, 3, 2, 3), (7, 5, 3, 1, 2, 3),
+          (7, 5, 3, 2, 1, 3, 2), (1, 1, 1, 40), (7, 5, 1, 4)]
+ENDINGS = [".nii", ".nii.gz", ".hdr"]
+
+
+def read(path, *options):
+    """The reader's header line, as numbers, and its values."""
+    run = subprocess.run([PRINT_IMAGE, path, *options], capture_output=True)
+    if run.returncode != 0:
+        raise AssertionError(f"{path}: {run.stderr.decode()}")
+    line, values = run.stdout.split(b"\n", 1)
+    return [float(word) for word in line.split()], numpy.frombuffer(values, "<f4")
+
+
+def nibabel_values(path):
+    image = nibabel.load(path)
+    with numpy.errstate(over="ignore"):
+        return numpy.asarray(image.dataobj).astype(numpy.float32).ravel(order="F")
+
+
+def values_of(kind, shape, seed):
+    """Values of a type that use its whole range, the extremes and, where it has them, NaN, infinite
+    values, minus zero and the smallest numbers."""
+    random = numpy.random.default_rng(seed)
+    dtype = numpy.dtype(kind)
+    count = int(numpy.prod(shape))
+    if dtype.kind == "f":
+        values = random.normal(0, 1, count) * 10.0 ** random.integers(-30, 30, count)
+        special = [numpy.nan, numpy.inf, -numpy.inf, -0.0, 0.0, 1e-44, -3.4e38]
+    else:
+        limits = numpy.iinfo(dtype)
+        values = random.integers(limits.min, limits.max, count, dtype, endpoint=True)
+        special = [limits.min, limits.max, 0, 1]
+    values = values.astype(dtype)
+    values[: min(count, len(special))] = special[: min(count, len(special))]
+    return values.reshape(shape)
+
+
+def save(path, values, order, scaling):
+    """Writes an image with exactly these stored values."""
+    header_class = nibabel.Nifti1Pair if path.endswith(".hdr") else nibabel.Nifti1Image
+    header = header_class.header_class(endianness=order)
+    header.set_data_dtype(values.dtype)
+    header["intent_code"] = 5
+    image = header_class(values, numpy.diag([2, 3, 4, 1]), header)
+    image.header.set_sform(numpy.diag([2, 3, 4, 1]), 4)
+    image.header.set_slope_inter(*(scaling or (None, None)))
+    image.to_filename(path)
+
+
+def patch_scaling(path, order, scaling):
+    """Puts slope and intercept into a header, which nibabel itself would apply when writing."""
+    import gzip
+    import struct
+
+    opener = gzip.open if path.endswith(".gz") else open
+    with opener(path, "rb") as file:
+        content = bytearray(file.read())
+    content[112:120] = struct.pack(order + "ff", *scaling)
+    with opener(path, "wb") as file:
+        file.write(content)
+
+
+class Reader(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+
+    def path(self, name):
+        return os.path.join(self.folder.name, name)
+
+    def check(self, path, *options):
+        numbers, values = read(path, *options)
+        expected = nibabel_values(path)
+        same = values.view("u4") == expected.view("u4")
+        # A NaN that has been computed with may have any bits.
+        same |= numpy.isnan(values) & numpy.isnan(expected)
+        self.assertEqual(values.size, expected.size)
+        where = numpy.flatnonzero(~same)[:3]
+        self.assertTrue(same.all(), f"{where}: {values[where]!r} is not {expected[where]!r}")
+        header = nibabel.load(path).header
+        self.assertEqual(numbers[3:5], [header["intent_code"], header["sform_code"]])
+        self.assertEqual(numbers[5:13], list(header["dim"]))
+        # nibabel mends the first of them, which is no size.
+        self.assertEqual(
+            numbers[14:], [float("%.9g" % size) for size in header["pixdim"][1:].astype(float)])
+        return numbers
+
+    def test_every_type_order_ending_and_scaling(self):
+        cases = itertools.product(BASIC_TYPES + OTHER_TYPES, "<>", ENDINGS, SCALINGS)
+        for number, (kind, order, ending, scaling) in enumerate(cases):
+            with self.subTest(kind=kind, order=order, ending=ending, scaling=scaling):
+                path = self.path(f"x{number}{ending}")
+                save(path, values_of(kind, (7, 5, 3), number), order, None)
+                if scaling:
+                    patch_scaling(path, order, scaling)
+                options = [] if kind in BASIC_TYPES else ["all-types"]
+                numbers = self.check(path, *options)
+                self.assertEqual(ENDINGS.index(ending), [2, 1, 3].index(numbers[0]))
+
+    def test_every_shape(self):
+        for number, (shape, order, ending) in enumerate(itertools.product(SHAPES, "<>", ENDINGS)):
+            with self.subTest(shape=shape, order=order, ending=ending):
+                path = self.path(f"x{number}{ending}")
+                save(path, values_of("i2", shape, number), order, None)
+                numbers = self.check(path)
+                self.assertEqual(numbers[1], numpy.prod(shape[3:]))
+                self.assertEqual(numbers[2], numpy.prod(shape[:3]))
+
+    def test_packaged_images(self):
+        images = sorted(glob.glob(PACKAGED + "/*.nii.gz"))
+        self.assertGreater(len(images), 10)
+        for path in images:
+            with self.subTest(path=path):
+                self.check(path, "all-types")
+
+    def test_images_of_the_nifti_tools(self):
+        """Made and converted by the programs of the format's own reference library."""
+        types = {"DT_UINT8": [], "DT_INT16": [], "DT_INT32": [], "DT_FLOAT32": [],
+                 "DT_FLOAT64": ["all-types"], "DT_UINT16": ["all-types"]}
+        codes = {"DT_UINT8": 2, "DT_INT16": 4, "DT_INT32": 8, "DT_FLOAT32": 16, "DT_FLOAT64": 64,
+                 "DT_UINT16": 512}
+        for name, options in types.items():
+            with self.subTest(type=name):
+                path = self.path(name + ".nii")
+                subprocess.run(
+                    ["nifti_tool", "-make_im", "-prefix", path, "-new_dim", "3", "6", "5", "4",
+                     "0", "0", "0", "0", "-new_datatype", str(codes[name])],
+                    check=True, capture_output=True)
+                self.check(path, *options)
+        source = os.path.join(PACKAGED, "JHU-WhiteMatter-labels-2mm.nii.gz")
+        for tool_kind, name in [("-zn1", "single.nii.gz"), ("-n1", "single.nii"),
+                                ("-n2", "pair.hdr")]:
+            with self.subTest(kind=tool_kind):
+                made = self.path(name)
+                copied = subprocess.run(
+                    ["nifti1_tool", "-copy_im", "-prefix", made, "-infiles", source],
+                    capture_output=True)
+                self.assertEqual(copied.returncode, 0, copied.stderr)
+                self.check(made)
+                self.assertTrue((read(made)[1] == read(source)[1]).all())
+
+
+unittest.main(argv=sys.argv[:1])
