@@ -23,5 +23,6 @@ std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lin
 void kvo3_batch_print();
 /// Handler of the save action: writes the pane to "kvo_batch.txt" and says so.
 void kvo3_batch_save();
-/// Handler of the run action: runs the pane's lines in order; records nothing.
+/// Handler of the run action: runs the pane's lines in order; records nothing. Does nothing while a
+/// run goes on.
 void kvo3_batch_run();

@@ -22,6 +22,8 @@ void show(const char* name) {
   if (Qw_Window != nullptr) gtk_window_set_transient_for(window, GTK_WINDOW(Qw_Window));
   g_signal_connect(window, "delete-event", G_CALLBACK(gtk_true), nullptr);
   Qw_WorkingWindowLabel = gtk_label_new(text.c_str());
+  // A long step must not make the pop-up wider than the screen.
+  gtk_label_set_ellipsize(GTK_LABEL(Qw_WorkingWindowLabel), PANGO_ELLIPSIZE_END);
   gtk_container_add(GTK_CONTAINER(window), Qw_WorkingWindowLabel);
   g_signal_connect(window, "destroy", G_CALLBACK(gtk_widget_destroyed), &Qw_WorkingWindow);
   g_signal_connect(Qw_WorkingWindowLabel, "destroy", G_CALLBACK(gtk_widget_destroyed),

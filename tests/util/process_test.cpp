@@ -167,6 +167,21 @@ TEST(WatchedCommand, GoesOnWithoutItsWatchAndLeavesNoZombie) {
   EXPECT_TRUE(wait_for_file("finished"));
 }
 
+TEST(WatchedCommand, OutlivesAKilledProgram) {
+  const Test_folder folder;
+  ASSERT_EQ(mkfifo("gate", 0600), 0);
+  const pid_t program = fork();
+  if (program == 0) {
+    const Q_watched_command command("read line < gate && echo done > finished");
+    kill(getpid(), SIGKILL);
+  }
+  int status = 0;
+  waitpid(program, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  write_text("gate", "go\n");
+  EXPECT_TRUE(wait_for_file("finished"));
+}
+
 TEST(WatchedCommand, InheritsNoneOfTheProgramsFiles) {
   const Test_folder folder;
   write_text("secret", "");

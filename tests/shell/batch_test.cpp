@@ -1,0 +1,266 @@
+// The batch pane: loading, saving and replaying, with the message dialogs answered.
+
+#include "shell/batch.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "dialog_driver.h"
+#include "scripted_engine.h"
+#include "shell/busy.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string DONE = "hh:mm:ss - DONE\n\n";
+constexpr const char* SAVED = "Batch content has been saved to\nthe text file 'kvo_batch.txt'";
+constexpr const char* NOT_SAVED = "Batch content could not be saved!'";
+
+void set_batch(const std::string& text) {
+  gtk_text_buffer_set_text(Qw_v_OutputBuffer[1], text.data(), static_cast<int>(text.size()));
+}
+
+/// Saves the batch, answers the message and returns it.
+std::string saved() {
+  Dialog_driver user;
+  user.answer({});
+  kvo3_batch_save();
+  return user.messages().empty() ? "" : user.messages().front();
+}
+
+std::string many_lines(std::size_t bytes) {
+  std::string text;
+  while (text.size() < bytes) text += "# " + std::to_string(text.size()) + " <b>&amp; text</b>\n";
+  return text;
+}
+
+TEST(Batch, SavesAndLoadsTheSameText) {
+  const std::string full(Q_STRING_MAX, 'x');
+  const std::string texts[] = {
+      "",
+      "\n",
+      "\n\n\n",
+      "# comment\nmean = mean\n\n",
+      "no final line feed",
+      "  blanks \t\n\n# <b>&amp;\n%s%n\n",
+      "\u00E9\U0001F9E0\n",
+      full + "\n" + full,
+      many_lines(2000000),
+  };
+  const Shell_fixture shell;
+  for (const std::string& text : texts) {
+    const std::string name = testing::PrintToString(text.substr(0, 50));
+    set_batch(text);
+    EXPECT_EQ(saved(), SAVED) << name;
+    EXPECT_TRUE(read_text("kvo_batch.txt") == text + "\n") << name;
+    set_batch("unsaved edits");
+    kvo3_batch_print();
+    EXPECT_TRUE(pane_text(1) == text) << name;
+  }
+  EXPECT_EQ(pane_text(0), "");
+}
+
+TEST(Batch, LoadsFilesOfOthers) {
+  struct Case {
+    std::string file;
+    std::string pane;
+  };
+  const Case cases[] = {
+      {"", ""},
+      {"a\r\nb\r\n", "a\n\nb\n"},
+      {"a\nb", "a\nb"},
+      {"<i>a</i> \xE9\n", "<i>a</i> \uFFFD"},
+      {std::string("a\0b", 3),
+       "a\uFFFD"
+       "b"},
+  };
+  const Shell_fixture shell;
+  for (const Case& c : cases) {
+    write_text("kvo_batch.txt", c.file);
+    kvo3_batch_print();
+    EXPECT_EQ(pane_text(1), c.pane) << testing::PrintToString(c.file);
+  }
+  fs::remove("kvo_batch.txt");
+  kvo3_batch_print();
+  EXPECT_EQ(pane_text(1), "") << "there is no file";
+  set_batch("old");
+  fs::create_directory("kvo_batch.txt");
+  kvo3_batch_print();
+  EXPECT_EQ(pane_text(1), "") << "the file cannot be read";
+  EXPECT_EQ(pane_text(0), "");
+}
+
+TEST(Batch, ReportsThatItCannotBeSaved) {
+  const Shell_fixture shell;
+  fs::create_directory("kvo_batch.txt");
+  set_batch("# kept\n");
+  EXPECT_EQ(saved(), NOT_SAVED);
+  EXPECT_EQ(pane_text(1), "# kept\n");
+}
+
+TEST(Batch, RefusesALineOverTheLimit) {
+  const Shell_fixture shell;
+  const std::string text = "# a\n\n" + std::string(Q_STRING_MAX + 1, 'x') + "\n# b";
+  write_text("kvo_batch.txt", text + "\n");
+  kvo3_batch_print();
+  EXPECT_TRUE(pane_text(1) == text) << "nothing is dropped";
+  EXPECT_THAT(pane_text(0), HasSubstr("WARNING: Line 3 of 'kvo_batch.txt' is longer than 49999"));
+  clear_pane(0);
+  write_text("kvo_batch.txt", "old");
+  EXPECT_THAT(saved(), HasSubstr("Line 3 of the batch is longer than 49999"));
+  EXPECT_EQ(read_text("kvo_batch.txt"), "old");
+  Dialog_driver user;
+  user.answer({});
+  kvo3_batch_run();
+  EXPECT_THAT(user.messages(), ElementsAre(HasSubstr("Line 3 of the batch is longer than 49999")));
+  EXPECT_EQ(pane_text(0), "") << "not even the lines before it are run";
+}
+
+TEST(Replay, RunsTheLinesInOrder) {
+  struct Case {
+    std::string pane;
+    std::string shown;
+  };
+  const Case cases[] = {
+      {"", ""},
+      {"\n \n\n", ""},
+      {"# comment\ngo\n\n", "# comment\ngo\n" + DONE},
+      {"go 1\n  go   2\n#3", "go 1\n" + DONE + "go 2\n" + DONE + "#3\n"},
+      {"go %s %n", "go %s %n\n" + DONE},
+      // Problems of one command do not keep the next from running.
+      {"go\nfail 7\ngo", "go\n" + DONE + "fail 7\n\nWARNING: failed 7\n\ngo\n" + DONE},
+      {"crash\ngo",
+       "crash\n\nWARNING: The engine ended before it finished (signal 9 (Killed))\n\ngo\n" + DONE},
+  };
+  const Shell_fixture shell;
+  shell.engine_does(
+      "case $1 in fail) echo \"WARNING: failed $2\";; crash) kill -9 $$;; *) echo d;; esac");
+  for (const Case& c : cases) {
+    clear_pane(0);
+    set_batch(c.pane);
+    kvo3_batch_run();
+    EXPECT_EQ(transcript(0), c.shown) << c.pane;
+    EXPECT_EQ(pane_text(1), c.pane) << c.pane;
+    EXPECT_EQ(temporary_files(), 0) << c.pane;
+  }
+}
+
+TEST(Replay, RunsAPaneOfAnyLength) {
+  const Shell_fixture shell;
+  const std::string comments = many_lines(60000);
+  set_batch(comments + "go");
+  shell.engine_does("echo d");
+  kvo3_batch_run();
+  EXPECT_TRUE(transcript(0) == comments + "go\n" + DONE);
+}
+
+TEST(Replay, KeepsTheTitleOfThePopUpAndServesTheWindow) {
+  const Shell_fixture shell;
+  shell.engine_does("echo \"aStep of $1\"; echo o; echo d");
+  std::string commands;
+  for (int i = 0; i < 30; ++i) commands += "go" + std::to_string(i) + "\n";
+  set_batch(commands);
+  struct Seen {
+    int runs = 0;
+    std::vector<std::string> other_titles;
+  } seen;
+  const auto look = [](gpointer data) -> gboolean {
+    auto& s = *static_cast<Seen*>(data);
+    if (Qw_WorkingWindow == nullptr) return G_SOURCE_CONTINUE;
+    ++s.runs;
+    const std::string title = gtk_window_get_title(GTK_WINDOW(Qw_WorkingWindow));
+    if (title != "KVO Working...") s.other_titles.push_back(title);
+    return G_SOURCE_CONTINUE;
+  };
+  const Q_source looker(g_timeout_add(1, look, &seen));
+  int paints = 0;
+  const auto paint = +[](GtkWidget*, GdkEventExpose*, int* number) -> gboolean {
+    ++*number;
+    return FALSE;
+  };
+  g_signal_connect(Qw_v_OutputView[0], "expose-event", G_CALLBACK(paint), &paints);
+  kvo3_batch_run();
+  EXPECT_GT(seen.runs, 0);
+  EXPECT_THAT(seen.other_titles, IsEmpty());
+  EXPECT_GE(paints, 30) << "the console is painted with each command";
+  EXPECT_THAT(transcript(0), HasSubstr("go29\nhh:mm:ss - Step of go29...OK\n" + DONE));
+}
+
+/// A button of the main window that asks for a replay, as the toolbar's does.
+GtkWidget* add_run_button() {
+  GtkWidget* button = gtk_button_new_with_label("Run batch");
+  g_signal_connect(button, "clicked", G_CALLBACK(kvo3_batch_run), nullptr);
+  gtk_box_pack_start(GTK_BOX(gtk_bin_get_child(GTK_BIN(Qw_Window))), button, FALSE, FALSE, 0);
+  gtk_widget_show(button);
+  Q_process_events();
+  return button;
+}
+
+/// Clicks the middle of a button with the mouse.
+void click(GtkWidget* button) {
+  GdkWindow* window = GTK_BUTTON(button)->event_window;
+  for (const GdkEventType type : {GDK_BUTTON_PRESS, GDK_BUTTON_RELEASE}) {
+    gdk_test_simulate_button(window, button->allocation.width / 2, button->allocation.height / 2, 1,
+                             GdkModifierType(0), type);
+    gdk_display_sync(gdk_display_get_default());
+    Q_process_events();
+  }
+}
+
+TEST(Replay, CannotBeAskedForDuringARun) {
+  const Shell_fixture shell;
+  const Gate gate;
+  GtkWidget* button = add_run_button();
+  shell.engine_does("echo run >> runs; echo '  here'; read l < gate; echo d");
+  set_batch("go");
+  const auto in_the_middle = [&] {
+    // The pop-up has the input: a click on the main window's button goes nowhere.
+    EXPECT_EQ(gtk_grab_get_current(), Qw_WorkingWindow);
+    click(button);
+    // And were the handler called all the same, nothing would come of it.
+    kvo3_batch_run();
+    gate.let_pass();
+  };
+  {
+    Meanwhile meanwhile;
+    meanwhile.when_shown("here", in_the_middle);
+    kvo3_exec_core(false, "typed");
+    EXPECT_EQ(read_text("runs"), "run\n");
+  }
+  clear_pane(0);
+  {
+    Meanwhile meanwhile;
+    meanwhile.when_shown("here", in_the_middle);
+    click(button);  // now it does ask for a replay
+    meanwhile.when([] { return pane_text(0).ends_with("DONE\n\n"); }, gtk_main_quit);
+    gtk_main();
+    EXPECT_EQ(read_text("runs"), "run\nrun\n");
+  }
+}
+
+/// Between two commands of a replay there is no pop-up for a moment.
+TEST(Replay, CannotBeAskedForBetweenItsCommands) {
+  const Shell_fixture shell;
+  shell.engine_does("echo run >> runs; echo d");
+  set_batch("go\n# two\ngo");
+  int asked = 0;
+  const auto ask = +[](GtkTextBuffer*, int* times) {
+    if (Q_busy || !pane_text(0).ends_with("# two\n")) return;
+    ++*times;
+    kvo3_batch_run();
+  };
+  g_signal_connect(Qw_v_OutputBuffer[0], "changed", G_CALLBACK(ask), &asked);
+  kvo3_batch_run();
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(transcript(0), "go\n" + DONE + "# two\ngo\n" + DONE);
+  EXPECT_EQ(read_text("runs"), "run\nrun\n");
+}
+
+}  // namespace
