@@ -40,7 +40,11 @@ class Dialog_window : public testing::Test {
   Dialog_window() {
     gtk_window_maximize(GTK_WINDOW(main_));
     gtk_widget_show(main_);
-    EXPECT_TRUE(wait_until([this] { return gtk_window_is_active(GTK_WINDOW(main_)); }));
+    // A window manager that is still starting may not give the first window the focus by itself.
+    EXPECT_TRUE(wait_until([this] {
+      gtk_window_present(GTK_WINDOW(main_));
+      return gtk_window_is_active(GTK_WINDOW(main_));
+    }));
   }
   ~Dialog_window() override { gtk_widget_destroy(main_); }
 
