@@ -7,6 +7,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 
 #include "imaging/nifti_source.h"
@@ -85,6 +86,11 @@ bool nifti_write_to(int file, bool compressed, const Nifti_header& header,
   h.datatype = NIFTI_FLOAT32;
   h.bitpix = 8 * sizeof(float);
   h.vox_offset = FIRST_VOXEL;
+  // What some software leaves here is no number, which other software then computes with.
+  if (!std::isfinite(h.scl_slope) || !std::isfinite(h.scl_inter)) {
+    h.scl_slope = 1;
+    h.scl_inter = 0;
+  }
   std::memcpy(h.magic, SINGLE_FILE_MAGIC, sizeof h.magic);
   constexpr std::array<char, FIRST_VOXEL - sizeof h> no_extension{};
 

@@ -11,8 +11,8 @@
 
 /// Writes an image of 32-bit floats, little-endian, to an open file: the header with what the
 /// format of the file asks for put right (sizes of header and values, type, place of the voxels,
-/// mark) and all else kept, no extensions, then the volumes. The same image always gives the same
-/// bytes. False, with errno set, when the disk refuses.
+/// scaling that is no number, mark) and all else kept, no extensions, then the volumes. The same
+/// image always gives the same bytes. False, with errno set, when the disk refuses.
 [[nodiscard]] bool nifti_write_to(int file, bool compressed, const Nifti_header& header,
                                   std::span<const std::span<const float>> volumes);
 

@@ -1,0 +1,296 @@
+"""The image calculator as a program: what it writes, read by nibabel and checked by nifti_tool; its
+progress lines, messages and exit statuses; and that a failure changes nothing.
+
+Usage: imgcalc_test.py IMGCALC
+"""
+
+import gzip
+import os
+import resource
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import nibabel
+import numpy
+from scipy import stats
+
+IMGCALC = os.path.abspath(sys.argv[1])
+T, Z, LOG10_P = 3, 5, 24
+AFFINE = numpy.array([[-2, 0, 0, 90], [0, 2, 0, -126], [0, 0, 2, -72], [0, 0, 0, 1.0]])
+
+
+def run(*words, **options):
+    return subprocess.run([IMGCALC, *map(str, words)], capture_output=True, text=True, **options)
+
+
+def content(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def inside(path):
+    """The bytes of an image, compressed or not."""
+    with (gzip.open if path.endswith(".gz") else open)(path, "rb") as file:
+        return file.read()
+
+
+class Imgcalc(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(folder.name)
+
+    def image(self, path, values, sform=(AFFINE, 4), qform=(None, 0), order="<", **fields):
+        header_class = nibabel.Nifti1Pair if path.endswith(".hdr") else nibabel.Nifti1Image
+        header = header_class.header_class(endianness=order)
+        header.set_data_dtype(values.dtype)
+        for name, value in fields.items():
+            header[name] = value
+        image = header_class(values, None, header)
+        image.header.set_sform(*sform)
+        image.header.set_qform(*qform)
+        image.to_filename(path)
+        return path
+
+    def noise(self, shape=(9, 8, 7)):
+        return numpy.random.default_rng(4).normal(0, 4, shape).astype("f4")
+
+    def done(self, *words):
+        result = run(*words)
+        self.assertEqual((result.stdout, result.stderr, result.returncode), ("", "", 0), words)
+
+    def check_header(self, path):
+        check = subprocess.run(["nifti_tool", "-check_hdr", "-infiles", path],
+                               capture_output=True, text=True)
+        self.assertIn("header IS GOOD", check.stdout + check.stderr)
+
+    # conversion to a compressed file
+
+    def test_compressing_keeps_the_image_and_its_header(self):
+        values = self.noise()
+        for kind in ["f4", "i2", "u1", "i4", "f8"]:
+            for ending in [".nii", ".hdr"]:
+                for order in "<>":
+                    with self.subTest(kind=kind, ending=ending, order=order):
+                        source = self.image("x" + ending, values.astype(kind), order=order,
+                                            intent_code=Z, descrip=b"some words", cal_max=7.5,
+                                            qform=(AFFINE, 2), slice_code=3, toffset=1.5)
+                        before = nibabel.load(source)
+                        self.done(source)
+                        after = nibabel.load("x.nii.gz")
+                        self.assertTrue((after.dataobj[...] ==
+                                         before.get_fdata().astype("f4")).all())
+                        self.check_header("x.nii.gz")
+                        self.assertEqual(after.header.endianness, "<")
+                        kept = set(before.header) - {"datatype", "bitpix", "vox_offset", "magic",
+                                                     "scl_slope", "scl_inter"}
+                        for name in kept:
+                            self.assertEqual(before.header[name].tolist(),
+                                             after.header[name].tolist(), name)
+
+    def test_compressing_keeps_all_volumes(self):
+        values = self.noise((5, 4, 3, 6))
+        self.done(self.image("x.nii", values))
+        self.assertTrue((nibabel.load("x.nii.gz").dataobj[...] == values).all())
+
+    def test_the_same_image_gives_the_same_bytes(self):
+        self.done(self.image("x.nii", self.noise()))
+        first = content("x.nii.gz")
+        self.done("x.nii")
+        self.assertEqual(content("x.nii.gz"), first)
+
+    def test_scaled_values_are_stored_as_they_are_meant(self):
+        path = self.image("x.nii", numpy.arange(60, dtype="i2").reshape(5, 4, 3))
+        stored = bytearray(content(path))
+        stored[112:120] = numpy.array([0.5, 2], "<f4").tobytes()
+        with open(path, "wb") as file:
+            file.write(stored)
+        self.done(path)
+        after = nibabel.load("x.nii.gz")
+        self.assertEqual(after.dataobj[4, 3, 2], 31.5)
+        self.assertEqual(after.dataobj.slope, 1)
+
+    # declarations
+
+    def test_declarations_change_the_header_only(self):
+        cases = [
+            ("-set_t 12.5", {"intent_code": T, "intent_p1": 12.5, "intent_p2": 0.0,
+                             "intent_name": b""}),
+            ("-set_z", {"intent_code": Z, "intent_p1": 0.0, "intent_name": b""}),
+            ("-set_logp", {"intent_code": LOG10_P, "intent_p1": 0.0, "intent_name": b""}),
+            ("-set_mni", {"sform_code": 4, "qform_code": 4}),
+            ("-set_tal", {"sform_code": 3, "qform_code": 3}),
+        ]
+        for words, changes in cases:
+            for ending in [".nii", ".nii.gz", ".hdr"]:
+                for order in "<>":
+                    with self.subTest(words=words, ending=ending, order=order):
+                        path = self.image("x" + ending, self.noise().astype("i2"), (AFFINE, 2),
+                                          (AFFINE, 1), order, intent_code=11, intent_p1=4,
+                                          intent_p2=5, intent_name=b"old name", descrip=b"text")
+                        before, bytes_before = nibabel.load(path).header, inside(path)
+                        self.done(path, *words.split())
+                        after = nibabel.load(path).header
+                        self.assertEqual(inside(path)[348:], bytes_before[348:])
+                        self.assertEqual(after.endianness, order)
+                        for name in before:
+                            expected = changes.get(name, before[name].tolist())
+                            self.assertEqual(str(after[name].tolist()), str(expected), name)
+
+    def test_the_space_is_built_from_what_the_header_has(self):
+        shear = AFFINE.copy()
+        shear[0, 1] = 0.5
+        elsewhere = AFFINE @ numpy.diag([1, 1, 1, 1])
+        elsewhere[:3, 3] += 20
+        centred = numpy.diag([2, 3, 4, 1.0])
+        centred[:3, 3] = [-8, -10.5, -12]
+        cases = [
+            ("sform", (AFFINE, 2), (None, 0), AFFINE, AFFINE),
+            ("qform", (None, 0), (AFFINE, 1), AFFINE, AFFINE),
+            ("both", (AFFINE, 1), (AFFINE, 1), AFFINE, AFFINE),
+            ("sform goes before another qform", (AFFINE, 2), (elsewhere, 1), AFFINE, AFFINE),
+            ("sheared sform", (shear, 2), (None, 0), shear, None),
+            ("neither", (None, 0), (None, 0), centred, centred),
+        ]
+        for what, sform, qform, sform_after, qform_after in cases:
+            with self.subTest(what):
+                fields = {"pixdim": [1, 2, 3, 4, 1, 1, 1, 1]} if what == "neither" else {}
+                path = self.image("x.nii.gz", self.noise(), sform, qform, **fields)
+                self.done(path, "-set_mni")
+                header = nibabel.load(path).header
+                self.assertEqual((header["sform_code"], header["qform_code"]), (4, 4))
+                numpy.testing.assert_allclose(header.get_sform(), sform_after, atol=1e-5)
+                if qform_after is not None:
+                    numpy.testing.assert_allclose(header.get_qform(), qform_after, atol=1e-5)
+
+    # statistics
+
+    def test_statistics_become_t_statistics(self):
+        values = self.noise()
+        special = [0, numpy.nan, numpy.inf, -numpy.inf, 37.9, -37.9]
+        values.flat[:6] = special
+        for option, intent, tail in [
+            ("-z2t", Z, lambda v: stats.norm.logsf(v)),
+            ("-logp2t", LOG10_P, lambda v: -v * numpy.log(10)),
+        ]:
+            with self.subTest(option):
+                self.image("x.nii.gz", values, intent_code=intent, cal_max=9, descrip=b"kept")
+                self.done("x.nii.gz", option, "30", "x.nii.gz")
+                after = nibabel.load("x.nii.gz")
+                t = after.get_fdata()
+                ordinary = (numpy.abs(values) < 30) & (values != 0)
+                expected = numpy.sign(values) * stats.t.isf(numpy.exp(tail(numpy.abs(values))), 30)
+                numpy.testing.assert_allclose(t[ordinary], expected[ordinary], rtol=1e-5)
+                self.assertEqual(t.flat[0], 0)
+                self.assertTrue(numpy.isnan(t.flat[1]))
+                self.assertEqual(list(t.flat[2:4]), special[2:4])
+                self.assertEqual(t.flat[4], -t.flat[5])
+                self.assertEqual([int(after.header[name]) for name in
+                                  ("intent_code", "intent_p1", "cal_max", "sform_code")],
+                                 [T, 30, 0, 4])
+                self.assertEqual(after.header["descrip"], b"kept")
+                self.check_header("x.nii.gz")
+
+    def test_a_statistic_beyond_the_range_stays_finite(self):
+        self.image("x.nii", numpy.array([[[300, -300]]], "f4"), intent_code=LOG10_P)
+        self.done("x.nii", "-logp2t", "2", "y.nii.gz")
+        largest = float(numpy.finfo("f4").max)
+        self.assertEqual(nibabel.load("y.nii.gz").get_fdata().ravel().tolist(), [largest, -largest])
+
+    # use and misuse
+
+    def test_names_are_taken_as_they_are(self):
+        for name in ["with blank.nii", "it's.nii", "na\u00efve \u8133.nii", "a&b.nii", "$HOME.nii",
+                     'say "a".nii', "-set_z.nii", "new\nline.nii"]:
+            with self.subTest(name):
+                self.image(name, self.noise())
+                self.done(name)
+                self.done(name + ".gz", "-set_z")
+                self.assertEqual(nibabel.load(name + ".gz").header["intent_code"], Z)
+
+    def test_progress_lines(self):
+        path = self.image("a <b> & c.nii", self.noise())
+        cases = [
+            ([path], "aConverting 'a &lt;b&gt; &amp; c.nii' into a NIfTI compressed file\no\n", 0),
+            ([path, "-set_t", "3"],
+             "aDeclaring the values of 'a &lt;b&gt; &amp; c.nii' as t statistics\no\n", 0),
+            (["<none>.nii"], "aConverting '&lt;none&gt;.nii' into a NIfTI compressed file\n"
+                             "wFile '&lt;none&gt;.nii' not found\n", 1),
+            ([path, "-set_t", "<3>"], "w'&lt;3&gt;' is no number of degrees of freedom: it must be "
+                                      "from 1 to 1000000\n", 1),
+        ]
+        for words, lines, status in cases:
+            result = run(*words, "KVO")
+            self.assertEqual((result.stdout, result.stderr, result.returncode), (lines, "", status))
+
+    def test_misuse_is_explained_and_changes_nothing(self):
+        self.image("x.nii.gz", self.noise())
+        self.image("nowhere.nii.gz", self.noise(), (numpy.zeros((4, 4)), 2))
+        with open("text.nii", "w") as file:
+            file.write("no image")
+        before = {name: content(name) for name in os.listdir(".")}
+        df = "is no number of degrees of freedom: it must be from 1 to 1000000"
+        cases = [
+            ("", "no image was given; --help explains what to give"),
+            ("KVO", "File 'KVO' was not found or is not a NIfTI file (unknown extension)"),
+            ("x.nii.gz", "'x.nii.gz' is a NIfTI compressed file already"),
+            ("x.nii.gz -set", "'-set' is no option; --help lists them"),
+            ("x.nii.gz -set_t", "it must be 'imgcalc PATH -set_t DF'"),
+            ("x.nii.gz -set_z 3", "it must be 'imgcalc PATH -set_z'"),
+            ("x.nii.gz -z2t 3", "it must be 'imgcalc PATH -z2t DF OUT'"),
+            ("x.nii.gz -set_t 3x", f"'3x' {df}"),
+            ("x.nii.gz -set_t nan", f"'nan' {df}"),
+            ("x.nii.gz -set_t 0", f"'0' {df}"),
+            ("x.nii.gz -z2t 3 y.img", "'y.img' cannot be written: its name must end in .nii.gz or "
+                                      ".nii"),
+            ("x.nii.gz -z2t 3 none/y.nii",
+             "File 'none/y.nii' not writable (No such file or directory)"),
+            ("text.nii", "NIfTI file 'text.nii' has a wrong header size"),
+            ("text.nii -set_z", "NIfTI file 'text.nii' has a wrong header size"),
+            ("nowhere.nii.gz -set_mni",
+             "the header of 'nowhere.nii.gz' does not place the voxels in space"),
+        ]
+        for words, message in cases:
+            with self.subTest(words):
+                result = run(*words.split())
+                self.assertEqual(result.stderr, f"imgcalc: {message}\n")
+                self.assertEqual((result.stdout, result.returncode), ("", 1))
+        self.assertEqual({name: content(name) for name in os.listdir(".")}, before)
+
+    def test_a_full_disk_changes_nothing(self):
+        self.image("x.nii.gz", self.noise((20, 20, 20)))
+        self.image("y.nii", self.noise((20, 20, 20)))
+        before = {name: content(name) for name in os.listdir(".")}
+        for words in (["x.nii.gz", "-set_t", 30], ["x.nii.gz", "-z2t", 30, "x.nii.gz"], ["y.nii"]):
+            for room in (0, 100, 20000):
+                result = run(*words, preexec_fn=lambda: (
+                    signal.signal(signal.SIGXFSZ, signal.SIG_IGN),
+                    resource.setrlimit(resource.RLIMIT_FSIZE, (room, room))))
+                self.assertIn("not writable (File too large)", result.stderr)
+                self.assertEqual(result.returncode, 1)
+                self.assertEqual({name: content(name) for name in os.listdir(".")}, before, words)
+
+    def test_a_cancelled_run_changes_nothing(self):
+        self.image("x.nii", numpy.tile(self.noise((50, 50, 50)), (4, 2, 2)))
+        before = {name: content(name) for name in os.listdir(".")}
+        process = subprocess.Popen([IMGCALC, "x.nii", "-z2t", "30", "x.nii", "KVO"],
+                                   stdout=subprocess.PIPE, text=True)
+        self.assertTrue(process.stdout.readline().startswith("a"))
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.communicate()[0], "wThe conversion was cancelled\n")
+        self.assertEqual(process.returncode, 1)
+        self.assertEqual({name: content(name) for name in os.listdir(".")}, before)
+
+    def test_help(self):
+        result = run("--help")
+        self.assertEqual((result.stderr, result.returncode), ("", 0))
+        for option in ["-set_t DF", "-set_z", "-set_logp", "-set_mni", "-set_tal", "-z2t DF OUT",
+                       "-logp2t DF OUT"]:
+            self.assertIn(f"\n  {option} ", result.stdout)
+
+
+unittest.main(argv=sys.argv[:1])

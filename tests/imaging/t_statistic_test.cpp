@@ -1,0 +1,73 @@
+// Conversion of statistics, against the values that R gives (reference/t_statistic.R).
+
+#include "companions/imgcalc/t_statistic.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <string>
+
+namespace {
+
+constexpr double INF = std::numeric_limits<double>::infinity();
+
+TEST(TStatistic, AgreesWithRInBothTails) {
+  std::ifstream table(KVO_REFERENCE);
+  std::string kind;
+  double value = 0;
+  double df = 0;
+  double t = 0;
+  std::getline(table, kind);
+  int rows = 0;
+  while (table >> kind >> value >> df >> t) {
+    const auto convert = kind == "z" ? t_of_z : t_of_log10_p;
+    // R itself is 9.2e-6 off where t is beyond 1e99; the asymptotic formula bears that out.
+    const double tolerance = std::abs(t) < 1e50 ? 1e-7 : 1e-5;
+    EXPECT_NEAR(convert(value, df) / t, 1, tolerance)
+        << kind << " " << value << " with " << df << " degrees of freedom is " << t;
+    EXPECT_EQ(convert(-value, df), -convert(value, df)) << kind << " " << value;
+    ++rows;
+  }
+  EXPECT_EQ(rows, 400);
+}
+
+TEST(TStatistic, KeepsWhatIsNoStatistic) {
+  for (const auto convert : {t_of_z, t_of_log10_p}) {
+    EXPECT_EQ(convert(0, 30), 0);
+    EXPECT_TRUE(std::signbit(convert(-0.0, 30)));
+    EXPECT_EQ(convert(INF, 30), INF);
+    EXPECT_EQ(convert(-INF, 30), -INF);
+    EXPECT_TRUE(std::isnan(convert(std::numeric_limits<double>::quiet_NaN(), 30)));
+  }
+}
+
+TEST(TStatistic, GrowsWithoutStepsWhereTheMethodChanges) {
+  // From near 0 through the part around the middle to the far tail.
+  for (const double df : {1.0, 2.0, 7.5, 200.0, 9999.0, 1e6}) {
+    double before = 0;
+    for (double z = 1e-10; z < 38; z *= 1.01) {
+      const double t = t_of_z(z, df);
+      ASSERT_GT(t, before) << "z " << z << ", " << df << " degrees of freedom";
+      ASSERT_GE(t, z * (1 - 1e-9)) << "Student's tails are the heavier ones";
+      before = t;
+    }
+    before = -INF;
+    for (double log10_p = 1e-4; log10_p < 300; log10_p *= 1.01) {
+      const double t = t_of_log10_p(log10_p, df);
+      ASSERT_GT(t, before) << "-log10 p " << log10_p << ", " << df << " degrees of freedom";
+      before = t;
+    }
+    EXPECT_NEAR(t_of_log10_p(std::log10(2), df), 0, 1e-12);
+  }
+}
+
+TEST(TStatistic, OfOneDegreeOfFreedomHasAClosedForm) {
+  for (double log10_p = 0.4; log10_p < 200; log10_p += 3.7) {
+    const double p = std::pow(10, -log10_p);
+    EXPECT_NEAR(t_of_log10_p(log10_p, 1) * std::tan(M_PI * p), 1, 1e-10) << log10_p;
+  }
+}
+
+}  // namespace
