@@ -1,3 +1,3 @@
 #!/bin/sh
 # Usage: shell.sh BUILD_FOLDER [INSTALLATION]
-exec "$1/bench/shell_bench"
+exec "$(dirname "$0")/own_display" "$1/bench/shell_bench"
