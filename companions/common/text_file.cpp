@@ -124,7 +124,6 @@ const char* name_fault(std::string_view name) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7F) return "holds a control character";
     if (c == '/') return "holds a slash";
-    if (std::strchr(" ,=+\"'", c) != nullptr) return "holds a blank, a comma, a quote, '=' or '+'";
   }
   return nullptr;
 }

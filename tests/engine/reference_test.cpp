@@ -20,7 +20,7 @@ void write_varied_studies() {
              "large,1000000,500000,NA,1\n"
              "unknown,18,NA,NA,NA\n"
              "threshold,24,22,2.7,1\n"
-             "nothing,20,20,NA,1\n"
+             "no=thing+,20,20,NA,1\n"
              "talairach,30,NA,NA,1\n");
   const auto peaks = [](const char* study, const char* lines) {
     write_text(std::string(study) + ".peaks.txt", lines);
@@ -31,7 +31,7 @@ void write_varied_studies() {
   peaks("large", "# space: MNI\n26 -8 10 3\n");
   peaks("unknown", "# space: MNI\n30 -18 2 p\n22 -10 8 n\n");
   peaks("threshold", "# space: MNI\n26 -14 6 p\n38 -14 6 n\n90 -100 60 4\n");
-  peaks("nothing", "# space: MNI\n");
+  peaks("no=thing+", "# space: MNI\n");
   peaks("talairach", "24 -14 6 4.8\n# space: Talairach\n");
 }
 
@@ -59,7 +59,7 @@ TEST(Reference, AgreesInEveryVoxel) {
   ASSERT_EQ(engine.run("Adults = mean adults").closing(), "d");
   std::vector<std::string> maps;
   for (const char* study :
-       {"one", "two", "small", "large", "unknown", "threshold", "nothing", "talairach"})
+       {"one", "two", "small", "large", "unknown", "threshold", "no=thing+", "talairach"})
     for (const char* suffix : {"_g", "_var"}) maps.push_back("pp/" + (study + std::string(suffix)));
   for (const char* name : {"All", "Adults"})
     for (const char* suffix : {"_g", "_var", "_z", "_tau2", "_I2", "_Q"})
