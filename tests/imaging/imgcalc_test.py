@@ -117,11 +117,11 @@ class Imgcalc(unittest.TestCase):
     # declarations
 
     def test_declarations_change_the_header_only(self):
+        unset = {"intent_p1": 0.0, "intent_p2": 0.0, "intent_name": b""}
         cases = [
-            ("-set_t 12.5", {"intent_code": T, "intent_p1": 12.5, "intent_p2": 0.0,
-                             "intent_name": b""}),
-            ("-set_z", {"intent_code": Z, "intent_p1": 0.0, "intent_name": b""}),
-            ("-set_logp", {"intent_code": LOG10_P, "intent_p1": 0.0, "intent_name": b""}),
+            ("-set_t 12.5", {**unset, "intent_code": T, "intent_p1": 12.5}),
+            ("-set_z", {**unset, "intent_code": Z}),
+            ("-set_logp", {**unset, "intent_code": LOG10_P}),
             ("-set_mni", {"sform_code": 4, "qform_code": 4}),
             ("-set_tal", {"sform_code": 3, "qform_code": 3}),
         ]
