@@ -1,6 +1,7 @@
 #include "integrations/brain_viewer.h"
 
-#include <glib.h>
+#include <algorithm>
+#include <string>
 
 #include "shell/console.h"
 #include "util/files.h"
@@ -25,22 +26,22 @@ std::span<const Brain_viewer> kvo_brain_viewers() {
   return VIEWERS;
 }
 
-const Brain_viewer* kvo_find_brain_viewer(const char* stored_name) {
-  for (const Brain_viewer& viewer : VIEWERS)
-    if (g_str_equal(viewer.stored_name, stored_name)) return &viewer;
-  return nullptr;
+void kvo3_check_brain_viewer() {
+  kvo_check_brain_viewer(VIEWERS);
 }
 
-void kvo3_check_brain_viewer() {
-  const Brain_viewer* viewer = kvo_find_brain_viewer(kvo_s_brain_viewer.c_str());
-  if (viewer == nullptr || Q_program_exists("%s", kvo_s_brain_viewer_exe.c_str()) != 0) return;
+void kvo_check_brain_viewer(std::span<const Brain_viewer> viewers) {
+  const auto viewer = std::ranges::find_if(
+      viewers, [](const Brain_viewer& one) { return kvo_s_brain_viewer == one.stored_name; });
+  if (viewer == viewers.end() || Q_program_exists("%s", kvo_s_brain_viewer_exe.c_str()) != 0)
+    return;
   if (Q_program_exists("%s", viewer->standard_executable) == 0) {
     Q_print_warning(0, "%s", viewer->missing_message);
     return;
   }
   kvo_s_brain_viewer_exe = viewer->standard_executable;
   std::string message = viewer->found_message;
-  message.replace(message.find("%s"), 2, viewer->standard_executable);
+  message.replace(message.find("%s"), 2, Q_markup_escape(viewer->standard_executable));
   Q_print("", 0, "%s", message.c_str());
   kvo_save_kvo_ini();
 }

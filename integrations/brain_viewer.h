@@ -16,9 +16,9 @@ struct Brain_viewer {
 /// All viewers, in the order in which the settings dialog lists them behind "(disabled)".
 std::span<const Brain_viewer> kvo_brain_viewers();
 
-/// The viewer with this stored name; null for any other text, which means no viewer.
-const Brain_viewer* kvo_find_brain_viewer(const char* stored_name);
-
 /// When the chosen viewer's executable does not exist: adopts the standard one, saves the settings
-/// and says so, or warns that there is none.
+/// and says so, or warns that there is none. A chosen name that is none of the viewers' means no
+/// viewer.
 void kvo3_check_brain_viewer();
+/// The same among the given viewers.
+void kvo_check_brain_viewer(std::span<const Brain_viewer> viewers);

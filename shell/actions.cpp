@@ -11,6 +11,8 @@
 #include "dialogs/help.h"
 #include "imaging/convert_img.h"
 #include "imaging/convert_t.h"
+#include "integrations/settings_dialog.h"
+#include "integrations/spm_extension.h"
 #include "integrations/update_check.h"
 #include "shell/batch.h"
 #include "shell/main_window.h"
@@ -29,7 +31,6 @@ struct Action_row {
 };
 
 constexpr Handler MENU = nullptr;
-constexpr Handler NONE_YET = nullptr;
 
 constexpr Action_row ACTIONS[] = {
     {"menu_MetaAnalyses", nullptr, "_Meta-analyses", MENU},
@@ -50,17 +51,13 @@ constexpr Action_row ACTIONS[] = {
     {"extract", "gtk-color-picker", "_Extract", kvo3_extract},
     {"save_batch", "gtk-save", "_Save batch", kvo3_batch_save},
     {"run_batch", "gtk-execute", "_Run batch", kvo3_batch_run},
-    {"settings", "gtk-preferences", "Se_ttings", NONE_YET},
-    {"spm", "gtk-connect", "SPM _extension", NONE_YET},
+    {"settings", "gtk-preferences", "Se_ttings", kvo3_settings},
+    {"spm", "gtk-connect", "SPM _extension", kvo3_spm_extension},
     {"menu_help", nullptr, "_Help", MENU},
     {"help", "gtk-help", "KVO _help", kvo3_help},
     {"about", "gtk-about", "_About KVO", kvo3_about},
     {"check_updates", "gtk-refresh", "Check for _updates", kvo3_check_updates},
 };
-
-bool is_menu(const Action_row& row) {
-  return row.stock_id == nullptr;
-}
 
 void run_handler(GtkAction* action, gpointer /*data*/) {
   for (const Action_row& row : ACTIONS)
@@ -75,8 +72,6 @@ GtkActionGroup* kvo3_new_actions() {
     GtkAction* action = gtk_action_new(row.name, row.label, nullptr, row.stock_id);
     if (row.handler != nullptr)
       g_signal_connect(action, "activate", G_CALLBACK(run_handler), nullptr);
-    else
-      gtk_action_set_sensitive(action, is_menu(row));
     // The empty accelerator keeps the stock items' own ones away.
     gtk_action_group_add_action_with_accel(group, action, "");
     g_object_unref(action);

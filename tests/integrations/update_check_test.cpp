@@ -1,0 +1,190 @@
+// The update check with the real wget and a web site of its own.
+
+#include "integrations/update_check.h"
+
+#include <gdk/gdkkeysyms.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <chrono>
+
+#include "dialog_driver.h"
+#include "panes.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace fs = std::filesystem;
+using Seconds = std::chrono::duration<double>;
+
+const char* const OFFER =
+    "[ A new version of KVO seems to be available! Do you want to download and install it now? ]";
+
+/// A running web site; see version_site.py for how its addresses are answered.
+class Version_site {
+ public:
+  Version_site() {
+    const char* const command[] = {"/usr/bin/python3", VERSION_SITE, nullptr};
+    int input = -1;
+    int output = -1;
+    EXPECT_TRUE(g_spawn_async_with_pipes(nullptr, const_cast<char**>(command), nullptr,
+                                         GSpawnFlags(0), nullptr, nullptr, nullptr, &input, &output,
+                                         nullptr, nullptr));
+    open_while_wanted_ = Q_fd(input);
+    const Q_file port(fdopen(output, "r"));
+    EXPECT_EQ(std::fscanf(port.get(), "%d", &port_), 1);
+  }
+
+  [[nodiscard]] std::string address(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(port_) + "/" + path + "/";
+  }
+  /// The address that is answered with a text.
+  [[nodiscard]] std::string replying(const std::string& text) const {
+    std::string encoded;
+    for (const char character : text)
+      encoded += Q_format("%%%02X", static_cast<unsigned char>(character)).str();
+    return address("text/" + encoded);
+  }
+
+ private:
+  Q_fd open_while_wanted_;
+  int port_ = 0;
+};
+
+/// An installation root whose name asks for proper quoting.
+class Update_check : public testing::Test {
+ protected:
+  Update_check() {
+    for (const char* variable : {"http_proxy", "HTTP_PROXY"}) unsetenv(variable);
+    const fs::path root = folder_.path() / "it's \"my\" $HOME; `x` \\ root";
+    fs::create_directory(root);
+    kvo_s_dir = root.c_str();
+  }
+
+  static fs::path update_file() { return fs::path(kvo_s_dir.str()) / "update"; }
+
+  Version_site site_;
+
+ private:
+  Test_folder folder_;
+  Test_panes panes_;
+};
+
+TEST_F(Update_check, OffersNewerVersionsOnly) {
+  const struct {
+    const char* reply;
+    bool offered;
+  } cases[] = {
+      {"4.31\n", false},      {"4.32\n", true},
+      {"4.32", true},         {"4.319", true},
+      {"4.315\n", true},      {"4.310", false},
+      {"4.3199999", true},    {"4.3", false},
+      {"4.4", true},          {"5", true},
+      {"10.0", true},         {"-5", false},
+      {"v4.32", false},       {"version 4.32", false},
+      {"4.32\r\n", true},     {"4.31\r\n4.32\r\n", false},
+      {"4.32\n4.31\n", true}, {"  4.32  \n", true},
+      {"4.32beta", true},     {"4,32", false},
+      {"\n4.32\n", false},    {"", false},
+      {"\xff\x34.32", false}, {"4.32\xff", true},
+      {"Information", false}, {"nan", false},
+      {"1e999", false},       {"<html>4.32</html>", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reply);
+    Dialog_driver user;
+    if (c.offered) user.answer({}, "Cancel");
+    EXPECT_EQ(kvo_offer_update(site_.replying(c.reply).c_str()),
+              c.offered ? Update::DECLINED : Update::NONE_KNOWN);
+    EXPECT_EQ(user.messages(),
+              c.offered ? std::vector<std::string>{OFFER} : std::vector<std::string>{});
+    EXPECT_FALSE(fs::exists(update_file()));
+  }
+}
+
+TEST_F(Update_check, IsNeverHeldUpForLong) {
+  const struct {
+    const char* site;
+    bool offered;
+    Seconds limit;
+  } cases[] = {
+      {"megabytes", true, Seconds(1.5)}, {"megabytes_on_one_line", true, Seconds(1.5)},
+      {"rubbish", false, Seconds(1.5)},  {"zeros", false, Seconds(1.5)},
+      {"missing", false, Seconds(1.5)},  {"redirected", false, Seconds(1.5)},
+      {"stalled", false, Seconds(3.5)},  {"stalled_reply", false, Seconds(3.5)},
+      {"dripping", false, Seconds(7)},   {"dripping_headers", false, Seconds(7)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.site);
+    Dialog_driver user;
+    std::chrono::steady_clock::time_point asked{};
+    if (c.offered)
+      user.then([&](Shown_dialog& dialog) {
+        asked = std::chrono::steady_clock::now();
+        dialog.press("Cancel");
+      });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(kvo_offer_update(site_.address(c.site).c_str()),
+              c.offered ? Update::DECLINED : Update::NONE_KNOWN);
+    if (!c.offered) asked = std::chrono::steady_clock::now();
+    EXPECT_LT(Seconds(asked - start).count(), c.limit.count());
+  }
+}
+
+TEST_F(Update_check, KnowsNothingWithoutASite) {
+  std::string closed;
+  { closed = Version_site().address("text/5"); }
+  const std::string path = g_getenv("PATH");
+  for (const std::string& address : {closed, std::string("http://name.invalid/")})
+    EXPECT_EQ(kvo_offer_update(address.c_str()), Update::NONE_KNOWN) << address;
+  setenv("PATH", "/none", 1);
+  EXPECT_EQ(kvo_offer_update(site_.replying("5").c_str()), Update::NONE_KNOWN) << "no wget";
+  setenv("PATH", path.c_str(), 1);
+}
+
+TEST_F(Update_check, DownloadsAnAcceptedUpdate) {
+  using Answer = void (*)(Shown_dialog&);
+  const struct {
+    const char* name;
+    std::string site;
+    Answer answer;
+    std::string downloaded;
+  } cases[] = {
+      {"OK", site_.replying("4.32"), [](Shown_dialog& dialog) { dialog.press("OK"); },
+       "the program of update4.31"},
+      {"Enter", site_.replying("9"), [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Return); },
+       "the program of update4.31"},
+      {"not there", site_.address("no_update"), [](Shown_dialog& dialog) { dialog.press("OK"); },
+       ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Dialog_driver user;
+    user.then([&](Shown_dialog& dialog) {
+      EXPECT_THAT(dialog.buttons(), ElementsAre("Help", "Cancel", "OK"));
+      EXPECT_EQ(dialog.explanation(), "");
+      c.answer(dialog);
+    });
+    EXPECT_EQ(kvo_offer_update(c.site.c_str()), Update::DOWNLOADED);
+    EXPECT_EQ(read_text(update_file()), c.downloaded);
+    struct stat status {};
+    EXPECT_EQ(stat(update_file().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0755U);
+    fs::remove(update_file());
+  }
+}
+
+TEST_F(Update_check, RefusalsDownloadNothing) {
+  using Answer = void (*)(Shown_dialog&);
+  for (const Answer refuse : {Answer([](Shown_dialog& dialog) { dialog.press("Cancel"); }),
+                              Answer([](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }),
+                              Answer([](Shown_dialog& dialog) { dialog.close(); })}) {
+    Dialog_driver user;
+    user.then(refuse);
+    EXPECT_EQ(kvo_offer_update(site_.replying("4.32").c_str()), Update::DECLINED);
+    EXPECT_FALSE(fs::exists(update_file()));
+  }
+}
+
+}  // namespace
