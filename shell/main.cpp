@@ -47,7 +47,7 @@ void make_companions_executable() {
 
 int main(int argc, char** argv) {
   std::set_new_handler([] { Q_error("Insufficient memory\n"); });
-  Q_getprogdir(kvo_s_dir, argv[0]);
+  Q_getprogdir(kvo_s_dir, Q_started_program(argv[0]).c_str());
   // Numbers in commands have a full stop, whatever the user's language.
   gtk_disable_setlocale();
   gtk_rc_add_default_file(Q_format("%s/etc/kvo.gtkrc", kvo_s_dir.c_str()).c_str());

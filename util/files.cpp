@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -160,4 +161,12 @@ void Q_getprogdir(Q_string& root, const char* program_path) {
   Q_chdir_or_die("%s/../..", Qs_ProgramDir.c_str());
   Q_getdir(root);
   Q_chdir_or_die("%s", start.c_str());
+}
+
+Q_string Q_started_program(const char* first_word) {
+  struct stat status {};
+  const bool link = lstat(first_word, &status) == 0 && S_ISLNK(status.st_mode);
+  if (!link && std::strchr(first_word, '/') != nullptr) return first_word;
+  const Q_heap_memory<char> program(realpath("/proc/self/exe", nullptr));
+  return program != nullptr ? program.get() : first_word;
 }

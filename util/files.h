@@ -63,3 +63,8 @@ void Q_getdir(Q_string& folder);
 /// root in `root`. The current folder is the same afterwards. A folder that cannot be entered is a
 /// fatal error.
 void Q_getprogdir(Q_string& root, const char* program_path);
+
+/// The path to give to Q_getprogdir, from the program's first command-line word: the word itself,
+/// unless it is a symbolic link or was found along PATH (it has no slash); then the path of the
+/// running program's own file.
+Q_string Q_started_program(const char* first_word);

@@ -244,6 +244,32 @@ TEST(ProgramFolder, IsFoundFromTheStartingPath) {
   }
 }
 
+TEST(StartedProgram, IsTheFileBehindALinkOrANameAlongPath) {
+  const std::string self = fs::read_symlink("/proc/self/exe");
+  const Test_folder folder;
+  write_text("kvo_gui", "");
+  fs::create_directory("bin");
+  fs::create_symlink(self, "bin/link");
+  fs::create_symlink("link", "bin/link to link");
+  fs::create_directory_symlink("bin", "folder");
+  write_text("folder/program", "");
+  struct Case {
+    const char* word;
+    std::string path;
+  };
+  const Case cases[] = {
+      {"bin/link", self},
+      {"./bin/link to link", self},
+      {"folder/link", self},
+      {"kvo_gui", self},  // without a slash, so not the file in the current folder
+      {"", self},
+      {"./kvo_gui", "./kvo_gui"},
+      {"folder/program", "folder/program"},
+      {"none/kvo_gui", "none/kvo_gui"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Q_started_program(c.word).str(), c.path) << c.word;
+}
+
 TEST(ProgramFolderDeathTest, MustBeThere) {
   const Test_folder folder;
   Q_string root;
