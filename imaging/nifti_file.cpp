@@ -30,9 +30,9 @@ constexpr std::uint64_t USUAL_COMPRESSION = 8;
 
 using Failure = std::optional<Nifti_error>;
 
-[[gnu::format(printf, 1, 2)]] Nifti_error error(const char* format, ...) {
+[[gnu::format(printf, 2, 3)]] Nifti_error error(Nifti_problem problem, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(message, format);
-  return {message.str()};
+  return {problem, message.str()};
 }
 
 std::uint64_t memory_of_machine() {
@@ -59,7 +59,8 @@ struct Reading {
     return static_cast<std::size_t>(info.voxels_per_volume) * type->bytes();
   }
   [[nodiscard]] Nifti_error unexpected_end(std::int64_t volume) const {
-    return error("Unexpected end of NIfTI file '%s' when reading volume %i", name.c_str(),
+    return error(Nifti_problem::ends_early,
+                 "Unexpected end of NIfTI file '%s' when reading volume %i", name.c_str(),
                  static_cast<int>(volume));
   }
 };
@@ -68,17 +69,20 @@ Failure count_voxels(Reading& r) {
   const Nifti_header& h = r.info.header;
   const char* name = r.name.c_str();
   if (h.dim[0] < 1 || h.dim[0] > 7)
-    return error("NIfTI file '%s' has a wrong size (%i dimensions)", name, h.dim[0]);
+    return error(Nifti_problem::wrong_size, "NIfTI file '%s' has a wrong size (%i dimensions)",
+                 name, h.dim[0]);
   std::int64_t voxels = 1;
   for (int d = 1; d <= 3; ++d) {
     if (h.dim[d] < 1)
-      return error("NIfTI file '%s' has a wrong size (%i along dimension %i)", name, h.dim[d], d);
+      return error(Nifti_problem::wrong_size,
+                   "NIfTI file '%s' has a wrong size (%i along dimension %i)", name, h.dim[d], d);
     voxels *= h.dim[d];
   }
   std::int64_t volumes = 1;
   for (int d = 4; d <= h.dim[0]; ++d) volumes *= std::max<std::int64_t>(h.dim[d], 1);
   if (voxels > INT32_MAX || volumes > INT32_MAX)
-    return error("NIfTI file '%s' has a wrong size (too many voxels)", name);
+    return error(Nifti_problem::wrong_size, "NIfTI file '%s' has a wrong size (too many voxels)",
+                 name);
   r.info.voxels_per_volume = static_cast<std::int32_t>(voxels);
   r.info.n_volumes = static_cast<std::int32_t>(volumes);
   return std::nullopt;
@@ -88,29 +92,33 @@ Failure read_header(Reading& r) {
   Nifti_header& h = r.info.header;
   const char* name = r.name.c_str();
   if (r.source->read(reinterpret_cast<char*>(&h), sizeof h) < sizeof h)
-    return error("NIfTI file '%s' has a wrong header size", name);
+    return error(Nifti_problem::not_nifti, "NIfTI file '%s' has a wrong header size", name);
   r.info.other_order = static_cast<std::uint16_t>(h.dim[0]) > 7;
   if (r.info.other_order) {
     nifti_swap_header(h);
     if (h.sizeof_hdr != sizeof h)
-      return error("File '%s' is not a NIfTI file (wrong header size definition)", name);
+      return error(Nifti_problem::not_nifti,
+                   "File '%s' is not a NIfTI file (wrong header size definition)", name);
   }
   if (!nifti_has_magic(h))
-    return error("File '%s' is not a NIfTI file (unknown header type definition)", name);
+    return error(Nifti_problem::not_nifti,
+                 "File '%s' is not a NIfTI file (unknown header type definition)", name);
   return count_voxels(r);
 }
 
 Failure open_image(Reading& r, const std::string& path) {
   const std::optional<std::string> found = nifti_find_file(path);
   if (!found)
-    return error("File '%s' was not found or is not a NIfTI file (unknown extension)",
+    return error(Nifti_problem::not_found,
+                 "File '%s' was not found or is not a NIfTI file (unknown extension)",
                  path.c_str());
   r.info.path = r.name = *found;
   r.info.kind = *kind_of(*found);
   const bool compressed = r.info.kind == Nifti_kind::compressed;
   r.source = Nifti_source::open(*found, compressed);
   if (!r.source)
-    return error("%s '%s' not found", compressed ? "Compressed file" : "File", found->c_str());
+    return error(Nifti_problem::not_found, "%s '%s' not found",
+                 compressed ? "Compressed file" : "File", found->c_str());
   return read_header(r);
 }
 
@@ -120,7 +128,7 @@ Failure go_to_voxels(Reading& r) {
     std::string path = r.info.path;
     path.replace(path.size() - HEADER_ENDING.size(), HEADER_ENDING.size(), ".img");
     r.source = Nifti_source::open(path, false);
-    if (!r.source) return error("File '%s' not found", path.c_str());
+    if (!r.source) return error(Nifti_problem::not_found, "File '%s' not found", path.c_str());
     r.name = r.info.path + "/.img";
     return std::nullopt;
   }
@@ -128,7 +136,7 @@ Failure go_to_voxels(Reading& r) {
   // Written so that an offset that is no number is refused.
   const bool possible = offset >= 0 && offset <= LARGEST_OFFSET;
   if (!possible || !r.source->seek(static_cast<std::int64_t>(offset)))
-    return error("NIfTI file '%s' has a wrong size", r.name.c_str());
+    return error(Nifti_problem::wrong_size, "NIfTI file '%s' has a wrong size", r.name.c_str());
   return std::nullopt;
 }
 
@@ -136,16 +144,19 @@ Failure check_type(Reading& r, bool all_types) {
   const Nifti_header& h = r.info.header;
   r.type = nifti_type(h.datatype);
   if (r.type == nullptr || (!r.type->basic && !all_types))
-    return error("Header of NIfTI file '%s' defines an unsupported data type", r.name.c_str());
+    return error(Nifti_problem::wrong_type,
+                 "Header of NIfTI file '%s' defines an unsupported data type", r.name.c_str());
   if (h.bitpix != r.type->bits)
-    return error("Header of NIfTI file '%s' defines a wrong data type", r.name.c_str());
+    return error(Nifti_problem::wrong_type, "Header of NIfTI file '%s' defines a wrong data type",
+                 r.name.c_str());
   return std::nullopt;
 }
 
 /// Checks the sizes that the header promises against the caller's room, the file and the memory.
 Failure check_room(Reading& r, const Nifti_options& options) {
   if (r.info.n_volumes > options.max_volumes)
-    return error("NIfTI file '%s' has a wrong size (%i volumes, which is more than %i)",
+    return error(Nifti_problem::too_many,
+                 "NIfTI file '%s' has a wrong size (%i volumes, which is more than %i)",
                  r.name.c_str(), r.info.n_volumes, static_cast<int>(options.max_volumes));
   r.memory_left = options.max_bytes != 0 ? options.max_bytes : memory_of_machine();
   if (r.source->compressed()) return std::nullopt;  // its length is known at its end only
@@ -158,7 +169,7 @@ Failure check_room(Reading& r, const Nifti_options& options) {
     return r.unexpected_end(static_cast<std::int64_t>(whole));
   const auto voxels = static_cast<std::uint64_t>(r.info.voxels_per_volume);
   if (r.memory_left / sizeof(float) / voxels < static_cast<std::uint64_t>(r.info.n_volumes))
-    return error("Insufficient memory\n");
+    return error(Nifti_problem::memory, "Insufficient memory\n");
   return std::nullopt;
 }
 
@@ -202,7 +213,7 @@ Failure read_stored(Reading& r, std::int64_t volume, Growing_memory& memory) {
       size = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, std::max(believed, seen)));
     }
     if (size / r.type->bytes() > r.memory_left / sizeof(float) || !memory.grow(size))
-      return error("Insufficient memory\n");
+      return error(Nifti_problem::memory, "Insufficient memory\n");
     done += r.source->read(memory.data() + done, size - done);
     if (done < size) return r.unexpected_end(volume);
   }
@@ -219,7 +230,7 @@ Failure read_volumes(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti
     Nifti_volume values =
         as_floats ? stored.release()
                   : Nifti_volume(static_cast<float*>(std::malloc(voxels * sizeof(float))));
-    if (values == nullptr) return error("Insufficient memory\n");
+    if (values == nullptr) return error(Nifti_problem::memory, "Insufficient memory\n");
     r.type->convert(bytes, r.info.other_order, scaling, values.get(), voxels);
     r.memory_left -= voxels * sizeof(float);
     volumes.push_back(std::move(values));
@@ -233,7 +244,8 @@ Failure find_scaling(const Reading& r, Nifti_scaling& scaling) {
       h.scl_slope != 0 && std::isfinite(h.scl_slope) && !(h.scl_slope == 1 && h.scl_inter == 0);
   if (!scaling.applies) return std::nullopt;
   if (!std::isfinite(h.scl_inter))
-    return error("Header of NIfTI file '%s' defines a wrong scaling", r.name.c_str());
+    return error(Nifti_problem::wrong_type, "Header of NIfTI file '%s' defines a wrong scaling",
+                 r.name.c_str());
   scaling.slope = h.scl_slope;
   scaling.intercept = h.scl_inter;
   return std::nullopt;

@@ -16,8 +16,20 @@
 #include "imaging/nifti_header.h"
 #include "util/handles.h"
 
-/// Why an image was refused: a sentence without its full stop that names the file.
+enum class Nifti_problem {
+  not_found,    ///< there is no such file, or it cannot be opened
+  not_nifti,    ///< what is there is no header of this format
+  wrong_size,   ///< the sizes in the header cannot be true
+  too_many,     ///< more volumes than the caller has room for
+  wrong_type,   ///< values of a type or with a scaling that is not read
+  ends_early,   ///< fewer values than the header promises, or damaged ones
+  memory,       ///< the values do not fit into the memory
+  not_writable  ///< the disk did not take what was written
+};
+
+/// Why an image was refused, also as a sentence without its full stop that names the file.
 struct Nifti_error {
+  Nifti_problem problem;
   std::string message;
 };
 

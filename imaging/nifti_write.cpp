@@ -66,7 +66,8 @@ bool is_compressed(const std::string& path) {
 
 Nifti_error not_writable(const std::string& path) {
   const int reason = errno;
-  return {Q_format("File '%s' not writable (%s)", path.c_str(), std::strerror(reason)).str()};
+  return {Nifti_problem::not_writable,
+          Q_format("File '%s' not writable (%s)", path.c_str(), std::strerror(reason)).str()};
 }
 
 /// Copies what is left of a source. False when writing failed.
@@ -130,7 +131,8 @@ std::optional<Nifti_error> nifti_rewrite_header(const std::string& path,
   auto source = Nifti_source::open(info.path, is_compressed(info.path));
   Nifti_header old;
   if (!source || source->read(reinterpret_cast<char*>(&old), sizeof old) < sizeof old)
-    return Nifti_error{Q_format("File '%s' not found", info.path.c_str()).str()};
+    return Nifti_error{Nifti_problem::not_found,
+                       Q_format("File '%s' not found", info.path.c_str()).str()};
   bool given_up = false;
   bool damaged = false;
   const bool written = Q_replace_file(info.path.c_str(), [&](int file) {
@@ -141,7 +143,8 @@ std::optional<Nifti_error> nifti_rewrite_header(const std::string& path,
     return !damaged && !given_up;
   });
   if (damaged)
-    return Nifti_error{Q_format("Unexpected end of NIfTI file '%s'", info.path.c_str()).str()};
+    return Nifti_error{Nifti_problem::ends_early,
+                       Q_format("Unexpected end of NIfTI file '%s'", info.path.c_str()).str()};
   if (written || given_up) return std::nullopt;
   return not_writable(info.path);
 }
