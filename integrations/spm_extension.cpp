@@ -6,6 +6,7 @@
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
+#include "dialogs/message.h"
 #include "integrations/spm_toolbox.h"
 #include "shell/busy.h"
 #include "shell/console.h"
@@ -56,7 +57,11 @@ void kvo3_spm_extension() {
   Qs_HelpTopic = "spm";
   if (!Q_input_boolean(EXPLANATION, false)) return;
   Q_string folder;
-  if (!Q_input_folder(folder, "Specify the SPM toolbox folder") || folder.empty()) return;
+  if (!Q_input_folder(folder, "Specify the SPM toolbox folder")) return;
+  if (folder.empty()) {
+    Q_input_warning("The folder has no path on this computer. Nothing has been created.");
+    return;
+  }
   copy_with_the_window_alive(folder);
   kvo_write_matlab_file(folder.c_str());
   show_last_step(folder);

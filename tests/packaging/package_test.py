@@ -18,7 +18,7 @@ del sys.argv[1:3]
 def setUpModule():
     global scratch, archive
     scratch = tempfile.TemporaryDirectory()
-    archive = os.path.join(scratch.name, "quorvane-4.31-linux64.tar.xz")
+    archive = os.path.join(scratch.name, "quorvane-4.31-linux64.tar.gz")
     subprocess.run([os.path.join(PACKAGING, "make_archive.sh"), INSTALLATION, archive], check=True)
 
 
