@@ -2,6 +2,7 @@
 
 #include "integrations/update_check.h"
 
+#include <fcntl.h>
 #include <gdk/gdkkeysyms.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -32,6 +33,8 @@ class Version_site {
                                          GSpawnFlags(0), nullptr, nullptr, nullptr, &input, &output,
                                          nullptr, nullptr));
     open_while_wanted_ = Q_fd(input);
+    // Not handed on to wget, which would keep a site alive that keeps wget waiting.
+    fcntl(input, F_SETFD, FD_CLOEXEC);
     const Q_file port(fdopen(output, "r"));
     EXPECT_EQ(std::fscanf(port.get(), "%d", &port_), 1);
   }
