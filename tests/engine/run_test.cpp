@@ -123,13 +123,14 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
 
 /// Three studies with a peak each in the same one of two voxels that are far apart. Among moved
 /// peaks all three meet in a given voxel with probability 1/8, which is then the p of the mean, and
-/// in one of the two with 1/4, which is the family-wise one.
+/// in one of the two with 1/4, which is the family-wise one. Peaks that do not reach the mask are
+/// not moved into it.
 TEST(Run, FindsTheProbabilityThatMovedPeaksMeet) {
   const Installation engine;
   write_mask(engine.share() / "mask_gray_matter.nii.gz", {{-50, 0, 0}, {50, 0, 0}});
   write_text("kvo_table.txt", "study n1\na 20\nb 20\nc 20\n");
   for (const char* file : {"a.peaks.txt", "b.peaks.txt", "c.peaks.txt"})
-    write_text(file, "# space: MNI\n50 0 0 5\n");
+    write_text(file, "# space: MNI\n50 0 0 5\n0 -90 -60 9\n");
   ASSERT_EQ(engine.run(preprocess + "4000").closing(), "d");
   ASSERT_EQ(engine.run("MyMean = mean").closing(), "d");
   const Image p = read_image("MyMean_p.nii.gz"), pFWE = read_image("MyMean_pFWE.nii.gz");
