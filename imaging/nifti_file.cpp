@@ -1,10 +1,13 @@
 #include "imaging/nifti_file.h"
 
+#include <sys/mman.h>
 #include <sys/sysinfo.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <future>
+#include <utility>
 
 #include "imaging/nifti_source.h"
 #include "imaging/nifti_types.h"
@@ -176,7 +179,16 @@ Failure check_room(Reading& r, const Nifti_options& options) {
 /// Memory that grows with what is read into it.
 class Growing_memory {
  public:
+  Growing_memory() = default;
+  Growing_memory(Growing_memory&& other) noexcept
+      : memory_(std::move(other.memory_)), size_(std::exchange(other.size_, 0)) {}
+  Growing_memory& operator=(Growing_memory&& other) noexcept {
+    std::swap(memory_, other.memory_);
+    std::swap(size_, other.size_);
+    return *this;
+  }
   [[nodiscard]] char* data() { return memory_.get(); }
+  [[nodiscard]] float* floats() { return reinterpret_cast<float*>(memory_.get()); }
   [[nodiscard]] std::size_t size() const { return size_; }
   [[nodiscard]] bool grow(std::size_t size) {
     if (size <= size_) return true;
@@ -220,22 +232,82 @@ Failure read_stored(Reading& r, std::int64_t volume, Growing_memory& memory) {
   return std::nullopt;
 }
 
-Failure read_volumes(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti_volume>& volumes) {
+/// Memory of that size whose pages are there already: the system takes about as long to provide
+/// them as it takes to read into them. Empty when there is none.
+Growing_memory provided_memory(std::size_t size) {
+  Growing_memory memory;
+  if (!memory.grow(size)) return memory;
+  constexpr std::size_t PAGE = 4096;
+  const auto begin = reinterpret_cast<std::uintptr_t>(memory.data());
+  const std::uintptr_t first = (begin + PAGE - 1) / PAGE * PAGE;
+  const std::uintptr_t end = (begin + size) / PAGE * PAGE;
+  // Where the system cannot do this, the pages come when they are written to.
+  if (first < end) madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_WRITE);
+  return memory;
+}
+
+/// Whether more than one volume of this size is still to come, of which the file has shown that it
+/// holds some, so that work ahead of the reading is worth its memory.
+bool more_to_come(const Reading& r, std::int64_t volume, std::size_t bytes) {
+  return volume > 0 && volume + 1 < r.info.n_volumes && r.memory_left / 2 >= bytes;
+}
+
+/// Reads volumes of floats right into their places.
+Failure read_floats(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti_volume>& volumes) {
   const auto voxels = static_cast<std::size_t>(r.info.voxels_per_volume);
-  const bool as_floats = r.type->code == NIFTI_FLOAT32;
-  Growing_memory stored;
+  const std::size_t bytes = voxels * sizeof(float);
+  std::future<Growing_memory> ahead;  // for the next volume
   for (std::int64_t volume = 0; volume < r.info.n_volumes; ++volume) {
-    if (const Failure failure = read_stored(r, volume, stored)) return failure;
-    const char* bytes = stored.data();
-    Nifti_volume values =
-        as_floats ? stored.release()
-                  : Nifti_volume(static_cast<float*>(std::malloc(voxels * sizeof(float))));
-    if (values == nullptr) return error(Nifti_problem::memory, "Insufficient memory\n");
-    r.type->convert(bytes, r.info.other_order, scaling, values.get(), voxels);
-    r.memory_left -= voxels * sizeof(float);
-    volumes.push_back(std::move(values));
+    Growing_memory values = ahead.valid() ? ahead.get() : Growing_memory();
+    if (more_to_come(r, volume, bytes)) ahead = std::async(provided_memory, bytes);
+    if (const Failure failure = read_stored(r, volume, values)) return failure;
+    r.type->convert(values.data(), r.info.other_order, scaling, values.floats(), voxels);
+    r.memory_left -= bytes;
+    volumes.push_back(values.release());
   }
   return std::nullopt;
+}
+
+/// A volume as it was stored, to be used again, and as floats; no floats when there is no memory.
+struct Converted {
+  Growing_memory stored;
+  Growing_memory values;
+};
+
+Converted convert_volume(const Reading& r, const Nifti_scaling& scaling, Growing_memory stored) {
+  const auto voxels = static_cast<std::size_t>(r.info.voxels_per_volume);
+  Converted result{std::move(stored), {}};
+  if (result.values.grow(voxels * sizeof(float)))
+    r.type->convert(result.stored.data(), r.info.other_order, scaling, result.values.floats(),
+                    voxels);
+  return result;
+}
+
+/// Reads volumes of other numbers; each is converted while the next one is read.
+Failure read_others(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti_volume>& volumes) {
+  const std::size_t bytes = static_cast<std::size_t>(r.info.voxels_per_volume) * sizeof(float);
+  Growing_memory stored;
+  std::future<Converted> conversion;
+  const auto finish_conversion = [&] {
+    Converted converted = conversion.get();
+    stored = std::move(converted.stored);
+    if (converted.values.size() == 0) return false;
+    volumes.push_back(converted.values.release());
+    return true;
+  };
+  for (std::int64_t volume = 0; volume < r.info.n_volumes; ++volume) {
+    Growing_memory next = std::move(stored);
+    if (const Failure failure = read_stored(r, volume, next)) return failure;
+    if (conversion.valid() && !finish_conversion()) break;
+    r.memory_left -= bytes;
+    const auto policy = more_to_come(r, volume, bytes) ? std::launch::async | std::launch::deferred
+                                                       : std::launch::deferred;
+    conversion = std::async(policy, [&r, &scaling, next = std::move(next)]() mutable {
+      return convert_volume(r, scaling, std::move(next));
+    });
+  }
+  if (conversion.valid() && finish_conversion()) return std::nullopt;
+  return error(Nifti_problem::memory, "Insufficient memory\n");
 }
 
 Failure find_scaling(const Reading& r, Nifti_scaling& scaling) {
@@ -257,6 +329,7 @@ Failure read_image(Reading& r, const Nifti_options& options, std::vector<Nifti_v
   if (Failure failure = check_type(r, options.all_types)) return failure;
   if (Failure failure = check_room(r, options)) return failure;
   if (Failure failure = find_scaling(r, scaling)) return failure;
+  const auto read_volumes = r.type->code == NIFTI_FLOAT32 ? read_floats : read_others;
   if (Failure failure = read_volumes(r, scaling, volumes)) return failure;
   if (!r.source->sound()) return r.unexpected_end(r.info.n_volumes - 1);
 
