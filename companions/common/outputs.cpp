@@ -68,6 +68,13 @@ void flush_folder(const std::string& path) {
   if (folder) fsync(folder.get());
 }
 
+void make_move(const std::string& name) {
+  const std::string from = stage + "/" + name;
+  if (!stays_inside(name) || !exists(from)) return;
+  if (rename(from.c_str(), name.c_str()) != 0)
+    throw Refusal("'" + name + "' cannot be replaced: " + std::strerror(errno) + ".");
+}
+
 /// Makes the moves of the journal that have not been made.
 void make_moves() {
   const std::string moves = read_text(journal);
@@ -76,10 +83,7 @@ void make_moves() {
   for (const TextLine& line : filled_lines(moves)) {
     if (line.text.starts_with(move_word)) {
       const std::string name(line.text.substr(move_word.size()));
-      const bool reachable = has_sub_folder || name.find('/') == std::string::npos;
-      if (!reachable || !stays_inside(name) || !exists(stage + "/" + name)) continue;
-      if (rename((stage + "/" + name).c_str(), name.c_str()) != 0)
-        throw Refusal("'" + name + "' cannot be replaced: " + std::strerror(errno) + ".");
+      if (has_sub_folder || name.find('/') == std::string::npos) make_move(name);
     } else if (line.text.starts_with(remove_word)) {
       const std::string name(line.text.substr(remove_word.size()));
       if (stays_inside(name)) unlink(name.c_str());

@@ -31,8 +31,8 @@ Voxel Mask::voxel(std::size_t n) const {
 }
 
 std::string mask_path(const std::string& name) {
-  const std::string file = "mask_" + name + ".nii.gz";
-  const std::string shared = share_path(file);
+  std::string file = "mask_" + name + ".nii.gz";
+  std::string shared = share_path(file);
   if (exists(shared)) return shared;
   if (exists(file)) return file;
   throw Refusal("There is no mask '" + name +

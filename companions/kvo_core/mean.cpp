@@ -53,6 +53,7 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask, cons
   if (randomizations >= least_for_family_wise) rows.push_back({pFWE_map, pFWE});
   Action action("Writing the maps of " + command.name, rows.size());
   std::vector<std::string> paths;
+  paths.reserve(rows.size());
   for (const Row& row : rows)
     paths.push_back(outputs.path_of(command.name + row.kind.suffix + ".nii.gz"));
   const std::string description = image_description(command.text());

@@ -38,6 +38,7 @@ Member checked_member(const PpRecord& record, const Study& study) {
 std::vector<const float*> pointers_at(const std::vector<std::vector<float>>& maps,
                                       std::size_t begin) {
   std::vector<const float*> pointers;
+  pointers.reserve(maps.size());
   for (const std::vector<float>& map : maps) pointers.push_back(map.data() + begin);
   return pointers;
 }

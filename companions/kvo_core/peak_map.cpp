@@ -50,7 +50,7 @@ void PeakMap::for_each_row(const PlacedPeak& peak, Voxel voxel, int k, const Row
   const auto [nx, ny, nz] = mni_grid().size;
   if (std::abs(k - voxel.k) > reach_) return;
   const double dz = (k - voxel.k) * voxel_mm - peak.offset[2];
-  const double z_factor = peak.factors[2][std::size_t(k - voxel.k + reach_)];
+  const double z_factor = peak.factors[2].at(unsigned(k - voxel.k + reach_));
   for (int j = std::max(0, voxel.j - reach_); j <= std::min(ny - 1, voxel.j + reach_); ++j) {
     const double dy = (j - voxel.j) * voxel_mm - peak.offset[1];
     const double left = radius_ * radius_ - dz * dz - dy * dy;
@@ -59,7 +59,7 @@ void PeakMap::for_each_row(const PlacedPeak& peak, Voxel voxel, int k, const Row
     const int first = voxel.i + int(std::ceil((peak.offset[0] - half) / voxel_mm));
     const int last = voxel.i + int(std::floor((peak.offset[0] + half) / voxel_mm));
     row(j, std::max(first, 0), std::min(last, nx - 1),
-        z_factor * peak.factors[1][std::size_t(j - voxel.j + reach_)]);
+        z_factor * peak.factors[1].at(unsigned(j - voxel.j + reach_)));
   }
 }
 

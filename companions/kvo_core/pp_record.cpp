@@ -64,16 +64,23 @@ std::uint64_t seed_in(const Lines& lines) {
   return seed;
 }
 
+void add_line(std::string& text, std::string_view key, std::string_view value) {
+  text.append(key).append(" = ").append(value).append("\n");
+}
+
 }  // namespace
 
 std::string PpRecord::text() const {
-  std::string text = "template = " + correlation_template +
-                     "\nanisotropy = " + text_of(anisotropy) + "\nfwhm = " + text_of(fwhm) +
-                     "\nmask = " + mask + "\nrandomizations = " + std::to_string(randomizations) +
-                     "\nseed = " + std::to_string(seed) +
-                     "\nversion = " + Q_format("%.2f", KVO_VERSION).str() + "\n";
-  for (const auto& [study, facts] : studies) text += study_key + study + " = " + facts + "\n";
-  for (const auto& [file, sum] : checksums) text += checksum_key + file + " = " + sum + "\n";
+  std::string text;
+  add_line(text, "template", correlation_template);
+  add_line(text, "anisotropy", text_of(anisotropy));
+  add_line(text, "fwhm", text_of(fwhm));
+  add_line(text, "mask", mask);
+  add_line(text, "randomizations", std::to_string(randomizations));
+  add_line(text, "seed", std::to_string(seed));
+  add_line(text, "version", Q_format("%.2f", KVO_VERSION).str());
+  for (const auto& [study, facts] : studies) add_line(text, study_key + study, facts);
+  for (const auto& [file, sum] : checksums) add_line(text, checksum_key + file, sum);
   return text;
 }
 
