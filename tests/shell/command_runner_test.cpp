@@ -18,7 +18,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -342,8 +341,8 @@ TEST(TypedCommand, RunsWhenAnEnterKeyIsReleased) {
     typed.push_back("  command   '<" + number + ">' ");
     gtk_entry_set_text(entry, typed.back().c_str());
     send_key(shell.panes(), GDK_KEY_RELEASE, enter_keys[i]);
-    shown += "command '<" + number + ">'\n" + DONE;
-    recorded += "# User command:\ncommand '<" + number + ">'\n\n";
+    shown.append("command '<").append(number).append(">'\n").append(DONE);
+    recorded.append("# User command:\ncommand '<").append(number).append(">'\n\n");
     EXPECT_STREQ(gtk_entry_get_text(entry), "");
   }
   EXPECT_EQ(transcript(0), shown);

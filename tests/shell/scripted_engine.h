@@ -10,7 +10,7 @@
 #include <deque>
 #include <filesystem>
 #include <functional>
-#include <regex>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -45,8 +45,12 @@ class Shell_fixture {
 
 /// The text of a pane with its time stamps as "hh:mm:ss".
 inline std::string transcript(std::size_t pane) {
-  return std::regex_replace(pane_text(pane), std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2} - "),
-                            "hh:mm:ss - ");
+  const std::unique_ptr<GRegex, Q_call<g_regex_unref>> stamp(g_regex_new(
+      "[0-9]{2}:[0-9]{2}:[0-9]{2} - ", GRegexCompileFlags(0), GRegexMatchFlags(0), nullptr));
+  const std::string text = pane_text(pane);
+  const Q_g_memory<char> result(g_regex_replace_literal(
+      stamp.get(), text.c_str(), -1, 0, "hh:mm:ss - ", GRegexMatchFlags(0), nullptr));
+  return result.get();
 }
 
 /// How many temporary output files the working folder holds.

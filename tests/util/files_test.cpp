@@ -17,7 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::ExitedWithCode;
-using testing::HasSubstr;
 
 std::string fatal(const std::string& message) {
   return message + "\\.\nThe program will close as this problem could cause fatal errors\\.";

@@ -17,8 +17,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AnyOf;
-using testing::Eq;
 
 constexpr int MOST_WAIT = 30000;  // ms; only a failing test waits that long
 
