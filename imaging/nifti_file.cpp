@@ -246,10 +246,11 @@ Growing_memory provided_memory(std::size_t size) {
   return memory;
 }
 
-/// Whether more than one volume of this size is still to come, of which the file has shown that it
-/// holds some, so that work ahead of the reading is worth its memory.
+/// Whether work beside the reading is worth its thread and its memory: another large volume is to
+/// come, and the file has shown that it holds such volumes.
 bool more_to_come(const Reading& r, std::int64_t volume, std::size_t bytes) {
-  return volume > 0 && volume + 1 < r.info.n_volumes && r.memory_left / 2 >= bytes;
+  return bytes >= FIRST_BLOCK && volume > 0 && volume + 1 < r.info.n_volumes &&
+         r.memory_left / 2 >= bytes;
 }
 
 /// Reads volumes of floats right into their places.
