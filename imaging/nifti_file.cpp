@@ -238,11 +238,11 @@ Growing_memory provided_memory(std::size_t size) {
   Growing_memory memory;
   if (!memory.grow(size)) return memory;
   constexpr std::size_t PAGE = 4096;
-  const auto begin = reinterpret_cast<std::uintptr_t>(memory.data());
-  const std::uintptr_t first = (begin + PAGE - 1) / PAGE * PAGE;
-  const std::uintptr_t end = (begin + size) / PAGE * PAGE;
+  void* first = memory.data();
+  std::size_t whole_pages = size;
   // Where the system cannot do this, the pages come when they are written to.
-  if (first < end) madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_WRITE);
+  if (std::align(PAGE, PAGE, first, whole_pages) != nullptr)
+    madvise(first, whole_pages / PAGE * PAGE, MADV_POPULATE_WRITE);
   return memory;
 }
 
@@ -261,7 +261,7 @@ Failure read_floats(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti_
   for (std::int64_t volume = 0; volume < r.info.n_volumes; ++volume) {
     Growing_memory values = ahead.valid() ? ahead.get() : Growing_memory();
     if (more_to_come(r, volume, bytes)) ahead = std::async(provided_memory, bytes);
-    if (const Failure failure = read_stored(r, volume, values)) return failure;
+    if (Failure failure = read_stored(r, volume, values)) return failure;
     r.type->convert(values.data(), r.info.other_order, scaling, values.floats(), voxels);
     r.memory_left -= bytes;
     volumes.push_back(values.release());
@@ -297,8 +297,9 @@ Failure read_others(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti_
     return true;
   };
   for (std::int64_t volume = 0; volume < r.info.n_volumes; ++volume) {
-    Growing_memory next = std::move(stored);
-    if (const Failure failure = read_stored(r, volume, next)) return failure;
+    Growing_memory next;
+    std::swap(next, stored);
+    if (Failure failure = read_stored(r, volume, next)) return failure;
     if (conversion.valid() && !finish_conversion()) break;
     r.memory_left -= bytes;
     const auto policy = more_to_come(r, volume, bytes) ? std::launch::async | std::launch::deferred
