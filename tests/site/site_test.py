@@ -1,0 +1,371 @@
+#!/usr/bin/python3
+"""The web site in a real browser, and what it says against the real program.
+
+site_test.py INSTALLATION [PICTURES]: with a folder for PICTURES it leaves screenshots to look at."""
+
+import filecmp
+import functools
+import html.parser
+import os
+import re
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import unittest
+import urllib.parse
+import urllib.request
+
+import nibabel
+import numpy
+
+from chromium import Chromium
+
+ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
+SITE = os.path.join(ROOT, "site")
+PAGES = ("index.html", "manual/index.html", "utilities/index.html")
+TOPICS = ("Changes", "folder", "settings", "spm", "pp", "tbss", "globals", "mean", "lm", "lm_groups",
+          "lm_regression", "threshold", "multi", "create.mask", "extract", "start", "example")
+INSTALLATION, PICTURES = (sys.argv[1:] + [None])[:2]
+
+
+def text_of(path):
+    with open(os.path.join(ROOT, path), encoding="utf-8") as file:
+        return file.read()
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def start_site(address):
+    return subprocess.Popen([os.path.join(ROOT, "script/site"), address], text=True,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+
+class Links(html.parser.HTMLParser):
+    """A page's links, pictures and ids."""
+
+    def __init__(self, page):
+        super().__init__()
+        self.links, self.pictures, self.ids = [], [], []
+        self.feed(text_of("site/" + page))
+
+    def handle_starttag(self, tag, attributes):
+        values = dict(attributes)
+        if "id" in values:
+            self.ids.append(values["id"])
+        self.links += [values[key] for key in ("href", "src") if key in values]
+        if tag == "img":
+            self.pictures.append(values)
+
+
+class Files(unittest.TestCase):
+    def test_links_lead_somewhere(self):
+        ids = {page: Links(page).ids for page in PAGES}
+        for page in PAGES:
+            for link in Links(page).links:
+                with self.subTest(page=page, link=link):
+                    parts = urllib.parse.urlsplit(link)
+                    self.assertFalse(parts.scheme or link.startswith("/"), "not relative")
+                    path = os.path.normpath(os.path.join(os.path.dirname(page), parts.path or "."))
+                    if parts.path == "":
+                        path = page
+                    elif os.path.isdir(os.path.join(SITE, path)):
+                        path = os.path.normpath(os.path.join(path, "index.html"))
+                    self.assertTrue(os.path.isfile(os.path.join(SITE, path)), "no such file")
+                    if parts.fragment:
+                        self.assertIn(parts.fragment, ids[path])
+                    if parts.query:
+                        self.assertIn(urllib.parse.parse_qs(parts.query)["show"][0], ids[path])
+
+    def test_ids_are_unique(self):
+        for page in PAGES:
+            ids = Links(page).ids
+            self.assertEqual(sorted(set(ids)), sorted(ids), page)
+
+    def test_pictures_say_what_they_show_and_how_large_they_are(self):
+        used = set()
+        for page in PAGES:
+            for picture in Links(page).pictures:
+                path = os.path.join(SITE, os.path.dirname(page), picture["src"])
+                used.add(os.path.realpath(path))
+                with self.subTest(page=page, picture=picture["src"]):
+                    if path.endswith(".png"):
+                        self.assertGreater(len(picture["alt"]), 20)
+                        with open(path, "rb") as file:
+                            header = file.read(24)
+                        size = [int.from_bytes(header[at:at + 4], "big") for at in (16, 20)]
+                        self.assertEqual([int(picture["width"]), int(picture["height"])], size)
+        images = os.path.join(SITE, "manual/images")
+        unused = {os.path.join(images, name) for name in os.listdir(images)} - used
+        self.assertEqual(unused, set(), "pictures on no page")
+
+    def test_version(self):
+        version = re.search(r"project\(quorvane VERSION (\S+)", text_of("CMakeLists.txt"))[1]
+        self.assertEqual(text_of("site/software/current.txt"), version + "\n")
+        self.assertIn(f"Version {version}<", text_of("site/manual/index.html"))
+        update = os.path.join(SITE, f"software/update/update{version}")
+        done = subprocess.run([update], text=True, stdout=subprocess.PIPE, check=True)
+        self.assertIn(f"Quorvane {version} is the newest version", done.stdout)
+
+    def test_icon_is_the_program_s(self):
+        self.assertTrue(filecmp.cmp(os.path.join(SITE, "icon.svg"),
+                                    os.path.join(ROOT, "resources/icon/kvo.svg"), shallow=False))
+
+
+class Server(unittest.TestCase):
+    def test_serves_this_machine_once_and_below_a_path(self):
+        address = f"http://localhost:{free_port()}/kvo/"
+        site = start_site(address)
+        try:
+            self.assertIn(address, site.stdout.readline())
+            port = urllib.parse.urlsplit(address).port
+            with open(f"/proc/{site.pid}/net/tcp", encoding="utf-8") as table:
+                listening = [row.split()[1] for row in table if f":{port:04X} 00000000:0000" in row]
+            self.assertEqual(listening, [f"0100007F:{port:04X}"])
+            with urllib.request.urlopen(address + "software/current.txt", timeout=5) as answer:
+                self.assertEqual(answer.read().decode(), text_of("site/software/current.txt"))
+            for outside in ("/software/current.txt", "/kvo/../CMakeLists.txt", "/kvo/%2e%2e/README.md"):
+                with self.subTest(path=outside), socket.create_connection(("127.0.0.1", port)) as raw:
+                    raw.sendall(f"GET {outside} HTTP/1.0\r\n\r\n".encode())
+                    self.assertIn(" 404 ", raw.recv(1000).decode().splitlines()[0])
+            again = start_site(address)
+            output, _ = again.communicate(timeout=10)
+            self.assertEqual((again.returncode, output), (0, f"The site is already served at {address}\n"))
+        finally:
+            site.terminate()
+            self.assertEqual(site.wait(10), 0)
+            site.communicate()
+
+    def test_refuses(self):
+        with socket.socket() as other:
+            other.bind(("127.0.0.1", 0))
+            other.listen()
+            taken = f"http://localhost:{other.getsockname()[1]}/"
+            for address, message in (("https://example.org/", "is not an address of this machine"),
+                                     ("http://192.0.2.1:8431/", "is not an address of this machine"),
+                                     (taken, "cannot be served")):
+                site = start_site(address)
+                _, problem = site.communicate(timeout=10)
+                with self.subTest(address=address):
+                    self.assertEqual(site.returncode, 1)
+                    self.assertIn(message, problem)
+
+
+class Pages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.address = f"http://localhost:{free_port()}/"
+        cls.site = start_site(cls.address)
+        cls.site.stdout.readline()
+        cls.browser = Chromium()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+        cls.site.terminate()
+        cls.site.communicate()
+
+    def open(self, path, width=1280, height=900, scheme="light"):
+        self.browser.resize(width, height)
+        self.browser.prefer(scheme)
+        self.assertEqual(self.browser.open(self.address + path), [], path)
+
+    def picture(self, name):
+        if PICTURES:
+            self.browser.screenshot(os.path.join(PICTURES, name + ".png"))
+
+    def heading(self, topic):
+        """Where the topic's heading is in the window, and whether nothing covers it."""
+        return self.browser.evaluate(f"""(() => {{
+            const heading = document.getElementById({topic!r}).querySelector('h1, h2, h3');
+            const box = heading.getBoundingClientRect();
+            const seen = document.elementFromPoint(box.left + 5, box.top + box.height / 2);
+            return {{top: box.top, seen: heading.contains(seen),
+                     atEnd: innerHeight + scrollY >= document.documentElement.scrollHeight - 2,
+                     focused: document.activeElement === heading}};
+        }})()""")
+
+    def test_each_topic_opens_at_its_section(self):
+        for width, height in ((1280, 900), (390, 844)):
+            for topic in TOPICS:
+                with self.subTest(topic=topic, width=width):
+                    self.open("manual/?show=" + topic, width, height)
+                    heading = self.heading(topic)
+                    self.assertTrue(heading["seen"] and heading["focused"], heading)
+                    self.assertTrue(0 <= heading["top"] < 80 or heading["atEnd"], heading)
+                    self.picture(f"{topic}-{width}")
+
+    def test_unknown_topic_is_said(self):
+        self.open("manual/?show=<i>nonsense")
+        notice = "document.getElementById('no-such-topic')"
+        self.assertIn("<i>nonsense", self.browser.evaluate(notice + ".innerText"))
+        self.open("manual/")
+        self.assertTrue(self.browser.evaluate(notice + ".hidden"))
+
+    def test_contents_work_without_scripts(self):
+        self.browser.allow_scripts(False)
+        try:
+            self.open("manual/#create.mask")
+        finally:
+            self.browser.allow_scripts(True)
+        self.assertTrue(self.heading("create.mask")["seen"])
+
+    def test_nothing_is_wider_than_a_phone(self):
+        for path in ("", "manual/", "utilities/?show=Statistics"):
+            for width in (320, 390):
+                self.open(path, width, 844)
+                self.assertLessEqual(self.browser.evaluate("document.documentElement.scrollWidth"),
+                                     width, path)
+
+    def test_text_is_readable_in_light_and_dark(self):
+        # The contrast that the Web Content Accessibility Guidelines ask of text, by their formula.
+        contrast = """(() => {
+            const light = (color) => {
+              const [r, g, b] = color.match(/\\d+/g).map(Number).map((byte) => byte / 255)
+                .map((c) => c <= 0.04045 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4);
+              return 0.2126 * r + 0.7152 * g + 0.0722 * b;
+            };
+            const paper = (element) => {
+              for (; element; element = element.parentElement) {
+                const color = getComputedStyle(element).backgroundColor;
+                if (!color.startsWith('rgba(0, 0, 0, 0')) return light(color);
+              }
+              return 1;
+            };
+            let least = 21;
+            for (const element of document.querySelectorAll('h1, h2, p, a, code, td, th, dd, figcaption, label, input')) {
+              const ink = light(getComputedStyle(element).color), under = paper(element);
+              least = Math.min(least, (Math.max(ink, under) + 0.05) / (Math.min(ink, under) + 0.05));
+            }
+            return least;
+        })()"""
+        for scheme in ("light", "dark"):
+            for path in ("", "manual/?show=example", "utilities/?show=Statistics"):
+                with self.subTest(scheme=scheme, path=path):
+                    self.open(path, scheme=scheme)
+                    self.assertGreaterEqual(self.browser.evaluate(contrast), 4.5)
+                    self.picture(f"{scheme}-{path.partition('/')[0] or 'index'}")
+
+    def convert(self, **fields):
+        """Fills the form as typing does; the table's first row, without the value given."""
+        for name, value in fields.items():
+            self.browser.evaluate(f"""(() => {{
+                const radio = [...document.getElementsByName({name!r})].find((r) => r.value === {value!r});
+                const field = radio ?? document.getElementById({name!r});
+                if (radio) radio.checked = true; else field.value = {value!r};
+                field.dispatchEvent(new Event('input', {{bubbles: true}}));
+            }})()""")
+        return self.browser.evaluate(
+            "[...document.querySelectorAll('#results td')].map((cell) => cell.textContent)")
+
+    def problem(self):
+        return self.browser.evaluate("document.getElementById('problem').textContent")
+
+    def test_converters_compute_in_the_page(self):
+        # Columns: given, t, z, p one-tailed, p two-tailed, -log10 p, r, F, d, g. Values from R.
+        cases = (
+            (dict(kind="p", n1="20", n2="20", tails="2", values="0.05"),
+             "0.05 2.02439 1.95996 0.025 0.05 1.60206 0.312006 4.09817 0.64017 0.627437"),
+            (dict(kind="p", direction="negative"),
+             "0.05 -2.02439 -1.95996 0.975 0.05 0.0109954 -0.312006 4.09817 -0.64017 -0.627437"),
+            (dict(kind="d", direction="positive", n1="16", n2="", values="1"),
+             "1 4 3.2487 0.000579658 0.00115932 3.23683 0.718421 16 1 0.949008"),
+            (dict(kind="log10p", tails="1", values="400"), "400 * 42.8102 1e-400 2e-400 400"),
+        )
+        self.open("utilities/?show=Statistics")
+        self.assertEqual(self.browser.evaluate("document.activeElement.id"), "Statistics")
+        self.assertIn("degrees of freedom", self.problem())
+        for fields, expected in cases:
+            row = self.convert(**fields)
+            with self.subTest(fields=fields, row=row):
+                self.assertEqual(self.problem(), "")
+                wanted = expected.split()
+                shown = ["*" if cell == "*" else text for cell, text in zip(wanted, row)]
+                self.assertEqual(shown, wanted)
+        self.picture("utilities")
+        self.convert(kind="r", values="0.5\n1.5\n-0.5")
+        self.assertIn("1.5", self.problem())
+        self.assertRegex(self.browser.evaluate("document.getElementById('t-values').value"),
+                         r"^(\d[\d.]*)\n\?\n-\1$")
+        self.convert(n1="2.5")
+        self.assertIn("n1", self.problem())
+
+
+@functools.lru_cache
+def example_run():
+    """The commands of the manual's example, run; the folder and what the engine said."""
+    folder = tempfile.mkdtemp(prefix="kvo_example_")
+    shutil.copytree(os.path.join(ROOT, "example"), folder, dirs_exist_ok=True)
+    said = ""
+    for command in ("pp gray_matter, 0.0, 20, gray_matter, 100", "MyMean = mean"):
+        done = subprocess.run([os.path.join(INSTALLATION, "bin/linux64/kvo_parse"), *command.split()],
+                              cwd=folder, text=True, stdout=subprocess.PIPE, check=True)
+        said += command + "\n" + done.stdout
+    return folder, said
+
+
+class Example(unittest.TestCase):
+    """What the manual says of the example is what comes out."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder, cls.said = example_run()
+        cls.page = text_of("site/manual/index.html")
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder)
+
+    def map(self, kind):
+        return nibabel.load(os.path.join(self.folder, f"MyMean_{kind}.nii.gz"))
+
+    def test_console(self):
+        shown = re.search(r'<code class="console">(.*?)</code>', self.page, re.DOTALL)[1]
+        for line in shown.splitlines():
+            self.assertIn(line + "\n", self.said)
+
+    def test_peaks(self):
+        rows = re.search(r'<tbody id="example-peaks">(.*?)</tbody>', self.page, re.DOTALL)[1]
+        checked = 0
+        for row in rows.strip().splitlines():
+            at = [int(mm) for mm in re.search(r"data-at>([^<]+)<", row)[1].split(",")]
+            for kind, shown in re.findall(r'data-map="(\w+)">([^<]+)<', row):
+                image = self.map(kind)
+                voxel = numpy.linalg.solve(image.affine, [*at, 1])[:3].round().astype(int)
+                value = image.get_fdata()[tuple(voxel)]
+                decimals = len(shown.partition(".")[2])
+                expected = f"{value:.1e}" if "e" in shown else f"{value:.{decimals}f}"
+                with self.subTest(at=at, map=kind):
+                    self.assertEqual(shown, expected)
+                checked += 1
+        self.assertEqual(checked, 25)
+
+    def test_counts(self):
+        inside = nibabel.load(os.path.join(INSTALLATION, "share/mask_gray_matter.nii.gz")).get_fdata() > 0
+        counts = re.findall(r'data-count="(\w+) &lt; ([\d.]+)">(\d+)<', self.page)
+        self.assertEqual(len(counts), 2)
+        for kind, limit, shown in counts:
+            below = (self.map(kind).get_fdata()[inside] < float(limit)).sum()
+            self.assertEqual(int(shown), below, (kind, limit))
+
+    def test_commands_are_those_of_the_engine(self):
+        """Every example of the command table has a form that the engine knows."""
+        done = subprocess.run([os.path.join(INSTALLATION, "bin/linux64/kvo_parse"), "help"], text=True,
+                              stdout=subprocess.PIPE, check=True)
+        section = re.search(r'<section id="commands">.*?</table>', self.page, re.DOTALL)[0]
+        grammars = re.findall(r"<tr><td><code>([^<]+)</code>", section)
+        self.assertGreater(len(grammars), 8)
+        help_lines = [line.strip() for line in done.stdout.splitlines()]
+        for grammar in grammars:
+            self.assertIn(grammar, help_lines)
+
+
+if __name__ == "__main__":
+    if PICTURES:
+        os.makedirs(PICTURES, exist_ok=True)
+    unittest.main(argv=sys.argv[:1])
