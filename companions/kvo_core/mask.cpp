@@ -30,13 +30,29 @@ Voxel Mask::voxel(std::size_t n) const {
   return {index % nx, index / nx % ny, index / (nx * ny)};
 }
 
-std::string mask_path(const std::string& name) {
-  std::string file = "mask_" + name + ".nii.gz";
+namespace {
+
+/// The path of a file of the installation, or else of the working folder.
+std::string path_of(std::string file, const std::string& what) {
   std::string shared = share_path(file);
   if (exists(shared)) return shared;
   if (exists(file)) return file;
-  throw Refusal("There is no mask '" + name +
-                "': neither the share folder nor the working folder has '" + file + "'.");
+  throw Refusal("There is no " + what + ": neither the share folder nor the working folder has '" +
+                file + "'.");
+}
+
+}  // namespace
+
+std::string mask_path(const std::string& name) {
+  return path_of("mask_" + name + ".nii.gz", "mask '" + name + "'");
+}
+
+std::string template_file(const std::string& name) {
+  return "cor_" + name + ".nii.gz";
+}
+
+std::string template_path(const std::string& name) {
+  return path_of(template_file(name), "correlation template '" + name + "'");
 }
 
 Mask read_mask(const std::string& path) {

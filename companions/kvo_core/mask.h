@@ -29,6 +29,11 @@ struct Mask {
 /// Refusal when neither has one.
 std::string mask_path(const std::string& name);
 
+/// The path of the correlation template of that name, likewise.
+std::string template_path(const std::string& name);
+/// What a record calls it, wherever it is.
+std::string template_file(const std::string& name);
+
 /// Reads a mask: the voxels that are above 0. Throws Refusal when the image is not on the MNI grid
 /// or no voxel is.
 Mask read_mask(const std::string& path);

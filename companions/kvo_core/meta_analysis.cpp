@@ -6,6 +6,7 @@
 #include "companions/common/parallel.h"
 #include "companions/common/progress.h"
 #include "companions/common/text_file.h"
+#include "companions/kvo_core/path_map.h"
 #include "companions/kvo_core/peak_map.h"
 
 namespace {
@@ -91,6 +92,78 @@ std::vector<MovingStudy> moving_studies(const MetaAnalysis& meta) {
   return studies;
 }
 
+/// The voxels of the mask that a study's peaks are moved to in a randomization.
+void random_voxels(const MetaAnalysis& meta, const MovingStudy& study, std::size_t repeat,
+                   std::vector<Voxel>& voxels) {
+  RandomStream random(meta.record.seed, repeat, study.hash);
+  voxels.clear();
+  for (std::size_t p = 0; p < study.map.peaks().size(); ++p)
+    voxels.push_back(meta.mask.voxel(random.below(std::uint32_t(meta.mask.size()))));
+}
+
+/// What the randomizations of a meta-analysis share.
+struct Randomizations {
+  const MetaAnalysis& meta;
+  const std::vector<MovingStudy>& studies;
+  const std::vector<std::size_t>& slices;
+  const Statistic& statistic;
+  NullDistribution& null;
+  Action& action;
+  std::vector<Workspace>& workspaces;  ///< of each thread
+
+  void count_slice(std::size_t repeat, std::size_t k, std::size_t thread) const {
+    const std::size_t voxels = meta.mask.slice_begin[k + 1] - meta.mask.slice_begin[k];
+    Workspace& work = workspaces[thread];
+    for (std::size_t s = 0; s < studies.size(); ++s) {
+      const float* g = work.maps.g[s].data();
+      float* var = work.maps.var[s].data();
+      for (std::size_t v = 0; v < voxels; ++v) var[v] = float(studies[s].variance.at(g[v]));
+    }
+    statistic(work.maps.effects(0), work.maps.variances(0), voxels, work.z.data());
+    null.count(std::span(work.z).first(voxels), repeat, thread);
+    action.step();
+  }
+};
+
+/// A slice at a time, so that all the studies' values of it stay in the cache, and memory does not
+/// grow with whole maps of every study.
+void randomize_along_lines(const Randomizations& all) {
+  const std::size_t slices = all.slices.size(), repeats = all.meta.record.randomizations;
+  in_parallel(repeats * slices, [&](std::size_t item, std::size_t thread) {
+    const std::size_t repeat = item / slices, k = all.slices[item % slices];
+    Workspace& work = all.workspaces[thread];
+    for (std::size_t s = 0; s < all.studies.size(); ++s) {
+      random_voxels(all.meta, all.studies[s], repeat, work.voxels);
+      all.studies[s].map.effects(work.voxels, int(k), all.meta.mask, work.plane,
+                                 work.maps.g[s].data());
+    }
+    all.count_slice(repeat, k, thread);
+  });
+}
+
+/// Paths are not found a slice at a time: the threads share the studies of a randomization, of
+/// which there is one whole map each, and then its slices.
+void randomize_along_paths(const Randomizations& all) {
+  const MetaAnalysis& meta = all.meta;
+  const PathMap paths(meta.mask, meta.correlation, meta.record.fwhm, meta.record.anisotropy);
+  std::vector<PathMap::Room> rooms(all.workspaces.size(), PathMap::Room(paths));
+  std::vector<std::vector<float>> maps(all.studies.size(), std::vector<float>(meta.mask.size()));
+  for (std::size_t repeat = 0; repeat < meta.record.randomizations; ++repeat) {
+    in_parallel(maps.size(), [&](std::size_t s, std::size_t thread) {
+      std::vector<Voxel>& voxels = all.workspaces[thread].voxels;
+      random_voxels(meta, all.studies[s], repeat, voxels);
+      paths.effects(all.studies[s].map.peaks(), voxels, rooms[thread], maps[s].data());
+    });
+    in_parallel(all.slices.size(), [&](std::size_t item, std::size_t thread) {
+      const std::size_t k = all.slices[item], begin = meta.mask.slice_begin[k];
+      for (std::size_t s = 0; s < maps.size(); ++s)
+        std::copy(maps[s].data() + begin, maps[s].data() + meta.mask.slice_begin[k + 1],
+                  all.workspaces[thread].maps.g[s].data());
+      all.count_slice(repeat, k, thread);
+    });
+  }
+}
+
 }  // namespace
 
 std::string effect_map_file(const std::string& study) {
@@ -114,6 +187,13 @@ MetaAnalysis open_meta_analysis(const std::string& filter) {
       recorded(meta.record.checksums, "mask_" + meta.record.mask + ".nii.gz"))
     refuse_changed("The mask '" + meta.record.mask + "' has changed");
   meta.mask = read_mask(path);
+  if (meta.record.anisotropy > 0) {
+    const std::string& name = meta.record.correlation_template;
+    const std::string correlation = template_path(name);
+    if (file_checksum(correlation) != recorded(meta.record.checksums, template_file(name)))
+      refuse_changed("The correlation template '" + name + "' has changed");
+    meta.correlation = read_map(correlation, meta.mask);
+  }
   return meta;
 }
 
@@ -158,28 +238,11 @@ NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& 
                 repeats * slices.size(), randomization_dots);
   NullDistribution null(observed, repeats, threads);
   std::vector<Workspace> workspaces(threads, Workspace(studies.size(), largest_slice(meta.mask)));
-
-  // A slice at a time, so that all the studies' values of it stay in the cache, and memory does not
-  // grow with whole maps of every study.
-  in_parallel(repeats * slices.size(), [&](std::size_t item, std::size_t thread) {
-    const std::size_t repeat = item / slices.size(), k = slices[item % slices.size()];
-    const std::size_t voxels = meta.mask.slice_begin[k + 1] - meta.mask.slice_begin[k];
-    Workspace& work = workspaces[thread];
-    for (std::size_t s = 0; s < studies.size(); ++s) {
-      const MovingStudy& study = studies[s];
-      RandomStream random(meta.record.seed, repeat, study.hash);
-      work.voxels.clear();
-      for (std::size_t p = 0; p < study.map.peaks().size(); ++p)
-        work.voxels.push_back(meta.mask.voxel(random.below(std::uint32_t(meta.mask.size()))));
-      float* g = work.maps.g[s].data();
-      float* var = work.maps.var[s].data();
-      study.map.effects(work.voxels, int(k), meta.mask, work.plane, g);
-      for (std::size_t v = 0; v < voxels; ++v) var[v] = float(study.variance.at(g[v]));
-    }
-    statistic(work.maps.effects(0), work.maps.variances(0), voxels, work.z.data());
-    null.count(std::span(work.z).first(voxels), repeat, thread);
-    action.step();
-  });
+  const Randomizations all{meta, studies, slices, statistic, null, action, workspaces};
+  if (meta.record.anisotropy > 0)
+    randomize_along_paths(all);
+  else
+    randomize_along_lines(all);
   null.finish();
   action.finish();
   return null;

@@ -25,6 +25,7 @@ struct Member {
 struct MetaAnalysis {
   PpRecord record;
   Mask mask;
+  std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
   std::vector<Member> members;
   std::size_t left_out = 0;  ///< studies of the table that the filter leaves out
 };

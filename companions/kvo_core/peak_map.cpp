@@ -9,10 +9,6 @@ namespace {
 constexpr double radius_in_sigmas = 3;
 constexpr double voxel_mm = 2;
 
-double sigma_of_fwhm(double fwhm) {
-  return fwhm / std::sqrt(8 * std::log(2.0));
-}
-
 PlacedPeak placed(const Peak& peak, double sigma, int reach) {
   PlacedPeak result{};
   result.g = peak.g;
@@ -34,9 +30,17 @@ PlacedPeak placed(const Peak& peak, double sigma, int reach) {
 
 }  // namespace
 
+double kernel_sigma(double fwhm_mm) {
+  return fwhm_mm / std::sqrt(8 * std::log(2.0));
+}
+
+double kernel_radius(double fwhm_mm) {
+  return radius_in_sigmas * kernel_sigma(fwhm_mm);
+}
+
 PeakMap::PeakMap(double fwhm_mm, const std::vector<Peak>& peaks)
-    : radius_(radius_in_sigmas * sigma_of_fwhm(fwhm_mm)), reach_(int(radius_ / voxel_mm) + 1) {
-  for (const Peak& peak : peaks) peaks_.push_back(placed(peak, sigma_of_fwhm(fwhm_mm), reach_));
+    : radius_(kernel_radius(fwhm_mm)), reach_(int(radius_ / voxel_mm) + 1) {
+  for (const Peak& peak : peaks) peaks_.push_back(placed(peak, kernel_sigma(fwhm_mm), reach_));
 }
 
 PeakMap::Plane::Plane()

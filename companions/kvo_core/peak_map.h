@@ -17,6 +17,10 @@
 #include "companions/kvo_core/mask.h"
 #include "companions/kvo_core/peaks.h"
 
+/// The standard deviation in mm of the kernel of a FWHM, and the distance at which it ends.
+double kernel_sigma(double fwhm_mm);
+double kernel_radius(double fwhm_mm);
+
 /// A peak on the grid.
 struct PlacedPeak {
   Voxel voxel;  ///< the voxel that it lies in, which may be outside of the grid

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "companions/common/error.h"
 #include "companions/common/outputs.h"
@@ -11,6 +12,7 @@
 #include "companions/common/progress.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_core/meta_analysis.h"
+#include "companions/kvo_core/path_map.h"
 #include "companions/kvo_core/peak_map.h"
 #include "companions/kvo_core/results.h"
 #include "companions/kvo_core/verbs.h"
@@ -26,6 +28,7 @@ struct Inputs {
   StudyTable table;
   std::vector<StudyPeaks> peaks;  ///< of each study
   Mask mask;
+  std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
 };
 
 bool exists(const std::string& path) {
@@ -57,12 +60,14 @@ Inputs read_inputs(const Command& command) {
   record.mask = command.arguments[3];
   record.randomizations = std::size_t(command.number(4));
   record.seed = default_seed;
-  if (record.anisotropy > 0)
-    throw Refusal("An anisotropy of " + command.arguments[1] +
-                  " is not available in this version; 0, the isotropic kernel, is.");
   const std::string mask = mask_path(record.mask);
   inputs.mask = read_mask(mask);
   record.checksums["mask_" + record.mask + ".nii.gz"] = file_checksum(mask);
+  if (record.anisotropy > 0) {
+    const std::string path = template_path(record.correlation_template);
+    inputs.correlation = read_map(path, inputs.mask);
+    record.checksums[template_file(record.correlation_template)] = file_checksum(path);
+  }
   inputs.table = read_study_table();
   record.checksums[study_table_file] = file_checksum(study_table_file);
   for (const Study& study : inputs.table.studies) {
@@ -98,13 +103,19 @@ struct StudyMapPair {
   std::vector<float> g, var;
 };
 
-StudyMapPair maps_of(const Study& study, const PeakMap& map, const Mask& mask) {
+StudyMapPair maps_of(const Study& study, const PeakMap& map, const std::optional<PathMap>& paths,
+                     const Mask& mask) {
   std::vector<Voxel> voxels;
   for (const PlacedPeak& peak : map.peaks()) voxels.push_back(peak.voxel);
-  PeakMap::Plane plane;
   StudyMapPair maps{std::vector<float>(mask.size()), std::vector<float>(mask.size())};
-  for (std::size_t k = 0; k < mask.slices(); ++k)
-    map.effects(voxels, int(k), mask, plane, maps.g.data() + mask.slice_begin[k]);
+  if (paths) {
+    PathMap::Room room(*paths);
+    paths->effects(map.peaks(), voxels, room, maps.g.data());
+  } else {
+    PeakMap::Plane plane;
+    for (std::size_t k = 0; k < mask.slices(); ++k)
+      map.effects(voxels, int(k), mask, plane, maps.g.data() + mask.slice_begin[k]);
+  }
   const VarianceOfG variance = variance_of_g(study.sample);
   std::transform(maps.g.begin(), maps.g.end(), maps.var.begin(),
                  [&](float g) { return float(variance.at(g)); });
@@ -140,12 +151,15 @@ void run_pp(const Command& command) {
     maps.emplace_back(inputs.record.fwhm, inputs.peaks[s].peaks);
     report_outside(studies[s], maps.back(), inputs.mask);
   }
+  std::optional<PathMap> graph;
+  if (inputs.record.anisotropy > 0)
+    graph.emplace(inputs.mask, inputs.correlation, inputs.record.fwhm, inputs.record.anisotropy);
   Action action("Preprocessing " + std::to_string(studies.size()) +
                     (studies.size() == 1 ? " study" : " studies"),
                 studies.size(), 30);
   const std::string description = image_description(command.text());
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
-    const StudyMapPair pair = maps_of(studies[s], maps[s], inputs.mask);
+    const StudyMapPair pair = maps_of(studies[s], maps[s], graph, inputs.mask);
     write_map(paths[2 * s], inputs.mask, pair.g, description, g_map.intent_code);
     write_map(paths[2 * s + 1], inputs.mask, pair.var, description, var_map.intent_code);
     action.step();

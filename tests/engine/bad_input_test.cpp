@@ -271,7 +271,8 @@ TEST(BadInput, OfTheMeanIsRefused) {
       {"x = mask label, 3", "The command 'mask' is not available in this version."},
       {"extract x", "The command 'extract' is not available in this version."},
       {"pp gray_matter, 0.5, 20, gray_matter, 1",
-       "An anisotropy of 0.5 is not available in this version; 0, the isotropic kernel, is."},
+       "There is no correlation template 'gray_matter': neither the share folder nor the working "
+       "folder has 'cor_gray_matter.nii.gz'."},
       {"pp gray_matter, 0, 20, white_matter, 1", "There is no mask 'white_matter'"},
       {"nonsense <b>", "'nonsense' is not a command."},
   };
