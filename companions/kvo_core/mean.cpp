@@ -12,8 +12,6 @@
 
 namespace {
 
-// With fewer randomizations the smallest family-wise p that is possible is above 0.05.
-constexpr std::size_t least_for_family_wise = 20;
 constexpr std::size_t piece_voxels = 4096;
 
 MetaAnalysis open_for_mean(const Command& command) {
@@ -41,30 +39,6 @@ MeanMaps mean_of(const StudyMaps& studies, std::size_t voxels) {
   return maps;
 }
 
-void write_maps(Outputs& outputs, const Command& command, const Mask& mask, const MeanMaps& maps,
-                const NullDistribution& null, std::size_t randomizations) {
-  struct Row {
-    MapKind kind;
-    const std::vector<float>& map;
-  };
-  const std::vector<float> p = null.p(), pFWE = null.p_family_wise();
-  std::vector<Row> rows = {{g_map, maps.g},       {var_map, maps.var}, {z_map, maps.z}, {p_map, p},
-                           {tau2_map, maps.tau2}, {I2_map, maps.I2},   {Q_map, maps.Q}};
-  if (randomizations >= least_for_family_wise) rows.push_back({pFWE_map, pFWE});
-  Action action("Writing the maps of " + command.name, rows.size());
-  std::vector<std::string> paths;
-  paths.reserve(rows.size());
-  for (const Row& row : rows)
-    paths.push_back(outputs.path_of(command.name + row.kind.suffix + ".nii.gz"));
-  const std::string description = image_description(command.text());
-  in_parallel(rows.size(), [&](std::size_t i, std::size_t) {
-    write_map(paths[i], mask, rows[i].map, description, rows[i].kind.intent_code,
-              rows[i].kind.outside);
-    action.step();
-  });
-  action.finish();
-}
-
 }  // namespace
 
 void check_mean(const Command& command) {
@@ -85,10 +59,20 @@ void run_mean(const Command& command) {
     maps = mean_of(studies, meta.mask.size());
     action.finish();
   }
-  const NullDistribution null = randomized(
-      meta, maps.z,
-      [](auto g, auto var, std::size_t voxels, float* z) { pool(g, var, voxels, {.z = z}); });
-  write_maps(outputs, command, meta.mask, maps, null, meta.record.randomizations);
-  list_map(outputs, command.name, null);
+  const NullDistribution null =
+      std::move(randomized(meta, std::span(&maps.z, 1),
+                           [](auto g, auto var, std::size_t voxels, std::span<float* const> z) {
+                             pool(g, var, voxels, {.z = z[0]});
+                           })
+                    .front());
+  const std::string& name = command.name;
+  std::vector<NamedMap> named = {
+      {name, g_map, std::move(maps.g)},   {name, var_map, std::move(maps.var)},
+      {name, z_map, std::move(maps.z)},   {name, tau2_map, std::move(maps.tau2)},
+      {name, I2_map, std::move(maps.I2)}, {name, Q_map, std::move(maps.Q)}};
+  add_p_maps(named, name, null, meta.record.randomizations);
+  write_maps(outputs, command, meta.mask, named);
+  const ListedMap listed[] = {{name, null}};
+  list_maps(outputs, listed, facts_of(command, meta));
   outputs.commit();
 }

@@ -1,6 +1,7 @@
 #include "companions/kvo_core/meta_analysis.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "companions/common/error.h"
 #include "companions/common/parallel.h"
@@ -62,13 +63,16 @@ std::vector<std::size_t> filled_slices(const Mask& mask) {
 struct Workspace {
   PeakMap::Plane plane;
   StudyMaps maps;
-  std::vector<float> z;
+  std::vector<std::vector<float>> z;
+  std::vector<float*> z_begins;
   std::vector<Voxel> voxels;
 
-  Workspace(std::size_t studies, std::size_t slice)
+  Workspace(std::size_t studies, std::size_t z_maps, std::size_t slice)
       : maps{std::vector(studies, std::vector<float>(slice)),
              std::vector(studies, std::vector<float>(slice))},
-        z(slice) {}
+        z(z_maps, std::vector<float>(slice)) {
+    for (std::vector<float>& map : z) z_begins.push_back(map.data());
+  }
 };
 
 /// A study as the randomizations see it.
@@ -107,20 +111,21 @@ struct Randomizations {
   const std::vector<MovingStudy>& studies;
   const std::vector<std::size_t>& slices;
   const Statistic& statistic;
-  NullDistribution& null;
+  std::vector<NullDistribution>& nulls;
   Action& action;
-  std::vector<Workspace>& workspaces;  ///< of each thread
+  std::vector<std::unique_ptr<Workspace>>& workspaces;  ///< of each thread
 
   void count_slice(std::size_t repeat, std::size_t k, std::size_t thread) const {
     const std::size_t voxels = meta.mask.slice_begin[k + 1] - meta.mask.slice_begin[k];
-    Workspace& work = workspaces[thread];
+    Workspace& work = *workspaces[thread];
     for (std::size_t s = 0; s < studies.size(); ++s) {
       const float* g = work.maps.g[s].data();
       float* var = work.maps.var[s].data();
       for (std::size_t v = 0; v < voxels; ++v) var[v] = float(studies[s].variance.at(g[v]));
     }
-    statistic(work.maps.effects(0), work.maps.variances(0), voxels, work.z.data());
-    null.count(std::span(work.z).first(voxels), repeat, thread);
+    statistic(work.maps.effects(0), work.maps.variances(0), voxels, work.z_begins);
+    for (std::size_t map = 0; map < nulls.size(); ++map)
+      nulls[map].count(std::span(work.z[map]).first(voxels), repeat, thread);
     action.step();
   }
 };
@@ -131,7 +136,7 @@ void randomize_along_lines(const Randomizations& all) {
   const std::size_t slices = all.slices.size(), repeats = all.meta.record.randomizations;
   in_parallel(repeats * slices, [&](std::size_t item, std::size_t thread) {
     const std::size_t repeat = item / slices, k = all.slices[item % slices];
-    Workspace& work = all.workspaces[thread];
+    Workspace& work = *all.workspaces[thread];
     for (std::size_t s = 0; s < all.studies.size(); ++s) {
       random_voxels(all.meta, all.studies[s], repeat, work.voxels);
       all.studies[s].map.effects(work.voxels, int(k), all.meta.mask, work.plane,
@@ -150,7 +155,7 @@ void randomize_along_paths(const Randomizations& all) {
   std::vector<std::vector<float>> maps(all.studies.size(), std::vector<float>(meta.mask.size()));
   for (std::size_t repeat = 0; repeat < meta.record.randomizations; ++repeat) {
     in_parallel(maps.size(), [&](std::size_t s, std::size_t thread) {
-      std::vector<Voxel>& voxels = all.workspaces[thread].voxels;
+      std::vector<Voxel>& voxels = all.workspaces[thread]->voxels;
       random_voxels(meta, all.studies[s], repeat, voxels);
       paths.effects(all.studies[s].map.peaks(), voxels, rooms[thread], maps[s].data());
     });
@@ -158,7 +163,7 @@ void randomize_along_paths(const Randomizations& all) {
       const std::size_t k = all.slices[item], begin = meta.mask.slice_begin[k];
       for (std::size_t s = 0; s < maps.size(); ++s)
         std::copy(maps[s].data() + begin, maps[s].data() + meta.mask.slice_begin[k + 1],
-                  all.workspaces[thread].maps.g[s].data());
+                  all.workspaces[thread]->maps.g[s].data());
       all.count_slice(repeat, k, thread);
     });
   }
@@ -197,6 +202,13 @@ MetaAnalysis open_meta_analysis(const std::string& filter) {
   return meta;
 }
 
+AnalysisFacts facts_of(const Command& command, const MetaAnalysis& meta) {
+  AnalysisFacts facts{.command = command.text(), .studies = meta.members.size()};
+  for (const Member& member : meta.members)
+    facts.participants += std::size_t(member.study.sample.n1) + std::size_t(member.study.sample.n2);
+  return facts;
+}
+
 std::vector<const float*> StudyMaps::effects(std::size_t begin) const {
   return pointers_at(g, begin);
 }
@@ -227,8 +239,9 @@ StudyMaps read_study_maps(const MetaAnalysis& meta) {
   return maps;
 }
 
-NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& observed,
-                            const Statistic& statistic) {
+std::vector<NullDistribution> randomized(const MetaAnalysis& meta,
+                                         std::span<const std::vector<float>> observed,
+                                         const Statistic& statistic) {
   const auto threads = std::size_t(omp_get_max_threads());
   const std::vector<MovingStudy> studies = moving_studies(meta);
   const std::vector<std::size_t> slices = filled_slices(meta.mask);
@@ -236,14 +249,18 @@ NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& 
   Action action("Moving the peaks to random places (" + std::to_string(repeats) +
                     (repeats == 1 ? " time)" : " times)"),
                 repeats * slices.size(), randomization_dots);
-  NullDistribution null(observed, repeats, threads);
-  std::vector<Workspace> workspaces(threads, Workspace(studies.size(), largest_slice(meta.mask)));
-  const Randomizations all{meta, studies, slices, statistic, null, action, workspaces};
+  std::vector<NullDistribution> nulls;
+  for (const std::vector<float>& map : observed) nulls.emplace_back(map, repeats, threads);
+  std::vector<std::unique_ptr<Workspace>> workspaces;
+  for (std::size_t t = 0; t < threads; ++t)
+    workspaces.push_back(
+        std::make_unique<Workspace>(studies.size(), observed.size(), largest_slice(meta.mask)));
+  const Randomizations all{meta, studies, slices, statistic, nulls, action, workspaces};
   if (meta.record.anisotropy > 0)
     randomize_along_paths(all);
   else
     randomize_along_lines(all);
-  null.finish();
+  for (NullDistribution& null : nulls) null.finish();
   action.finish();
-  return null;
+  return nulls;
 }

@@ -3,6 +3,7 @@
 // The meta-analysis of the working folder as preprocessing left it, for the analyses that follow.
 
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "companions/kvo_core/null_distribution.h"
 #include "companions/kvo_core/peaks.h"
 #include "companions/kvo_core/pp_record.h"
+#include "companions/kvo_core/results.h"
 #include "companions/kvo_core/study_table.h"
 
 /// The names of a study's maps.
@@ -35,6 +37,9 @@ struct MetaAnalysis {
 /// table or the filter is not as it should be.
 MetaAnalysis open_meta_analysis(const std::string& filter);
 
+/// The command, and how many studies and participants take part.
+AnalysisFacts facts_of(const Command& command, const MetaAnalysis& meta);
+
 /// The maps of the studies in the voxels of the mask.
 struct StudyMaps {
   std::vector<std::vector<float>> g, var;
@@ -47,13 +52,15 @@ struct StudyMaps {
 /// another grid, or holds what cannot be an effect or a variance.
 StudyMaps read_study_maps(const MetaAnalysis& meta);
 
-/// A statistic of the studies' effects and variances at some voxels: writes as many z values.
+/// A statistic of the studies' effects and variances at some voxels: writes as many z values for
+/// each map that it has.
 using Statistic =
     std::function<void(std::span<const float* const> g, std::span<const float* const> var,
-                       std::size_t voxels, float* z)>;
+                       std::size_t voxels, std::span<float* const> z)>;
 
 /// Repeats the statistic on studies whose peaks have been moved to random voxels of the mask, as
-/// often as preprocessing was told, showing progress, and compares `observed`, the z map of the
-/// studies as they are, with the results.
-NullDistribution randomized(const MetaAnalysis& meta, const std::vector<float>& observed,
-                            const Statistic& statistic);
+/// often as preprocessing was told, showing progress, and compares each map of `observed`, the z
+/// maps of the studies as they are, with its results.
+std::vector<NullDistribution> randomized(const MetaAnalysis& meta,
+                                         std::span<const std::vector<float>> observed,
+                                         const Statistic& statistic);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <numeric>
 
 #include "companions/common/text_file.h"
 
@@ -41,16 +42,17 @@ NullDistribution::NullDistribution(const std::vector<float>& observed, std::size
   for (const float value : sorted_) ++bin_begin_[bin_of(value) + 1];
   for (std::size_t bin = 0; bin < bins; ++bin) bin_begin_[bin + 1] += bin_begin_[bin];
   for (NullCounts& counts : threads_) {
-    counts.by_rank.resize(sorted_.size() + 1);
+    counts.by_rank.resize(2 * sorted_.size() + 1);
     counts.by_bin.resize(bins);
     counts.largest.resize(randomizations, -std::numeric_limits<float>::infinity());
+    counts.smallest.resize(randomizations, std::numeric_limits<float>::infinity());
   }
 }
 
 void NullDistribution::count(std::span<const float> values, std::size_t randomization,
                              std::size_t thread) {
   NullCounts& counts = threads_[thread];
-  float& largest = counts.largest[randomization];
+  float &largest = counts.largest[randomization], &smallest = counts.smallest[randomization];
   for (const float value : values) {
     const std::size_t bin = bin_of(value);
     ++counts.by_bin[bin];
@@ -61,8 +63,11 @@ void NullDistribution::count(std::span<const float> values, std::size_t randomiz
     if (rank != end)
       rank = std::uint32_t(std::upper_bound(sorted_.begin() + rank, sorted_.begin() + end, value) -
                            sorted_.begin());
-    ++counts.by_rank[rank];
+    // Twice the rank, and one less for what equals an observed value: it counts in both tails.
+    const bool equal = rank > 0 && sorted_[rank - 1] == value;
+    ++counts.by_rank[2 * std::size_t(rank) - (equal ? 1 : 0)];
     largest = std::max(largest, value);
+    smallest = std::min(smallest, value);
   }
 }
 
@@ -72,44 +77,54 @@ void NullDistribution::finish() {
     const NullCounts& counts = threads_[t];
     for (std::size_t i = 0; i < all.by_rank.size(); ++i) all.by_rank[i] += counts.by_rank[i];
     for (std::size_t i = 0; i < all.by_bin.size(); ++i) all.by_bin[i] += counts.by_bin[i];
-    for (std::size_t i = 0; i < all.largest.size(); ++i)
+    for (std::size_t i = 0; i < all.largest.size(); ++i) {
       all.largest[i] = std::max(all.largest[i], counts.largest[i]);
+      all.smallest[i] = std::min(all.smallest[i], counts.smallest[i]);
+    }
   }
   threads_.resize(1);
   for (const std::uint64_t count : all.by_bin) values_ += count;
   std::sort(all.largest.begin(), all.largest.end());
+  std::sort(all.smallest.begin(), all.smallest.end());
 }
 
-std::vector<float> NullDistribution::p() const {
-  // A null value is at least as large as an observed one when its rank is at least that one's.
-  std::vector<std::uint64_t> at_least = threads_.front().by_rank;
-  for (std::size_t rank = at_least.size() - 1; rank > 0; --rank)
-    at_least[rank - 1] += at_least[rank];
+std::vector<float> NullDistribution::p(Tail tail) const {
+  std::vector<std::uint64_t> beyond = threads_.front().by_rank;
+  if (tail == Tail::positive)
+    std::partial_sum(beyond.rbegin(), beyond.rend(), beyond.rbegin());
+  else
+    std::partial_sum(beyond.begin(), beyond.end(), beyond.begin());
   std::vector<float> p;
   p.reserve(observed_.size());
   for (const float value : observed_) {
     const auto rank = std::upper_bound(sorted_.begin(), sorted_.end(), value) - sorted_.begin();
-    p.push_back(float((1.0 + double(at_least[std::size_t(rank)])) / (1.0 + double(values_))));
+    const std::uint64_t count = beyond[2 * std::size_t(rank) - 1];
+    p.push_back(float((1.0 + double(count)) / (1.0 + double(values_))));
   }
   return p;
 }
 
-std::vector<float> NullDistribution::p_family_wise() const {
-  const std::vector<float>& largest = threads_.front().largest;
+std::vector<float> NullDistribution::p_family_wise(Tail tail) const {
+  const NullCounts& counts = threads_.front();
   std::vector<float> p;
   p.reserve(observed_.size());
   for (const float value : observed_) {
-    const auto at_least = largest.end() - std::lower_bound(largest.begin(), largest.end(), value);
-    p.push_back(float((1.0 + double(at_least)) / (1.0 + double(largest.size()))));
+    const auto beyond =
+        tail == Tail::positive
+            ? counts.largest.end() -
+                  std::lower_bound(counts.largest.begin(), counts.largest.end(), value)
+            : std::upper_bound(counts.smallest.begin(), counts.smallest.end(), value) -
+                  counts.smallest.begin();
+    p.push_back(float((1.0 + double(beyond)) / (1.0 + double(counts.largest.size()))));
   }
   return p;
 }
 
-double NullDistribution::quantile(double share, bool negative) const {
+double NullDistribution::quantile(double share, Tail tail) const {
   const std::vector<std::uint64_t>& counts = threads_.front().by_bin;
   const double most = share * double(values_);
   std::uint64_t beyond = 0;
-  if (negative) {
+  if (tail == Tail::negative) {
     std::size_t bin = 0;
     while (bin < bins && double(beyond + counts[bin]) <= most) beyond += counts[bin++];
     return bin_edge(bin);

@@ -13,10 +13,13 @@
 #include <string>
 #include <vector>
 
+/// The side of the distribution that a p value speaks of.
+enum class Tail { positive, negative };
+
 /// The counts of one thread.
 struct NullCounts {
   std::vector<std::uint64_t> by_rank, by_bin;
-  std::vector<float> largest;  ///< the largest value of each randomization
+  std::vector<float> largest, smallest;  ///< the outermost values of each randomization
 };
 
 class NullDistribution {
@@ -32,17 +35,17 @@ class NullDistribution {
 
   [[nodiscard]] std::uint64_t values() const { return values_; }
 
-  /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed,
-  /// positive direction. The p of the negative direction is 1 - p + 1 / (1 + null values), up to
-  /// null values that equal the observed one.
-  [[nodiscard]] std::vector<float> p() const;
+  /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed;
+  /// of the negative tail, with those at least as small.
+  [[nodiscard]] std::vector<float> p(Tail tail) const;
 
-  /// The same among the largest values of the randomizations: corrected for the family-wise error.
-  [[nodiscard]] std::vector<float> p_family_wise() const;
+  /// The same among the largest (smallest) values of the randomizations: corrected for the
+  /// family-wise error in that direction.
+  [[nodiscard]] std::vector<float> p_family_wise(Tail tail) const;
 
   /// The smallest multiple of 1/1024 such that at most that share of the null values lies at or
-  /// above it; with `negative`, the largest such that at most that share lies below it.
-  [[nodiscard]] double quantile(double share, bool negative) const;
+  /// above it; of the negative tail, the largest such that at most that share lies below it.
+  [[nodiscard]] double quantile(double share, Tail tail) const;
 
   /// The shares whose quantiles are stored: 0.5, 0.4, 0.3, 0.2, and twenty for each decade from 0.1
   /// to 1e-7.

@@ -170,5 +170,6 @@ void run_pp(const Command& command) {
   outputs.write_text(pp_record_file, inputs.record.text());
   outputs.write_text(map_list_file, "");
   outputs.write_text(null_list_file, empty_null_list());
+  outputs.write_text(analysis_list_file, empty_analysis_list());
   outputs.commit();
 }

@@ -6,44 +6,49 @@
 #include <string_view>
 
 #include "companions/common/error.h"
+#include "companions/common/parallel.h"
+#include "companions/common/progress.h"
 #include "companions/common/text_file.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
 
 namespace {
 
-constexpr MapKind map_kinds[] = {g_map, var_map, z_map, p_map, tau2_map, I2_map, Q_map, pFWE_map};
+constexpr MapKind map_kinds[] = {
+    g_map,  var_map, z_map,    p_map,          tau2_map,
+    I2_map, Q_map,   pFWE_map, negative_p_map, negative_pFWE_map,
+};
 constexpr std::string_view written_by_us = "KVO ";
-constexpr std::string_view negative_suffix = "_n";
+// With fewer randomizations the smallest family-wise p that is possible is above 0.05.
+constexpr std::size_t least_for_family_wise = 20;
 
 bool exists(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0;
 }
 
-std::string null_row(const std::string& name, const NullDistribution& null, bool negative) {
+std::string null_row(const std::string& name, const NullDistribution& null, Tail tail) {
   std::string row =
-      name + (negative ? negative_suffix : "").data() + "\t" + std::to_string(null.values());
+      name + (tail == Tail::negative ? negative_suffix : "") + "\t" + std::to_string(null.values());
   for (const double share : NullDistribution::stored_shares()) {
     row += '\t';
-    row += text_of(null.quantile(share, negative));
+    row += text_of(null.quantile(share, tail));
   }
   return row + "\n";
 }
 
-/// The list of null distributions with those of the map left out.
-std::string null_list_without(const std::string& name) {
-  std::string kept = empty_null_list();
-  if (!exists(null_list_file)) return kept;
-  const std::string text = read_text(null_list_file);
+/// A list of maps, which has a header, without the lines of some maps.
+std::string list_without(const char* file, std::string list, std::span<const std::string> names) {
+  if (!exists(file)) return list;
+  const std::string text = read_text(file);
   const std::vector<TextLine> lines = filled_lines(text);
   for (std::size_t i = 1; i < lines.size(); ++i) {
-    const std::string first(words(lines[i].text).front());
-    if (first == name || first == name + negative_suffix.data()) continue;
-    kept += lines[i].text;
-    kept += '\n';
+    const std::string_view first = words(lines[i].text).front();
+    if (std::find(names.begin(), names.end(), first) != names.end()) continue;
+    list += lines[i].text;
+    list += '\n';
   }
-  return kept;
+  return list;
 }
 
 bool written_by_this_system(const std::string& path) {
@@ -97,14 +102,73 @@ std::string empty_null_list() {
   return header + "\n";
 }
 
-void list_map(Outputs& outputs, const std::string& name, const NullDistribution& null) {
-  std::vector<std::string> names = read_map_list();
-  if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+std::string empty_analysis_list() {
+  return "map\tstudies\tparticipants\tcommand\n";
+}
+
+void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const AnalysisFacts& facts) {
+  std::vector<std::string> names = read_map_list(), replaced;
+  std::string null_rows, analysis_rows;
+  for (const ListedMap& map : maps) {
+    if (std::find(names.begin(), names.end(), map.name) == names.end()) names.push_back(map.name);
+    replaced.push_back(map.name);
+    replaced.push_back(map.name + negative_suffix);
+    null_rows += null_row(map.name, map.null, Tail::positive);
+    null_rows += null_row(map.name, map.null, Tail::negative);
+    analysis_rows += map.name + "\t" + std::to_string(facts.studies) + "\t" +
+                     std::to_string(facts.participants) + "\t" + facts.command + "\n";
+  }
   std::string list;
   for (const std::string& each : names) list += each + "\n";
   outputs.write_text(map_list_file, list);
-  outputs.write_text(null_list_file, null_list_without(name) + null_row(name, null, false) +
-                                         null_row(name, null, true));
+  outputs.write_text(null_list_file,
+                     list_without(null_list_file, empty_null_list(), replaced) + null_rows);
+  outputs.write_text(
+      analysis_list_file,
+      list_without(analysis_list_file, empty_analysis_list(), replaced) + analysis_rows);
+}
+
+std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
+  if (!exists(analysis_list_file)) return std::nullopt;
+  const std::string text = read_text(analysis_list_file);
+  for (const TextLine& line : filled_lines(text)) {
+    const std::vector<std::string_view> cells = words(line.text);
+    if (line.number == 1 || cells[0] != map) continue;
+    const auto studies = cells.size() > 3 ? number_of(cells[1]) : std::nullopt;
+    const auto participants = cells.size() > 3 ? number_of(cells[2]) : std::nullopt;
+    if (!studies || !participants || *studies < 1 || *participants < 1)
+      throw Refusal(at_line(analysis_list_file, line.number) +
+                    "there are no numbers of studies and participants and no command.");
+    return AnalysisFacts{
+        std::string(line.text.substr(std::size_t(cells[3].data() - line.text.data()))),
+        std::size_t(*studies), std::size_t(*participants)};
+  }
+  return std::nullopt;
+}
+
+void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
+                std::size_t randomizations) {
+  maps.push_back({name, p_map, null.p(Tail::positive)});
+  maps.push_back({name, negative_p_map, null.p(Tail::negative)});
+  if (randomizations < least_for_family_wise) return;
+  maps.push_back({name, pFWE_map, null.p_family_wise(Tail::positive)});
+  maps.push_back({name, negative_pFWE_map, null.p_family_wise(Tail::negative)});
+}
+
+void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
+                std::span<const NamedMap> maps) {
+  Action action("Writing the maps of " + command.name, maps.size());
+  std::vector<std::string> paths;
+  paths.reserve(maps.size());
+  for (const NamedMap& map : maps)
+    paths.push_back(outputs.path_of(map.name + map.kind.suffix + ".nii.gz"));
+  const std::string description = image_description(command.text());
+  in_parallel(maps.size(), [&](std::size_t i, std::size_t) {
+    write_map(paths[i], mask, maps[i].map, description, maps[i].kind.intent_code,
+              maps[i].kind.outside);
+    action.step();
+  });
+  action.finish();
 }
 
 void remove_listed_maps(Outputs& outputs) {

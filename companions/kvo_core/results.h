@@ -2,16 +2,22 @@
 
 // The lists of what a meta-analysis has, and the maps of an analysis.
 
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "companions/common/outputs.h"
+#include "companions/kvo_core/command.h"
 #include "companions/kvo_core/mask.h"
 #include "companions/kvo_core/null_distribution.h"
 #include "companions/kvo_core/study_table.h"
 
 inline constexpr const char* map_list_file = "kvo_maps.txt";
 inline constexpr const char* null_list_file = "kvo_nd.txt";
+inline constexpr const char* analysis_list_file = "kvo_analyses.txt";
+/// What the name of a map has appended where its negative tail is spoken of.
+inline constexpr const char* negative_suffix = "_n";
 
 /// A map of an analysis: NAME_suffix.nii.gz.
 struct MapKind {
@@ -21,7 +27,26 @@ struct MapKind {
 };
 inline constexpr MapKind g_map{"_g", 1001, 0}, var_map{"_var", 1001, 0}, z_map{"_z", 5, 0},
     p_map{"_p", 22, 1}, tau2_map{"_tau2", 1001, 0}, I2_map{"_I2", 0, 0}, Q_map{"_Q", 0, 0},
-    pFWE_map{"_pFWE", 22, 1};
+    pFWE_map{"_pFWE", 22, 1}, negative_p_map{"_n_p", 22, 1}, negative_pFWE_map{"_n_pFWE", 22, 1};
+
+/// A map of an analysis in memory: NAME_suffix.nii.gz.
+struct NamedMap {
+  std::string name;
+  MapKind kind;
+  std::vector<float> map;
+};
+
+/// What an analysis was: its command, and who took part.
+struct AnalysisFacts {
+  std::string command;
+  std::size_t studies = 0, participants = 0;
+};
+
+/// A z map of an analysis, with its null distribution.
+struct ListedMap {
+  std::string name;
+  const NullDistribution& null;
+};
 
 /// Throws Refusal when the name cannot be that of an analysis: when its maps would replace a
 /// study's image or pass for masks, or when its null distribution would pass for the negative tail
@@ -34,8 +59,24 @@ std::vector<std::string> read_map_list();
 /// The text of "kvo_nd.txt" for no null distribution.
 std::string empty_null_list();
 
-/// Has the lists show that the folder has the map, with its null distribution.
-void list_map(Outputs& outputs, const std::string& name, const NullDistribution& null);
+/// Has the lists show that the folder has the maps of an analysis, with their null distributions.
+void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const AnalysisFacts& facts);
+
+/// The text of "kvo_analyses.txt" for no analysis.
+std::string empty_analysis_list();
+
+/// What "kvo_analyses.txt" says of the analysis that the map is of; nothing when it has no such
+/// line. Throws Refusal when the line is not as it should be.
+std::optional<AnalysisFacts> read_analysis_facts(const std::string& map);
+
+/// Adds the p maps of a z map: one-tailed for either direction, and with enough randomizations
+/// those that are corrected for the family-wise error.
+void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
+                std::size_t randomizations);
+
+/// Writes the maps, showing progress.
+void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
+                std::span<const NamedMap> maps);
 
 /// Has the maps of all the analyses of the folder removed that this system has written.
 void remove_listed_maps(Outputs& outputs);

@@ -26,7 +26,7 @@ TEST(NullDistribution, GivesThePValuesOfACountByHand) {
   const std::vector<float> observed = some_values(500, 1);
   constexpr std::size_t repeats = 40, per_repeat = 250, threads = 3;
   NullDistribution null(observed, repeats, threads);
-  std::vector<float> all, largest;
+  std::vector<float> all, largest, smallest;
   for (std::size_t r = 0; r < repeats; ++r) {
     const std::vector<float> values = some_values(per_repeat, unsigned(100 + r));
     // A randomization comes in pieces, from different threads.
@@ -34,22 +34,26 @@ TEST(NullDistribution, GivesThePValuesOfACountByHand) {
     null.count(std::span(values).subspan(100), r, (r + 1) % threads);
     all.insert(all.end(), values.begin(), values.end());
     largest.push_back(*std::max_element(values.begin(), values.end()));
+    smallest.push_back(*std::min_element(values.begin(), values.end()));
   }
   null.finish();
   ASSERT_EQ(null.values(), all.size());
-  const std::vector<float> p = null.p(), pFWE = null.p_family_wise();
-  const auto share = [](const std::vector<float>& values, float least) {
-    const auto count =
-        std::count_if(values.begin(), values.end(), [&](float v) { return v >= least; });
+  const auto share = [](const std::vector<float>& values, auto beyond) {
+    const auto count = std::count_if(values.begin(), values.end(), beyond);
     return float((1.0 + double(count)) / (1.0 + double(values.size())));
   };
-  for (std::size_t i = 0; i < observed.size(); ++i) {
-    EXPECT_EQ(p[i], share(all, observed[i])) << "z " << observed[i];
-    EXPECT_EQ(pFWE[i], share(largest, observed[i])) << "z " << observed[i];
+  for (const Tail tail : {Tail::positive, Tail::negative}) {
+    const bool positive = tail == Tail::positive;
+    const std::vector<float> p = null.p(tail), pFWE = null.p_family_wise(tail);
+    for (std::size_t i = 0; i < observed.size(); ++i) {
+      const auto beyond = [&](float v) { return positive ? v >= observed[i] : v <= observed[i]; };
+      EXPECT_EQ(p[i], share(all, beyond)) << "z " << observed[i] << " positive " << positive;
+      EXPECT_EQ(pFWE[i], share(positive ? largest : smallest, beyond)) << "z " << observed[i];
+    }
   }
   for (const double q : {0.5, 0.1, 0.01, 0.0001, 1e-7}) {
     // Values beyond 64 all count as 64.
-    const double upper = null.quantile(q, false), lower = null.quantile(q, true);
+    const double upper = null.quantile(q, Tail::positive), lower = null.quantile(q, Tail::negative);
     const auto beyond = [&](auto test) {
       return double(std::count_if(all.begin(), all.end(), test)) / double(all.size());
     };

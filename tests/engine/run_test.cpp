@@ -40,7 +40,11 @@ TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
   EXPECT_EQ(read_text("kvo_maps.txt"), "MyMean\nOther\n");
   EXPECT_THAT(first_words("kvo_nd.txt"),
               ElementsAre("name", "Other", "Other_n", "MyMean", "MyMean_n"));
-  for (const char* suffix : {"_g", "_var", "_z", "_p", "_tau2", "_I2", "_Q", "_pFWE"}) {
+  EXPECT_EQ(read_text("kvo_analyses.txt"),
+            "map\tstudies\tparticipants\tcommand\n"
+            "Other\t5\t115\tOther = mean\nMyMean\t5\t115\tMyMean = mean\n");
+  for (const char* suffix :
+       {"_g", "_var", "_z", "_p", "_tau2", "_I2", "_Q", "_pFWE", "_n_p", "_n_pFWE"}) {
     const Image image = read_image("MyMean" + std::string(suffix) + ".nii.gz");
     EXPECT_TRUE(image.grid == mni_grid()) << suffix;
     EXPECT_EQ(image.space, Space::mni) << suffix;
