@@ -6,10 +6,10 @@
 #include "analyses/asking.h"
 #include "analyses/choices.h"
 #include "analyses/names.h"
-#include "analyses/region_labels.h"
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
+#include "workspace/region_labels.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 #include "analyses/mean.h"
 #include "analyses/multi.h"
 #include "analyses/pp.h"
-#include "analyses/region_labels.h"
 #include "analyses/threshold.h"
 #include "test_folder.h"
+#include "workspace/region_labels.h"
 #include "workspace/study_table.h"
 
 namespace {

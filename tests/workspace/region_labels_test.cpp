@@ -1,6 +1,6 @@
 // The names of the brain regions, against a list of their own.
 
-#include "analyses/region_labels.h"
+#include "workspace/region_labels.h"
 
 #include <gtest/gtest.h>
 

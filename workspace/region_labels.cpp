@@ -1,4 +1,4 @@
-#include "analyses/region_labels.h"
+#include "workspace/region_labels.h"
 
 #include <array>
 #include <cmath>
