@@ -5,9 +5,7 @@
 #include <map>
 #include <tuple>
 
-#include "companions/common/error.h"
 #include "companions/common/install.h"
-#include "companions/common/nifti.h"
 #include "util/q_string.h"
 #include "workspace/region_labels.h"
 
@@ -111,16 +109,6 @@ std::size_t index_of(const Voxel& voxel) {
 
 }  // namespace
 
-std::array<int, 3> mm_of(const Voxel& voxel) {
-  return {2 * voxel.i - 90, 2 * voxel.j - 126, 2 * voxel.k - 72};
-}
-
-Voxel voxel_at(std::uint32_t grid_index) {
-  const auto [nx, ny, nz] = mni_grid().size;
-  const int index = int(grid_index);
-  return {index % nx, index / nx % ny, index / (nx * ny)};
-}
-
 std::vector<Cluster> clusters_of(std::span<const float> z) {
   std::vector<Cluster> clusters;
   std::vector<bool> in_cluster(z.size()), on_plateau(z.size());
@@ -154,7 +142,7 @@ void add_p(std::vector<Cluster>& clusters, const TailP& positive, const TailP& n
 }
 
 std::vector<float> read_atlas() {
-  return read_grid_values(share_path("atlas_aal_frw.nii.gz"));
+  return read_on_mni_grid(share_path("atlas_aal_frw.nii.gz")).values;
 }
 
 void add_regions(std::vector<Cluster>& clusters, std::span<const float> atlas) {

@@ -2,7 +2,6 @@
 
 // The clusters of a thresholded map, their local peaks and the brain regions that they lie in.
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -21,9 +20,9 @@ struct RegionShare {
 struct LocalPeak {
   Voxel voxel;
   double z = 0;
-  double p = 1;                ///< one-tailed, in the peak's own direction
-  std::optional<double> pFWE;  ///< the same, corrected for the family-wise error
-  std::string region;          ///< with its Brodmann area, if any
+  double p = 1;                  ///< one-tailed, in the peak's own direction
+  std::optional<double> pFWE{};  ///< the same, corrected for the family-wise error
+  std::string region{};          ///< with its Brodmann area, if any
 };
 
 struct Cluster {
@@ -40,10 +39,6 @@ inline constexpr double voxel_volume = 8;
 
 /// What the regions of a cluster and of a peak say where the atlas has none.
 inline constexpr const char* outside_atlas = "outside of the atlas";
-
-/// The MNI coordinate of a voxel of the MNI grid in mm.
-std::array<int, 3> mm_of(const Voxel& voxel);
-Voxel voxel_at(std::uint32_t grid_index);
 
 /// The clusters of a map on the MNI grid: voxels of one sign that touch by a face, an edge or a
 /// corner; 0 belongs to none. Positive clusters come first, then the larger, then those of the

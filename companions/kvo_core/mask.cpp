@@ -10,27 +10,10 @@
 
 namespace {
 
-Image read_on_mni_grid(const std::string& path) {
-  Image image = read_image(path);
-  if (!(image.grid == mni_grid()))
-    throw Refusal("'" + path + "' is not on the MNI grid of 91 x 109 x 91 voxels of 2 mm.");
-  return image;
-}
-
 bool exists(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0;
 }
-
-}  // namespace
-
-Voxel Mask::voxel(std::size_t n) const {
-  const auto [nx, ny, nz] = mni_grid().size;
-  const int index = int(grid_index[n]);
-  return {index % nx, index / nx % ny, index / (nx * ny)};
-}
-
-namespace {
 
 /// The path of a file of the installation, or else of the working folder.
 std::string path_of(std::string file, const std::string& what) {
@@ -43,6 +26,20 @@ std::string path_of(std::string file, const std::string& what) {
 
 }  // namespace
 
+Voxel voxel_at(std::uint32_t grid_index) {
+  const auto [nx, ny, nz] = mni_grid().size;
+  const int index = int(grid_index);
+  return {index % nx, index / nx % ny, index / (nx * ny)};
+}
+
+std::array<int, 3> mm_of(const Voxel& voxel) {
+  return {2 * voxel.i - 90, 2 * voxel.j - 126, 2 * voxel.k - 72};
+}
+
+Voxel Mask::voxel(std::size_t n) const {
+  return voxel_at(grid_index[n]);
+}
+
 std::string mask_path(const std::string& name) {
   return path_of("mask_" + name + ".nii.gz", "mask '" + name + "'");
 }
@@ -53,6 +50,13 @@ std::string template_file(const std::string& name) {
 
 std::string template_path(const std::string& name) {
   return path_of(template_file(name), "correlation template '" + name + "'");
+}
+
+Image read_on_mni_grid(const std::string& path) {
+  Image image = read_image(path);
+  if (!(image.grid == mni_grid()))
+    throw Refusal("'" + path + "' is not on the MNI grid of 91 x 109 x 91 voxels of 2 mm.");
+  return image;
 }
 
 Mask read_mask(const std::string& path) {

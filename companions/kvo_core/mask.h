@@ -13,6 +13,10 @@ struct Voxel {
   int i, j, k;
 };
 
+/// The voxel of the MNI grid at that index, and its coordinate in mm.
+Voxel voxel_at(std::uint32_t grid_index);
+std::array<int, 3> mm_of(const Voxel& voxel);
+
 /// The voxels of a mask in the order of the MNI grid, so that those of a slice (of one k) stand
 /// together. A map in memory has one value for each of them.
 struct Mask {
@@ -33,6 +37,9 @@ std::string mask_path(const std::string& name);
 std::string template_path(const std::string& name);
 /// What a record calls it, wherever it is.
 std::string template_file(const std::string& name);
+
+/// Reads an image. Throws Refusal, naming the file, when it is not on the MNI grid.
+Image read_on_mni_grid(const std::string& path);
 
 /// Reads a mask: the voxels that are above 0. Throws Refusal when the image is not on the MNI grid
 /// or no voxel is.
