@@ -1,0 +1,59 @@
+#pragma once
+
+// A report as a single HTML file: no scripts, nothing from elsewhere, for screens of any width,
+// light or dark, and for A4 paper. It is well-formed XML too, which strict readers take.
+//
+// All texts are plain text, from wherever they come: they are shown as they are, never as markup.
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "companions/kvo_core/report/picture.h"
+
+/// A thing that is known of an analysis, such as "Studies" and "25".
+struct Fact {
+  std::string label, text;
+};
+
+struct HtmlColumn {
+  std::string title;
+  bool number = false;  ///< whether the cells are numbers, to be aligned at their right
+};
+
+struct HtmlRow {
+  std::vector<std::string> cells;  ///< one for each column
+  /// Whether the row begins a group: what follows up to the next such row belongs to it.
+  bool leads = false;
+};
+
+struct HtmlTable {
+  std::string caption;  ///< may be empty
+  std::vector<HtmlColumn> columns;
+  std::vector<HtmlRow> rows;
+};
+
+/// The page, from top to bottom.
+class HtmlReport {
+ public:
+  HtmlReport(std::string_view title, std::string_view subtitle);
+
+  void heading(std::string_view text);
+  void paragraph(std::string_view text);
+  /// A paragraph that stands out: a result that one must not miss.
+  void notice(std::string_view text);
+  /// A paragraph to be copied from the page, set apart from its own text.
+  void quotation(std::string_view text);
+  void facts(std::span<const Fact> facts);
+  /// Commands, a line each, in the order in which they were run.
+  void commands(std::span<const std::string> commands);
+  void table(const HtmlTable& table);
+  void picture(const Picture& picture, std::string_view caption);
+
+  /// The whole file. Nothing can be added after that.
+  std::string finish();
+
+ private:
+  std::string page_;
+};

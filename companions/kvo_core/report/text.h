@@ -1,0 +1,28 @@
+#pragma once
+
+// Texts and numbers as reports show them.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// A text that may come from anywhere as valid UTF-8 that XML takes: bytes that are no UTF-8 and
+/// control characters become U+FFFD; tabs and line ends become blanks.
+std::string printable_text(std::string_view text);
+
+/// The same with the characters that HTML would read as markup escaped, also for attributes.
+std::string html_escaped(std::string_view text);
+
+/// A number with so many decimals, with a true minus sign and no negative zero; "–" when it is not
+/// finite.
+std::string decimal_text(double value, int decimals);
+
+/// A probability: three decimals, two significant digits below 0.001, "< 0.000001" below that, "–"
+/// when it is not finite.
+std::string p_text(double p);
+
+/// A whole number with narrow blanks between the thousands, as in "12 345".
+std::string count_text(std::size_t count);
+
+/// "1 study", "5 studies".
+std::string counted(std::size_t count, const char* one, const char* several);
