@@ -15,9 +15,12 @@ bool exists(const std::string& path) {
   return stat(path.c_str(), &status) == 0;
 }
 
-/// The path of a file of the installation, or else of the working folder.
-std::string path_of(std::string file, const std::string& what) {
+enum class First { installation, working_folder };
+
+/// The path of a file of the installation or of the working folder.
+std::string path_of(std::string file, const std::string& what, First first) {
   std::string shared = share_path(file);
+  if (first == First::working_folder && exists(file)) return file;
   if (exists(shared)) return shared;
   if (exists(file)) return file;
   throw Refusal("There is no " + what + ": neither the share folder nor the working folder has '" +
@@ -40,8 +43,16 @@ Voxel Mask::voxel(std::size_t n) const {
   return voxel_at(grid_index[n]);
 }
 
+std::string mask_file(const std::string& name) {
+  return "mask_" + name + ".nii.gz";
+}
+
 std::string mask_path(const std::string& name) {
-  return path_of("mask_" + name + ".nii.gz", "mask '" + name + "'");
+  return path_of(mask_file(name), "mask '" + name + "'", First::installation);
+}
+
+std::string own_mask_path(const std::string& name) {
+  return path_of(mask_file(name), "mask '" + name + "'", First::working_folder);
 }
 
 std::string template_file(const std::string& name) {
@@ -49,7 +60,7 @@ std::string template_file(const std::string& name) {
 }
 
 std::string template_path(const std::string& name) {
-  return path_of(template_file(name), "correlation template '" + name + "'");
+  return path_of(template_file(name), "correlation template '" + name + "'", First::installation);
 }
 
 Image read_on_mni_grid(const std::string& path) {
@@ -61,16 +72,23 @@ Image read_on_mni_grid(const std::string& path) {
 
 Mask read_mask(const std::string& path) {
   const Image image = read_on_mni_grid(path);
-  const std::size_t plane = std::size_t(image.grid.size[0]) * std::size_t(image.grid.size[1]);
+  std::vector<bool> inside;
+  inside.reserve(image.values.size());
+  for (const float value : image.values) inside.push_back(value > 0);
+  Mask mask = mask_of(std::move(inside));
+  if (mask.size() == 0) throw Refusal("'" + path + "' has no voxel above 0.");
+  return mask;
+}
+
+Mask mask_of(std::vector<bool> inside) {
+  const std::size_t plane = std::size_t(mni_grid().size[0]) * std::size_t(mni_grid().size[1]);
   Mask mask;
-  mask.inside.resize(image.values.size());
-  for (std::size_t index = 0; index < image.values.size(); ++index) {
+  mask.inside = std::move(inside);
+  for (std::size_t index = 0; index < mask.inside.size(); ++index) {
     if (index % plane == 0) mask.slice_begin.push_back(mask.size());
-    mask.inside[index] = image.values[index] > 0;
     if (mask.inside[index]) mask.grid_index.push_back(std::uint32_t(index));
   }
   mask.slice_begin.push_back(mask.size());
-  if (mask.size() == 0) throw Refusal("'" + path + "' has no voxel above 0.");
   return mask;
 }
 

@@ -33,7 +33,14 @@ struct Mask {
 /// Refusal when neither has one.
 std::string mask_path(const std::string& name);
 
-/// The path of the correlation template of that name, likewise.
+/// The name of the file that a mask is.
+std::string mask_file(const std::string& name);
+
+/// The path of the mask of that name: of the working folder, or else of the installation. For what
+/// the user makes there, which need not be an analysis mask. Throws Refusal likewise.
+std::string own_mask_path(const std::string& name);
+
+/// The path of the correlation template of that name, as of a mask by mask_path().
 std::string template_path(const std::string& name);
 /// What a record calls it, wherever it is.
 std::string template_file(const std::string& name);
@@ -44,6 +51,9 @@ Image read_on_mni_grid(const std::string& path);
 /// Reads a mask: the voxels that are above 0. Throws Refusal when the image is not on the MNI grid
 /// or no voxel is.
 Mask read_mask(const std::string& path);
+
+/// The mask of some voxels of the grid, which may be none.
+Mask mask_of(std::vector<bool> inside);
 
 /// The values of an image on the MNI grid in the voxels of the mask. Throws Refusal, naming the
 /// file, when it is on another grid or a value in the mask is not finite.

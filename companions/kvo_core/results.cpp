@@ -51,16 +51,6 @@ std::string list_without(const char* file, std::string list, std::span<const std
   return list;
 }
 
-bool written_by_this_system(const std::string& path) {
-  struct stat status {};
-  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
-  try {
-    return read_description(path).starts_with(written_by_us);
-  } catch (const Refusal&) {
-    return false;
-  }
-}
-
 }  // namespace
 
 void check_analysis_name(const std::string& name, const StudyTable& table) {
@@ -76,6 +66,16 @@ void check_analysis_name(const std::string& name, const StudyTable& table) {
       if (study.name == name + kind.suffix)
         throw Refusal("The name '" + name + "' cannot be used: its map '" + study.name +
                       ".nii.gz' would be the image of study '" + study.name + "'.");
+}
+
+bool written_by_this_system(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  try {
+    return read_description(path).starts_with(written_by_us);
+  } catch (const Refusal&) {
+    return false;
+  }
 }
 
 std::vector<std::string> read_map_list() {

@@ -53,6 +53,9 @@ struct ListedMap {
 /// of another.
 void check_analysis_name(const std::string& name, const StudyTable& table);
 
+/// Whether the image is a file (and no link) that this system has written.
+bool written_by_this_system(const std::string& path);
+
 /// The map names of "kvo_maps.txt", in its order; none when there is no file.
 std::vector<std::string> read_map_list();
 

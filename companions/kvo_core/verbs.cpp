@@ -72,9 +72,9 @@ constexpr Verb verbs[] = {
     {"multi", false, multi_arguments, "The conjunction of two meta-analyses.",
      "multi meta1, meta2, 0.0025, 0.00025, 10, 1, 2, 0.1", ""},
     {"mask", true, mask_label_arguments, "A mask of a region of the atlas.",
-     "Left_amygdala = mask label, 41", ""},
-    {"mask", true, mask_coordinate_arguments, "A mask around an MNI coordinate.",
-     "Thalamus = mask coordinate, 10, -20, 6", ""},
+     "Left_amygdala = mask label, 41", "", check_mask_label, run_mask_label},
+    {"mask", true, mask_coordinate_arguments, "A mask of the 10 mm around an MNI coordinate.",
+     "Thalamus = mask coordinate, 10, -20, 6", "", check_mask_coordinate, run_mask_coordinate},
     {"extract", false, extract_arguments, "The values of the studies inside a mask.",
      "extract Left_amygdala", ""},
 };

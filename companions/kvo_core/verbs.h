@@ -16,3 +16,7 @@ void check_pp(const Command& command);
 void run_pp(const Command& command);
 void check_mean(const Command& command);
 void run_mean(const Command& command);
+void check_mask_label(const Command& command);
+void run_mask_label(const Command& command);
+void check_mask_coordinate(const Command& command);
+void run_mask_coordinate(const Command& command);

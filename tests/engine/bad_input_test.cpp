@@ -268,7 +268,6 @@ TEST(BadInput, OfTheMeanIsRefused) {
       {"threshold x, p, 0.005, 1, 10", "The command 'threshold' is not available in this version."},
       {"multi a, b, 0.1, 0.1, 1, 1, 1, 0.1",
        "The command 'multi' is not available in this version."},
-      {"x = mask label, 3", "The command 'mask' is not available in this version."},
       {"extract x", "The command 'extract' is not available in this version."},
       {"pp gray_matter, 0.5, 20, gray_matter, 1",
        "There is no correlation template 'gray_matter': neither the share folder nor the working "
