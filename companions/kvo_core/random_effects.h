@@ -14,14 +14,11 @@
 #include <string>
 #include <vector>
 
+#include "companions/kvo_core/interval.h"
+
 /// A study's effect and its variance, which is above 0.
 struct Effect {
   double g, variance;
-};
-
-/// The bounds of a 95 % interval.
-struct Interval {
-  double low, high;
 };
 
 /// An estimate with its Wald test against the standard normal distribution, two-tailed.
