@@ -12,18 +12,22 @@ bool looks_like_formula(std::string_view cell) {
          std::string_view("=+-@").find(cell.front()) != std::string_view::npos;
 }
 
-std::string csv_cell(const std::string& text) {
-  const std::string cell = (looks_like_formula(text) ? "'" : "") + text;
+std::string csv_cell(std::string_view text) {
+  std::string cell(looks_like_formula(text) ? "'" : "");
+  cell += text;
   if (cell.find_first_of(",\"\r\n") == std::string::npos) return cell;
-  std::string quoted = "\"";
-  for (const char c : cell) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-  return quoted + "\"";
+  std::string quoted(1, '"');
+  for (const char c : cell) quoted.append(c == '"' ? 2 : 1, c);
+  return quoted + '"';
 }
 
 }  // namespace
 
 std::string csv_line(std::span<const std::string> cells) {
   std::string line;
-  for (std::size_t i = 0; i < cells.size(); ++i) line += (i > 0 ? "," : "") + csv_cell(cells[i]);
-  return line + "\n";
+  for (const std::string& cell : cells) {
+    if (&cell != cells.data()) line += ',';
+    line += csv_cell(cell);
+  }
+  return line + '\n';
 }
