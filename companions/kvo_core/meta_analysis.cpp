@@ -83,14 +83,15 @@ struct MovingStudy {
 };
 
 std::vector<MovingStudy> moving_studies(const MetaAnalysis& meta) {
+  const double fwhm = reaching_fwhm(meta.record.fwhm, meta.record.anisotropy);
   std::vector<MovingStudy> studies;
   for (const Member& member : meta.members) {
     // Peaks too far from the mask for their kernel to reach it are no part of what was found in it.
     std::vector<Peak> reaching;
-    const PeakMap all(meta.record.fwhm, member.peaks);
+    const PeakMap all(fwhm, member.peaks);
     for (std::size_t p = 0; p < member.peaks.size(); ++p)
       if (all.reaches(all.peaks()[p], meta.mask)) reaching.push_back(member.peaks[p]);
-    studies.push_back({PeakMap(meta.record.fwhm, reaching), variance_of_g(member.study.sample),
+    studies.push_back({PeakMap(fwhm, reaching), variance_of_g(member.study.sample),
                        name_hash(member.study.name)});
   }
   return studies;

@@ -22,6 +22,7 @@ namespace {
 // The same for every meta-analysis, so that the same inputs give the same results; whoever wants
 // other random places changes it in the record.
 constexpr std::uint64_t default_seed = 1;
+constexpr std::size_t most_lines_outside = 20;
 
 struct Inputs {
   PpRecord record;
@@ -79,8 +80,8 @@ Inputs read_inputs(const Command& command) {
   return inputs;
 }
 
-/// Says how many peaks of a study lie where the analysis does not look.
-void report_outside(const Study& study, const PeakMap& map, const Mask& mask) {
+/// How many peaks of a study lie where the analysis does not look, in words; "" for none.
+std::string peaks_outside(const Study& study, const PeakMap& map, const Mask& mask) {
   const auto [nx, ny, nz] = mni_grid().size;
   std::size_t outside = 0, beyond = 0;
   for (const PlacedPeak& peak : map.peaks()) {
@@ -90,12 +91,27 @@ void report_outside(const Study& study, const PeakMap& map, const Mask& mask) {
     ++outside;
     if (!map.reaches(peak, mask)) ++beyond;
   }
-  if (outside == 0) return;
+  if (outside == 0) return "";
   std::string text = study.name + ": " + std::to_string(outside) + " of " +
                      std::to_string(map.peaks().size()) +
                      (outside == 1 ? " peaks lies" : " peaks lie") + " outside of the mask";
   if (beyond > 0) text += ", " + std::to_string(beyond) + " of them too far away to reach it";
-  say(text);
+  return text;
+}
+
+/// Says which studies have peaks outside of the mask: each of the first, and how many more.
+void report_outside(const std::vector<Study>& studies, const std::vector<PeakMap>& maps,
+                    const Mask& mask) {
+  std::vector<std::string> texts(studies.size());
+  in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
+    texts[s] = peaks_outside(studies[s], maps[s], mask);
+  });
+  std::erase(texts, "");
+  const std::size_t listed = std::min(texts.size(), most_lines_outside);
+  for (std::size_t t = 0; t < listed; ++t) say(texts[t]);
+  if (const std::size_t more = texts.size() - listed; more > 0)
+    say("\u2026 and " + std::to_string(more) + " more " + (more == 1 ? "study" : "studies") +
+        " with peaks outside of the mask");
 }
 
 /// The maps of a study: its effects, and their variances.
@@ -145,12 +161,13 @@ void run_pp(const Command& command) {
   Outputs outputs;
   std::vector<std::string> paths;
   std::vector<PeakMap> maps;
+  const double fwhm = reaching_fwhm(inputs.record.fwhm, inputs.record.anisotropy);
   for (std::size_t s = 0; s < studies.size(); ++s) {
     paths.push_back(outputs.path_of(effect_map_file(studies[s].name)));
     paths.push_back(outputs.path_of(variance_map_file(studies[s].name)));
-    maps.emplace_back(inputs.record.fwhm, inputs.peaks[s].peaks);
-    report_outside(studies[s], maps.back(), inputs.mask);
+    maps.emplace_back(fwhm, inputs.peaks[s].peaks);
   }
+  report_outside(studies, maps, inputs.mask);
   std::optional<PathMap> graph;
   if (inputs.record.anisotropy > 0)
     graph.emplace(inputs.mask, inputs.correlation, inputs.record.fwhm, inputs.record.anisotropy);
