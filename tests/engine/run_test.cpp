@@ -105,6 +105,31 @@ TEST(Run, SaysHowItGoesOn) {
   EXPECT_THAT(engine.run("help").lines, testing::Contains("  NAME = mean [filter]"));
 }
 
+TEST(Run, ListsTheFirstStudiesWithPeaksOutsideOfTheMask) {
+  const Installation engine;
+  struct {
+    int studies;
+    std::size_t listed;
+    const char* last;
+  } const rows[] = {
+      {20, 20, "  study19: 1 of 1 peaks lies outside of the mask"},
+      {21, 20, "  \u2026 and 1 more study with peaks outside of the mask"},
+      {25, 20, "  \u2026 and 5 more studies with peaks outside of the mask"},
+  };
+  for (const auto& [studies, listed, last] : rows) {
+    write_studies(studies);
+    for (int s = 0; s < studies; ++s)
+      write_text("study" + std::to_string(s) + ".peaks.txt", "# space: MNI\n18 -14 6 4\n");
+    const Outcome outcome = engine.run(preprocess + "1");
+    ASSERT_EQ(outcome.closing(), "d");
+    std::vector<std::string> lines;
+    for (const std::string& line : outcome.lines)
+      if (line.starts_with("  ")) lines.push_back(line);
+    EXPECT_EQ(lines.size(), std::min<std::size_t>(std::size_t(studies), listed + 1)) << studies;
+    EXPECT_EQ(lines.back(), last);
+  }
+}
+
 TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
   const Installation engine;
   std::vector<std::map<std::string, std::string>> results;
