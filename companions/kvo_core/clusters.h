@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "companions/kvo_core/mask.h"
+#include "companions/kvo_core/p_maps.h"
 
 /// How many voxels of a cluster lie in a region of the atlas.
 struct RegionShare {
@@ -47,11 +48,6 @@ inline constexpr const char* outside_atlas = "outside of the atlas";
 /// Peaks have voxel and z. They are local maxima of |z| among the 26 neighbours; of a plateau the
 /// voxel closest to its centre is one. Those closer than 8 mm to a higher one are left out.
 std::vector<Cluster> clusters_of(std::span<const float> z);
-
-/// p values for each voxel of the MNI grid, one-tailed, of one direction.
-struct TailP {
-  std::vector<float> p, pFWE;  ///< pFWE is empty when there is none
-};
 
 /// Gives the peaks their p values.
 void add_p(std::vector<Cluster>& clusters, const TailP& positive, const TailP& negative);

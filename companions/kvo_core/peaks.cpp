@@ -32,6 +32,7 @@ struct Reader {
   std::string path;
   Space space = Space::unknown;
   std::vector<Peak> peaks;
+  bool unknown_heights = false;
 
   [[noreturn]] void refuse(const TextLine& line, const std::string& what) const {
     throw Refusal(at_line(path, line.number) + what + ".");
@@ -50,8 +51,9 @@ struct Reader {
     space = named;
   }
 
-  double height(const TextLine& line, std::string_view text) const {
+  double height(const TextLine& line, std::string_view text) {
     if (text == "p" || text == "n") {
+      unknown_heights = true;
       const double t = study.threshold_t.value_or(t_of_p(unknown_height_p, study.sample));
       return text == "p" ? t : -t;
     }
@@ -99,14 +101,15 @@ std::string peaks_file(const Study& study) {
 }
 
 StudyPeaks read_peaks(const Study& study) {
-  Reader reader{study, peaks_file(study), Space::unknown, {}};
+  Reader reader{study, peaks_file(study), Space::unknown, {}, false};
   const std::string text = read_text(reader.path);
   for (const TextLine& line : filled_lines(text)) reader.read_line(line);
   if (reader.space == Space::unknown)
     throw Refusal("'" + reader.path + "' has no line '# space: MNI' or '# space: Talairach'.");
   if (reader.space == Space::talairach)
     for (Peak& peak : reader.peaks) peak.mm = mni_of_talairach(peak.mm);
-  return {std::move(reader.peaks), checksum(text)};
+  return {std::move(reader.peaks), checksum(text), reader.space == Space::talairach,
+          reader.unknown_heights};
 }
 
 Eigen::Vector3d mni_of_talairach(const Eigen::Vector3d& mm) {

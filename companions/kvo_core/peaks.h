@@ -15,7 +15,9 @@ struct Peak {
 
 struct StudyPeaks {
   std::vector<Peak> peaks;
-  std::string checksum;  ///< of the file
+  std::string checksum;          ///< of the file
+  bool talairach = false;        ///< whether the file has Talairach coordinates
+  bool unknown_heights = false;  ///< whether a peak has no t value
 };
 
 std::string peaks_file(const Study& study);

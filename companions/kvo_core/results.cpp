@@ -93,6 +93,19 @@ std::vector<std::string> read_map_list() {
   return names;
 }
 
+std::size_t null_values_of(const std::string& map) {
+  const std::string text = read_text(null_list_file);
+  for (const TextLine& line : filled_lines(text)) {
+    const std::vector<std::string_view> cells = words(line.text);
+    if (cells.size() < 2 || cells[0] != map) continue;
+    const std::optional<double> values = number_of(cells[1]);
+    if (values && *values >= 1 && *values < 1e18) return std::size_t(*values);
+    throw Refusal(at_line(null_list_file, line.number) + "there is no number of values.");
+  }
+  throw Refusal("'" + std::string(null_list_file) + "' has no null distribution of map '" + map +
+                "'. Please estimate the map again.");
+}
+
 std::string empty_null_list() {
   std::string header = "name\tvalues";
   for (const double share : NullDistribution::stored_shares()) {

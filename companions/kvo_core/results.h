@@ -59,6 +59,10 @@ bool written_by_this_system(const std::string& path);
 /// The map names of "kvo_maps.txt", in its order; none when there is no file.
 std::vector<std::string> read_map_list();
 
+/// How many values the null distribution of the map has. Throws Refusal when "kvo_nd.txt" does not
+/// say it.
+std::size_t null_values_of(const std::string& map);
+
 /// The text of "kvo_nd.txt" for no null distribution.
 std::string empty_null_list();
 

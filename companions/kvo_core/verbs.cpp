@@ -68,7 +68,7 @@ constexpr Verb verbs[] = {
      "MyModel = lm age + patients, adults", ""},
     {"threshold", false, threshold_arguments,
      "The clusters of a map beyond a probability, a peak z and a number of voxels.",
-     "threshold MyMean, p, 0.005, 1, 10", ""},
+     "threshold MyMean, p, 0.005, 1, 10", "", check_threshold, run_threshold},
     {"multi", false, multi_arguments, "The conjunction of two meta-analyses.",
      "multi meta1, meta2, 0.0025, 0.00025, 10, 1, 2, 0.1", ""},
     {"mask", true, mask_label_arguments, "A mask of a region of the atlas.",

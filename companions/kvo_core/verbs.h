@@ -14,6 +14,8 @@ void require_available(const Command& command);
 
 void check_pp(const Command& command);
 void run_pp(const Command& command);
+void check_threshold(const Command& command);
+void run_threshold(const Command& command);
 void check_mean(const Command& command);
 void run_mean(const Command& command);
 void check_mask_label(const Command& command);

@@ -265,7 +265,6 @@ TEST(BadInput, OfTheMeanIsRefused) {
       {"x = mean <i>", "'kvo_table.txt' has no variable '&lt;i&gt;'."},
       {"x = lm female", "The command 'lm' is not available in this version."},
       {"x = globals", "The command 'globals' is not available in this version."},
-      {"threshold x, p, 0.005, 1, 10", "The command 'threshold' is not available in this version."},
       {"multi a, b, 0.1, 0.1, 1, 1, 1, 0.1",
        "The command 'multi' is not available in this version."},
       {"extract x", "The command 'extract' is not available in this version."},

@@ -1,0 +1,104 @@
+#include "companions/kvo_core/map_facts.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+
+#include "companions/common/error.h"
+#include "companions/common/text_file.h"
+#include "companions/kvo_core/peaks.h"
+#include "companions/kvo_core/pp_record.h"
+#include "companions/kvo_core/results.h"
+#include "companions/kvo_core/verbs.h"
+#include "kvo_config.h"
+#include "util/q_string.h"
+
+namespace {
+
+std::vector<std::string> variables_of(const std::string& model) {
+  std::string blanks = model;
+  std::replace(blanks.begin(), blanks.end(), '+', ' ');
+  const std::vector<std::string_view> parts = words(blanks);
+  return {parts.begin(), parts.end()};
+}
+
+/// The term of a linear model whose map has such digits in its name: "" for the intercept.
+std::string term_of(const std::string& map, const std::vector<std::string>& variables) {
+  const std::string digits = map.substr(map.find_last_of('_') + 1);
+  const std::size_t one = digits.find('1');
+  return one < variables.size() ? variables[one] : "";
+}
+
+/// What the command of the analysis says, which this version may not know.
+void add_command(MethodsFacts& methods, const std::string& map, const std::string& text) {
+  try {
+    const Command command = parse_command(text, all_verbs());
+    if (command.verb->name == std::string("mean")) {
+      methods.subgroup = command.arguments[0];
+    } else if (command.verb->name == std::string("lm")) {
+      methods.analysis = MethodsFacts::Analysis::linear_model;
+      methods.variables = variables_of(command.arguments[0]);
+      methods.term = term_of(map, methods.variables);
+      methods.subgroup = command.arguments[1];
+    }
+  } catch (const Refusal&) {
+    // Then the paragraph does not speak of it; the command itself is shown all the same.
+  }
+}
+
+/// What the files of the studies say.
+void add_studies(MethodsFacts& methods, const PpRecord& record) {
+  try {
+    const StudyTable table = read_study_table();
+    for (const std::size_t s : filtered_studies(table, methods.subgroup)) {
+      const Study& study = table.studies[s];
+      if (record.checksums.contains(study.name + ".nii.gz")) {
+        ++methods.studies_with_images;
+        continue;
+      }
+      const StudyPeaks peaks = read_peaks(study);
+      methods.talairach = methods.talairach || peaks.talairach;
+      methods.unknown_heights = methods.unknown_heights || peaks.unknown_heights;
+    }
+  } catch (const Refusal&) {
+    // Maps can be thresholded after the files that they came from have gone.
+  }
+}
+
+std::string preprocessing_command(const PpRecord& record) {
+  return "pp " + record.correlation_template + ", " + text_of(record.anisotropy) + ", " +
+         text_of(record.fwhm) + ", " + record.mask + ", " + std::to_string(record.randomizations);
+}
+
+}  // namespace
+
+MapFacts facts_of_map(const std::string& map) {
+  const PpRecord record = read_pp_record();
+  MapFacts known;
+  MethodsFacts& methods = known.methods;
+  methods.fwhm = record.fwhm;
+  methods.anisotropy = record.anisotropy;
+  methods.correlation_template = record.correlation_template;
+  methods.mask = record.mask;
+  methods.randomizations = record.randomizations;
+  methods.seed = record.seed;
+  known.commands.push_back(preprocessing_command(record));
+  if (const auto analysis = read_analysis_facts(map)) {
+    methods.studies = analysis->studies;
+    methods.participants = analysis->participants;
+    add_command(methods, map, analysis->command);
+    known.commands.push_back(analysis->command);
+    known.facts = {{"Studies", std::to_string(analysis->studies)},
+                   {"Participants", std::to_string(analysis->participants)}};
+  }
+  add_studies(methods, record);
+  known.facts.insert(
+      known.facts.end(),
+      {{"Kernel", text_of(record.fwhm) + " mm FWHM, anisotropy " + text_of(record.anisotropy) +
+                      ", correlation template " + record.correlation_template},
+       {"Mask", record.mask},
+       {"Randomizations",
+        std::to_string(record.randomizations) + ", seed " + std::to_string(record.seed)},
+       {"Program", Q_format("KVO %.2f", KVO_VERSION).str()}});
+  return known;
+}
