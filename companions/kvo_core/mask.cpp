@@ -103,10 +103,11 @@ std::vector<float> read_map(const std::string& path, const Mask& mask) {
 }
 
 void write_map(const std::string& path, const Mask& mask, const std::vector<float>& map,
-               const std::string& description, int intent_code, float outside) {
+               const std::string& description, int intent_code, float outside, float intent_p1) {
   Image image;
   image.grid = mni_grid();
   image.intent_code = intent_code;
+  image.intent_p1 = intent_p1;
   image.description = description;
   image.values.assign(image.grid.voxels(), outside);
   for (std::size_t n = 0; n < mask.size(); ++n) image.values[mask.grid_index[n]] = map[n];

@@ -61,4 +61,5 @@ std::vector<float> read_map(const std::string& path, const Mask& mask);
 
 /// Writes a map as an image that is `outside` beyond the mask.
 void write_map(const std::string& path, const Mask& mask, const std::vector<float>& map,
-               const std::string& description, int intent_code = 0, float outside = 0);
+               const std::string& description, int intent_code = 0, float outside = 0,
+               float intent_p1 = 0);

@@ -34,6 +34,7 @@ class NullDistribution {
   void finish();
 
   [[nodiscard]] std::uint64_t values() const { return values_; }
+  [[nodiscard]] std::span<const float> observed() const { return observed_; }
 
   /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed;
   /// of the negative tail, with those at least as small.

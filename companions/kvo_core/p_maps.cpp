@@ -47,6 +47,12 @@ Image read_p_map(const std::string& path) {
                 " is no p value: those are above 0 and not above 1.");
 }
 
+std::optional<double> p_of_no_effect(const Image& map) {
+  if (map.intent_code != p_map.intent_code || !(map.intent_p1 > 0 && map.intent_p1 <= 1))
+    return std::nullopt;
+  return map.intent_p1;
+}
+
 BothTails read_tails(const std::string& map) {
   BothTails tails;
   tails.positive.p = read_p_map(file_of(map, p_map)).values;

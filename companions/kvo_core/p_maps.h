@@ -2,6 +2,7 @@
 
 // p maps as other commands read them.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,12 @@ struct TailP {
 /// Reads an image of p values. Throws Refusal, naming the file and the voxel, when it is not on the
 /// MNI grid or a value is not above 0 and up to 1.
 Image read_p_map(const std::string& path);
+
+/// What the header of a p map says is the p of no effect, of a z of 0, which need not be 0.5: where
+/// few studies find effects in the other direction, it is close to 1. Larger values are of the
+/// other direction, smaller ones of the map's own. Nothing when an earlier version or another
+/// program has written the map.
+std::optional<double> p_of_no_effect(const Image& map);
 
 /// The p values of an analysis' map in both directions.
 struct BothTails {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <limits>
 #include <string_view>
 
 #include "companions/common/error.h"
@@ -35,6 +36,21 @@ std::string null_row(const std::string& name, const NullDistribution& null, Tail
     row += text_of(null.quantile(share, tail));
   }
   return row + "\n";
+}
+
+NamedMap p_map_of(const std::string& name, const MapKind& kind, const NullDistribution& null,
+                  Tail tail) {
+  constexpr float below_one = 1 - std::numeric_limits<float>::epsilon() / 2;
+  NamedMap map{name, kind, null.p(tail)};
+  for (std::size_t n = 0; n < map.map.size(); ++n) {
+    const float z = null.observed()[n];
+    float& p = map.map[n];
+    if (tail == Tail::positive ? z < 0 : z > 0)
+      p = std::min(p, below_one);
+    else
+      map.intent_p1 = std::max(map.intent_p1, p);
+  }
+  return map;
 }
 
 /// A list of maps, which has a header, without the lines of some maps.
@@ -161,8 +177,8 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
 
 void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
                 std::size_t randomizations) {
-  maps.push_back({name, p_map, null.p(Tail::positive)});
-  maps.push_back({name, negative_p_map, null.p(Tail::negative)});
+  maps.push_back(p_map_of(name, p_map, null, Tail::positive));
+  maps.push_back(p_map_of(name, negative_p_map, null, Tail::negative));
   if (randomizations < least_for_family_wise) return;
   maps.push_back({name, pFWE_map, null.p_family_wise(Tail::positive)});
   maps.push_back({name, negative_pFWE_map, null.p_family_wise(Tail::negative)});
@@ -178,7 +194,7 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
   const std::string description = image_description(command.text());
   in_parallel(maps.size(), [&](std::size_t i, std::size_t) {
     write_map(paths[i], mask, maps[i].map, description, maps[i].kind.intent_code,
-              maps[i].kind.outside);
+              maps[i].kind.outside, maps[i].intent_p1);
     action.step();
   });
   action.finish();

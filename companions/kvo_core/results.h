@@ -34,6 +34,7 @@ struct NamedMap {
   std::string name;
   MapKind kind;
   std::vector<float> map;
+  float intent_p1 = 0;
 };
 
 /// What an analysis was: its command, and who took part.
@@ -77,7 +78,9 @@ std::string empty_analysis_list();
 std::optional<AnalysisFacts> read_analysis_facts(const std::string& map);
 
 /// Adds the p maps of a z map: one-tailed for either direction, and with enough randomizations
-/// those that are corrected for the family-wise error.
+/// those that are corrected for the family-wise error. For whoever has a p map alone, its header
+/// tells the p of no effect (p_of_no_effect()), and 1 is never the p of an effect in the other
+/// direction.
 void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
                 std::size_t randomizations);
 

@@ -16,6 +16,8 @@ void check_pp(const Command& command);
 void run_pp(const Command& command);
 void check_threshold(const Command& command);
 void run_threshold(const Command& command);
+void check_multi(const Command& command);
+void run_multi(const Command& command);
 void check_mean(const Command& command);
 void run_mean(const Command& command);
 void check_mask_label(const Command& command);
