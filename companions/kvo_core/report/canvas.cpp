@@ -78,9 +78,18 @@ double Canvas::text(double x, double y, std::string_view text, const TextStyle& 
   const double shift = style.align == Align::left     ? 0
                        : style.align == Align::centre ? width / 2
                                                       : width;
+  const double left = x - shift - double(box.x) / PANGO_SCALE;
+  const double top = y - double(box.height) / 2 / PANGO_SCALE;
+  if (style.rim > 0) {
+    colour({0, 0, 0});
+    cairo_move_to(context_.get(), left, top);
+    pango_cairo_layout_path(context_.get(), layout.get());
+    cairo_set_line_width(context_.get(), 2 * style.rim);
+    cairo_set_line_join(context_.get(), CAIRO_LINE_JOIN_ROUND);
+    cairo_stroke(context_.get());
+  }
   colour(style.colour);
-  cairo_move_to(context_.get(), x - shift - double(box.x) / PANGO_SCALE,
-                y - double(box.height) / 2 / PANGO_SCALE);
+  cairo_move_to(context_.get(), left, top);
   pango_cairo_show_layout(context_.get(), layout.get());
   return width;
 }

@@ -4,6 +4,7 @@
 
 #include <cairo.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,6 +19,12 @@ struct Rgb {
   double red, green, blue;  ///< 0 to 1
 };
 
+/// The colour 0xRRGGBB.
+constexpr Rgb rgb_of(std::uint32_t colour) {
+  return {double(colour >> 16 & 0xFFU) / 255, double(colour >> 8 & 0xFFU) / 255,
+          double(colour & 0xFFU) / 255};
+}
+
 enum class Align { left, centre, right };
 
 struct TextStyle {
@@ -26,6 +33,7 @@ struct TextStyle {
   Align align = Align::left;  ///< of the text to the x that it is written at
   bool bold = false;
   double width = 0;  ///< when above 0, a longer text is cut with an ellipsis
+  double rim = 0;    ///< width of a black line around the letters
 };
 
 class Canvas {
@@ -41,7 +49,6 @@ class Canvas {
   void line(double x1, double y1, double x2, double y2, double thickness) const;
   /// Writes one line of plain text, whatever it holds, its middle at y. Gives its width.
   double text(double x, double y, std::string_view text, const TextStyle& style) const;
-
   /// The pixels of the file, 0x00RRGGBB; row by row, `stride` of them from row to row.
   [[nodiscard]] std::uint32_t* pixels() const;
   [[nodiscard]] int stride() const;

@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include <initializer_list>
+#include <utility>
 
 #include "companions/kvo_core/report/html_style.h"
 #include "companions/kvo_core/report/text.h"
@@ -48,23 +49,38 @@ HtmlReport::HtmlReport(std::string_view title, std::string_view subtitle) {
 }
 
 void HtmlReport::heading(std::string_view text) {
-  page_ += element("h2", text);
+  open_part();
+  heading_ = element("h2", text);
+}
+
+void HtmlReport::open_part() {
+  page_ += heading_;
+  heading_.clear();
 }
 
 void HtmlReport::paragraph(std::string_view text) {
+  open_part();
   page_ += element("p", text);
 }
 
 void HtmlReport::notice(std::string_view text) {
+  open_part();
   page_ += "<p class=\"notice\" role=\"note\">" + html_escaped(text) + "</p>\n";
 }
 
-void HtmlReport::quotation(std::string_view text) {
-  page_ += "<blockquote>" + html_escaped(text) + "</blockquote>\n";
+void HtmlReport::methods(const Methods& methods) {
+  heading("Methods");
+  paragraph("A paragraph that an article can adapt:");
+  page_ += joined({"<blockquote>", html_escaped(methods.paragraph), "</blockquote>\n"});
+  if (methods.sources.empty()) return;
+  page_ += "<ul class=\"sources\">\n";
+  for (const std::string& source : methods.sources) page_ += element("li", source);
+  page_ += "</ul>\n";
 }
 
 void HtmlReport::facts(std::span<const Fact> facts) {
   if (facts.empty()) return;
+  open_part();
   page_ += "<table class=\"facts\"><tbody>\n";
   for (const Fact& fact : facts)
     page_ += "<tr><th scope=\"row\">" + html_escaped(fact.label) + "</th><td>" +
@@ -74,6 +90,7 @@ void HtmlReport::facts(std::span<const Fact> facts) {
 
 void HtmlReport::commands(std::span<const std::string> commands) {
   if (commands.empty()) return;
+  open_part();
   page_ += "<ol class=\"commands\">\n";
   for (const std::string& command : commands)
     page_ += "<li><code>" + html_escaped(command) + "</code></li>\n";
@@ -81,9 +98,10 @@ void HtmlReport::commands(std::span<const std::string> commands) {
 }
 
 void HtmlReport::table(const HtmlTable& table) {
-  page_ += "<div class=\"wide\"><table>\n";
-  if (!table.caption.empty()) page_ += element("caption", table.caption);
-  page_ += "<thead><tr>";
+  open_part();
+  if (!table.caption.empty())
+    page_ += joined({"<p class=\"caption\">", html_escaped(table.caption), "</p>\n"});
+  page_ += "<div class=\"wide\"><table>\n<thead><tr>";
   for (const HtmlColumn& column : table.columns) page_ += cell("th", column, column.title);
   page_ += "</tr></thead>\n<tbody>\n";
   for (const HtmlRow& row : table.rows) {
@@ -96,14 +114,16 @@ void HtmlReport::table(const HtmlTable& table) {
 }
 
 void HtmlReport::picture(const Picture& picture, std::string_view caption) {
-  page_ += "<figure><img src=\"data:image/png;base64," + base64(picture.png) + "\" alt=\"" +
-           html_escaped(picture.alt) + "\" width=\"" + std::to_string(picture.width) +
-           "\" height=\"" + std::to_string(picture.height) + "\"/>\n";
+  page_ += joined({"<figure>", std::exchange(heading_, ""), "<img src=\"data:image/png;base64,",
+                   base64(picture.png), "\" alt=\"", html_escaped(picture.alt), "\" width=\"",
+                   std::to_string(picture.width), "\" height=\"", std::to_string(picture.height),
+                   "\"/>\n"});
   if (!caption.empty()) page_ += element("figcaption", caption);
   page_ += "</figure>\n";
 }
 
 std::string HtmlReport::finish() {
+  open_part();
   page_ += "</main>\n</body>\n</html>\n";
   return std::move(page_);
 }

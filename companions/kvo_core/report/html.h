@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "companions/kvo_core/report/methods.h"
 #include "companions/kvo_core/report/picture.h"
 
 /// A thing that is known of an analysis, such as "Studies" and "25".
@@ -39,12 +40,14 @@ class HtmlReport {
  public:
   HtmlReport(std::string_view title, std::string_view subtitle);
 
+  /// The heading of what is added next, from which a page break does not part it.
   void heading(std::string_view text);
   void paragraph(std::string_view text);
   /// A paragraph that stands out: a result that one must not miss.
   void notice(std::string_view text);
-  /// A paragraph to be copied from the page, set apart from its own text.
-  void quotation(std::string_view text);
+  /// The paragraph on methods under a heading of its own, set apart from the page's text, with its
+  /// sources.
+  void methods(const Methods& methods);
   void facts(std::span<const Fact> facts);
   /// Commands, a line each, in the order in which they were run.
   void commands(std::span<const std::string> commands);
@@ -55,5 +58,8 @@ class HtmlReport {
   std::string finish();
 
  private:
+  void open_part();
+
   std::string page_;
+  std::string heading_;  ///< markup that is to go before the next part, or inside of a picture
 };

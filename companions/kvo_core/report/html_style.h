@@ -14,7 +14,7 @@ inline constexpr const char* html_style = R"(
 html { -webkit-text-size-adjust: 100%; }
 body { margin: 0; background: var(--page); color: var(--text);
   font: 16px/1.5 system-ui, -apple-system, "Segoe UI", "Noto Sans", "DejaVu Sans", sans-serif; }
-main { max-width: 50rem; margin: 0 auto; padding: 2rem 1.25rem 3rem; overflow-wrap: anywhere; }
+main { max-width: 47.5rem; margin: 0 auto; padding: 2rem 1.25rem 3rem; overflow-wrap: anywhere; }
 header { border-bottom: 2px solid var(--accent); margin-bottom: 1.5rem; padding-bottom: .75rem; }
 h1 { font-size: 1.75rem; line-height: 1.2; margin: 0; }
 h2 { font-size: 1.2rem; line-height: 1.3; margin: 2.25rem 0 .75rem; }
@@ -26,19 +26,21 @@ blockquote { margin: 0 0 .75rem; padding: .75rem 1rem; background: var(--soft);
 td, th, li, code, h1, figcaption { unicode-bidi: isolate; }
 table { border-collapse: collapse; width: 100%; font-size: .875rem; line-height: 1.35;
   font-variant-numeric: tabular-nums lining-nums; }
-caption { text-align: left; color: var(--dim); padding-bottom: .4rem; }
+p.caption { color: var(--dim); font-size: .875rem; margin-bottom: .4rem; }
 th, td { padding: .32rem .55rem; text-align: left; vertical-align: top;
   border-bottom: 1px solid var(--line); }
 th:first-child, td:first-child { padding-left: .25rem; }
 thead th { border-bottom: 2px solid var(--line); color: var(--dim); font-weight: 600;
   vertical-align: bottom; }
-.number { text-align: right; white-space: nowrap; }
+.number { text-align: right; width: 1%; }
+td.number { white-space: nowrap; }
 .leads td { font-weight: 600; border-top: 2px solid var(--line); }
 .facts th { width: 13rem; font-weight: 600; color: var(--dim); }
 .wide { overflow-x: auto; margin-bottom: 1rem; overflow-wrap: normal; }
 .commands { margin: 0 0 .75rem; padding: .6rem .75rem .6rem 2.75rem; background: var(--soft);
   color: var(--dim); }
 code { font: .875rem/1.5 ui-monospace, "DejaVu Sans Mono", monospace; color: var(--text); }
+ul.sources { margin: 0; padding-left: 1.2rem; color: var(--dim); font-size: .875rem; }
 figure { margin: 0 0 1.25rem; }
 img { display: block; max-width: 100%; height: auto; border-radius: 4px; }
 figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
@@ -52,13 +54,16 @@ figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
   :root { color-scheme: light; --page: #fff; --text: #000; --dim: #444; --line: #bbb;
     --soft: #f3f4f6; --mark: #9a6700; --accent: #0a5a9c; }
   * { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
-  body { font-size: 10pt; }
+  html { font-size: 9.5pt; }
+  body { font-size: 1rem; }
   main { max-width: none; padding: 0; }
   .wide { overflow: visible; }
-  h2 { break-after: avoid; margin-top: 1.5rem; }
+  h2, p.caption { break-after: avoid; }
+  h2 { margin-top: 1.5rem; }
   tr, figure, blockquote, .notice, .commands { break-inside: avoid; }
+  img { width: auto; max-height: 228mm; }
   thead { display: table-header-group; }
-  .leads { break-after: avoid; }
+  .leads + tr:not(.leads) { break-before: avoid; }
   p { orphans: 3; widows: 3; }
 }
 )";
