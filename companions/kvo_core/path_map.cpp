@@ -146,7 +146,8 @@ void PathMap::find_paths(const Closest& start, Room& room) const {
     if (length >= room.path[n]) return;
     if (room.path[n] == no_path) room.found.push_back(n);
     room.path[n] = length;
-    room.queue[std::size_t(length / queue_mm)].push_back(n);
+    // No step further would end below the limit.
+    if (length + queue_mm < limit) room.queue[std::size_t(length / queue_mm)].push_back(n);
   };
   shorten(std::uint32_t(start.voxel), 0);
   for (std::size_t piece = 0; piece < room.queue.size(); ++piece) {
