@@ -117,6 +117,11 @@ StudyTable read_study_table() {
   return table;
 }
 
+std::size_t required_column(const StudyTable& table, const std::string& name) {
+  if (const std::optional<std::size_t> column = table.column(name)) return *column;
+  throw Refusal("'" + std::string(study_table_file) + "' has no variable '" + name + "'.");
+}
+
 std::optional<double> study_number(const StudyTable& table, const Study& study,
                                    std::size_t column) {
   const std::string& text = study.values[column];
@@ -130,11 +135,9 @@ std::optional<double> study_number(const StudyTable& table, const Study& study,
 
 std::vector<std::size_t> filtered_studies(const StudyTable& table, const std::string& filter) {
   std::vector<std::size_t> chosen;
-  const std::optional<std::size_t> column = table.column(filter);
-  if (!filter.empty() && !column)
-    throw Refusal("'" + std::string(study_table_file) + "' has no variable '" + filter + "'.");
+  const std::size_t column = filter.empty() ? 0 : required_column(table, filter);
   for (std::size_t i = 0; i < table.studies.size(); ++i)
-    if (filter.empty() || study_number(table, table.studies[i], *column).value_or(0) != 0)
+    if (filter.empty() || study_number(table, table.studies[i], column).value_or(0) != 0)
       chosen.push_back(i);
   if (chosen.empty()) throw Refusal("No study has '" + filter + "' = 1.");
   return chosen;

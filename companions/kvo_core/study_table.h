@@ -32,6 +32,9 @@ struct StudyTable {
 /// whole number or too small for a variance, or a line that does not fit the header.
 StudyTable read_study_table();
 
+/// Index of a column. Throws Refusal when there is none of that name.
+std::size_t required_column(const StudyTable& table, const std::string& name);
+
 /// A number in a study's column, nothing when it is missing. Throws Refusal when it is no number.
 std::optional<double> study_number(const StudyTable& table, const Study& study, std::size_t column);
 
