@@ -48,6 +48,7 @@ figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
   main { padding: 1.25rem .9rem 2rem; }
   h1 { font-size: 1.4rem; }
   .facts th { width: 8.5rem; }
+  .wide table { font-size: .8rem; }
 }
 @page { size: A4; margin: 16mm 15mm; }
 @media print {

@@ -10,6 +10,9 @@ namespace {
 
 using Analysis = MethodsFacts::Analysis;
 
+// With full anisotropy the kernel in uniform tissue, whatever the FWHM (path_map.h).
+constexpr double uniform_tissue_fwhm = 20;
+
 /// A published source: how the text cites it, and its full reference.
 struct Source {
   const char *citation, *reference;
@@ -133,15 +136,26 @@ void describe_effects(Paragraph& text) {
                 text.cited({hedges, borenstein}));
 }
 
+std::string gaussian(double fwhm) {
+  return "as a Gaussian kernel of " + plain(fwhm) + " mm full width at half maximum";
+}
+
 /// How effects spread from peaks.
 void describe_kernel(Paragraph& text, const MethodsFacts& facts) {
-  std::string kernel =
-      "Around each reported peak the effect size fell off as a Gaussian kernel of " +
-      plain(facts.fwhm) + " mm full width at half maximum";
-  if (facts.anisotropy > 0)
-    kernel += ", with an anisotropy of " + plain(facts.anisotropy) +
-              ": distances were measured along paths that cross changes of the " +
-              readable(facts.correlation_template) + " correlation template at a cost";
+  const std::string correlation = readable(facts.correlation_template);
+  std::string kernel = "Around each reported peak the effect size fell off ";
+  if (facts.anisotropy < 1) kernel += gaussian(facts.fwhm);
+  if (facts.anisotropy > 0 && facts.anisotropy < 1)
+    kernel += ", made anisotropic (" + plain(facts.anisotropy) +
+              " on a scale from 0 to 1) by the " + correlation +
+              " correlation template: the more neighbouring voxels differ in it, the less an "
+              "effect spreads from one to the other";
+  if (facts.anisotropy >= 1)
+    kernel += "along tissue (full anisotropy): the more neighbouring voxels differ in the " +
+              correlation +
+              " correlation template, the less an effect spreads from one to the other; in uniform "
+              "tissue it fell off " +
+              gaussian(uniform_tissue_fwhm);
   text.sentence(kernel);
   text.sentence(
       "Where the kernels of several peaks overlapped, their effect sizes were averaged "

@@ -7,12 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "companions/kvo_core/interval.h"
 #include "companions/kvo_core/report/picture.h"
-
-/// An estimate and its interval, in units of the axis.
-struct Interval {
-  double low, high;
-};
 
 struct ForestRow {
   std::string study;

@@ -2,8 +2,10 @@
 
 #include <glib.h>
 
+#include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 #include "util/handles.h"
 
@@ -13,6 +15,9 @@ constexpr const char* minus_sign = "\u2212";
 constexpr const char* replacement = "\uFFFD";
 constexpr const char* not_a_number = "\u2013";
 constexpr const char* narrow_blank = "\u202F";
+constexpr std::array<const char*, 10> superscripts = {"\u2070", "\u00B9", "\u00B2", "\u00B3",
+                                                      "\u2074", "\u2075", "\u2076", "\u2077",
+                                                      "\u2078", "\u2079"};
 
 bool is_shown(gunichar character) {
   const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
@@ -77,10 +82,17 @@ std::string decimal_text(double value, int decimals) {
 
 std::string p_text(double p) {
   if (!std::isfinite(p)) return not_a_number;
-  if (p < 1e-6) return "< 0.000001";
-  // The third decimal is the second significant digit from 0.01 on; 0.0005 stays 0.00050.
-  if (p >= 0.001) return fixed(p, 3);
-  return fixed(p, 1 - int(std::floor(std::log10(p))));
+  if (p >= 0.001 || p <= 0) return fixed(p, 3);
+  if (p >= 0.0001) return fixed(p, 5);
+  char scientific[32];
+  std::snprintf(scientific, sizeof scientific, "%.1e", p);
+  const std::string_view text = scientific;
+  const std::size_t exponent = text.find('e');
+  std::string shown(text.substr(0, exponent));
+  shown += " \u00D7 10\u207B";
+  for (const char digit : std::to_string(-std::atoi(scientific + exponent + 1)))
+    shown += superscripts[std::size_t(digit - '0')];
+  return shown;
 }
 
 std::string count_text(std::size_t count) {

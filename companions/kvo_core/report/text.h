@@ -17,8 +17,8 @@ std::string html_escaped(std::string_view text);
 /// finite.
 std::string decimal_text(double value, int decimals);
 
-/// A probability: three decimals, two significant digits below 0.001, "< 0.000001" below that, "–"
-/// when it is not finite.
+/// A probability: three decimals, two significant digits below 0.001, a power of ten below 0.0001
+/// ("2.4 × 10⁻⁷"), "–" when it is not finite.
 std::string p_text(double p);
 
 /// A whole number with narrow blanks between the thousands, as in "12 345".
