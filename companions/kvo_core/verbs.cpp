@@ -76,8 +76,11 @@ constexpr Verb verbs[] = {
      "Left_amygdala = mask label, 41", "", check_mask_label, run_mask_label},
     {"mask", true, mask_coordinate_arguments, "A mask of the 10 mm around an MNI coordinate.",
      "Thalamus = mask coordinate, 10, -20, 6", "", check_mask_coordinate, run_mask_coordinate},
-    {"extract", false, extract_arguments, "The values of the studies inside a mask.",
-     "extract Left_amygdala", ""},
+    {"extract", false, extract_arguments,
+     "The mean values of the studies inside a mask, and their pool.", "extract Left_amygdala",
+     "Random effects: DerSimonian and Laird 1986; prediction interval: Higgins et al. 2009; funnel "
+     "plot asymmetry: Egger et al. 1997.",
+     check_extract, run_extract},
 };
 
 }  // namespace

@@ -24,3 +24,5 @@ void check_mask_label(const Command& command);
 void run_mask_label(const Command& command);
 void check_mask_coordinate(const Command& command);
 void run_mask_coordinate(const Command& command);
+void check_extract(const Command& command);
+void run_extract(const Command& command);
