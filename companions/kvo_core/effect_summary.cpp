@@ -46,6 +46,7 @@ std::vector<Effect> effects_of(std::span<const StudyEffect> studies) {
 }
 
 std::string p_phrase(double p) {
+  if (p < 1 && p >= 0.9995) return "p > 0.999";
   const std::string text = p_text(p);
   return (text.starts_with('<') ? "p " : "p = ") + text;
 }
@@ -56,6 +57,7 @@ std::string estimate_text(const Estimate& estimate) {
 }
 
 std::string heterogeneity_text(const Heterogeneity& heterogeneity) {
+  if (heterogeneity.df == 0) return "not to be measured with a single study";
   return "Q = " + decimal_text(heterogeneity.Q, 2) + " (df = " + std::to_string(heterogeneity.df) +
          ", " + p_phrase(heterogeneity.p) + "), I² = " + decimal_text(heterogeneity.I2, 1) +
          " %, H² = " + decimal_text(heterogeneity.H2, 2) +

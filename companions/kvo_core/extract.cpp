@@ -1,8 +1,5 @@
 // The values of the studies inside a mask: one effect a study, pooled.
 
-#include <algorithm>
-#include <cmath>
-
 #include "companions/common/csv.h"
 #include "companions/common/error.h"
 #include "companions/common/outputs.h"
@@ -65,12 +62,7 @@ double mean_of(const std::vector<float>& values) {
 
 /// The mean effect and variance of a study. Only these maps are in memory meanwhile.
 Effect effect_in(const Mask& mask, const std::string& study) {
-  const double g = mean_of(read_map(effect_map_file(study), mask));
-  const std::vector<float> variances = read_map(variance_map_file(study), mask);
-  if (std::any_of(variances.begin(), variances.end(), [](float value) { return !(value > 0); }))
-    throw Refusal("'" + variance_map_file(study) +
-                  "' has a variance in the mask that is not above 0.");
-  return {g, mean_of(variances)};
+  return {mean_of(read_map(effect_map_file(study), mask)), mean_of(read_variances(study, mask))};
 }
 
 void extract_effects(Extraction& extraction) {
@@ -94,8 +86,8 @@ Summary summary_of(std::span<const StudyEffect> studies) {
 
 std::string voxels_text(const Extraction& extraction) {
   const std::size_t used = extraction.used.size();
-  const std::string all = counted(extraction.mask_voxels, "voxel", "voxels");
-  if (used == extraction.mask_voxels) return all;
+  const std::string all = count_text(extraction.mask_voxels);
+  if (used == extraction.mask_voxels) return all + ", the whole mask";
   return count_text(used) + " of the mask's " + all + "; the others lie outside of '" +
          extraction.meta.record.mask + "'";
 }
@@ -194,6 +186,15 @@ void add_plots(HtmlReport& report, const Extraction& extraction, const Summary& 
       egger_text(summary.egger) + ".");
 }
 
+/// What was run, as far as the folder tells.
+std::vector<std::string> commands_of(const Command& command, const Extraction& extraction) {
+  std::vector<std::string> commands = {pp_command(extraction.meta.record)};
+  if (const std::string made = command_of_image(extraction.mask_path); !made.empty())
+    commands.push_back(made);
+  commands.push_back(command.text());
+  return commands;
+}
+
 std::string report_of(const Command& command, const Extraction& extraction,
                       const Summary& summary) {
   HtmlReport report("Values within the mask '" + extraction.mask + "'",
@@ -213,7 +214,7 @@ std::string report_of(const Command& command, const Extraction& extraction,
   report.quotation(methods.paragraph);
   for (const std::string& source : methods.sources) report.paragraph(source);
   report.heading("Commands");
-  report.commands(std::vector{command.text()});
+  report.commands(commands_of(command, extraction));
   return report.finish();
 }
 

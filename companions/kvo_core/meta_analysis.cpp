@@ -218,6 +218,14 @@ std::vector<const float*> StudyMaps::variances(std::size_t begin) const {
   return pointers_at(var, begin);
 }
 
+std::vector<float> read_variances(const std::string& study, const Mask& mask) {
+  const std::string file = variance_map_file(study);
+  std::vector<float> var = read_map(file, mask);
+  if (std::any_of(var.begin(), var.end(), [](float value) { return !(value > 0); }))
+    throw Refusal("'" + file + "' has a variance in the mask that is not above 0.");
+  return var;
+}
+
 StudyMaps read_study_maps(const MetaAnalysis& meta) {
   const std::size_t studies = meta.members.size();
   Action action("Reading the maps of " + std::to_string(studies) + " studies", 2 * studies);
@@ -229,10 +237,7 @@ StudyMaps read_study_maps(const MetaAnalysis& meta) {
     if (i % 2 == 0) {
       maps.g[i / 2] = read_map(effect_map_file(name), meta.mask);
     } else {
-      const std::string file = variance_map_file(name);
-      std::vector<float>& var = maps.var[i / 2] = read_map(file, meta.mask);
-      if (std::any_of(var.begin(), var.end(), [](float value) { return !(value > 0); }))
-        throw Refusal("'" + file + "' has a variance in the mask that is not above 0.");
+      maps.var[i / 2] = read_variances(name, meta.mask);
     }
     action.step();
   });

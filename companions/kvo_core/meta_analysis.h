@@ -48,6 +48,10 @@ struct StudyMaps {
   [[nodiscard]] std::vector<const float*> variances(std::size_t begin) const;
 };
 
+/// The variances of a study in the voxels of a mask. Throws Refusal, naming the file, when it is
+/// missing, on another grid, or holds what cannot be a variance.
+std::vector<float> read_variances(const std::string& study, const Mask& mask);
+
 /// Reads the maps, showing progress. Throws Refusal, naming the file, when one is missing, on
 /// another grid, or holds what cannot be an effect or a variance.
 StudyMaps read_study_maps(const MetaAnalysis& meta);

@@ -20,6 +20,7 @@ constexpr MapKind map_kinds[] = {
     I2_map, Q_map,   pFWE_map, negative_p_map, negative_pFWE_map,
 };
 constexpr std::string_view written_by_us = "KVO ";
+constexpr std::size_t longest_description = 79;  // bytes of the header's field
 // With fewer randomizations the smallest family-wise p that is possible is above 0.05.
 constexpr std::size_t least_for_family_wise = 20;
 
@@ -92,6 +93,15 @@ bool written_by_this_system(const std::string& path) {
   } catch (const Refusal&) {
     return false;
   }
+}
+
+std::string command_of_image(const std::string& path) {
+  const std::string description = read_description(path);
+  const std::size_t command = description.find(' ', written_by_us.size());
+  if (!description.starts_with(written_by_us) || command == std::string::npos ||
+      description.size() >= longest_description)
+    return "";
+  return description.substr(command + 1);
 }
 
 std::vector<std::string> read_map_list() {

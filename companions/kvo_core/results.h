@@ -57,6 +57,10 @@ void check_analysis_name(const std::string& name, const StudyTable& table);
 /// Whether the image is a file (and no link) that this system has written.
 bool written_by_this_system(const std::string& path);
 
+/// The command that an image of this system was made by, as image_description() has it; "" when
+/// another program wrote the image or the header had no room for the whole command.
+std::string command_of_image(const std::string& path);
+
 /// The map names of "kvo_maps.txt", in its order; none when there is no file.
 std::vector<std::string> read_map_list();
 
