@@ -6,8 +6,8 @@
 #include "companions/common/parallel.h"
 #include "companions/common/progress.h"
 #include "companions/kvo_core/effect_summary.h"
+#include "companions/kvo_core/map_facts.h"
 #include "companions/kvo_core/meta_analysis.h"
-#include "companions/kvo_core/report/methods.h"
 #include "companions/kvo_core/report/text.h"
 #include "companions/kvo_core/results.h"
 #include "companions/kvo_core/verbs.h"
@@ -130,22 +130,6 @@ std::string csv_of(const std::vector<std::vector<std::string>>& rows) {
   return csv;
 }
 
-Methods methods_of(const Extraction& extraction) {
-  const PpRecord& record = extraction.meta.record;
-  MethodsFacts facts;
-  facts.analysis = MethodsFacts::Analysis::extraction;
-  facts.studies = extraction.studies.size();
-  facts.participants = participants_of(extraction.studies);
-  facts.mask_of_extraction = extraction.mask;
-  facts.fwhm = record.fwhm;
-  facts.anisotropy = record.anisotropy;
-  facts.correlation_template = record.correlation_template;
-  facts.mask = record.mask;
-  facts.randomizations = record.randomizations;
-  facts.seed = record.seed;
-  return methods_of(facts);
-}
-
 std::vector<Fact> facts_of(const Extraction& extraction, const Summary& summary) {
   std::vector<Fact> facts = {
       {"Studies", counted(extraction.studies.size(), "study", "studies") + " with " +
@@ -186,15 +170,6 @@ void add_plots(HtmlReport& report, const Extraction& extraction, const Summary& 
       egger_text(summary.egger) + ".");
 }
 
-/// What was run, as far as the folder tells.
-std::vector<std::string> commands_of(const Command& command, const Extraction& extraction) {
-  std::vector<std::string> commands = {pp_command(extraction.meta.record)};
-  if (const std::string made = command_of_image(extraction.mask_path); !made.empty())
-    commands.push_back(made);
-  commands.push_back(command.text());
-  return commands;
-}
-
 std::string report_of(const Command& command, const Extraction& extraction,
                       const Summary& summary) {
   HtmlReport report("Values within the mask '" + extraction.mask + "'",
@@ -209,12 +184,22 @@ std::string report_of(const Command& command, const Extraction& extraction,
     report.paragraph("The pooled effect of all studies but one.");
     report.table(leave_one_out_html(extraction.studies, summary.without));
   }
-  const Methods methods = methods_of(extraction);
+  MapFacts known = facts_of_map("");
+  known.methods.analysis = MethodsFacts::Analysis::extraction;
+  known.methods.studies = extraction.studies.size();
+  known.methods.participants = participants_of(extraction.studies);
+  known.methods.mask_of_extraction = extraction.mask;
+  const Methods methods = methods_of(known.methods);
   report.heading("Methods");
   report.quotation(methods.paragraph);
   for (const std::string& source : methods.sources) report.paragraph(source);
   report.heading("Commands");
-  report.commands(commands_of(command, extraction));
+  if (const std::string made = command_of_image(extraction.mask_path); !made.empty())
+    known.commands.push_back(made);
+  known.commands.push_back(command.text());
+  report.commands(known.commands);
+  report.heading("Preprocessing");
+  report.facts(known.facts);
   return report.finish();
 }
 

@@ -15,6 +15,7 @@ struct MapFacts {
 };
 
 /// Gathers them from the records of preprocessing and of the analysis, and from the study files,
-/// which may have changed since. What is not known any more is left out. Throws Refusal when the
-/// record of preprocessing is missing or not as it should be.
+/// which may have changed since. What is not known any more is left out. Of the map "" they are
+/// those of preprocessing and of all studies. Throws Refusal when the record of preprocessing is
+/// missing or not as it should be.
 MapFacts facts_of_map(const std::string& map);

@@ -84,11 +84,6 @@ std::string PpRecord::text() const {
   return text;
 }
 
-std::string pp_command(const PpRecord& record) {
-  return "pp " + record.correlation_template + ", " + text_of(record.anisotropy) + ", " +
-         text_of(record.fwhm) + ", " + record.mask + ", " + std::to_string(record.randomizations);
-}
-
 std::string map_facts(const Study& study) {
   const auto [n1, n2] = study.sample;
   return "n1 " + std::to_string(n1) + ", n2 " + (n2 > 0 ? std::to_string(n2) : "NA") +

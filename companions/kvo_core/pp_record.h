@@ -24,9 +24,6 @@ struct PpRecord {
   [[nodiscard]] std::string text() const;
 };
 
-/// The preprocessing command that the record is of.
-std::string pp_command(const PpRecord& record);
-
 /// What the table says of a study that its maps depend on: "n1 25, n2 NA, threshold_t 3.1".
 std::string map_facts(const Study& study);
 

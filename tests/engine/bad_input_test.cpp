@@ -265,12 +265,6 @@ TEST(BadInput, OfTheMeanIsRefused) {
       {"x = mean <i>", "'kvo_table.txt' has no variable '&lt;i&gt;'."},
       {"x = lm female", "The command 'lm' is not available in this version."},
       {"x = globals", "The command 'globals' is not available in this version."},
-<<<<<<< HEAD
-      {"extract x", "The command 'extract' is not available in this version."},
-=======
-      {"multi a, b, 0.1, 0.1, 1, 1, 1, 0.1",
-       "The command 'multi' is not available in this version."},
->>>>>>> 600e548 (Show in the report of an extraction which commands led to it; share the intervals with the plots)
       {"pp gray_matter, 0.5, 20, gray_matter, 1",
        "There is no correlation template 'gray_matter': neither the share folder nor the working "
        "folder has 'cor_gray_matter.nii.gz'."},
