@@ -189,17 +189,13 @@ std::string report_of(const Command& command, const Extraction& extraction,
   known.methods.studies = extraction.studies.size();
   known.methods.participants = participants_of(extraction.studies);
   known.methods.mask_of_extraction = extraction.mask;
-  const Methods methods = methods_of(known.methods);
-  report.heading("Methods");
-  report.quotation(methods.paragraph);
-  for (const std::string& source : methods.sources) report.paragraph(source);
-  report.heading("Commands");
+  report.heading("What was run");
   if (const std::string made = command_of_image(extraction.mask_path); !made.empty())
     known.commands.push_back(made);
   known.commands.push_back(command.text());
   report.commands(known.commands);
-  report.heading("Preprocessing");
   report.facts(known.facts);
+  report.methods(methods_of(known.methods));
   return report.finish();
 }
 

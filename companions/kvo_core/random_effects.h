@@ -1,13 +1,9 @@
 #pragma once
 
 // Random-effects meta-analysis of one effect a study, as for the values of a region or of the whole
-// brain; the maps are pooled by pooling.h, with the same formulas. Weights are 1/(v + tau2) with
-// the between-study variance tau2 by the method of moments of DerSimonian and Laird (1986,
-// Controlled Clinical Trials 7:177), for models with moderators as in Raudenbush (2009, The
-// Handbook of Research Synthesis and Meta-Analysis, chapter 16):
-// tau2 = (QE - (k - p)) / trace(P), never below 0.
+// brain: the pool, what it depends on, and the asymmetry of the funnel plot. The mean is the model
+// without terms of meta_regression.h.
 
-#include <Eigen/Core>
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -15,6 +11,7 @@
 #include <vector>
 
 #include "companions/kvo_core/interval.h"
+#include "companions/kvo_core/meta_regression.h"
 
 /// A study's effect and its variance, which is above 0.
 struct Effect {
@@ -26,6 +23,7 @@ struct Estimate {
   double value, se, z, p;
   Interval interval;
 };
+Estimate estimate_of(const Coefficient& coefficient);
 
 /// What the model leaves unexplained. Q is Cochran's (the residual QE with moderators), its p that
 /// of the chi-squared distribution; I2 = 100 (Q - df) / Q percent, never below 0, and H2 = Q / df,
@@ -35,23 +33,13 @@ struct Heterogeneity {
   double Q, p, tau2, I2, H2;
   std::size_t df;
 };
+Heterogeneity heterogeneity_of(const ModelFit& fit);
 
-/// A mixed-effects model.
-struct ModelFit {
-  std::vector<Estimate> coefficients;  ///< one for each column of the design
-  Heterogeneity residual;
-  double QM, QM_p;  ///< Wald test of all columns but the first; chi-squared, 0 and 1 without any
-  std::size_t QM_df;
-  std::vector<double> weights;  ///< of the studies, in percent
-};
+/// fit_model() of the effects.
+ModelFit fit_effects(const Design& design, std::span<const Effect> effects);
 
-/// Fits the design (a row for each study, the first column the intercept's ones) by weighted least
-/// squares. Needs at least one row and full column rank.
-ModelFit fit_model(std::span<const Effect> effects, const Eigen::MatrixXd& design);
-
-/// The first column that is a linear combination of those before it, to seven digits; nothing when
-/// the rank is full.
-std::optional<std::size_t> redundant_column(const Eigen::MatrixXd& design);
+/// The studies' weights 1/(v + tau2), in percent of their sum.
+std::vector<double> weights_of(std::span<const Effect> effects, double tau2);
 
 /// The random-effects mean.
 struct PooledEffect {
