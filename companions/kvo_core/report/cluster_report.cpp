@@ -78,7 +78,7 @@ HtmlTable cluster_table(const ClusterReport& report) {
   table.columns = {{"No."},     {"Region"},  {"x", true},
                    {"y", true}, {"z", true}, {"Peak " + report.statistic, true},
                    {"p", true}};
-  if (corrected) table.columns.push_back({"p FWE", true});
+  if (corrected) table.columns.push_back({"p (FWE)", true});
   table.columns.push_back({"Voxels", true});
   table.columns.push_back({"mm³", true});
   std::size_t number = 0;
@@ -110,14 +110,16 @@ HtmlTable region_table(std::span<const Cluster> clusters) {
       }
       table.rows.push_back({{leads ? std::to_string(number) : "", with_capital(region.region),
                              count_text(region.voxels), share_text(share)},
-                            leads});
+                            leads,
+                            share});
       leads = false;
     }
     if (others > 0)
       table.rows.push_back(
           {{leads ? std::to_string(number) : "", counted(others, "smaller part", "smaller parts"),
             count_text(other_voxels), share_text(double(other_voxels) / all)},
-           leads});
+           leads,
+           double(other_voxels) / all});
   }
   return table;
 }

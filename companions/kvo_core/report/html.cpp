@@ -32,6 +32,11 @@ std::string cell(std::string_view name, const HtmlColumn& column, std::string_vi
       {"<", name, column.number ? " class=\"number\">" : ">", html_escaped(text), "</", name, ">"});
 }
 
+std::string cell_with_bar(double share, std::string_view text) {
+  return joined({"<td class=\"number share\" style=\"--share:", decimal_text(100 * share, 1),
+                 "%\">", html_escaped(text), "</td>"});
+}
+
 }  // namespace
 
 HtmlReport::HtmlReport(std::string_view title, std::string_view subtitle) {
@@ -106,8 +111,11 @@ void HtmlReport::table(const HtmlTable& table) {
   page_ += "</tr></thead>\n<tbody>\n";
   for (const HtmlRow& row : table.rows) {
     page_ += row.leads ? "<tr class=\"leads\">" : "<tr>";
-    for (std::size_t i = 0; i < table.columns.size(); ++i)
-      page_ += cell("td", table.columns[i], i < row.cells.size() ? row.cells[i] : "");
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+      const std::string_view text = i < row.cells.size() ? row.cells[i] : std::string_view();
+      const bool has_bar = row.share > 0 && i + 1 == table.columns.size();
+      page_ += has_bar ? cell_with_bar(row.share, text) : cell("td", table.columns[i], text);
+    }
     page_ += "</tr>\n";
   }
   page_ += "</tbody>\n</table></div>\n";

@@ -27,6 +27,7 @@ struct HtmlRow {
   std::vector<std::string> cells;  ///< one for each column
   /// Whether the row begins a group: what follows up to the next such row belongs to it.
   bool leads = false;
+  double share = 0;  ///< 0 to 1; above 0 it is drawn as a bar behind the last cell
 };
 
 struct HtmlTable {

@@ -5,16 +5,16 @@
 /// Style sheet; goes into a style element, so it has none of the characters that XML escapes.
 inline constexpr const char* html_style = R"(
 :root { color-scheme: light dark; --page: #fff; --text: #1c2128; --dim: #57606a; --line: #d0d7de;
-  --soft: #f6f8fa; --mark: #9a6700; --accent: #0a5a9c; }
+  --soft: #f6f8fa; --mark: #9a6700; --accent: #0a5a9c; --bar: #cfe3f5; }
 @media (prefers-color-scheme: dark) {
   :root { --page: #14181d; --text: #e4e8ec; --dim: #9aa4af; --line: #363d46; --soft: #1d232a;
-    --mark: #e0a93b; --accent: #6cb6f5; }
+    --mark: #e0a93b; --accent: #6cb6f5; --bar: #24476a; }
 }
 * { box-sizing: border-box; }
 html { -webkit-text-size-adjust: 100%; }
 body { margin: 0; background: var(--page); color: var(--text);
   font: 16px/1.5 system-ui, -apple-system, "Segoe UI", "Noto Sans", "DejaVu Sans", sans-serif; }
-main { max-width: 47.5rem; margin: 0 auto; padding: 2rem 1.25rem 3rem; overflow-wrap: anywhere; }
+main { max-width: 52rem; margin: 0 auto; padding: 2rem 1.25rem 3rem; overflow-wrap: anywhere; }
 header { border-bottom: 2px solid var(--accent); margin-bottom: 1.5rem; padding-bottom: .75rem; }
 h1 { font-size: 1.75rem; line-height: 1.2; margin: 0; }
 h2 { font-size: 1.2rem; line-height: 1.3; margin: 2.25rem 0 .75rem; }
@@ -24,16 +24,18 @@ p { margin: 0 0 .75rem; }
 blockquote { margin: 0 0 .75rem; padding: .75rem 1rem; background: var(--soft);
   border-left: 4px solid var(--accent); }
 td, th, li, code, h1, figcaption { unicode-bidi: isolate; }
-table { border-collapse: collapse; width: 100%; font-size: .875rem; line-height: 1.35;
+table { border-collapse: collapse; width: 100%; font-size: .8125rem; line-height: 1.35;
   font-variant-numeric: tabular-nums lining-nums; }
 p.caption { color: var(--dim); font-size: .875rem; margin-bottom: .4rem; }
-th, td { padding: .32rem .55rem; text-align: left; vertical-align: top;
+th, td { padding: .3rem .42rem; text-align: left; vertical-align: top;
   border-bottom: 1px solid var(--line); }
 th:first-child, td:first-child { padding-left: .25rem; }
 thead th { border-bottom: 2px solid var(--line); color: var(--dim); font-weight: 600;
   vertical-align: bottom; }
 .number { text-align: right; width: 1%; }
 td.number { white-space: nowrap; }
+td.share { min-width: 7.5rem;
+  background: linear-gradient(to left, var(--bar) var(--share), transparent var(--share)); }
 .leads td { font-weight: 600; border-top: 2px solid var(--line); }
 .facts th { width: 13rem; font-weight: 600; color: var(--dim); }
 .wide { overflow-x: auto; margin-bottom: 1rem; overflow-wrap: normal; }
@@ -42,7 +44,7 @@ td.number { white-space: nowrap; }
 code { font: .875rem/1.5 ui-monospace, "DejaVu Sans Mono", monospace; color: var(--text); }
 ul.sources { margin: 0; padding-left: 1.2rem; color: var(--dim); font-size: .875rem; }
 figure { margin: 0 0 1.25rem; }
-img { display: block; max-width: 100%; height: auto; border-radius: 4px; }
+img { display: block; width: 100%; height: auto; border-radius: 4px; }
 figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
 @media (max-width: 34rem) {
   main { padding: 1.25rem .9rem 2rem; }
@@ -53,7 +55,7 @@ figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
 @page { size: A4; margin: 16mm 15mm; }
 @media print {
   :root { color-scheme: light; --page: #fff; --text: #000; --dim: #444; --line: #bbb;
-    --soft: #f3f4f6; --mark: #9a6700; --accent: #0a5a9c; }
+    --soft: #f3f4f6; --mark: #9a6700; --accent: #0a5a9c; --bar: #cfe3f5; }
   * { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
   html { font-size: 9.5pt; }
   body { font-size: 1rem; }
@@ -62,7 +64,7 @@ figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
   h2, p.caption { break-after: avoid; }
   h2 { margin-top: 1.5rem; }
   tr, figure, blockquote, .notice, .commands { break-inside: avoid; }
-  img { width: auto; max-height: 228mm; }
+  img { width: auto; max-width: 100%; max-height: 228mm; }
   thead { display: table-header-group; }
   .leads + tr:not(.leads) { break-before: avoid; }
   p { orphans: 3; widows: 3; }

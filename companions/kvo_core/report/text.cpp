@@ -33,6 +33,7 @@ std::string fixed(double value, int decimals) {
 }  // namespace
 
 std::string printable_text(std::string_view text) {
+  if (text.empty()) return {};
   const Q_g_memory<char> valid(g_utf8_make_valid(text.data(), gssize(text.size())));
   std::string shown;
   shown.reserve(text.size());

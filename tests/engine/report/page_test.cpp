@@ -166,6 +166,7 @@ TEST(ClusterReport, HasEveryClusterWithItsPlaceNumbersAndRegions) {
                                              "negative, 12\u202F545 voxels")));
   EXPECT_EQ(page.elements.at("img"), 2);
   EXPECT_THAT(page.attributes.at("alt"), Not(Contains("")));
+  EXPECT_THAT(page.attributes.at("style"), Contains("--share:99.5%"));
   // One file, and nothing that runs.
   for (const char* none : {"script", "link", "iframe", "object", "a"})
     EXPECT_FALSE(page.elements.contains(none)) << none;
@@ -204,6 +205,7 @@ TEST(ReportText, WritesNumbersForReading) {
       {count_text(10000), "10\u202F000"},
       {count_text(123456789), "123\u202F456\u202F789"},
       {counted(1, "study", "studies"), "1 study"},
+      {printable_text({}), ""},
       {counted(0, "study", "studies"), "0 studies"},
   };
   for (const auto& [written, expected] : cases) EXPECT_EQ(written, expected);
