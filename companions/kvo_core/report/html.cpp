@@ -33,8 +33,8 @@ std::string cell(std::string_view name, const HtmlColumn& column, std::string_vi
 }
 
 std::string cell_with_bar(double share, std::string_view text) {
-  return joined({"<td class=\"number share\" style=\"--share:", decimal_text(100 * share, 1),
-                 "%\">", html_escaped(text), "</td>"});
+  return joined({"<td class=\"number share\" style=\"--share:", decimal_text(share, 3), "\">",
+                 html_escaped(text), "</td>"});
 }
 
 }  // namespace

@@ -34,8 +34,9 @@ thead th { border-bottom: 2px solid var(--line); color: var(--dim); font-weight:
   vertical-align: bottom; }
 .number { text-align: right; width: 1%; }
 td.number { white-space: nowrap; }
-td.share { min-width: 7.5rem;
-  background: linear-gradient(to left, var(--bar) var(--share), transparent var(--share)); }
+td.share { min-width: 11rem;
+  background: linear-gradient(var(--bar), var(--bar)) no-repeat left center /
+    calc((100% - 4.5rem) * var(--share)) 55%; }
 .leads td { font-weight: 600; border-top: 2px solid var(--line); }
 .facts th { width: 13rem; font-weight: 600; color: var(--dim); }
 .wide { overflow-x: auto; margin-bottom: 1rem; overflow-wrap: normal; }

@@ -166,7 +166,7 @@ TEST(ClusterReport, HasEveryClusterWithItsPlaceNumbersAndRegions) {
                                              "negative, 12\u202F545 voxels")));
   EXPECT_EQ(page.elements.at("img"), 2);
   EXPECT_THAT(page.attributes.at("alt"), Not(Contains("")));
-  EXPECT_THAT(page.attributes.at("style"), Contains("--share:99.5%"));
+  EXPECT_THAT(page.attributes.at("style"), Contains("--share:0.995"));
   // One file, and nothing that runs.
   for (const char* none : {"script", "link", "iframe", "object", "a"})
     EXPECT_FALSE(page.elements.contains(none)) << none;
