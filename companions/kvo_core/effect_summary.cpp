@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "companions/common/csv.h"
 #include "companions/kvo_core/report/text.h"
 #include "util/q_string.h"
 
@@ -118,6 +119,12 @@ std::vector<std::vector<std::string>> effect_rows(std::span<const StudyEffect> s
   return rows;
 }
 
+std::string effect_csv(std::span<const std::vector<std::string>> rows) {
+  std::string csv;
+  for (const std::vector<std::string>& row : rows) csv += csv_line(row);
+  return csv;
+}
+
 HtmlTable effect_html(std::span<const StudyEffect> studies, std::span<const double> weights) {
   HtmlTable table;
   table.columns = {{"Study"},           {"n", true},
@@ -158,9 +165,29 @@ ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const doubl
   return plot;
 }
 
-FunnelPlot funnel_of(std::span<const StudyEffect> studies) {
-  FunnelPlot plot;
+void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
+                    const PooledEffect& pool, const EggerOutcome& egger) {
+  ForestPlot forest = forest_of(studies, pool.weights);
+  forest.pooled = pool.mean.value;
+  forest.pooled_interval = pool.mean.interval;
+  forest.prediction = pool.prediction;
+  forest.heterogeneity = heterogeneity_text(pool.heterogeneity);
+  report.heading("Forest plot");
+  for (const Picture& picture : forest_plot(forest))
+    report.picture(picture,
+                   "Hedges' g with its 95 % interval; squares by weight, the diamond is the pooled "
+                   "effect.");
+  FunnelPlot funnel;
   for (const auto& [study, n, effect] : studies)
-    plot.points.push_back({study, effect.g, std::sqrt(effect.variance)});
-  return plot;
+    funnel.points.push_back({study, effect.g, std::sqrt(effect.variance)});
+  funnel.pooled = pool.mean.value;
+  funnel.note = "Egger's test: " + egger_text(egger);
+  report.heading("Funnel plot");
+  report.picture(funnel_plot(funnel),
+                 "Effects against their standard errors, with the pooled effect ± 1.96 standard "
+                 "errors.");
+  report.paragraph(
+      "Egger's regression test (effect on standard error, weighted by the inverse variance, t test "
+      "of the slope): " +
+      egger_text(egger) + ".");
 }

@@ -56,9 +56,14 @@ class ResultTable {
 std::vector<std::vector<std::string>> effect_rows(std::span<const StudyEffect> studies,
                                                   std::span<const double> weights);
 
+/// Such rows as comma-separated values.
+std::string effect_csv(std::span<const std::vector<std::string>> rows);
+
 HtmlTable effect_html(std::span<const StudyEffect> studies, std::span<const double> weights);
 HtmlTable leave_one_out_html(std::span<const StudyEffect> studies,
                              std::span<const PooledEffect> pools);
-/// The plots, without a pooled estimate where there is none.
+/// The forest plot of the studies alone, for a model that has no single pooled effect.
 ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const double> weights);
-FunnelPlot funnel_of(std::span<const StudyEffect> studies);
+/// Adds the forest plot and the funnel plot of a pool to a report.
+void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
+                    const PooledEffect& pool, const EggerOutcome& egger);

@@ -1,6 +1,5 @@
 // The values of the studies inside a mask: one effect a study, pooled.
 
-#include "companions/common/csv.h"
 #include "companions/common/error.h"
 #include "companions/common/outputs.h"
 #include "companions/common/parallel.h"
@@ -124,12 +123,6 @@ std::string text_file_of(const Extraction& extraction, const Summary& summary,
   return table.text();
 }
 
-std::string csv_of(const std::vector<std::vector<std::string>>& rows) {
-  std::string csv;
-  for (const auto& row : rows) csv += csv_line(row);
-  return csv;
-}
-
 std::vector<Fact> facts_of(const Extraction& extraction, const Summary& summary) {
   std::vector<Fact> facts = {
       {"Studies", counted(extraction.studies.size(), "study", "studies") + " with " +
@@ -145,31 +138,6 @@ std::vector<Fact> facts_of(const Extraction& extraction, const Summary& summary)
   return facts;
 }
 
-void add_plots(HtmlReport& report, const Extraction& extraction, const Summary& summary) {
-  const PooledEffect& pool = summary.pool;
-  ForestPlot forest = forest_of(extraction.studies, pool.weights);
-  forest.pooled = pool.mean.value;
-  forest.pooled_interval = pool.mean.interval;
-  forest.prediction = pool.prediction;
-  forest.heterogeneity = heterogeneity_text(pool.heterogeneity);
-  report.heading("Forest plot");
-  for (const Picture& picture : forest_plot(forest))
-    report.picture(picture,
-                   "Hedges' g with its 95 % interval; squares by weight, the diamond is the pooled "
-                   "effect.");
-  FunnelPlot funnel = funnel_of(extraction.studies);
-  funnel.pooled = pool.mean.value;
-  funnel.note = "Egger's test: " + egger_text(summary.egger);
-  report.heading("Funnel plot");
-  report.picture(funnel_plot(funnel),
-                 "Effects against their standard errors, with the pooled effect ± 1.96 standard "
-                 "errors.");
-  report.paragraph(
-      "Egger's regression test (effect on standard error, weighted by the inverse "
-      "variance, t test of the slope): " +
-      egger_text(summary.egger) + ".");
-}
-
 std::string report_of(const Command& command, const Extraction& extraction,
                       const Summary& summary) {
   HtmlReport report("Values within the mask '" + extraction.mask + "'",
@@ -178,7 +146,7 @@ std::string report_of(const Command& command, const Extraction& extraction,
   report.facts(facts_of(extraction, summary));
   report.heading("Studies");
   report.table(effect_html(extraction.studies, summary.pool.weights));
-  add_plots(report, extraction, summary);
+  add_pool_plots(report, extraction.studies, summary.pool, summary.egger);
   if (!summary.without.empty()) {
     report.heading("Leave-one-out");
     report.paragraph("The pooled effect of all studies but one.");
@@ -214,7 +182,7 @@ void run_extract(const Command& command) {
   const std::string& mask = extraction.mask;
   const std::string report = output_name(mask, ".html");
   outputs.write_text(output_name(mask, ".txt"), text_file_of(extraction, summary, rows));
-  outputs.write_text(output_name(mask, ".csv"), csv_of(rows));
+  outputs.write_text(output_name(mask, ".csv"), effect_csv(rows));
   outputs.write_text(report, report_of(command, extraction, summary));
   outputs.commit();
   say_summary(extraction, summary);

@@ -26,3 +26,5 @@ void check_mask_coordinate(const Command& command);
 void run_mask_coordinate(const Command& command);
 void check_extract(const Command& command);
 void run_extract(const Command& command);
+void check_globals(const Command& command);
+void run_globals(const Command& command);
