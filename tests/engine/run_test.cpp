@@ -279,7 +279,9 @@ TEST(Run, IsRefusedInAFolderThatCannotBeWritten) {
         (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0))
       _exit(126);
   };
-  for (const std::string& command : {preprocess + "1", std::string("MyMean = mean")}) {
+  for (const std::string& command :
+       {preprocess + "1", std::string("MyMean = mean"),
+        std::string("x = mask coordinate, 26, -12, 4"), std::string("extract gray_matter")}) {
     const Outcome outcome = engine.run(command, as_nobody);
     EXPECT_THAT(outcome.lines,
                 ElementsAre("WARNING: The working folder cannot be written: Permission denied."));
@@ -295,7 +297,8 @@ TEST(Run, LeavesTheFolderAsItWasWhenTheDiskIsFull) {
   const auto before = snapshot();
   // Too little for an image, for the record, and for the last list.
   for (const rlim_t bytes : {rlim_t(0), rlim_t(600), rlim_t(2000)}) {
-    for (const std::string& command : {preprocess + "2", std::string("MyMean = mean")}) {
+    for (const std::string& command :
+         {preprocess + "2", std::string("MyMean = mean"), std::string("extract gray_matter")}) {
       const auto on_full_disk = [&] {
         // It lives on in the program that takes this process over.
         static const File_size_limit limit(bytes);
