@@ -31,12 +31,13 @@ struct BrainMap {
   std::string statistic = "z";
 };
 
-/// Axial slices from the lowest to the highest that something is in, in steps of 2 mm or more, each
-/// with its MNI z in mm, and the colour bar. Of the whole brain when nothing is in the map.
+/// Axial slices from the lowest to the highest that something is in, in even steps of 2 mm or more
+/// (4 mm for a whole brain), each with its MNI z in mm, and the colour bar. Colours reach to where
+/// half of the voxels around have one. Of the whole brain when nothing is in the map.
 Picture axial_slices(const BrainMap& map, const BrainBackground& background);
 
-/// The map's largest magnitudes seen from the right (sagittal), the front... of a transparent brain
-/// in three views: sagittal, coronal and axial, with its colour bar. Of marks that would cover one
-/// another, the first are drawn.
+/// The map's largest magnitudes along each line of sight through a transparent brain, in three
+/// views: sagittal, with the front at the right, coronal and axial, each with its sides marked; and
+/// the colour bar. Of marks that would cover one another, the first are drawn.
 Picture glass_brain(const BrainMap& map, const BrainBackground& background,
                     std::span<const BrainMark> marks);

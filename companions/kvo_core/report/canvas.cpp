@@ -56,7 +56,7 @@ void Canvas::line(double x1, double y1, double x2, double y2, double thickness) 
   cairo_stroke(context_.get());
 }
 
-double Canvas::text(double x, double y, std::string_view text, const TextStyle& style) const {
+void Canvas::text(double x, double y, std::string_view text, const TextStyle& style) const {
   const Q_object<PangoLayout> layout(pango_cairo_create_layout(context_.get()));
   set_plain_text_rendering(layout.get());
   const std::unique_ptr<PangoFontDescription, Q_call<pango_font_description_free>> font(
@@ -91,7 +91,6 @@ double Canvas::text(double x, double y, std::string_view text, const TextStyle& 
   colour(style.colour);
   cairo_move_to(context_.get(), left, top);
   pango_cairo_show_layout(context_.get(), layout.get());
-  return width;
 }
 
 std::uint32_t* Canvas::pixels() const {

@@ -47,8 +47,8 @@ class Canvas {
   void colour(Rgb rgb) const;
   void rectangle(double x, double y, double width, double height) const;
   void line(double x1, double y1, double x2, double y2, double thickness) const;
-  /// Writes one line of plain text, whatever it holds, its middle at y. Gives its width.
-  double text(double x, double y, std::string_view text, const TextStyle& style) const;
+  /// Writes one line of plain text, whatever it holds, its middle at y.
+  void text(double x, double y, std::string_view text, const TextStyle& style) const;
   /// The pixels of the file, 0x00RRGGBB; row by row, `stride` of them from row to row.
   [[nodiscard]] std::uint32_t* pixels() const;
   [[nodiscard]] int stride() const;

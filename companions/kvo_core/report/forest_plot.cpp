@@ -109,8 +109,8 @@ void draw_diamond(const Canvas& canvas, const Axis& axis, const ForestPlot& plot
   cairo_fill(context);
 }
 
-/// The pooled estimate and what belongs to it; gives the height below it.
-double draw_pooled(const Canvas& canvas, const Axis& axis, const ForestPlot& plot, double y) {
+/// The lines of the pooled estimate and of the prediction interval, the first around y.
+void draw_pooled(const Canvas& canvas, const Axis& axis, const ForestPlot& plot, double y) {
   const double wide = n_right - margin;
   if (plot.pooled) {
     canvas.text(margin, y, "Pooled estimate",
@@ -131,9 +131,7 @@ double draw_pooled(const Canvas& canvas, const Axis& axis, const ForestPlot& plo
       for (const double end : {plot.prediction->low, plot.prediction->high})
         if (axis.shows(end)) canvas.line(axis.at(end), y - 3, axis.at(end), y + 3, 1);
     }
-    y += line_height;
   }
-  return y;
 }
 
 void draw_frame(const Canvas& canvas, const Axis& axis, const ForestPlot& plot, double top,
