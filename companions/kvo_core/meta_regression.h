@@ -5,44 +5,19 @@
 //
 // Weighted least squares with weights 1/(v + tau2). The between-study variance that the terms leave
 // unexplained is the method-of-moments estimate of DerSimonian and Laird (1986, Controlled Clinical
-// Trials 7:177) as generalised by Raudenbush (2009, in The Handbook of Research Synthesis and
-// Meta-Analysis): tau2 = (QE - (k - p)) / tr(P), never below 0, for k studies and p coefficients,
-// where W = diag(1/v), P = W - W X (X'WX)^-1 X'W and QE = y'Py. I2 = 100 (QE - (k - p)) / QE
-// percent, never below 0: the share of the residual variance that is between studies.
+// Trials 7:177) as generalised by Raudenbush (2009, The Handbook of Research Synthesis and
+// Meta-Analysis, chapter 16): tau2 = (QE - (k - p)) / tr(P), never below 0, for k studies and p
+// coefficients, where W = diag(1/v), P = W - W X (X'WX)^-1 X'W and QE = y'Py. I2 = 100 (QE - (k -
+// p)) / QE percent, never below 0: the share of the residual variance that is between studies.
 //
-// The design is brought to an orthogonal basis once; all is computed in that basis and transformed
-// back, so that terms of very different scales lose no digits.
+// All is computed in the orthogonal basis of the design and transformed back, so that terms of very
+// different scales lose no digits. Without terms the values are those of pooling.h.
 
-#include <Eigen/Core>
 #include <cstddef>
 #include <span>
-#include <string>
 #include <vector>
 
-inline constexpr std::size_t max_terms = 4;
-
-/// A variable of a model, with a value for each study.
-struct Term {
-  std::string name;
-  std::vector<double> values;
-};
-
-/// An intercept and up to max_terms terms.
-struct Design {
-  std::size_t studies = 0, coefficients = 0;
-  /// The orthogonal basis, whose first column is 1: one row of `coefficients` values a study.
-  std::vector<double> basis;
-  /// For each study the products of its basis values i and j <= i: (0,0), (1,0), (1,1), (2,0) ...
-  std::vector<double> products;
-  /// Coefficients of the terms from those of the basis; upper triangular.
-  Eigen::MatrixXd back;
-};
-
-/// The design of these terms, none or more, for so many studies. Throws Refusal, naming the term,
-/// when there are more than max_terms, a term occurs twice, has the same value in all the studies
-/// or follows from the terms before it, or when no study is left over to estimate the residual
-/// heterogeneity from (with no term, one study is enough).
-Design make_design(std::span<const Term> terms, std::size_t studies);
+#include "companions/kvo_core/design.h"
 
 /// An estimated coefficient with its standard error, z = estimate / se, and two-tailed p.
 struct Coefficient {
@@ -53,7 +28,7 @@ struct Coefficient {
 struct ModelFit {
   std::vector<Coefficient> coefficients;
   Eigen::MatrixXd covariance;          ///< of the estimates
-  double tau2 = 0, I2 = 0, H2 = 1;     ///< residual heterogeneity; I2 in percent; H2 = QE / df
+  double tau2 = 0, I2 = 0, H2 = 1;     ///< residual heterogeneity; I2 in percent, H2 at least 1
   double QE = 0, QE_p = 1, QE_df = 0;  ///< its chi-squared test
   double QM = 0, QM_p = 1, QM_df = 0;  ///< test of all terms together; 0 without terms
 };
@@ -64,7 +39,8 @@ ModelFit fit_model(const Design& design, std::span<const double> effects,
                    std::span<const double> variances);
 
 /// Where the values of the voxels go: for each coefficient a map of z and, unless the list is
-/// empty, of the estimate and its variance; maps that are null are left out.
+/// empty, of the estimate and its variance; maps that are null are left out. The intercept comes
+/// first, then the terms in their order.
 struct ModelMaps {
   std::span<float*const> z, g = {}, var = {};
   float *tau2 = nullptr, *I2 = nullptr, *Q = nullptr;
@@ -72,5 +48,6 @@ struct ModelMaps {
 
 /// Fits the model in so many voxels of the studies whose effects and variances (all above 0) the
 /// pointers lead to.
-void fit_model(const Design& design, std::span<const float* const> effects,
-               std::span<const float* const> variances, std::size_t voxels, const ModelMaps& maps);
+void fit_model_maps(const Design& design, std::span<const float* const> effects,
+                    std::span<const float* const> variances, std::size_t voxels,
+                    const ModelMaps& maps);

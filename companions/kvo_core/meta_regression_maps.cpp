@@ -1,9 +1,8 @@
-// The model voxel by voxel.
+#include "companions/kvo_core/meta_regression.h"
 
 #include <algorithm>
 #include <cmath>
-
-#include "companions/kvo_core/meta_regression.h"
+#include <vector>
 #include "companions/kvo_core/vectors.h"
 
 namespace {
@@ -37,7 +36,9 @@ struct Sums {
 /// The studies' maps and the rows of the design that belong to them.
 struct Studies {
   Maps g, var;
-  const double *basis, *products;
+  const double* basis;  ///< of the design, a row for each study
+  /// Of the basis values i and j <= i of each row: (0,0), (1,0), (1,1), (2,0) ...
+  const double* products;
   [[nodiscard]] Studies from(std::size_t study, std::size_t p) const {
     return {g + study, var + study, basis + study * p, products + study * triangle(p)};
   }
@@ -49,24 +50,23 @@ template <std::size_t p, std::size_t studies>
                                              Sums<p>& __restrict sums) {
   const double* __restrict basis = group.basis, * __restrict products = group.products;
   constexpr std::size_t pairs = triangle(p);
-#pragma GCC ivdep
-  for (std::size_t v = 0; v < n; ++v) {
+  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
     double A[pairs], B[pairs], b[p], c = sums.c[v];
-    for (std::size_t m = 0; m < pairs; ++m) A[m] = sums.A[m][v], B[m] = sums.B[m][v];
-    for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
-    for (std::size_t s = 0; s < studies; ++s) {
+    UNROLLED for (std::size_t m = 0; m < pairs; ++m) A[m] = sums.A[m][v], B[m] = sums.B[m][v];
+    UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
+    UNROLLED for (std::size_t s = 0; s < studies; ++s) {
       const double effect = group.g[s][begin + v];
       const double w = 1.0 / double(group.var[s][begin + v]);
       const double ww = w * w, wy = w * effect;
-      for (std::size_t m = 0; m < pairs; ++m) {
+      UNROLLED for (std::size_t m = 0; m < pairs; ++m) {
         A[m] += w * products[s * pairs + m];
         B[m] += ww * products[s * pairs + m];
       }
-      for (std::size_t i = 0; i < p; ++i) b[i] += wy * basis[s * p + i];
+      UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] += wy * basis[s * p + i];
       c += wy * effect;
     }
-    for (std::size_t m = 0; m < pairs; ++m) sums.A[m][v] = A[m], sums.B[m][v] = B[m];
-    for (std::size_t i = 0; i < p; ++i) sums.b[i][v] = b[i];
+    UNROLLED for (std::size_t m = 0; m < pairs; ++m) sums.A[m][v] = A[m], sums.B[m][v] = B[m];
+    UNROLLED for (std::size_t i = 0; i < p; ++i) sums.b[i][v] = b[i];
     sums.c[v] = c;
   }
 }
@@ -77,19 +77,18 @@ template <std::size_t p, std::size_t studies>
                                                    std::size_t n, Sums<p>& __restrict sums) {
   const double* __restrict basis = group.basis, * __restrict products = group.products;
   constexpr std::size_t pairs = triangle(p);
-#pragma GCC ivdep
-  for (std::size_t v = 0; v < n; ++v) {
+  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
     double A[pairs], b[p];
-    for (std::size_t m = 0; m < pairs; ++m) A[m] = sums.A[m][v];
-    for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
-    for (std::size_t s = 0; s < studies; ++s) {
+    UNROLLED for (std::size_t m = 0; m < pairs; ++m) A[m] = sums.A[m][v];
+    UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
+    UNROLLED for (std::size_t s = 0; s < studies; ++s) {
       const double w = 1.0 / (double(group.var[s][begin + v]) + sums.tau2[v]);
       const double wy = w * double(group.g[s][begin + v]);
-      for (std::size_t m = 0; m < pairs; ++m) A[m] += w * products[s * pairs + m];
-      for (std::size_t i = 0; i < p; ++i) b[i] += wy * basis[s * p + i];
+      UNROLLED for (std::size_t m = 0; m < pairs; ++m) A[m] += w * products[s * pairs + m];
+      UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] += wy * basis[s * p + i];
     }
-    for (std::size_t m = 0; m < pairs; ++m) sums.A[m][v] = A[m];
-    for (std::size_t i = 0; i < p; ++i) sums.b[i][v] = b[i];
+    UNROLLED for (std::size_t m = 0; m < pairs; ++m) sums.A[m][v] = A[m];
+    UNROLLED for (std::size_t i = 0; i < p; ++i) sums.b[i][v] = b[i];
   }
 }
 
@@ -99,47 +98,55 @@ template <std::size_t p>
 struct Factored {
   double L[triangle(p)], b[p];
 
-  [[gnu::always_inline]] Factored(const Sums<p>& sums, std::size_t v) {
-    for (std::size_t m = 0; m < triangle(p); ++m) L[m] = sums.A[m][v];
-    for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
-    for (std::size_t i = 0; i < p; ++i) {
-      // Row i of L D, whose value m already has been divided by D(m) in row j.
-      for (std::size_t j = 0; j < i; ++j)
-        for (std::size_t m = 0; m < j; ++m) L[at(i, j)] -= L[at(i, m)] * L[at(j, m)];
-      for (std::size_t j = 0; j < i; ++j) {
-        const double scaled = L[at(i, j)];
-        L[at(i, j)] = scaled / L[at(j, j)];
-        L[at(i, i)] -= scaled * L[at(i, j)];
-        b[i] -= L[at(i, j)] * b[j];
-      }
-    }
-  }
-
   [[nodiscard]] [[gnu::always_inline]] double D(std::size_t i) const { return L[at(i, i)]; }
 };
+
+template <std::size_t p>
+[[gnu::always_inline]] inline Factored<p> factored_at(const Sums<p>& sums, std::size_t v) {
+  constexpr std::size_t pairs = triangle(p);
+  Factored<p> voxel;
+  double *L = voxel.L, *b = voxel.b;
+  UNROLLED for (std::size_t m = 0; m < pairs; ++m) L[m] = sums.A[m][v];
+  UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
+  UNROLLED for (std::size_t i = 0; i < p; ++i) {
+    // Row i of L D; row j has already been divided by D.
+    UNROLLED for (std::size_t j = 0; j < i; ++j) {
+      UNROLLED for (std::size_t m = 0; m < j; ++m) L[at(i, j)] -= L[at(i, m)] * L[at(j, m)];
+    }
+    UNROLLED for (std::size_t j = 0; j < i; ++j) {
+      const double times_D = L[at(i, j)];
+      L[at(i, j)] = times_D / L[at(j, j)];
+      L[at(i, i)] -= times_D * L[at(i, j)];
+      b[i] -= L[at(i, j)] * b[j];
+    }
+  }
+  return voxel;
+}
 
 /// QE and tau2 of the block from its sums.
 template <std::size_t p>
 [[gnu::always_inline]] inline void heterogeneity(Sums<p>& __restrict sums, std::size_t n,
                                                  double df) {
-#pragma GCC ivdep
-  for (std::size_t v = 0; v < n; ++v) {
-    const Factored<p> factored(sums, v);
+  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
+    const Factored<p> factored = factored_at(sums, v);
     double Q = sums.c[v], scale = sums.A[0][v];
     double inverse[triangle(p)];  // of L
-    for (std::size_t i = 0; i < p; ++i) {
+    UNROLLED for (std::size_t i = 0; i < p; ++i) {
       Q -= factored.b[i] * factored.b[i] / factored.D(i);
       inverse[at(i, i)] = 1;
-      for (std::size_t j = 0; j < i; ++j) {
+      UNROLLED for (std::size_t j = 0; j < i; ++j) {
         inverse[at(i, j)] = -factored.L[at(i, j)];
-        for (std::size_t m = j + 1; m < i; ++m)
+        UNROLLED for (std::size_t m = j + 1; m < i; ++m) {
           inverse[at(i, j)] -= factored.L[at(i, m)] * inverse[at(m, j)];
+        }
       }
       // The trace of A^-1 B is that of D^-1 (L^-1 B L^-1').
       double square = 0;
-      for (std::size_t j = 0; j <= i; ++j) {
+      UNROLLED for (std::size_t j = 0; j <= i; ++j) {
         double cross = 0;
-        for (std::size_t m = 0; m < j; ++m) cross += inverse[at(i, m)] * sums.B[at(j, m)][v];
+        UNROLLED for (std::size_t m = 0; m < j; ++m) {
+          cross += inverse[at(i, m)] * sums.B[at(j, m)][v];
+        }
         square += inverse[at(i, j)] * (2 * cross + inverse[at(i, j)] * sums.B[at(j, j)][v]);
       }
       scale -= square / factored.D(i);
@@ -156,14 +163,13 @@ template <std::size_t p>
 [[gnu::always_inline]] inline void estimate(const Sums<p>& __restrict sums,
                                             const double (&back)[p][p], std::size_t n,
                                             Block* __restrict g, Block* __restrict var) {
-#pragma GCC ivdep
-  for (std::size_t v = 0; v < n; ++v) {
-    const Factored<p> factored(sums, v);
-    for (std::size_t j = 0; j < p; ++j) {
+  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
+    const Factored<p> factored = factored_at(sums, v);
+    UNROLLED for (std::size_t j = 0; j < p; ++j) {
       double s[p], value = 0, square = 0;
-      for (std::size_t i = j; i < p; ++i) {
+      UNROLLED for (std::size_t i = j; i < p; ++i) {
         s[i] = back[j][i];
-        for (std::size_t m = j; m < i; ++m) s[i] -= factored.L[at(i, m)] * s[m];
+        UNROLLED for (std::size_t m = j; m < i; ++m) s[i] -= factored.L[at(i, m)] * s[m];
         const double scaled = s[i] / factored.D(i);
         value += scaled * factored.b[i];
         square += scaled * s[i];
@@ -174,28 +180,36 @@ template <std::size_t p>
   }
 }
 
+/// The results of a block: the estimates and variances of the coefficients, and the heterogeneity.
+struct Results {
+  const Block *g, *var;
+  const double *Q, *tau2;
+  double df;
+};
+
 /// Writes the results of a block whose first voxel is `begin`.
-template <std::size_t p>
-[[gnu::always_inline]] inline void store(const Sums<p>& sums, const Block* g, const Block* var,
-                                         std::size_t begin, std::size_t n, double df,
-                                         const ModelMaps& maps) {
-  for (std::size_t j = 0; j < p; ++j) {
+WIDEST_VECTORS void store(const Results& block, std::size_t begin, std::size_t n,
+                          const ModelMaps& maps) {
+  for (std::size_t j = 0; j < maps.z.size(); ++j) {
+    const double *g = block.g[j], *var = block.var[j];
     float* __restrict z = maps.z[j] + begin;
-    for (std::size_t v = 0; v < n; ++v) z[v] = float(g[j][v] / std::sqrt(var[j][v]));
-    if (!maps.g.empty()) std::copy(g[j], g[j] + n, maps.g[j] + begin);
-    if (!maps.var.empty()) std::copy(var[j], var[j] + n, maps.var[j] + begin);
+    for (std::size_t v = 0; v < n; ++v) z[v] = float(g[v] / std::sqrt(var[v]));
+    if (!maps.g.empty()) std::copy(g, g + n, maps.g[j] + begin);
+    if (!maps.var.empty()) std::copy(var, var + n, maps.var[j] + begin);
   }
-  if (maps.tau2 != nullptr) std::copy(sums.tau2, sums.tau2 + n, maps.tau2 + begin);
-  if (maps.Q != nullptr) std::copy(sums.Q, sums.Q + n, maps.Q + begin);
-  if (maps.I2 != nullptr)
-    for (std::size_t v = 0; v < n; ++v)
-      maps.I2[begin + v] = sums.Q[v] > df ? float(100 * (sums.Q[v] - df) / sums.Q[v]) : 0;
+  if (maps.tau2 != nullptr) std::copy(block.tau2, block.tau2 + n, maps.tau2 + begin);
+  if (maps.Q != nullptr) std::copy(block.Q, block.Q + n, maps.Q + begin);
+  if (maps.I2 == nullptr) return;
+  for (std::size_t v = 0; v < n; ++v) {
+    const double excess = block.Q[v] - block.df;
+    maps.I2[begin + v] = excess > 0 ? float(100 * excess / block.Q[v]) : 0;
+  }
 }
 
 template <std::size_t p>
 [[gnu::always_inline]] inline void fit_blocks(const Design& design, const Studies& all,
                                               std::size_t voxels, const ModelMaps& maps) {
-  const std::size_t studies = design.studies;
+  const std::size_t studies = design.studies();
   const double df = double(studies) - double(p);
   double back[p][p];
   for (std::size_t i = 0; i < p; ++i)
@@ -217,13 +231,13 @@ template <std::size_t p>
     }
     Block g[p], var[p];
     estimate(sums, back, n, g, var);
-    store(sums, g, var, begin, n, df, maps);
+    store({g, var, sums.Q, sums.tau2, df}, begin, n, maps);
   }
 }
 
 WIDEST_VECTORS void fit(const Design& design, const Studies& all, std::size_t voxels,
                         const ModelMaps& maps) {
-  switch (design.coefficients) {
+  switch (design.coefficients()) {
     case 1:
       return fit_blocks<1>(design, all, voxels, maps);
     case 2:
@@ -239,8 +253,16 @@ WIDEST_VECTORS void fit(const Design& design, const Studies& all, std::size_t vo
 
 }  // namespace
 
-void fit_model(const Design& design, std::span<const float* const> effects,
-               std::span<const float* const> variances, std::size_t voxels, const ModelMaps& maps) {
-  fit(design, {effects.data(), variances.data(), design.basis.data(), design.products.data()},
-      voxels, maps);
+void fit_model_maps(const Design& design, std::span<const float* const> effects,
+                    std::span<const float* const> variances, std::size_t voxels,
+                    const ModelMaps& maps) {
+  const auto k = Eigen::Index(design.studies()), p = Eigen::Index(design.coefficients());
+  std::vector<double> basis, products;
+  for (Eigen::Index s = 0; s < k; ++s)
+    for (Eigen::Index i = 0; i < p; ++i) {
+      basis.push_back(design.basis(s, i));
+      for (Eigen::Index j = 0; j <= i; ++j)
+        products.push_back(design.basis(s, i) * design.basis(s, j));
+    }
+  fit(design, {effects.data(), variances.data(), basis.data(), products.data()}, voxels, maps);
 }

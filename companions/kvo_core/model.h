@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "companions/kvo_core/meta_regression.h"
+#include "companions/kvo_core/design.h"
 #include "companions/kvo_core/study_table.h"
 
 struct Model {

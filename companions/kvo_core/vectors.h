@@ -1,5 +1,7 @@
 #pragma once
 
+// What loops over voxels need to become vector instructions.
+
 // Before a function: wider vectors where the processor has them. Products and sums are never fused,
 // so each voxel gets the same value with any of the variants. The sanitizers cannot start before
 // the choice is made.
@@ -7,4 +9,15 @@
 #define WIDEST_VECTORS
 #else
 #define WIDEST_VECTORS [[gnu::target_clones("default", "arch=x86-64-v3", "arch=x86-64-v4")]]
+#endif
+
+// INDEPENDENT, before a loop: no round reads what another writes. UNROLLED, before a loop inside of
+// one over voxels: its few rounds, of which the compiler knows the number, become straight code, so
+// that the outer loop can be vectorised.
+#if defined(__clang__)
+#define INDEPENDENT
+#define UNROLLED
+#else
+#define INDEPENDENT _Pragma("GCC ivdep")
+#define UNROLLED _Pragma("GCC unroll 16")
 #endif
