@@ -25,6 +25,16 @@ std::optional<Eigen::Matrix4d> nifti_qform(const Nifti_header& h) {
   return affine;
 }
 
+Eigen::Matrix4d nifti_centred_affine(const Nifti_header& h) {
+  Eigen::Matrix4d affine = Eigen::Matrix4d::Identity();
+  for (int axis = 0; axis < 3; ++axis) {
+    const double size = std::abs(h.pixdim[1 + axis]);
+    affine(axis, axis) = size;
+    affine(axis, 3) = -size * (h.dim[1 + axis] - 1) / 2;
+  }
+  return affine;
+}
+
 void nifti_set_sform(Nifti_header& h, const Eigen::Matrix4d& affine) {
   for (int column = 0; column < 4; ++column) {
     h.srow_x[column] = static_cast<float>(affine(0, column));

@@ -14,6 +14,10 @@ Eigen::Matrix4d nifti_sform(const Nifti_header& header);
 /// none.
 std::optional<Eigen::Matrix4d> nifti_qform(const Nifti_header& header);
 
+/// The affine that other software goes by when a header has voxel sizes (`pixdim`) alone: the axes
+/// run right, front and up, and the middle of the image is the origin.
+Eigen::Matrix4d nifti_centred_affine(const Nifti_header& header);
+
 /// Stores an affine in `srow_x`, `srow_y` and `srow_z`.
 void nifti_set_sform(Nifti_header& header, const Eigen::Matrix4d& affine);
 

@@ -59,6 +59,7 @@ inline constexpr std::int16_t NIFTI_Z_SCORE = 5;
 inline constexpr std::int16_t NIFTI_LOG10_P = 24;
 
 // `qform_code` and `sform_code`: the space that the voxels are placed in.
+inline constexpr std::int16_t NIFTI_SCANNER = 1;
 inline constexpr std::int16_t NIFTI_ALIGNED = 2;
 inline constexpr std::int16_t NIFTI_TALAIRACH = 3;
 inline constexpr std::int16_t NIFTI_MNI = 4;

@@ -19,6 +19,8 @@
 
 namespace {
 
+/// Room for a head at a quarter of a mm, and not for what a few compressed bytes can swell to.
+constexpr std::uint64_t max_bytes = std::uint64_t(1) << 30;
 constexpr float first_voxel_offset = 352;
 constexpr char millimetres = 2;
 
@@ -38,7 +40,7 @@ constexpr char millimetres = 2;
     case Nifti_problem::ends_early:
       refuse(path, "ends early, or its compressed data are damaged");
     case Nifti_problem::memory:
-      refuse(path, "is too large for the memory of this computer");
+      refuse(path, "is too large");
     default:
       throw Refusal(error.message + ".");
   }
@@ -66,22 +68,47 @@ Space space_of(int code) {
   return Space::unknown;
 }
 
+double farthest_corners_mm(const Nifti_header& h, const Eigen::Matrix4d& difference) {
+  double farthest = 0;
+  for (unsigned corner = 0; corner < 8; ++corner) {
+    Eigen::Vector4d voxel(0, 0, 0, 1);
+    for (unsigned axis = 0; axis < 3; ++axis)
+      if ((corner >> axis & 1U) != 0) voxel[axis] = h.dim[1 + axis] - 1;
+    farthest = std::max(farthest, (difference * voxel).head<3>().norm());
+  }
+  return farthest;
+}
+
+/// Compares the qform with the sform that is followed.
+void compare_placements(const Nifti_header& h, const Eigen::Matrix4d& sform, Placement& placement) {
+  const auto qform = h.qform_code > 0 ? nifti_qform(h) : std::nullopt;
+  if (!qform || !nifti_places_voxels(*qform)) return;
+  const auto handedness = [](const Eigen::Matrix4d& affine) {
+    return affine.topLeftCorner<3, 3>().determinant() > 0;
+  };
+  placement.mirrored = handedness(sform) != handedness(*qform);
+  // The place in the scanner is another than that in a standard brain.
+  if (h.qform_code != NIFTI_SCANNER || h.sform_code == NIFTI_SCANNER)
+    placement.apart_mm = farthest_corners_mm(h, sform - *qform);
+}
+
 /// Sets the place of the voxels, still in the file's order: sform, else qform, else the sizes.
 void place(const std::string& path, const Nifti_header& h, Image& image) {
   Eigen::Matrix4d& affine = image.grid.to_mm;
-  image.space = Space::unknown;
   if (h.sform_code > 0) {
     affine = nifti_sform(h);
-    image.space = space_of(h.sform_code);
+    image.placement.code = h.sform_code;
   } else if (h.qform_code > 0) {
     const auto qform = nifti_qform(h);
     if (!qform) refuse(path, "the header is damaged: its qform is no rotation");
     affine = *qform;
-    image.space = space_of(h.qform_code);
+    image.placement.code = h.qform_code;
   } else {
-    affine.diagonal().head<3>() << h.pixdim[1], h.pixdim[2], h.pixdim[3];
+    affine = nifti_centred_affine(h);
   }
+  image.space = space_of(image.placement.code);
   if (!nifti_places_voxels(affine)) refuse(path, "the header does not place the voxels in space");
+  if (h.sform_code > 0) compare_placements(h, affine, image.placement);
 }
 
 /// The image of the header alone, not yet turned.
@@ -201,6 +228,7 @@ std::string read_description(const std::string& path) {
 Image read_image(const std::string& path) {
   Nifti_options options;
   options.max_volumes = 1;
+  options.max_bytes = max_bytes;
   options.all_types = true;
   const Nifti_image read = value_of(path, nifti_read(path, options));
   Image image = placed_image(path, read);
@@ -208,7 +236,7 @@ Image read_image(const std::string& path) {
     image.values.assign(read.values(0).begin(), read.values(0).end());
     turn_to_ras(image);
   } catch (const std::bad_alloc&) {
-    refuse(path, "is too large for the memory of this computer");
+    refuse(path, "is too large");
   }
   return image;
 }

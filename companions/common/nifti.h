@@ -32,9 +32,21 @@ struct Grid {
 /// at (-90, -126, -72) mm, i to the right, j to the front, k up.
 const Grid& mni_grid();
 
+/// How clearly a header says where the voxels are.
+struct Placement {
+  /// The NIfTI code of the transform that is followed; 0 when there is none, but only voxel sizes.
+  int code = 0;
+  /// sform and qform take each other's left for right.
+  bool mirrored = false;
+  /// The farthest in mm that sform and qform place a corner of the image apart, when both claim to
+  /// place it in a space of a standard brain or in the same one.
+  double apart_mm = 0;
+};
+
 struct Image {
   Grid grid;
   Space space = Space::mni;
+  Placement placement;
   int intent_code = 0;        ///< NIfTI intent: 0 none, 3 t statistic, 5 z score
   float intent_p1 = 0;        ///< first intent parameter: degrees of freedom of a t statistic
   std::string description;    ///< "descrip" of the header; cut at 79 bytes when written
@@ -42,8 +54,10 @@ struct Image {
 };
 
 /// Reads a ".nii" or ".nii.gz" file of either byte order and of the integer or floating-point
-/// types. Throws Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, holds
-/// more than one volume, or ends early.
+/// types. The sform says where the voxels are, else the qform; with voxel sizes alone the axes run
+/// to the right, the front and up, and the middle of the image is the origin. The voxels are
+/// turned so that i runs to the right, j to the front and k up. Throws Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, holds
+/// more than one volume or values of more than 1 GiB, or ends early.
 Image read_image(const std::string& path);
 
 /// The description in the header of such a file, as read_image() would give it. Throws Refusal when

@@ -88,18 +88,6 @@ void convert_values(const Command& command, Conversion conversion) {
   finish(nifti_write(command.output, image, go_on));
 }
 
-/// The transform that other software goes by when both are missing: the axes run right, front and
-/// up, and the middle of the image is the origin.
-Eigen::Matrix4d centred_affine(const Nifti_header& h) {
-  Eigen::Matrix4d affine = Eigen::Matrix4d::Identity();
-  for (int axis = 0; axis < 3; ++axis) {
-    const double size = std::abs(h.pixdim[1 + axis]);
-    affine(axis, axis) = size;
-    affine(axis, 3) = -size * (h.dim[1 + axis] - 1) / 2;
-  }
-  return affine;
-}
-
 }  // namespace
 
 void declare_values(Nifti_header& h, std::int16_t intent_code, double parameter) {
@@ -113,7 +101,7 @@ bool declare_space(Nifti_header& h, std::int16_t space_code) {
   const auto qform = h.qform_code > 0 ? nifti_qform(h) : std::nullopt;
   const Eigen::Matrix4d affine = h.sform_code > 0 ? nifti_sform(h)
                                  : qform          ? *qform
-                                                  : centred_affine(h);
+                                                  : nifti_centred_affine(h);
   if (!nifti_places_voxels(affine)) return false;
   if (h.sform_code <= 0) nifti_set_sform(h, affine);
   // Viewers differ in which of the two they go by.

@@ -9,6 +9,9 @@ struct Sample {
   bool operator==(const Sample&) const = default;
 };
 
+/// No t statistic of a study is as large; numbers beyond are slips of the pen or something else.
+inline constexpr double max_t = 10000;
+
 /// Degrees of freedom of the study's t statistic.
 double degrees_of_freedom(Sample sample);
 

@@ -151,12 +151,12 @@ const std::vector<double>& NullDistribution::stored_shares() {
 RandomStream::RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash)
     : state_(mixed(mixed(mixed(seed + golden_gamma) ^ name_hash) + randomization * golden_gamma)) {}
 
-std::uint64_t RandomStream::next() {
+std::uint64_t RandomStream::bits() {
   return mixed(state_ += golden_gamma);
 }
 
 std::uint32_t RandomStream::below(std::uint32_t limit) {
-  return std::uint32_t(((next() >> 32) * limit) >> 32);
+  return std::uint32_t(((bits() >> 32) * limit) >> 32);
 }
 
 std::uint64_t name_hash(const std::string& name) {

@@ -66,9 +66,10 @@ class RandomStream {
   RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash);
   /// A whole number from 0 to below the limit, each as likely as the others to within 2^-32.
   std::uint32_t below(std::uint32_t limit);
+  /// 64 bits, each 0 or 1.
+  std::uint64_t bits();
 
  private:
-  std::uint64_t next();
   std::uint64_t state_;
 };
 

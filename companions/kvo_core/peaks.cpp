@@ -1,7 +1,5 @@
 #include "companions/kvo_core/peaks.h"
 
-#include <Eigen/Geometry>
-#include <Eigen/LU>
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -9,13 +7,13 @@
 #include "companions/common/error.h"
 #include "companions/common/nifti.h"
 #include "companions/common/text_file.h"
+#include "companions/kvo_core/talairach.h"
 
 namespace {
 
-// No head reaches as far from the anterior commissure, and no t value is as large; numbers beyond
-// are slips of the pen or units other than mm.
+// No head reaches as far from the anterior commissure; numbers beyond are slips of the pen or units
+// other than mm.
 constexpr double max_mm = 200;
-constexpr double max_t = 10000;
 constexpr std::size_t max_peaks = 5000;
 constexpr double unknown_height_p = 0.001;
 constexpr std::string_view space_key = "space:";
@@ -110,15 +108,4 @@ StudyPeaks read_peaks(const Study& study) {
     for (Peak& peak : reader.peaks) peak.mm = mni_of_talairach(peak.mm);
   return {std::move(reader.peaks), checksum(text), reader.space == Space::talairach,
           reader.unknown_heights};
-}
-
-Eigen::Vector3d mni_of_talairach(const Eigen::Vector3d& mm) {
-  static const Eigen::Affine3d to_talairach = [] {
-    Eigen::Affine3d affine = Eigen::Affine3d::Identity();
-    affine.matrix().topRows<3>() << 0.9357, 0.0029, -0.0072, -1.0423,  //
-        -0.0065, 0.9396, -0.0726, -1.3940,                             //
-        0.0103, 0.0752, 0.8967, 3.6475;
-    return affine;
-  }();
-  return to_talairach.inverse() * mm;
 }

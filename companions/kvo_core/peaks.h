@@ -27,7 +27,3 @@ std::string peaks_file(const Study& study);
 /// whose one-tailed p is 0.001. Throws Refusal, naming the line, when the file is not as it should
 /// be, has no line with the space, or places a peak far outside of any head.
 StudyPeaks read_peaks(const Study& study);
-
-/// The MNI coordinates of Talairach coordinates, by the inverse of the affine that Lancaster et al.
-/// 2007 (Human Brain Mapping 28:1194) fitted to images of all normalization programs pooled.
-Eigen::Vector3d mni_of_talairach(const Eigen::Vector3d& mm);

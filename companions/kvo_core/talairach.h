@@ -1,0 +1,12 @@
+#pragma once
+
+// Between MNI space and Talairach space: the affine that Lancaster et al. 2007 (Human Brain Mapping
+// 28:1194) fitted to images of all normalization programs pooled.
+
+#include <Eigen/Core>
+
+/// Takes (x, y, z, 1) in mm from MNI space to Talairach space.
+const Eigen::Matrix4d& talairach_of_mni();
+
+/// The MNI coordinates of Talairach coordinates.
+Eigen::Vector3d mni_of_talairach(const Eigen::Vector3d& mm);
