@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <Eigen/LU>
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>

@@ -56,8 +56,9 @@ struct Image {
 /// Reads a ".nii" or ".nii.gz" file of either byte order and of the integer or floating-point
 /// types. The sform says where the voxels are, else the qform; with voxel sizes alone the axes run
 /// to the right, the front and up, and the middle of the image is the origin. The voxels are
-/// turned so that i runs to the right, j to the front and k up. Throws Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, holds
-/// more than one volume or values of more than 1 GiB, or ends early.
+/// turned so that i runs to the right, j to the front and k up. Throws Refusal, naming the file,
+/// when it cannot be opened, is not a NIfTI-1 image, holds more than one volume or values of more
+/// than 1 GiB, or ends early.
 Image read_image(const std::string& path);
 
 /// The description in the header of such a file, as read_image() would give it. Throws Refusal when

@@ -49,7 +49,8 @@ std::vector<double> kernel_of(double correlation) {
 /// Random numbers of mean 0 and variance 1 that are close to normal: sums of four uniform ones.
 float random_noise(RandomStream& random) {
   const std::uint64_t bits = random.bits();
-  const auto sum = (bits & 0xFFFFU) + (bits >> 16 & 0xFFFFU) + (bits >> 32 & 0xFFFFU) + (bits >> 48);
+  const auto sum =
+      (bits & 0xFFFFU) + (bits >> 16 & 0xFFFFU) + (bits >> 32 & 0xFFFFU) + (bits >> 48);
   constexpr float mean = 2 * 65535, sd = 37837.0F;  // 65536 / sqrt(3)
   return (float(std::int32_t(sum)) - mean) / sd;
 }
@@ -172,8 +173,8 @@ void ImageShuffle::find_kernels(const std::array<double, 3>& wanted) {
     }
   };
   set_kernels();
-  const std::size_t trials =
-      std::clamp(trial_voxels / std::max<std::size_t>(values_.size(), 1), least_trials, most_trials);
+  const std::size_t trials = std::clamp(trial_voxels / std::max<std::size_t>(values_.size(), 1),
+                                        least_trials, most_trials);
   std::vector<float> map(space_.box_index_.size());
   Room room;
   for (int correction = 0; correction < corrections; ++correction) {
@@ -187,8 +188,8 @@ void ImageShuffle::find_kernels(const std::array<double, 3>& wanted) {
     // The logarithm of the correlation is proportional to the inverse square of the width.
     for (unsigned axis = 0; axis < 3; ++axis)
       if (wanted[axis] > least_correlation)
-        aims[axis] = limited(std::pow(limited(aims[axis]), std::log(limited(wanted[axis])) /
-                                                               std::log(limited(found[axis]))));
+        aims[axis] = limited(std::pow(
+            limited(aims[axis]), std::log(limited(wanted[axis])) / std::log(limited(found[axis]))));
     set_kernels();
   }
 }

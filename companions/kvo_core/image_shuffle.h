@@ -65,7 +65,7 @@ class ImageShuffle {
 
   const ShuffleSpace& space_;
   std::uint64_t seed_, name_hash_;
-  std::vector<float> values_;           ///< sorted
-  std::vector<std::uint32_t> voxels_;   ///< with data, of the mask; none when all have
+  std::vector<float> values_;                  ///< sorted
+  std::vector<std::uint32_t> voxels_;          ///< with data, of the mask; none when all have
   std::array<std::vector<float>, 3> kernels_;  ///< of each axis, from the middle outwards
 };

@@ -7,6 +7,7 @@
 #include "companions/common/progress.h"
 #include "companions/kvo_core/meta_analysis.h"
 #include "companions/kvo_core/pooling.h"
+#include "companions/kvo_core/randomization.h"
 #include "companions/kvo_core/results.h"
 #include "companions/kvo_core/verbs.h"
 

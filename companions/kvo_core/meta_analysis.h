@@ -2,13 +2,10 @@
 
 // The meta-analysis of the working folder as preprocessing left it, for the analyses that follow.
 
-#include <functional>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "companions/kvo_core/mask.h"
-#include "companions/kvo_core/null_distribution.h"
 #include "companions/kvo_core/peaks.h"
 #include "companions/kvo_core/pp_record.h"
 #include "companions/kvo_core/results.h"
@@ -21,7 +18,8 @@ std::string variance_map_file(const std::string& study);
 /// A study that takes part in an analysis.
 struct Member {
   Study study;
-  std::vector<Peak> peaks;
+  std::vector<Peak> peaks;  ///< none of a study that has an image
+  bool has_image = false;
 };
 
 struct MetaAnalysis {
@@ -55,16 +53,3 @@ std::vector<float> read_variances(const std::string& study, const Mask& mask);
 /// Reads the maps, showing progress. Throws Refusal, naming the file, when one is missing, on
 /// another grid, or holds what cannot be an effect or a variance.
 StudyMaps read_study_maps(const MetaAnalysis& meta);
-
-/// A statistic of the studies' effects and variances at some voxels: writes as many z values for
-/// each map that it has.
-using Statistic =
-    std::function<void(std::span<const float* const> g, std::span<const float* const> var,
-                       std::size_t voxels, std::span<float* const> z)>;
-
-/// Repeats the statistic on studies whose peaks have been moved to random voxels of the mask, as
-/// often as preprocessing was told, showing progress, and compares each map of `observed`, the z
-/// maps of the studies as they are, with its results.
-std::vector<NullDistribution> randomized(const MetaAnalysis& meta,
-                                         std::span<const std::vector<float>> observed,
-                                         const Statistic& statistic);

@@ -1,12 +1,11 @@
-// Preprocessing: from the studies' peaks to a map of effects and one of variances for each study.
-
-#include <sys/stat.h>
+// Preprocessing: from the studies' peaks and images to a map of effects and one of variances for
+// each study.
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 
-#include "companions/common/error.h"
 #include "companions/common/outputs.h"
 #include "companions/common/parallel.h"
 #include "companions/common/progress.h"
@@ -15,6 +14,8 @@
 #include "companions/kvo_core/path_map.h"
 #include "companions/kvo_core/peak_map.h"
 #include "companions/kvo_core/results.h"
+#include "companions/kvo_core/study_image.h"
+#include "companions/kvo_core/study_source.h"
 #include "companions/kvo_core/verbs.h"
 
 namespace {
@@ -22,35 +23,16 @@ namespace {
 // The same for every meta-analysis, so that the same inputs give the same results; whoever wants
 // other random places changes it in the record.
 constexpr std::uint64_t default_seed = 1;
-constexpr std::size_t most_lines_outside = 20;
+constexpr std::size_t most_lines = 20;
 
 struct Inputs {
   PpRecord record;
   StudyTable table;
-  std::vector<StudyPeaks> peaks;  ///< of each study
+  std::vector<StudySource> sources;  ///< of each study
+  std::vector<StudyPeaks> peaks;     ///< of each study; none where the source is an image
   Mask mask;
   std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
 };
-
-bool exists(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
-}
-
-/// The files of a study must say clearly what it found: there is a peaks file, and nothing else.
-void check_study_files(const Study& study) {
-  const std::string peaks = peaks_file(study), image = study.name + ".nii.gz";
-  const bool has_peaks = exists(peaks), has_image = exists(image);
-  if (!has_peaks && !has_image)
-    throw Refusal("Study '" + study.name + "' has no peaks file '" + peaks + "' and no image '" +
-                  image + "'.");
-  if (has_peaks && has_image)
-    throw Refusal("Study '" + study.name + "' has both a peaks file '" + peaks +
-                  "' and an image '" + image + "'. Please keep one of them.");
-  if (has_image)
-    throw Refusal("Study '" + study.name + "' has an image '" + image +
-                  "'; this version reads peaks files only.");
-}
 
 Inputs read_inputs(const Command& command) {
   Inputs inputs;
@@ -72,10 +54,14 @@ Inputs read_inputs(const Command& command) {
   inputs.table = read_study_table();
   record.checksums[study_table_file] = file_checksum(study_table_file);
   for (const Study& study : inputs.table.studies) {
-    check_study_files(study);
-    inputs.peaks.push_back(read_peaks(study));
+    const StudySource& source = inputs.sources.emplace_back(study_source(study));
+    StudyPeaks& peaks = inputs.peaks.emplace_back();
+    if (source.is_image)
+      peaks.checksum = file_checksum(source.file);
+    else
+      peaks = read_peaks(study);
     record.studies[study.name] = map_facts(study);
-    record.checksums[peaks_file(study)] = inputs.peaks.back().checksum;
+    record.checksums[source.file] = peaks.checksum;
   }
   return inputs;
 }
@@ -99,44 +85,69 @@ std::string peaks_outside(const Study& study, const PeakMap& map, const Mask& ma
   return text;
 }
 
-/// Says which studies have peaks outside of the mask: each of the first, and how many more.
+/// Says what there is to be said of some studies: of the first each, and how many more there are.
+/// A text of "" is passed over.
+void say_first(std::vector<std::string> texts, const std::string& what) {
+  std::erase(texts, "");
+  const std::size_t listed = std::min(texts.size(), most_lines);
+  for (std::size_t t = 0; t < listed; ++t) say(texts[t]);
+  if (const std::size_t more = texts.size() - listed; more > 0)
+    say("\u2026 and " + std::to_string(more) + " more " + (more == 1 ? "study" : "studies") + " " +
+        what);
+}
+
 void report_outside(const std::vector<Study>& studies, const std::vector<PeakMap>& maps,
                     const Mask& mask) {
   std::vector<std::string> texts(studies.size());
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
     texts[s] = peaks_outside(studies[s], maps[s], mask);
   });
-  std::erase(texts, "");
-  const std::size_t listed = std::min(texts.size(), most_lines_outside);
-  for (std::size_t t = 0; t < listed; ++t) say(texts[t]);
-  if (const std::size_t more = texts.size() - listed; more > 0)
-    say("\u2026 and " + std::to_string(more) + " more " + (more == 1 ? "study" : "studies") +
-        " with peaks outside of the mask");
+  say_first(std::move(texts), "with peaks outside of the mask");
 }
 
-/// The maps of a study: its effects, and their variances.
-struct StudyMapPair {
-  std::vector<float> g, var;
-};
-
-StudyMapPair maps_of(const Study& study, const PeakMap& map, const std::optional<PathMap>& paths,
-                     const Mask& mask) {
+std::vector<float> effects_of(const PeakMap& map, const std::optional<PathMap>& paths,
+                              const Mask& mask) {
   std::vector<Voxel> voxels;
   for (const PlacedPeak& peak : map.peaks()) voxels.push_back(peak.voxel);
-  StudyMapPair maps{std::vector<float>(mask.size()), std::vector<float>(mask.size())};
+  std::vector<float> g(mask.size());
   if (paths) {
     PathMap::Room room(*paths);
-    paths->effects(map.peaks(), voxels, room, maps.g.data());
+    paths->effects(map.peaks(), voxels, room, g.data());
   } else {
     PeakMap::Plane plane;
     for (std::size_t k = 0; k < mask.slices(); ++k)
-      map.effects(voxels, int(k), mask, plane, maps.g.data() + mask.slice_begin[k]);
+      map.effects(voxels, int(k), mask, plane, g.data() + mask.slice_begin[k]);
   }
-  const VarianceOfG variance = variance_of_g(study.sample);
-  std::transform(maps.g.begin(), maps.g.end(), maps.var.begin(),
-                 [&](float g) { return float(variance.at(g)); });
-  return maps;
+  return g;
 }
+
+/// Where the image has no data the effect is 0, as where no peak reaches.
+std::vector<float> effects_of(const Study& study, const StudyImage& image) {
+  const double g_of_t = hedges_g(1, study.sample);
+  std::vector<float> g;
+  g.reserve(image.t.size());
+  for (const float t : image.t) g.push_back(std::isnan(t) ? 0 : float(g_of_t * double(t)));
+  return g;
+}
+
+/// What there is to be said of the images, a text for each study.
+struct ImageRemarks {
+  std::vector<std::string> doubts, gaps;
+
+  explicit ImageRemarks(std::size_t studies) : doubts(studies), gaps(studies) {}
+
+  void add(std::size_t s, const Study& study, const StudyImage& image) {
+    for (const std::string& doubt : image.doubts)
+      doubts[s] += (doubts[s].empty() ? image_file(study) + ": " : ". Also, ") + doubt;
+    if (image.without_data > 0)
+      gaps[s] = study.name + ": no data in " + std::to_string(image.without_data) + " of " +
+                std::to_string(image.t.size()) + " voxels of the mask";
+  }
+  void say_all() {
+    say_first(std::move(doubts), "with images that are unclear");
+    say_first(std::move(gaps), "with images that lack data");
+  }
+};
 
 /// Has the maps removed that earlier preprocessing has left of studies that are no longer there.
 void remove_old_study_maps(Outputs& outputs) {
@@ -152,7 +163,10 @@ void remove_old_study_maps(Outputs& outputs) {
 }  // namespace
 
 void check_pp(const Command& command) {
-  read_inputs(command);
+  const Inputs inputs = read_inputs(command);
+  in_parallel(inputs.sources.size(), [&](std::size_t s, std::size_t) {
+    if (inputs.sources[s].is_image) read_study_image(inputs.table.studies[s], inputs.mask);
+  });
 }
 
 void run_pp(const Command& command) {
@@ -175,13 +189,24 @@ void run_pp(const Command& command) {
                     (studies.size() == 1 ? " study" : " studies"),
                 studies.size(), 30);
   const std::string description = image_description(command.text());
+  ImageRemarks remarks(studies.size());
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
-    const StudyMapPair pair = maps_of(studies[s], maps[s], graph, inputs.mask);
-    write_map(paths[2 * s], inputs.mask, pair.g, description, g_map.intent_code);
-    write_map(paths[2 * s + 1], inputs.mask, pair.var, description, var_map.intent_code);
+    std::vector<float> map;
+    if (inputs.sources[s].is_image) {
+      const StudyImage image = read_study_image(studies[s], inputs.mask);
+      remarks.add(s, studies[s], image);
+      map = effects_of(studies[s], image);
+    } else {
+      map = effects_of(maps[s], graph, inputs.mask);
+    }
+    write_map(paths[2 * s], inputs.mask, map, description, g_map.intent_code);
+    const VarianceOfG variance = variance_of_g(studies[s].sample);
+    for (float& value : map) value = float(variance.at(value));
+    write_map(paths[2 * s + 1], inputs.mask, map, description, var_map.intent_code);
     action.step();
   });
   action.finish();
+  remarks.say_all();
   remove_listed_maps(outputs);
   remove_old_study_maps(outputs);
   outputs.write_text(pp_record_file, inputs.record.text());

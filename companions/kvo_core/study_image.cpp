@@ -73,8 +73,7 @@ std::vector<std::string> doubts_about(const Image& image, const Study& study) {
         "sform and qform of its header disagree about left and right; the sform is followed");
   else if (placement.apart_mm > doubtful_mm)
     doubts.push_back("sform and qform of its header place it up to " +
-                     rounded(std::ceil(placement.apart_mm)) +
-                     " mm apart; the sform is followed");
+                     rounded(std::ceil(placement.apart_mm)) + " mm apart; the sform is followed");
   if (placement.code == 0)
     doubts.push_back(
         "its header does not place it in space; it is taken to be in MNI space, from left to right "
@@ -137,8 +136,7 @@ StudyImage read_study_image(const Study& study, const Mask& mask) {
   result.doubts = doubts_about(image, study);
   const Eigen::Matrix4d to_its_space =
       image.space == Space::talairach ? talairach_of_mni() : Eigen::Matrix4d::Identity();
-  const Eigen::Matrix4d to_voxel =
-      image.grid.to_mm.inverse() * to_its_space * mni_grid().to_mm;
+  const Eigen::Matrix4d to_voxel = image.grid.to_mm.inverse() * to_its_space * mni_grid().to_mm;
   result.t.reserve(mask.size());
   for (std::size_t n = 0; n < mask.size(); ++n) {
     const Voxel at = mask.voxel(n);
@@ -146,7 +144,6 @@ StudyImage read_study_image(const Study& study, const Mask& mask) {
     result.t.push_back(value_at(image, place.head<3>()));
     if (std::isnan(result.t.back())) ++result.without_data;
   }
-  if (result.without_data == mask.size())
-    throw Refusal("'" + file + "' has no data in the mask.");
+  if (result.without_data == mask.size()) throw Refusal("'" + file + "' has no data in the mask.");
   return result;
 }

@@ -1,5 +1,6 @@
 #include "companions/kvo_core/talairach.h"
 
+#include <Eigen/Geometry>
 #include <Eigen/LU>
 
 const Eigen::Matrix4d& talairach_of_mni() {
