@@ -14,7 +14,7 @@ constexpr double max_sigma = 13;
 constexpr double least_correlation = 0.01, largest_correlation = 0.9995;
 constexpr int corrections = 3;
 /// Trials count together at least so many voxels, or as many as are practical.
-constexpr std::size_t trial_voxels = 1'000'000, least_trials = 4, most_trials = 64;
+constexpr std::size_t trial_voxels = 1'000'000, least_trials = 4, most_trials = 20;
 
 /// A Gaussian kernel in voxels, from the middle outwards, that keeps the variance of white noise.
 std::vector<double> gaussian_kernel(double sigma) {

@@ -10,7 +10,8 @@
 namespace {
 
 /// One- and two-sample studies, small and large, in both spaces, with known and unknown heights,
-/// overlapping peaks, peaks between voxels, beyond the mask and none at all.
+/// overlapping peaks, peaks between voxels, beyond the mask and none at all, and
+/// an image.
 void write_varied_studies() {
   write_text("kvo_table.txt",
              "study,n1,n2,threshold_t,adults\n"
@@ -21,7 +22,8 @@ void write_varied_studies() {
              "unknown,18,NA,NA,NA\n"
              "threshold,24,22,2.7,1\n"
              "no=thing+,20,20,NA,1\n"
-             "talairach,30,NA,NA,1\n");
+             "talairach,30,NA,NA,1\n"
+             "image,14,16,NA,1\n");
   const auto peaks = [](const char* study, const char* lines) {
     write_text(std::string(study) + ".peaks.txt", lines);
   };
@@ -33,6 +35,7 @@ void write_varied_studies() {
   peaks("threshold", "# space: MNI\n26 -14 6 p\n38 -14 6 n\n90 -100 60 4\n");
   peaks("no=thing+", "# space: MNI\n");
   peaks("talairach", "24 -14 6 4.8\n# space: Talairach\n");
+  write_t_image("image", 3);
 }
 
 void write_values(const std::string& path, const std::vector<std::string>& maps) {
@@ -59,7 +62,7 @@ TEST(Reference, AgreesInEveryVoxel) {
   ASSERT_EQ(engine.run("Adults = mean adults").closing(), "d");
   std::vector<std::string> maps;
   for (const char* study :
-       {"one", "two", "small", "large", "unknown", "threshold", "no=thing+", "talairach"})
+       {"one", "two", "small", "large", "unknown", "threshold", "no=thing+", "talairach", "image"})
     for (const char* suffix : {"_g", "_var"}) maps.push_back("pp/" + (study + std::string(suffix)));
   for (const char* name : {"All", "Adults"})
     for (const char* suffix : {"_g", "_var", "_z", "_tau2", "_I2", "_Q"})

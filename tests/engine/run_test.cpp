@@ -136,6 +136,10 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
   for (const char* threads : {"1", "2", "5", "2"}) {
     for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
     write_studies(7);
+    for (const char* study : {"study2", "study5"}) {
+      fs::remove(std::string(study) + ".peaks.txt");
+      write_t_image(study, study[5]);
+    }
     const auto with_threads = [&] { setenv("OMP_NUM_THREADS", threads, 1); };
     ASSERT_EQ(engine.run(preprocess + "30", with_threads).closing(), "d");
     ASSERT_EQ(engine.run("MyMean = mean", with_threads).closing(), "d");

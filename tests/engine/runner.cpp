@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -135,4 +136,17 @@ void write_studies(int studies) {
     write_text(name + ".peaks.txt", peaks.str());
   }
   write_text("kvo_table.txt", table.str());
+}
+
+void write_t_image(const std::string& study, int seed) {
+  Image image;
+  image.grid = mni_grid();
+  image.intent_code = 3;
+  image.values.resize(image.grid.voxels());
+  for (int z = -4; z < 10; z += 2)
+    for (int y = -24; y < 0; y += 2)
+      for (int x = 16; x < 40; x += 2)
+        image.values[grid_index({x, y, z})] =
+            float(2 + std::sin(0.3 * x + seed) + std::cos(0.4 * y - 0.2 * z * seed));
+  write_image(study + ".nii.gz", image);
 }

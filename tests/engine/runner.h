@@ -82,3 +82,6 @@ std::map<std::string, std::string> snapshot();
 
 /// Writes a table and peaks files of so many studies with a few peaks each in and around the box.
 void write_studies(int studies);
+
+/// Writes the image of a study, with t values in and around the box and 0 in the rest.
+void write_t_image(const std::string& study, int seed);
