@@ -241,9 +241,7 @@ void check_globals(const Command& command) {
 void run_globals(const Command& command) {
   const Globals globals = open_globals(command);
   Outputs outputs;
-  if (globals.filtered > 0)
-    say("The filter leaves out " + std::to_string(globals.filtered) + " of " +
-        std::to_string(globals.all) + " studies");
+  say_filtered(globals.filtered, globals.all);
   say_incomplete(globals.values);
   say_incomplete(globals.model);
   const GlobalsFit result = fit_of(globals);

@@ -6,6 +6,7 @@
 
 #include "companions/common/error.h"
 #include "companions/common/text_file.h"
+#include "companions/kvo_core/model.h"
 #include "companions/kvo_core/peaks.h"
 #include "companions/kvo_core/pp_record.h"
 #include "companions/kvo_core/results.h"
@@ -14,13 +15,6 @@
 #include "util/q_string.h"
 
 namespace {
-
-std::vector<std::string> variables_of(const std::string& model) {
-  std::string blanks = model;
-  std::replace(blanks.begin(), blanks.end(), '+', ' ');
-  const std::vector<std::string_view> parts = words(blanks);
-  return {parts.begin(), parts.end()};
-}
 
 /// The term of a linear model whose map has such digits in its name: "" for the intercept.
 std::string term_of(const std::string& map, const std::vector<std::string>& variables) {
@@ -37,7 +31,7 @@ void add_command(MethodsFacts& methods, const std::string& map, const std::strin
       methods.subgroup = command.arguments[0];
     } else if (command.verb->name == std::string("lm")) {
       methods.analysis = MethodsFacts::Analysis::linear_model;
-      methods.variables = variables_of(command.arguments[0]);
+      methods.variables = model_variables(command.arguments[0]);
       methods.term = term_of(map, methods.variables);
       methods.subgroup = command.arguments[1];
     }

@@ -49,9 +49,7 @@ void check_mean(const Command& command) {
 void run_mean(const Command& command) {
   const MetaAnalysis meta = open_for_mean(command);
   Outputs outputs;
-  if (meta.left_out > 0)
-    say("The filter leaves out " + std::to_string(meta.left_out) + " of " +
-        std::to_string(meta.left_out + meta.members.size()) + " studies");
+  say_filtered(meta.left_out, meta.left_out + meta.members.size());
   MeanMaps maps;
   {
     const StudyMaps studies = read_study_maps(meta);

@@ -58,10 +58,13 @@ std::string variance_map_file(const std::string& study) {
 }
 
 MetaAnalysis open_meta_analysis(const std::string& filter) {
+  const StudyTable table = read_study_table();
+  return open_meta_analysis(table, filtered_studies(table, filter));
+}
+
+MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::size_t> chosen) {
   MetaAnalysis meta;
   meta.record = read_pp_record();
-  const StudyTable table = read_study_table();
-  const std::vector<std::size_t> chosen = filtered_studies(table, filter);
   for (const std::size_t i : chosen)
     meta.members.push_back(checked_member(meta.record, table.studies[i]));
   meta.left_out = table.studies.size() - chosen.size();

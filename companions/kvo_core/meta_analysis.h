@@ -27,13 +27,15 @@ struct MetaAnalysis {
   Mask mask;
   std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
   std::vector<Member> members;
-  std::size_t left_out = 0;  ///< studies of the table that the filter leaves out
+  std::size_t left_out = 0;  ///< studies of the table that take no part
 };
 
 /// Reads everything but the maps. Throws Refusal when there was no preprocessing, when an input of
 /// a study that the filter lets through has changed since or was not preprocessed, and when the
 /// table or the filter is not as it should be.
 MetaAnalysis open_meta_analysis(const std::string& filter);
+/// The same for studies of the table by their indices, one at least.
+MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::size_t> chosen);
 
 /// The command, and how many studies and participants take part.
 AnalysisFacts facts_of(const Command& command, const MetaAnalysis& meta);

@@ -10,14 +10,6 @@ namespace {
 
 constexpr std::size_t named_at_most = 5;
 
-/// The variables of "age + dose".
-std::vector<std::string> variables_of(const std::string& text) {
-  std::vector<std::string> variables;
-  for (const std::string_view word : words(text))
-    if (word != "+") variables.emplace_back(word);
-  return variables;
-}
-
 std::string joined(std::span<const std::string> names, const char* last_separator) {
   std::string text;
   for (std::size_t i = 0; i < names.size(); ++i)
@@ -27,10 +19,17 @@ std::string joined(std::span<const std::string> names, const char* last_separato
 
 }  // namespace
 
+std::vector<std::string> model_variables(const std::string& text) {
+  std::vector<std::string> variables;
+  for (const std::string_view word : words(text))
+    if (word != "+") variables.emplace_back(word);
+  return variables;
+}
+
 Model read_model(const StudyTable& table, const std::string& text,
                  std::span<const std::size_t> chosen) {
   Model model;
-  model.terms = variables_of(text);
+  model.terms = model_variables(text);
   std::vector<std::size_t> columns;
   std::vector<Term> terms;
   for (const std::string& name : model.terms) {

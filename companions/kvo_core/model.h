@@ -9,6 +9,9 @@
 #include "companions/kvo_core/design.h"
 #include "companions/kvo_core/study_table.h"
 
+/// The variables of "age + dose".
+std::vector<std::string> model_variables(const std::string& text);
+
 struct Model {
   std::vector<std::string> terms;
   std::vector<std::size_t> studies;     ///< indices in the table, of those that have all values

@@ -68,6 +68,19 @@ std::string list_without(const char* file, std::string list, std::span<const std
   return list;
 }
 
+/// Has what an earlier analysis left under the names of maps removed, but for those that are there
+/// again.
+void remove_others(Outputs& outputs, std::span<const NamedMap> maps) {
+  for (const NamedMap& map : maps)
+    for (const MapKind& kind : map_kinds) {
+      const std::string file = map.name + kind.suffix + ".nii.gz";
+      const bool again = std::any_of(maps.begin(), maps.end(), [&](const NamedMap& other) {
+        return other.name + other.kind.suffix == map.name + kind.suffix;
+      });
+      if (!again && written_by_this_system(file)) outputs.remove(file);
+    }
+}
+
 }  // namespace
 
 void check_analysis_name(const std::string& name, const StudyTable& table) {
@@ -201,6 +214,7 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
   paths.reserve(maps.size());
   for (const NamedMap& map : maps)
     paths.push_back(outputs.path_of(map.name + map.kind.suffix + ".nii.gz"));
+  remove_others(outputs, maps);
   const std::string description = image_description(command.text());
   in_parallel(maps.size(), [&](std::size_t i, std::size_t) {
     write_map(paths[i], mask, maps[i].map, description, maps[i].kind.intent_code,

@@ -88,7 +88,8 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map);
 void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
                 std::size_t randomizations);
 
-/// Writes the maps, showing progress.
+/// Writes the maps, showing progress. Other kinds of map that an earlier analysis has left under
+/// one of the names are removed.
 void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
                 std::span<const NamedMap> maps);
 

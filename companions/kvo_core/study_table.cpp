@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "companions/common/error.h"
+#include "companions/common/progress.h"
 #include "companions/common/text_file.h"
 
 namespace {
@@ -141,4 +142,10 @@ std::vector<std::size_t> filtered_studies(const StudyTable& table, const std::st
       chosen.push_back(i);
   if (chosen.empty()) throw Refusal("No study has '" + filter + "' = 1.");
   return chosen;
+}
+
+void say_filtered(std::size_t left_out, std::size_t all) {
+  if (left_out > 0)
+    say("The filter leaves out " + std::to_string(left_out) + " of " + std::to_string(all) +
+        " studies");
 }

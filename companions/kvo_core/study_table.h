@@ -42,3 +42,6 @@ std::optional<double> study_number(const StudyTable& table, const Study& study, 
 /// the column of that name is a number other than 0. Throws Refusal when there is no such column, a
 /// value is neither a number nor missing, or no study is left.
 std::vector<std::size_t> filtered_studies(const StudyTable& table, const std::string& filter);
+
+/// Tells the user how many of all studies the filter leaves out, if any.
+void say_filtered(std::size_t left_out, std::size_t all);

@@ -20,6 +20,8 @@ void check_multi(const Command& command);
 void run_multi(const Command& command);
 void check_mean(const Command& command);
 void run_mean(const Command& command);
+void check_lm(const Command& command);
+void run_lm(const Command& command);
 void check_mask_label(const Command& command);
 void run_mask_label(const Command& command);
 void check_mask_coordinate(const Command& command);
