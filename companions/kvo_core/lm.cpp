@@ -10,6 +10,7 @@
 #include "companions/kvo_core/meta_analysis.h"
 #include "companions/kvo_core/meta_regression.h"
 #include "companions/kvo_core/model.h"
+#include "companions/kvo_core/randomization.h"
 #include "companions/kvo_core/results.h"
 #include "companions/kvo_core/verbs.h"
 

@@ -263,7 +263,6 @@ TEST(BadInput, OfTheMeanIsRefused) {
       {"x_n = mean", "The name 'x_n' cannot be used: names that end with '_n' are kept"},
       {"<i> = mean male", "'kvo_table.txt' has no variable 'male'."},
       {"x = mean <i>", "'kvo_table.txt' has no variable '&lt;i&gt;'."},
-      {"x = lm female", "The command 'lm' is not available in this version."},
       {"pp gray_matter, 0.5, 20, gray_matter, 1",
        "There is no correlation template 'gray_matter': neither the share folder nor the working "
        "folder has 'cor_gray_matter.nii.gz'."},

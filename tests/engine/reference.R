@@ -9,8 +9,8 @@ centres <- as.matrix(voxels[, c("x", "y", "z")])
 failed <- FALSE
 
 # Single-precision files hold seven digits; what is 0 must be 0 but for rounding.
-compare <- function(what, ours, reference) {
-  excess <- abs(ours - reference) / (1e-6 * abs(reference) + 1e-9)
+compare <- function(what, ours, reference, rounding = 1e-9) {
+  excess <- abs(ours - reference) / (1e-6 * abs(reference) + rounding)
   cat(sprintf("%-22s %d voxels, %d not 0, largest difference %.3g of what is allowed\n",
               what, length(ours), sum(reference != 0), max(excess)))
   if (!all(excess <= 1)) failed <<- TRUE
@@ -76,7 +76,35 @@ for (name in names(analyses)) {
     fit <- suppressWarnings(rma(yi = g[v, ], vi = var[v, ], method = "DL"))
     c(g = as.numeric(fit$beta), var = fit$se^2, z = fit$zval, tau2 = fit$tau2, I2 = fit$I2, Q = fit$QE)
   }))
+  # I2 is a difference of two near numbers where it is small, and in percent.
   for (map in colnames(fits))
-    compare(paste(name, map), voxels[[paste0(name, "_", map)]], fits[, map])
+    compare(paste(name, map), voxels[[paste0(name, "_", map)]], fits[, map], if (map == "I2") 1e-7 else 1e-9)
+}
+
+some <- voxels[seq(1, nrow(voxels), by = 3), ]
+models <- list(One = c("micrograms"), Two = c("age", "micrograms"), Four = c("age", "micrograms", "tesla", "group"))
+for (name in names(models)) {
+  terms <- models[[name]]
+  rows <- complete.cases(table[, terms]) & (name != "Two" | (!is.na(table$adults) & table$adults == 1))
+  studies <- table[rows, ]
+  mods <- as.matrix(studies[, terms, drop = FALSE])
+  g <- sapply(studies$study, function(study) some[[paste0("pp/", study, "_g")]])
+  var <- sapply(studies$study, function(study) some[[paste0("pp/", study, "_var")]])
+  fits <- lapply(seq_len(nrow(g)), function(v)
+    suppressWarnings(rma(yi = g[v, ], vi = var[v, ], mods = mods, method = "DL")))
+  # The terms differ in scale by many powers of ten, and so do the coefficients.
+  compare_map <- function(map, reference)
+    compare(paste0(name, map), some[[paste0(name, map)]], reference, 1e-9 * max(abs(reference)))
+  zeros <- strrep("0", length(terms))
+  for (j in 0:length(terms)) {
+    digits <- zeros
+    substr(digits, j, j) <- "1"
+    compare_map(paste0("_", digits, "_g"), sapply(fits, function(fit) fit$beta[j + 1]))
+    compare_map(paste0("_", digits, "_var"), sapply(fits, function(fit) fit$se[j + 1]^2))
+    compare_map(paste0("_", digits, "_z"), sapply(fits, function(fit) fit$zval[j + 1]))
+  }
+  compare_map(paste0("_", zeros, "_tau2"), sapply(fits, function(fit) fit$tau2))
+  compare_map(paste0("_", zeros, "_I2"), sapply(fits, function(fit) fit$I2))
+  compare_map(paste0("_", zeros, "_Q"), sapply(fits, function(fit) fit$QE))
 }
 if (failed) quit(status = 1)

@@ -1,4 +1,5 @@
-// The maps against R: the effects of each study from its peaks, and the mean by metafor.
+// The maps against R: the effects of each study from its peaks, and the mean and the linear models
+// by metafor.
 
 #include <gtest/gtest.h>
 
@@ -10,20 +11,19 @@
 namespace {
 
 /// One- and two-sample studies, small and large, in both spaces, with known and unknown heights,
-/// overlapping peaks, peaks between voxels, beyond the mask and none at all, and
-/// an image.
+/// overlapping peaks, peaks between voxels, beyond the mask and none at all, and an image.
 void write_varied_studies() {
   write_text("kvo_table.txt",
-             "study,n1,n2,threshold_t,adults\n"
-             "one,12,NA,NA,1\n"
-             "two,15,17,NA,1\n"
-             "small,3,NA,NA,0\n"
-             "large,1000000,500000,NA,1\n"
-             "unknown,18,NA,NA,NA\n"
-             "threshold,24,22,2.7,1\n"
-             "no=thing+,20,20,NA,1\n"
-             "talairach,30,NA,NA,1\n"
-             "image,14,16,NA,1\n");
+             "study,n1,n2,threshold_t,adults,age,micrograms,tesla,group\n"
+             "one,12,NA,NA,1,31.5,2.1e6,-0.0012,1\n"
+             "two,15,17,NA,1,24,5.5e6,0.0031,0\n"
+             "small,3,NA,NA,0,61.25,1.4e6,0.0007,0\n"
+             "large,20000,10000,NA,1,43,9.7e6,-0.0044,1\n"
+             "unknown,18,NA,NA,NA,38,3.2e6,0.0058,1\n"
+             "threshold,24,22,2.7,1,NA,4.8e6,0.0026,0\n"
+             "no=thing+,20,20,NA,1,52,NA,-0.0039,1\n"
+             "talairach,30,NA,NA,1,29.75,7.3e6,-0.0005,0\n"
+             "image,14,16,NA,1,47,6.6e6,0.0019,1\n");
   const auto peaks = [](const char* study, const char* lines) {
     write_text(std::string(study) + ".peaks.txt", lines);
   };
@@ -60,6 +60,9 @@ TEST(Reference, AgreesInEveryVoxel) {
   ASSERT_EQ(engine.run("pp gray_matter, 0, 8, gray_matter, 1").closing(), "d");
   ASSERT_EQ(engine.run("All = mean").closing(), "d");
   ASSERT_EQ(engine.run("Adults = mean adults").closing(), "d");
+  for (const char* model : {"One = lm micrograms", "Two = lm age + micrograms, adults",
+                            "Four = lm age + micrograms + tesla + group"})
+    ASSERT_EQ(engine.run(model).closing(), "d");
   std::vector<std::string> maps;
   for (const char* study :
        {"one", "two", "small", "large", "unknown", "threshold", "no=thing+", "talairach", "image"})
@@ -67,6 +70,11 @@ TEST(Reference, AgreesInEveryVoxel) {
   for (const char* name : {"All", "Adults"})
     for (const char* suffix : {"_g", "_var", "_z", "_tau2", "_I2", "_Q"})
       maps.push_back(name + std::string(suffix));
+  for (const char* name : {"One_0", "One_1", "Two_00", "Two_10", "Two_01", "Four_0000", "Four_1000",
+                           "Four_0100", "Four_0010", "Four_0001"})
+    for (const char* suffix : {"_g", "_var", "_z"}) maps.push_back(name + std::string(suffix));
+  for (const char* name : {"One_0", "Two_00", "Four_0000"})
+    for (const char* suffix : {"_tau2", "_I2", "_Q"}) maps.push_back(name + std::string(suffix));
   write_values("voxels.tsv", maps);
   EXPECT_EQ(std::system(KVO_RSCRIPT " --vanilla " KVO_REFERENCE " 8 1>&2"), 0);
 }

@@ -143,6 +143,7 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
     const auto with_threads = [&] { setenv("OMP_NUM_THREADS", threads, 1); };
     ASSERT_EQ(engine.run(preprocess + "30", with_threads).closing(), "d");
     ASSERT_EQ(engine.run("MyMean = mean", with_threads).closing(), "d");
+    ASSERT_EQ(engine.run("MyModel = lm n1", with_threads).closing(), "d");
     results.push_back(snapshot());
     EXPECT_TRUE(results.back() == results.front()) << threads << " threads";
   }
