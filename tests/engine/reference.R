@@ -76,9 +76,8 @@ for (name in names(analyses)) {
     fit <- suppressWarnings(rma(yi = g[v, ], vi = var[v, ], method = "DL"))
     c(g = as.numeric(fit$beta), var = fit$se^2, z = fit$zval, tau2 = fit$tau2, I2 = fit$I2, Q = fit$QE)
   }))
-  # I2 is a difference of two near numbers where it is small, and in percent.
   for (map in colnames(fits))
-    compare(paste(name, map), voxels[[paste0(name, "_", map)]], fits[, map], if (map == "I2") 1e-7 else 1e-9)
+    compare(paste(name, map), voxels[[paste0(name, "_", map)]], fits[, map])
 }
 
 some <- voxels[seq(1, nrow(voxels), by = 3), ]

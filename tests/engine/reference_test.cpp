@@ -40,7 +40,7 @@ void write_varied_studies() {
 
 void write_values(const std::string& path, const std::vector<std::string>& maps) {
   std::ofstream file(path);
-  file.precision(9);
+  file.precision(17);
   file << "x\ty\tz";
   std::vector<Image> images;
   for (const std::string& map : maps) {
