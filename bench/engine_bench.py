@@ -1,4 +1,4 @@
-"""Times the engine's mean of the bundled studies beside the same estimate in NumPy, and how it grows.
+"""Times the engine's mean and linear model beside the same estimates in NumPy, and how the engine grows.
 
 Usage: engine_bench.py ENGINE_BENCH INSTALLATION
 The longest runs make KVO_BENCH_RANDOMIZATIONS randomizations, 500 when the environment has no other number.
@@ -11,6 +11,8 @@ import subprocess
 import sys
 import tempfile
 import time
+
+os.environ["OPENBLAS_NUM_THREADS"] = "1"
 
 import nibabel
 import numpy
@@ -31,6 +33,38 @@ def estimate(g, var):
     pooled = (weight * g).sum(0) / total
     i2 = numpy.maximum(100 * (q - df) / numpy.where(q > 0, q, 1), 0)
     return dict(zip(NAMES, [pooled, 1 / total, pooled * numpy.sqrt(total), tau2, i2, q]))
+
+
+def linear_model(g, var, design):
+    """The meta-regression with tau2 by the method of moments: coefficients, their variances and z, tau2, I2, QE."""
+    studies, p = design.shape
+    pairs = numpy.einsum("ki,kj->kij", design, design).reshape(studies, p * p).T
+
+    def squares(weight):
+        return (pairs @ weight).T.reshape(-1, p, p)
+
+    def products(weight):
+        return (design.T @ (weight * g)).T[..., None]
+
+    weight = 1 / var
+    information = squares(weight)
+    residuals = g - design @ numpy.linalg.solve(information, products(weight))[..., 0].T
+    q = (weight * residuals**2).sum(0)
+    hat = numpy.linalg.solve(information, squares(weight**2))
+    df = studies - p
+    tau2 = numpy.maximum((q - df) / (weight.sum(0) - numpy.trace(hat, axis1=1, axis2=2)), 0)
+    weight = 1 / (var + tau2)
+    covariance = numpy.linalg.inv(squares(weight))
+    coefficients = (covariance @ products(weight))[..., 0]
+    variances = numpy.diagonal(covariance, axis1=1, axis2=2)
+    i2 = numpy.maximum(100 * (q - df) / numpy.where(q > 0, q, 1), 0)
+    return coefficients, variances, coefficients / numpy.sqrt(variances), tau2, i2, q
+
+
+def in_pieces(work, g, var, *arguments):
+    """As much at a time as stays in the processor's cache."""
+    piece = 400000 // len(g)
+    return [work(g[:, v:v + piece], var[:, v:v + piece], *arguments) for v in range(0, g.shape[1], piece)]
 
 
 def numpy_mean(studies, mask, estimates, folder):
@@ -123,10 +157,21 @@ def main(bench, installation):
         worst = max(numpy.max(numpy.abs(numpy.asarray(nibabel.load(f"MyMean_{n}.nii.gz").dataobj)[mask] - maps[n])
                               / (1e-6 * numpy.abs(maps[n]) + 1e-9)) for n in NAMES)
         files = [f"pp/{s}_{kind}.nii.gz" for kind in ("g", "var") for s in studies]
-        engine_estimate = float(subprocess.check_output([bench, mask_file, *files]))
+        def engine_seconds(count, terms):
+            return float(subprocess.check_output([bench, str(count), str(terms), mask_file, *files]))
+
+        engine_estimate = engine_seconds(len(studies), 0)
         numpy_estimate = min(timed(estimate, g, var)[0] for _ in range(10))
         line("the estimate alone, one thread", engine_estimate, numpy_estimate,
              f"goal 10 times; largest difference {worst:.2g} of 1e-6")
+        for count in len(studies), 200:
+            many_g, many_var = (numpy.resize(maps_of_studies, (count, mask.sum())) for maps_of_studies in (g, var))
+            design = numpy.stack([numpy.cos(t * numpy.arange(1, count + 1)) for t in (0, 1, 2)], 1)
+            if count > len(studies):
+                line(f"the mean of {count} studies, one thread", engine_seconds(count, 0),
+                     min(timed(in_pieces, estimate, many_g, many_var)[0] for _ in range(3)), "goal 10 times")
+            line(f"lm with 2 terms of {count} studies, one thread", engine_seconds(count, 2),
+                 min(timed(in_pieces, linear_model, many_g, many_var, design)[0] for _ in range(3)), "goal 10 times")
         line("mean with 1 randomization, one thread", engine_1, numpy_1,
              "files read and written; NumPy: 2 estimates, no p")
 
