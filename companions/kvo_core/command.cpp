@@ -179,11 +179,13 @@ std::vector<std::string> help_lines(std::span<const Verb> verbs) {
   std::vector<std::string> lines;
   for (const Verb& verb : verbs) {
     lines.push_back(grammar_of(verb));
-    lines.push_back(std::string("    ") + verb.summary +
-                    (verb.run == nullptr ? " Not in this version." : ""));
+    lines.push_back(std::string("    ") + verb.summary);
     lines.push_back(std::string("    Example: ") + verb.example);
+    if (*verb.needs != '\0') lines.push_back(std::string("    Needs ") + verb.needs);
     if (*verb.references != '\0') lines.push_back(std::string("    ") + verb.references);
   }
   lines.push_back("A model is: variable + variable + ... (a plus sign may stand in front).");
+  lines.push_back("A filter is a variable: the studies take part where it is not 0.");
+  lines.push_back("Variables are columns of kvo_table.txt. They are yours to add and to name.");
   return lines;
 }

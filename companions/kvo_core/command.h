@@ -34,10 +34,11 @@ struct Verb {
   std::span<const Argument> arguments;
   const char* summary;
   const char* example;
+  const char* needs;       ///< what must be in the working folder for it, beyond the study files
   const char* references;  ///< published sources of the method, or ""
   /// Throws Refusal when the command cannot be carried out in the working folder.
   void (*check)(const Command&) = nullptr;
-  /// Carries the command out; nothing for a verb that this version does not have.
+  /// Carries the command out.
   void (*run)(const Command&) = nullptr;
 };
 

@@ -8,7 +8,6 @@
 int main(int argc, char** argv) {
   return exit_status_of([&] {
     const Command command = parse_command(joined_words(argc, argv), all_verbs());
-    require_available(command);
     command.verb->run(command);
     say_done();
     return true;

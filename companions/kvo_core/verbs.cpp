@@ -1,7 +1,5 @@
 #include "companions/kvo_core/verbs.h"
 
-#include "companions/common/error.h"
-
 namespace {
 
 constexpr double mni_limit = 32767;
@@ -55,33 +53,41 @@ constexpr Verb verbs[] = {
     {"pp", false, pp_arguments,
      "Preprocesses the studies of kvo_table.txt: a map of effects and one of variances for each. "
      "Removes the maps of an earlier meta-analysis.",
-     "pp gray_matter, 0.0, 20, gray_matter, 1",
+     "pp gray_matter, 1.0, 20, gray_matter, 50", "",
      "Effect sizes: Hedges 1981; Talairach to MNI: Lancaster et al. 2007.", check_pp, run_pp},
     {"globals", true, globals_arguments,
      "Meta-analysis of the studies' global values, or of those of a subgroup.",
      "MyGlobals = globals + age, adults",
+     "the variables mean1 and sd1 (of two samples also mean2 and sd2); the example also age and "
+     "adults.",
      "Effect sizes: Hedges 1981; random effects: DerSimonian and Laird 1986, Raudenbush 2009.",
      check_globals, run_globals},
     {"mean", true, mean_arguments, "The mean map of the studies, or of those of a subgroup.",
-     "MyMean = mean adults",
+     "MyMean = mean", "the maps of pp.",
      "Random effects: DerSimonian and Laird 1986; heterogeneity: Higgins and Thompson 2002.",
      check_mean, run_mean},
     {"lm", true, lm_arguments, "A linear model of the studies, or of those of a subgroup.",
      "MyModel = lm age + patients, adults",
+     "the maps of pp; the example also the variables age, patients and adults.",
      "Meta-regression by the method of moments: DerSimonian and Laird 1986; Raudenbush 2009.",
      check_lm, run_lm},
     {"threshold", false, threshold_arguments,
      "The clusters of a map beyond a probability, a peak z and a number of voxels.",
-     "threshold MyMean, p, 0.005, 1, 10", "", check_threshold, run_threshold},
-    {"multi", false, multi_arguments, "The conjunction of two meta-analyses.",
-     "multi meta1, meta2, 0.0025, 0.00025, 10, 1, 2, 0.1", "Conjunction: Nichols et al. 2005.",
-     check_multi, run_multi},
+     "threshold MyMean, p, 0.005, 1, 10", "the map of a mean or a linear model.", "",
+     check_threshold, run_threshold},
+    {"multi", false, multi_arguments,
+     "The conjunction of two meta-analyses. error: 1 to assume error in the p values, else 0; "
+     "scenario: 2 to decrease them as in a better scenario, else 0.",
+     "multi meta1, meta2, 0.0025, 0.00025, 10, 1, 2, 0.1",
+     "the p map of each, meta1_p.nii.gz and meta2_p.nii.gz in the example.",
+     "Conjunction: Nichols et al. 2005.", check_multi, run_multi},
     {"mask", true, mask_label_arguments, "A mask of a region of the atlas.",
-     "Left_amygdala = mask label, 41", "", check_mask_label, run_mask_label},
+     "Right_insula = mask label, 30", "", "", check_mask_label, run_mask_label},
     {"mask", true, mask_coordinate_arguments, "A mask of the 10 mm around an MNI coordinate.",
-     "Thalamus = mask coordinate, 10, -20, 6", "", check_mask_coordinate, run_mask_coordinate},
+     "Thalamus = mask coordinate, 10, -20, 6", "", "", check_mask_coordinate, run_mask_coordinate},
     {"extract", false, extract_arguments,
-     "The mean values of the studies inside a mask, and their pool.", "extract Left_amygdala",
+     "The mean values of the studies inside a mask, and their pool.", "extract Right_insula",
+     "the maps of pp, and the mask.",
      "Random effects: DerSimonian and Laird 1986; prediction interval: Higgins et al. 2009; funnel "
      "plot asymmetry: Egger et al. 1997.",
      check_extract, run_extract},
@@ -91,10 +97,4 @@ constexpr Verb verbs[] = {
 
 std::span<const Verb> all_verbs() {
   return verbs;
-}
-
-void require_available(const Command& command) {
-  if (command.verb->run == nullptr)
-    throw Refusal("The command '" + std::string(command.verb->name) +
-                  "' is not available in this version.");
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// All verbs of the command language. Each verb that works has a file of its own, which defines what
+// All verbs of the command language. Each verb has a file of its own, which defines what
 // it checks and what it does; the table here says all else.
 
 #include <span>
@@ -8,9 +8,6 @@
 #include "companions/kvo_core/command.h"
 
 std::span<const Verb> all_verbs();
-
-/// Throws Refusal, naming the verb, when this version does not have it.
-void require_available(const Command& command);
 
 void check_pp(const Command& command);
 void run_pp(const Command& command);

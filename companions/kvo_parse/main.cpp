@@ -20,7 +20,6 @@ bool run(const std::string& text) {
     return true;
   }
   const Command command = parse_command(text, all_verbs());
-  require_available(command);
   recover_folder();
   command.verb->check(command);
   check_folder_writable();
