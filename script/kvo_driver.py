@@ -99,6 +99,23 @@ class Program:
         self.wait_for_window("^KVO Working")
         self.wait_until_idle(seconds)
 
+    def run_batch(self, seconds=600):
+        """Runs the batch pane from its menu item; the pop-up goes and comes between two commands."""
+        self.xdotool("windowactivate", "--sync", self.window, "key", "alt+t")
+        time.sleep(0.3)
+        self.xdotool("key", "r")
+        self.wait_for_window("^KVO Working")
+        unseen_since = [time.monotonic()]
+
+        def done():
+            if self.windows("^KVO Working"):
+                unseen_since[0] = time.monotonic()
+            return time.monotonic() - unseen_since[0] > 2
+        wait_for(done, "the batch's end", seconds)
+
+    def scroll_console_up(self, steps):
+        self.xdotool("mousemove", str(int(0.7 * WIDTH)), str(int(0.35 * HEIGHT)), "click", "--repeat", str(steps), "4")
+
     def pane_text(self, y):
         self.click(0.7, y)
         self.xdotool("key", "ctrl+a")

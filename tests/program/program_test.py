@@ -92,6 +92,23 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual([name for name in os.listdir(self.folder) if name.endswith(".tmp")], [])
         self.assertEqual(program.close(), 0)
 
+    def test_the_batch_of_the_example_leads_to_reports(self):
+        with open(os.path.join(INSTALLATION, "example/kvo_batch.txt"), encoding="utf-8") as file:
+            batch = file.read()
+        self.assertEqual(batch.count(" 50"), 2)
+        with open(self.path("kvo_batch.txt"), "w", encoding="utf-8") as file:
+            file.write(batch.replace(" 50", " 20"))
+        program = self.open_on_folder()
+        program.run_batch()
+        console = program.console()
+        self.assertNotIn("WARNING", console)
+        self.assertRegex(console, r"\n +1  positive +3007  24056 +40,4,0 +4\.431 .*  Right insula, BA 48\n")
+        self.assertRegex(console, r"Pooled g: 0\.133 \(95 % interval")
+        for report in ("MyMean_z_p_0.00500_1.000_10.html", "extract_Right_insula.html"):
+            self.assertIn(report, console)
+            self.assertTrue(os.path.exists(self.path(report)), report)
+        self.assertEqual(program.close(), 0)
+
     def test_a_refused_command_changes_nothing(self):
         before = tree(self.folder)
         program = self.open_on_folder()
