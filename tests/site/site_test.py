@@ -4,10 +4,11 @@
 site_test.py INSTALLATION [PICTURES]: with a folder for PICTURES it leaves screenshots to look at."""
 
 import filecmp
-import functools
+import html
 import html.parser
 import os
 import re
+import shlex
 import shutil
 import socket
 import subprocess
@@ -27,7 +28,7 @@ SITE = os.path.join(ROOT, "site")
 PAGES = ("index.html", "manual/index.html", "utilities/index.html")
 TOPICS = ("Changes", "folder", "settings", "spm", "pp", "tbss", "globals", "mean", "lm", "lm_groups",
           "lm_regression", "threshold", "multi", "create.mask", "extract", "start", "example")
-INSTALLATION, PICTURES = (sys.argv[1:] + [None])[:2]
+INSTALLATION, PICTURES = (os.path.abspath(path) if path else None for path in (sys.argv[1:] + [None])[:2])
 
 
 def text_of(path):
@@ -296,16 +297,41 @@ class Pages(unittest.TestCase):
         self.assertIn("n1", self.problem())
 
 
-@functools.lru_cache
-def example_run():
-    """The commands of the manual's example, run; the folder and what the engine said."""
+def run_engine(folder, command):
+    """What the engine says of a command, as the console shows it."""
+    done = subprocess.run([os.path.join(INSTALLATION, "bin/linux64/kvo_parse"), *shlex.split(command)],
+                          cwd=folder, text=True, stdout=subprocess.PIPE, check=False)
+    if done.returncode != 0:
+        raise AssertionError(f"{command}: {done.stdout}")
+    return html.unescape(done.stdout)
+
+
+def copy_of_example():
     folder = tempfile.mkdtemp(prefix="kvo_example_")
     shutil.copytree(os.path.join(ROOT, "example"), folder, dirs_exist_ok=True)
+    return folder
+
+
+def add_columns(folder, columns):
+    """Adds columns to the study table: the value of each row by a function of the row's number."""
+    path = os.path.join(folder, "kvo_table.txt")
+    with open(path, encoding="utf-8") as file:
+        header, *rows = file.read().splitlines()
+    lines = ["\t".join([header, *columns])]
+    lines += ["\t".join([row, *(str(value(number)) for value in columns.values())])
+              for number, row in enumerate(rows)]
+    with open(path, "w", encoding="utf-8") as file:
+        file.write("\n".join(lines) + "\n")
+    return [re.split("[\t ,]", row)[0] for row in rows]
+
+
+def example_run():
+    """The batch of the example, which is what the manual does; the folder and what the engine said."""
+    folder = copy_of_example()
     said = ""
-    for command in ("pp gray_matter, 0.0, 20, gray_matter, 100", "MyMean = mean"):
-        done = subprocess.run([os.path.join(INSTALLATION, "bin/linux64/kvo_parse"), *command.split()],
-                              cwd=folder, text=True, stdout=subprocess.PIPE, check=True)
-        said += command + "\n" + done.stdout
+    for command in text_of("example/kvo_batch.txt").splitlines():
+        if command and not command.startswith("#"):
+            said += command + "\n" + run_engine(folder, command)
     return folder, said
 
 
@@ -324,9 +350,18 @@ class Example(unittest.TestCase):
     def map(self, kind):
         return nibabel.load(os.path.join(self.folder, f"MyMean_{kind}.nii.gz"))
 
+    def read(self, name):
+        with open(os.path.join(self.folder, name), encoding="utf-8") as file:
+            return file.read()
+
+    def marked(self, attribute):
+        """The texts that the page marks with a data attribute, by its value."""
+        return dict(re.findall(rf'data-{attribute}="(\w+)">([^<]+)<', self.page))
+
     def test_console(self):
-        shown = re.search(r'<code class="console">(.*?)</code>', self.page, re.DOTALL)[1]
-        for line in shown.splitlines():
+        blocks = re.findall(r'<code class="console">(.*?)</code>', self.page, re.DOTALL)
+        self.assertEqual(len(blocks), 3)
+        for line in html.unescape("\n".join(blocks)).splitlines():
             self.assertIn(line + "\n", self.said)
 
     def test_peaks(self):
@@ -353,16 +388,57 @@ class Example(unittest.TestCase):
             below = (self.map(kind).get_fdata()[inside] < float(limit)).sum()
             self.assertEqual(int(shown), below, (kind, limit))
 
+    def test_region_and_leave_one_out(self):
+        table = self.read("MyMean_z_p_0.00500_1.000_10.csv")
+        self.assertIn(f"Right insula {self.marked('share')['insula']} (", table.splitlines()[1])
+        report = self.read("extract_Right_insula.html")
+        rows = report[report.index("Leave-one-out"):report.index("What was run")]
+        pooled = re.findall(r">pain_\d+</t[dh]>\s*<td[^>]*>([^<]+)<", rows)
+        self.assertEqual(len(pooled), 21)
+        self.assertEqual(self.marked("leave-one-out"), {"least": min(pooled), "most": max(pooled)})
+
+    def test_jackknife(self):
+        """z in the right insula without each study in turn; random places do not matter to it."""
+        folder = copy_of_example()
+        try:
+            names = [f"without_{number}" for number in range(21)]
+            studies = add_columns(folder, {name: lambda row, left_out=number: int(row != left_out)
+                                           for number, name in enumerate(names)})
+            run_engine(folder, "pp gray_matter, 1.0, 20, gray_matter, 1")
+            z = {}
+            for name, study in zip(names, studies):
+                run_engine(folder, f"JK = mean {name}")
+                image = nibabel.load(os.path.join(folder, "JK_z.nii.gz"))
+                z[study] = image.get_fdata()[tuple(numpy.linalg.solve(image.affine, [40, 4, 0, 1])[:3].astype(int))]
+        finally:
+            shutil.rmtree(folder)
+        least, most = min(z, key=z.get), max(z, key=z.get)
+        self.assertEqual(self.marked("jackknife"), {"least": f"{z[least]:.2f}", "most": f"{z[most]:.2f}"})
+        self.assertIn(f"(without {least})", self.page)
+        self.assertIn(f"(without {most})", self.page)
+
     def test_commands_are_those_of_the_engine(self):
-        """Every example of the command table has a form that the engine knows."""
-        done = subprocess.run([os.path.join(INSTALLATION, "bin/linux64/kvo_parse"), "help"], text=True,
-                              stdout=subprocess.PIPE, check=True)
-        section = re.search(r'<section id="commands">.*?</table>', self.page, re.DOTALL)[0]
-        grammars = re.findall(r"<tr><td><code>([^<]+)</code>", section)
-        self.assertGreater(len(grammars), 8)
-        help_lines = [line.strip() for line in done.stdout.splitlines()]
-        for grammar in grammars:
-            self.assertIn(grammar, help_lines)
+        """The command table is that of the engine's help, whose examples do what they say."""
+        folder = copy_of_example()
+        try:
+            help_lines = [line.strip() for line in run_engine(folder, "help").splitlines()]
+            section = re.search(r'<section id="commands">.*?</table>', self.page, re.DOTALL)[0]
+            rows = re.findall(r"<tr><td><code>([^<]+)</code></td><td><code>([^<]+)</code>", section)
+            examples = [line.removeprefix("Example: ") for line in help_lines if line.startswith("Example: ")]
+            self.assertEqual([example for _, example in rows], examples)
+            for grammar, _ in rows:
+                self.assertIn(grammar, help_lines)
+            add_columns(folder, {"age": lambda row: 30 + row % 7, "patients": lambda row: row % 2,
+                                 "adults": lambda row: int(row > 2), "mean1": lambda row: 1 + row % 3,
+                                 "sd1": lambda row: 2})
+            for meta in ("meta1", "meta2"):
+                shutil.copy(os.path.join(self.folder, "MyMean_p.nii.gz"), os.path.join(folder, meta + "_p.nii.gz"))
+            for example in examples:
+                with self.subTest(example=example):
+                    # A single randomization, which is quicker, does as well.
+                    run_engine(folder, example.replace(", 50", ", 1"))
+        finally:
+            shutil.rmtree(folder)
 
 
 if __name__ == "__main__":
