@@ -102,7 +102,7 @@ class ProgramTest(unittest.TestCase):
         program.run_batch()
         console = program.console()
         self.assertNotIn("WARNING", console)
-        self.assertRegex(console, r"\n +1  positive +3007  24056 +40,4,0 +4\.431 .*  Right insula, BA 48\n")
+        self.assertRegex(console, r"\n +1  positive +\d+ +\d+ +40,4,0 +4\.431 .*  Right insula, BA 48\n")
         self.assertRegex(console, r"Pooled g: 0\.133 \(95 % interval")
         for report in ("MyMean_z_p_0.00500_1.000_10.html", "extract_Right_insula.html"):
             self.assertIn(report, console)
