@@ -87,6 +87,11 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   report.facts = std::move(known.facts);
   report.facts.insert(report.facts.begin(),
                       {{"Map", command.arguments[0]}, {"Thresholds", result.criteria}});
+  if (known.methods.analysis == MethodsFacts::Analysis::linear_model)
+    report.facts.insert(report.facts.begin() + 1,
+                        {"Coefficient", known.methods.term.empty()
+                                            ? "the intercept: the effect where all terms are 0"
+                                            : "of " + known.methods.term});
   report.commands = std::move(known.commands);
   report.commands.push_back(command.text());
   report.methods = methods_of(known.methods);

@@ -437,6 +437,9 @@ class Example(unittest.TestCase):
                 with self.subTest(example=example):
                     # A single randomization, which is quicker, does as well.
                     run_engine(folder, example.replace(", 50", ", 1"))
+            run_engine(folder, "threshold MyModel_01, p, 0.1, 0, 1")
+            with open(os.path.join(folder, "MyModel_01_z_p_0.10000_0.000_1.html"), encoding="utf-8") as report:
+                self.assertRegex(report.read(), r"Coefficient</\w+>\s*<\w+[^>]*>of patients<")
         finally:
             shutil.rmtree(folder)
 

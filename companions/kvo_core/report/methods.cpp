@@ -265,7 +265,7 @@ void describe_thresholds(Paragraph& text, const MethodsFacts& facts) {
                                          ? " (one-tailed, corrected for the family-wise error)"
                                          : " (one-tailed, uncorrected)")};
   if (thresholds.peak_z) terms.push_back("a peak z of at least " + plain(*thresholds.peak_z));
-  if (thresholds.peak_p) terms.push_back("a peak p below " + plain(*thresholds.peak_p));
+  if (thresholds.peak_p) terms.push_back("a peak p of at most " + plain(*thresholds.peak_p));
   terms.push_back("an extent of at least " + counted(thresholds.extent, "voxel", "voxels"));
   text.sentence("Voxels were considered significant at " + terms.front() +
                 ", in clusters (26-connectivity) with " + listed({terms.begin() + 1, terms.end()}));

@@ -91,7 +91,7 @@ TEST(Methods, SaysWhatWasDone) {
        [](MethodsFacts& f) {
          f.thresholds = {0.00001, true, std::nullopt, 0.05, 1};
        },
-       {"p < 0.00001 (one-tailed, corrected for the family-wise error)", "peak p below 0.05",
+       {"p < 0.00001 (one-tailed, corrected for the family-wise error)", "peak p of at most 0.05",
         "1 voxel."},
        {"uncorrected"}},
       {"linear model",
