@@ -13,6 +13,7 @@
 #include "companions/kvo_core/verbs.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
+#include "workspace/study_table.h"
 
 namespace {
 
@@ -40,11 +41,31 @@ void add_command(MethodsFacts& methods, const std::string& map, const std::strin
   }
 }
 
-/// What the files of the studies say.
-void add_studies(MethodsFacts& methods, const PpRecord& record) {
+/// The study that a map of a jackknife was made without, by the end of the map's name; "" when no
+/// study is called so.
+std::string left_out_of(const std::string& map, const StudyTable& table) {
+  std::string longest;
+  for (const Study& study : table.studies)
+    if (study.name.size() > longest.size() && map.ends_with("JK" + study.name))
+      longest = study.name;
+  return longest;
+}
+
+/// What the files of the studies say. The filter of a jackknife has gone when it has ended; what it
+/// was is told only when the others are all the studies.
+void add_studies(MethodsFacts& methods, const std::string& map, const PpRecord& record) {
+  const bool jackknife = methods.subgroup == KVO_JACKKNIFE_VARIABLE;
+  if (jackknife) methods.subgroup.clear();
   try {
     const StudyTable table = read_study_table();
-    for (const std::size_t s : filtered_studies(table, methods.subgroup)) {
+    std::vector<std::size_t> chosen = filtered_studies(table, methods.subgroup);
+    if (jackknife) {
+      methods.left_out = left_out_of(map, table);
+      std::erase_if(chosen,
+                    [&](std::size_t s) { return table.studies[s].name == methods.left_out; });
+      if (chosen.size() != methods.studies) return;
+    }
+    for (const std::size_t s : chosen) {
       const Study& study = table.studies[s];
       if (record.checksums.contains(study.name + ".nii.gz")) {
         ++methods.studies_with_images;
@@ -85,7 +106,8 @@ MapFacts facts_of_map(const std::string& map) {
     known.facts = {{"Studies", std::to_string(analysis->studies)},
                    {"Participants", std::to_string(analysis->participants)}};
   }
-  add_studies(methods, record);
+  add_studies(methods, map, record);
+  if (!methods.left_out.empty()) known.facts.push_back({"Left out", methods.left_out});
   known.facts.insert(
       known.facts.end(),
       {{"Kernel", text_of(record.fwhm) + " mm FWHM, anisotropy " + text_of(record.anisotropy) +

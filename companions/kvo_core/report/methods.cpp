@@ -108,6 +108,7 @@ std::string studies_of(const MethodsFacts& facts) {
     text += " with " + counted(facts.participants, "participant", "participants") +
             (facts.studies == 1 ? "" : " in total");
   if (!facts.subgroup.empty()) text += " (subgroup '" + facts.subgroup + "')";
+  if (!facts.left_out.empty()) text += " (without '" + facts.left_out + "')";
   return text;
 }
 

@@ -14,6 +14,7 @@ struct MethodsFacts {
 
   std::size_t studies = 0, participants = 0;  ///< participants: 0 when unknown
   std::string subgroup;                       ///< the filter's variable, or ""
+  std::string left_out;                       ///< of a jackknife: the study that it is without
   std::vector<std::string> variables;         ///< of the model, or of the globals' model
   std::string term;                           ///< whose map a linear model's map is; "" intercept
   std::string mask_of_extraction;

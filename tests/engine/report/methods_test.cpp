@@ -54,8 +54,9 @@ TEST(Methods, SaysWhatWasDone) {
        [](MethodsFacts& f) {
          f.talairach = f.unknown_heights = true;
          f.subgroup = "adults";
+         f.left_out = "Lee2010";
        },
-       {"Lancaster et al. 2007", "without their height", "subgroup 'adults'"},
+       {"Lancaster et al. 2007", "without their height", "(subgroup 'adults') (without 'Lee2010')"},
        {}},
       {"anisotropy",
        [](MethodsFacts& f) {
