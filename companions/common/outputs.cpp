@@ -37,10 +37,13 @@ Q_fd lock_folder() {
 }
 
 /// Whether the name stands for a file of the working folder or of its folder "pp", and nowhere
-/// else.
+/// else. Names with control characters, such as the end of a line, cannot be listed in the journal.
 bool is_output_name(std::string_view name) {
   if (name.starts_with(sub_folder + "/")) name.remove_prefix(sub_folder.size() + 1);
-  return !name.empty() && name.front() != '.' && name.find('/') == std::string_view::npos;
+  return !name.empty() && name.front() != '.' && trimmed(name) == name &&
+         std::none_of(name.begin(), name.end(), [](char c) {
+           return c == '/' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
+         });
 }
 
 void discard() {
@@ -105,8 +108,27 @@ Leftovers recover_locked() {
   return Leftovers::discarded;
 }
 
-void check_place(const std::string& name) {
-  if (is_folder(name)) throw Refusal("'" + name + "' cannot be replaced: it is a folder.");
+/// What the system would say to a move into a folder: nothing may stop the moves once they begin.
+/// `folder` is what its entries are looked up in.
+void check_place(const std::string& name, const std::string& folder) {
+  struct stat old {
+  }, place{};
+  if (lstat(name.c_str(), &old) != 0) return;
+  if (S_ISDIR(old.st_mode)) throw Refusal("'" + name + "' cannot be replaced: it is a folder.");
+  const uid_t user = geteuid();
+  if (user != 0 && stat(folder.c_str(), &place) == 0 && (place.st_mode & S_ISVTX) != 0 &&
+      user != place.st_uid && user != old.st_uid)
+    throw Refusal("'" + name +
+                  "' cannot be replaced: it belongs to another user, and the folder lets nobody "
+                  "replace the files of others.");
+}
+
+void check_sub_folder() {
+  if (!exists(sub_folder)) return;
+  if (!is_folder(sub_folder)) throw Refusal("'" + sub_folder + "' is not a folder.");
+  if (access(sub_folder.c_str(), W_OK | X_OK) != 0)
+    throw Refusal("The folder '" + sub_folder + "' cannot be written: " + std::strerror(errno) +
+                  ".");
 }
 
 }  // namespace
@@ -123,7 +145,11 @@ void check_folder_writable() {
 
 Outputs::Outputs() : lock_(lock_folder()) {
   recover_locked();
-  if (mkdir(stage.c_str(), 0777) != 0) refuse_folder(std::strerror(errno));
+  if (mkdir(stage.c_str(), 0777) == 0) return;
+  if (errno == EEXIST)
+    throw Refusal("'" + stage + "', which an earlier command has left, cannot be removed. Please " +
+                  "have its owner remove it.");
+  refuse_folder(std::strerror(errno));
 }
 
 Outputs::~Outputs() {
@@ -143,15 +169,15 @@ void Outputs::write_text(const std::string& name, std::string_view text) {
 }
 
 void Outputs::remove(const std::string& name) {
-  removed_.push_back(name);
+  if (is_output_name(name)) removed_.push_back(name);
 }
 
 void Outputs::commit() {
-  if (exists(sub_folder) && !is_folder(sub_folder))
-    throw Refusal("'" + sub_folder + "' is not a folder.");
+  const bool has_sub_folder = is_folder(stage + "/" + sub_folder);
+  if (has_sub_folder) check_sub_folder();
   std::string moves;
   for (const std::string& name : moved_) {
-    check_place(name);
+    check_place(name, name.find('/') == std::string::npos ? "." : sub_folder);
     moves += move_word + name + "\n";
   }
   for (const std::string& name : removed_)

@@ -36,11 +36,12 @@ class Outputs {
   std::string path_of(const std::string& name);
   /// Writes a whole text as the output `name`.
   void write_text(const std::string& name, std::string_view text);
-  /// Has a file of the working folder removed at the end; one that is not there is no error.
+  /// Has a file of the working folder removed at the end; one that is not there is no error, and a
+  /// name that no output can have is passed over.
   void remove(const std::string& name);
 
   /// Puts everything in its place. Throws Refusal, with nothing changed, when a place is taken by
-  /// something that is not a file.
+  /// something that is not a file or may not be replaced by this user.
   void commit();
 
  private:
