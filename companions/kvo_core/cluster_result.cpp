@@ -34,7 +34,10 @@ void check_result_name(const std::string& base) {
   if (base.size() > longest_base)
     throw Refusal("The name of the result, '" + base + "', would be too long for a file.");
   const std::string image = image_file(base);
-  if (std::filesystem::exists(image) && !written_by_this_system(image))
+  std::error_code ignored;
+  // A link is something made elsewhere too, wherever it leads.
+  const bool taken = std::filesystem::exists(std::filesystem::symlink_status(image, ignored));
+  if (taken && !written_by_this_system(image))
     throw Refusal("There is already a '" + image +
                   "' that was made elsewhere. Please move or rename it.");
 }

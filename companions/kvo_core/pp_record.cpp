@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <charconv>
+#include <cmath>
 #include <optional>
 
 #include "companions/common/error.h"
@@ -100,7 +101,10 @@ PpRecord read_pp_record() {
   record.mask = name_in(lines, "mask");
   record.anisotropy = number_in(lines, "anisotropy", 0, 1);
   record.fwhm = number_in(lines, "fwhm", 0.1, 1000);
-  record.randomizations = std::size_t(number_in(lines, "randomizations", 1, max_randomizations));
+  const double randomizations = number_in(lines, "randomizations", 1, max_randomizations);
+  if (randomizations != std::floor(randomizations))
+    refuse_value("randomizations", text_of(randomizations));
+  record.randomizations = std::size_t(randomizations);
   record.seed = seed_in(lines);
   for (const auto& [key, value] : lines) {
     if (key.starts_with(checksum_key))

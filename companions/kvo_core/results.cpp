@@ -23,6 +23,8 @@ constexpr std::string_view written_by_us = "KVO ";
 constexpr std::size_t longest_description = 79;  // bytes of the header's field
 // With fewer randomizations the smallest family-wise p that is possible is above 0.05.
 constexpr std::size_t least_for_family_wise = 20;
+// No list has counts beyond this one, which every unsigned number of 64 bits still holds.
+constexpr double largest_count = 1e18;
 
 bool exists(const std::string& path) {
   struct stat status {};
@@ -138,7 +140,7 @@ std::size_t null_values_of(const std::string& map) {
     const std::vector<std::string_view> cells = words(line.text);
     if (cells.size() < 2 || cells[0] != map) continue;
     const std::optional<double> values = number_of(cells[1]);
-    if (values && *values >= 1 && *values < 1e18) return std::size_t(*values);
+    if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
     throw Refusal(at_line(null_list_file, line.number) + "there is no number of values.");
   }
   throw Refusal("'" + std::string(null_list_file) + "' has no null distribution of map '" + map +
@@ -186,14 +188,17 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
   for (const TextLine& line : filled_lines(text)) {
     const std::vector<std::string_view> cells = words(line.text);
     if (line.number == 1 || cells[0] != map) continue;
-    const auto studies = cells.size() > 3 ? number_of(cells[1]) : std::nullopt;
-    const auto participants = cells.size() > 3 ? number_of(cells[2]) : std::nullopt;
-    if (!studies || !participants || *studies < 1 || *participants < 1)
+    const auto count = [&](std::size_t cell) {
+      const std::optional<double> number = cells.size() > 3 ? number_of(cells[cell]) : std::nullopt;
+      return number.value_or(0) >= 1 && *number < largest_count ? std::size_t(*number) : 0;
+    };
+    const std::size_t studies = count(1), participants = count(2);
+    if (studies == 0 || participants == 0)
       throw Refusal(at_line(analysis_list_file, line.number) +
                     "there are no numbers of studies and participants and no command.");
     return AnalysisFacts{
-        std::string(line.text.substr(std::size_t(cells[3].data() - line.text.data()))),
-        std::size_t(*studies), std::size_t(*participants)};
+        std::string(line.text.substr(std::size_t(cells[3].data() - line.text.data()))), studies,
+        participants};
   }
   return std::nullopt;
 }

@@ -15,6 +15,8 @@ constexpr std::string_view separators = " \t,";
 constexpr const char* missing = "NA";
 constexpr double max_sample = 1e9;
 constexpr double max_threshold = 1000;
+// Short rows are filled up to the header's length, so that a small file could ask for any memory.
+constexpr std::size_t max_cells = 5000000;
 
 [[noreturn]] void refuse(std::size_t line, const std::string& what) {
   throw Refusal(at_line(study_table_file, line) + what + ".");
@@ -106,6 +108,10 @@ StudyTable read_study_table() {
   if (lines.size() < 2) throw Refusal("'" + std::string(study_table_file) + "' holds no studies.");
   table.columns = cells_of(lines[0].text);
   check_header(table, lines[0].number);
+  if (lines.size() > max_cells / table.columns.size())
+    throw Refusal("'" + std::string(study_table_file) +
+                  "' is too large: " + std::to_string(lines.size() - 1) + " studies with " +
+                  std::to_string(table.columns.size()) + " columns.");
   std::unordered_map<std::string, std::size_t> line_of_name;
   for (const TextLine& line : std::span(lines).subspan(1)) {
     table.studies.push_back(
