@@ -1,7 +1,6 @@
 // Whole commands: what they leave, and what is left when they do not come to their end.
 
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -270,29 +269,6 @@ TEST(Run, FinishesWithoutAReader) {
   command.close_output();
   EXPECT_EQ(command.finish().status, 0);
   EXPECT_EQ(read_text("kvo_maps.txt"), "MyMean\n");
-}
-
-TEST(Run, IsRefusedInAFolderThatCannotBeWritten) {
-  const Installation engine;
-  write_studies(3);
-  ASSERT_EQ(engine.run(preprocess + "1").closing(), "d");
-  fs::permissions(".", fs::perms(0555));
-  const auto before = snapshot();
-  const auto as_nobody = [] {
-    constexpr gid_t nobody = 65534;
-    if (geteuid() == 0 &&
-        (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0))
-      _exit(126);
-  };
-  for (const std::string& command :
-       {preprocess + "1", std::string("MyMean = mean"),
-        std::string("x = mask coordinate, 26, -12, 4"), std::string("extract gray_matter")}) {
-    const Outcome outcome = engine.run(command, as_nobody);
-    EXPECT_THAT(outcome.lines,
-                ElementsAre("WARNING: The working folder cannot be written: Permission denied."));
-    EXPECT_TRUE(snapshot() == before);
-  }
-  fs::permissions(".", fs::perms(0755));
 }
 
 TEST(Run, LeavesTheFolderAsItWasWhenTheDiskIsFull) {

@@ -68,6 +68,9 @@ class Installation {
   Test_folder folder_;
 };
 
+/// Gives up the rights of the superuser, for the `prepare` of a command. Nothing without them.
+void become_nobody();
+
 /// The MNI coordinates of the voxels of the box, in the grid's order: 8 x 7 x 6 voxels.
 std::vector<std::array<int, 3>> box_voxels();
 
