@@ -86,6 +86,9 @@ void remove_others(Outputs& outputs, std::span<const NamedMap> maps) {
 }  // namespace
 
 void check_analysis_name(const std::string& name, const StudyTable& table) {
+  // The name of a coefficient's map is longer than that of its model.
+  if (const char* fault = name_fault(name); fault != nullptr)
+    throw Refusal("The name '" + name + "' " + fault + ".");
   if (name.starts_with("mask_"))
     throw Refusal("The name '" + name +
                   "' cannot be used: names that begin with 'mask_' are kept for masks.");

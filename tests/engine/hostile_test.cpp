@@ -132,6 +132,7 @@ TEST_F(Hostile, LinksAndDamageInThePlaceOfInputsAreRefused) {
       {link("Other_z.nii.gz", result), threshold, "There is already a '" + result + "' that was"},
       {link("nowhere", "mask_New.nii.gz"), "New = mask label, 41",
        "The name 'New' cannot be used: there is already a 'mask_New.nii.gz' that was made"},
+      {[] {}, std::string(199, 'x') + " = lm age", "The name '" + std::string(199, 'x') + "_0' is"},
       {text("kvo_analyses.txt", "map\nMyMean 1e300 1 x\n"), threshold,
        "'kvo_analyses.txt', line 2: there are no numbers of studies and participants"},
       {text("kvo_table.txt", wide), preprocess,
