@@ -110,10 +110,11 @@ ClusterReport report_of(const Command& command, const Request& request, const Im
   methods.error_assumed = request.mode.error;
   methods.better_scenario = request.mode.error && request.mode.scenario;
   methods.tolerable_p = request.mode.tolerable;
-  MethodsFacts::Thresholds& thresholds = methods.thresholds.emplace();
+  MethodsFacts::Thresholds thresholds;
   thresholds.p = command.number(2);
   thresholds.peak_p = command.number(3);
   thresholds.extent = request.extent;
+  methods.thresholds = thresholds;
   ClusterReport report;
   const auto source = [](const std::string& name, const Image& image) {
     const std::string file = p_file(name);

@@ -79,10 +79,11 @@ std::vector<float> beyond(const Map& map, float p) {
 ClusterReport report_of(const Command& command, const ClusterResult& result,
                         const Thresholds& thresholds) {
   MapFacts known = facts_of_map(command.arguments[0]);
-  MethodsFacts::Thresholds& stated = known.methods.thresholds.emplace();
+  MethodsFacts::Thresholds stated;
   stated.p = command.number(2);
   stated.peak_z = command.number(3);
   stated.extent = thresholds.extent;
+  known.methods.thresholds = stated;
   ClusterReport report;
   report.facts = std::move(known.facts);
   report.facts.insert(report.facts.begin(),
