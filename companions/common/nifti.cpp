@@ -226,6 +226,10 @@ std::string read_description(const std::string& path) {
   return placed_image(path, value_of(path, nifti_read_info(path))).description;
 }
 
+Space read_space(const std::string& path) {
+  return placed_image(path, value_of(path, nifti_read_info(path))).space;
+}
+
 Image read_image(const std::string& path) {
   Nifti_options options;
   options.max_volumes = 1;

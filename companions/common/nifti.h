@@ -64,6 +64,8 @@ Image read_image(const std::string& path);
 /// The description in the header of such a file, as read_image() would give it. Throws Refusal when
 /// the header is none of an image that read_image() reads.
 std::string read_description(const std::string& path);
+/// The space that the header names, likewise.
+Space read_space(const std::string& path);
 
 /// Writes a 32-bit float image (gzip when the path ends with ".gz"). The same image always gives
 /// the same bytes. They may still have to reach the disk: whoever renames the file flushes it

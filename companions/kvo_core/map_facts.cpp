@@ -5,11 +5,13 @@
 #include <optional>
 
 #include "companions/common/error.h"
+#include "companions/common/nifti.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_core/model.h"
 #include "companions/kvo_core/peaks.h"
 #include "companions/kvo_core/pp_record.h"
 #include "companions/kvo_core/results.h"
+#include "companions/kvo_core/study_image.h"
 #include "companions/kvo_core/verbs.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
@@ -41,6 +43,15 @@ void add_command(MethodsFacts& methods, const std::string& map, const std::strin
   }
 }
 
+/// Of the chosen studies those that have a value of each variable of the model.
+std::vector<std::size_t> with_all_values(const StudyTable& table,
+                                         const std::vector<std::string>& variables,
+                                         const std::vector<std::size_t>& chosen) {
+  std::string model;
+  for (const std::string& variable : variables) model += (model.empty() ? "" : " + ") + variable;
+  return read_model(table, model, chosen).studies;
+}
+
 /// The study that a map of a jackknife was made without, by the end of the map's name; "" when no
 /// study is called so.
 std::string left_out_of(const std::string& map, const StudyTable& table) {
@@ -65,10 +76,11 @@ void add_studies(MethodsFacts& methods, const std::string& map, const PpRecord& 
                     [&](std::size_t s) { return table.studies[s].name == methods.left_out; });
       if (chosen.size() != methods.studies) return;
     }
-    for (const std::size_t s : chosen) {
+    for (const std::size_t s : with_all_values(table, methods.variables, chosen)) {
       const Study& study = table.studies[s];
-      if (record.checksums.contains(study.name + ".nii.gz")) {
+      if (record.checksums.contains(image_file(study))) {
         ++methods.studies_with_images;
+        methods.talairach = methods.talairach || read_space(image_file(study)) == Space::talairach;
         continue;
       }
       const StudyPeaks peaks = read_peaks(study);
