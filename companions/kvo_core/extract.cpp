@@ -138,12 +138,20 @@ std::vector<Fact> facts_of(const Extraction& extraction, const Summary& summary)
   return facts;
 }
 
+// Such effects are those of the sample sizes, not of what was measured.
+constexpr const char* unknown_heights_text =
+    "Peaks of unknown height were given that of the study's significance threshold. This makes the "
+    "studies look more alike than they are: heterogeneity and Egger's test are not to be relied "
+    "on.";
+
 std::string report_of(const Command& command, const Extraction& extraction,
                       const Summary& summary) {
+  MapFacts known = facts_of_map("");
   HtmlReport report("Values within the mask '" + extraction.mask + "'",
                     "One effect for each study: the mean of its map inside the mask");
   report.heading("Result");
   report.facts(facts_of(extraction, summary));
+  if (known.methods.unknown_heights) report.paragraph(unknown_heights_text);
   report.heading("Studies");
   report.table(effect_html(extraction.studies, summary.pool.weights));
   add_pool_plots(report, extraction.studies, summary.pool, summary.egger);
@@ -152,7 +160,6 @@ std::string report_of(const Command& command, const Extraction& extraction,
     report.paragraph("The pooled effect of all studies but one.");
     report.table(leave_one_out_html(extraction.studies, summary.without));
   }
-  MapFacts known = facts_of_map("");
   known.methods.analysis = MethodsFacts::Analysis::extraction;
   known.methods.studies = extraction.studies.size();
   known.methods.participants = participants_of(extraction.studies);

@@ -66,6 +66,12 @@ struct Reader {
     std::string blanks(text);
     std::replace(blanks.begin(), blanks.end(), ',', ' ');
     const std::vector<std::string_view> cells = words(blanks);
+    // "1,5 -14 6" would pass for four numbers.
+    const auto commas = std::count(text.begin(), text.end(), ',');
+    if (commas != 0 && commas != 3)
+      refuse(line,
+             "commas stand neither between all numbers nor between none; decimals are "
+             "written with a full stop");
     if (cells.size() != 4)
       refuse(line,
              "there are " + std::to_string(cells.size()) + " numbers; a peak has four: x y z t");
