@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "companions/common/error.h"
+#include "companions/common/exists.h"
 #include "companions/common/text_file.h"
 #include "util/whole_file.h"
 
@@ -51,11 +52,6 @@ void discard() {
   std::filesystem::remove_all(stage, ignored);
 }
 
-bool exists(const std::string& path) {
-  struct stat status {};
-  return lstat(path.c_str(), &status) == 0;
-}
-
 bool is_folder(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -73,7 +69,7 @@ void flush_folder(const std::string& path) {
 
 void make_move(const std::string& name) {
   const std::string from = stage + "/" + name;
-  if (!stays_inside(name) || !exists(from)) return;
+  if (!stays_inside(name) || !entry_exists(from)) return;
   if (rename(from.c_str(), name.c_str()) != 0)
     throw Refusal("'" + name + "' cannot be replaced: " + std::strerror(errno) + ".");
 }
@@ -98,9 +94,9 @@ void make_moves() {
 }
 
 Leftovers recover_locked() {
-  if (!exists(stage)) return Leftovers::none;
+  if (!entry_exists(stage)) return Leftovers::none;
   // What is a link, or no folder, is not ours to follow.
-  if (is_folder(stage) && exists(journal)) {
+  if (is_folder(stage) && entry_exists(journal)) {
     make_moves();
     return Leftovers::completed;
   }
@@ -124,7 +120,7 @@ void check_place(const std::string& name, const std::string& folder) {
 }
 
 void check_sub_folder() {
-  if (!exists(sub_folder)) return;
+  if (!entry_exists(sub_folder)) return;
   if (!is_folder(sub_folder)) throw Refusal("'" + sub_folder + "' is not a folder.");
   if (access(sub_folder.c_str(), W_OK | X_OK) != 0)
     throw Refusal("The folder '" + sub_folder + "' cannot be written: " + std::strerror(errno) +
@@ -134,7 +130,7 @@ void check_sub_folder() {
 }  // namespace
 
 Leftovers recover_folder() {
-  if (!exists(stage)) return Leftovers::none;
+  if (!entry_exists(stage)) return Leftovers::none;
   const Q_fd lock = lock_folder();
   return recover_locked();
 }
@@ -153,7 +149,7 @@ Outputs::Outputs() : lock_(lock_folder()) {
 }
 
 Outputs::~Outputs() {
-  if (!exists(journal)) discard();
+  if (!entry_exists(journal)) discard();
 }
 
 std::string Outputs::path_of(const std::string& name) {

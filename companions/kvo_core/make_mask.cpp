@@ -1,11 +1,10 @@
 // Masks of a region: of the atlas, or around a coordinate.
 
-#include <sys/stat.h>
-
 #include <cmath>
 #include <optional>
 
 #include "companions/common/error.h"
+#include "companions/common/exists.h"
 #include "companions/common/install.h"
 #include "companions/common/outputs.h"
 #include "companions/common/progress.h"
@@ -21,21 +20,17 @@ namespace {
 constexpr const char* brain_mask = "brain";
 constexpr double radius = 10;  // mm
 
-bool exists(const std::string& path) {
-  struct stat status {};
-  return lstat(path.c_str(), &status) == 0;
-}
-
 /// A mask of the user's, or one that other commands would not see, must not be lost sight of.
 void check_mask_name(const std::string& name) {
   const std::string file = mask_file(name);
   const std::string cannot = "The name '" + name + "' cannot be used: ";
-  if (exists(share_path(file))) throw Refusal(cannot + "the installation has a mask of that name.");
-  if (exists(study_table_file))
+  if (entry_exists(share_path(file)))
+    throw Refusal(cannot + "the installation has a mask of that name.");
+  if (entry_exists(study_table_file))
     for (const Study& study : read_study_table().studies)
       if (study.name + ".nii.gz" == file)
         throw Refusal(cannot + "'" + file + "' would be the image of study '" + study.name + "'.");
-  if (exists(file) && !written_by_this_system(file))
+  if (entry_exists(file) && !written_by_this_system(file))
     throw Refusal(cannot + "there is already a '" + file +
                   "' that was made elsewhere. Please choose another name.");
 }
@@ -86,7 +81,7 @@ std::string voxels_text(std::size_t voxels) {
 
 void say_outside_brain(const Mask& mask) {
   const std::string path = share_path(mask_file(brain_mask));
-  if (!exists(path)) return;
+  if (!entry_exists(path)) return;
   const Mask brain = read_mask(path);
   std::size_t outside = 0;
   for (const std::uint32_t index : mask.grid_index)
@@ -100,7 +95,7 @@ void say_outside_brain(const Mask& mask) {
 
 /// The checksum of the mask when it is the one that the maps were made in; nothing otherwise.
 std::optional<std::string> recorded_checksum(const std::string& name) {
-  if (!exists(pp_record_file)) return std::nullopt;
+  if (!entry_exists(pp_record_file)) return std::nullopt;
   try {
     const PpRecord record = read_pp_record();
     const auto found = record.checksums.find(mask_file(name));

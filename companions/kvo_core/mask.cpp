@@ -1,28 +1,22 @@
 #include "companions/kvo_core/mask.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cmath>
 
 #include "companions/common/error.h"
+#include "companions/common/exists.h"
 #include "companions/common/install.h"
 
 namespace {
-
-bool exists(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
-}
 
 enum class First { installation, working_folder };
 
 /// The path of a file of the installation or of the working folder.
 std::string path_of(std::string file, const std::string& what, First first) {
   std::string shared = share_path(file);
-  if (first == First::working_folder && exists(file)) return file;
-  if (exists(shared)) return shared;
-  if (exists(file)) return file;
+  if (first == First::working_folder && path_exists(file)) return file;
+  if (path_exists(shared)) return shared;
+  if (path_exists(file)) return file;
   throw Refusal("There is no " + what + ": neither the share folder nor the working folder has '" +
                 file + "'.");
 }

@@ -1,28 +1,22 @@
 #include "companions/kvo_core/p_maps.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cmath>
 
 #include "companions/common/error.h"
+#include "companions/common/exists.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_core/mask.h"
 #include "companions/kvo_core/results.h"
 
 namespace {
 
-bool exists(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
-}
-
 std::string file_of(const std::string& map, const MapKind& kind) {
   return map + kind.suffix + ".nii.gz";
 }
 
 std::vector<float> read_if_there(const std::string& path) {
-  return exists(path) ? read_p_map(path).values : std::vector<float>();
+  return path_exists(path) ? read_p_map(path).values : std::vector<float>();
 }
 
 std::vector<float> mirrored(const std::vector<float>& p, std::size_t null_values) {

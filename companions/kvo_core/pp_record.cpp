@@ -1,12 +1,11 @@
 #include "companions/kvo_core/pp_record.h"
 
-#include <sys/stat.h>
-
 #include <charconv>
 #include <cmath>
 #include <optional>
 
 #include "companions/common/error.h"
+#include "companions/common/exists.h"
 #include "companions/common/text_file.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
@@ -92,8 +91,7 @@ std::string map_facts(const Study& study) {
 }
 
 PpRecord read_pp_record() {
-  struct stat status {};
-  if (stat(pp_record_file, &status) != 0)
+  if (!path_exists(pp_record_file))
     throw Refusal("No maps found. Please run preprocessing and try again.");
   const Lines lines = read_lines();
   PpRecord record;

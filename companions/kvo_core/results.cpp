@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "companions/common/error.h"
+#include "companions/common/exists.h"
 #include "companions/common/parallel.h"
 #include "companions/common/progress.h"
 #include "companions/common/text_file.h"
@@ -25,11 +26,6 @@ constexpr std::size_t longest_description = 79;  // bytes of the header's field
 constexpr std::size_t least_for_family_wise = 20;
 // No list has counts beyond this one, which every unsigned number of 64 bits still holds.
 constexpr double largest_count = 1e18;
-
-bool exists(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
-}
 
 std::string null_row(const std::string& name, const NullDistribution& null, Tail tail) {
   std::string row =
@@ -58,7 +54,7 @@ NamedMap p_map_of(const std::string& name, const MapKind& kind, const NullDistri
 
 /// A list of maps, which has a header, without the lines of some maps.
 std::string list_without(const char* file, std::string list, std::span<const std::string> names) {
-  if (!exists(file)) return list;
+  if (!path_exists(file)) return list;
   const std::string text = read_text(file);
   const std::vector<TextLine> lines = filled_lines(text);
   for (std::size_t i = 1; i < lines.size(); ++i) {
@@ -124,7 +120,7 @@ std::string command_of_image(const std::string& path) {
 
 std::vector<std::string> read_map_list() {
   std::vector<std::string> names;
-  if (!exists(map_list_file)) return names;
+  if (!path_exists(map_list_file)) return names;
   const std::string text = read_text(map_list_file);
   for (const TextLine& line : filled_lines(text)) {
     std::string name;
@@ -186,7 +182,7 @@ void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const Analysis
 }
 
 std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
-  if (!exists(analysis_list_file)) return std::nullopt;
+  if (!path_exists(analysis_list_file)) return std::nullopt;
   const std::string text = read_text(analysis_list_file);
   for (const TextLine& line : filled_lines(text)) {
     const std::vector<std::string_view> cells = words(line.text);

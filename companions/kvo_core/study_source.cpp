@@ -1,23 +1,13 @@
 #include "companions/kvo_core/study_source.h"
 
-#include <sys/stat.h>
-
 #include "companions/common/error.h"
+#include "companions/common/exists.h"
 #include "companions/kvo_core/peaks.h"
 #include "companions/kvo_core/study_image.h"
 
-namespace {
-
-bool exists(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
-}
-
-}  // namespace
-
 StudySource study_source(const Study& study) {
   const std::string peaks = peaks_file(study), image = image_file(study);
-  const bool has_peaks = exists(peaks), has_image = exists(image);
+  const bool has_peaks = path_exists(peaks), has_image = path_exists(image);
   if (!has_peaks && !has_image)
     throw Refusal("Study '" + study.name + "' has no peaks file '" + peaks + "' and no image '" +
                   image + "'.");
