@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr unsigned STREAM_BUFFER = 1U << 17;
 /// The most that one call of zlib or of the system reads.
 constexpr std::size_t LONGEST_READ = std::size_t{1} << 30;
 
@@ -26,7 +25,7 @@ std::optional<Nifti_source> Nifti_source::open(const std::string& path, bool com
     source.stream_.reset(gzdopen(source.file_.get(), "rb"));
     if (source.stream_ == nullptr) return std::nullopt;
     [[maybe_unused]] const int owned_by_stream = source.file_.release();
-    gzbuffer(source.stream_.get(), STREAM_BUFFER);
+    gzbuffer(source.stream_.get(), NIFTI_STREAM_BUFFER);
   }
   return source;
 }

@@ -9,6 +9,9 @@
 
 #include "util/handles.h"
 
+/// The buffer of a compressed stream: zlib's own are 8 KiB.
+inline constexpr unsigned NIFTI_STREAM_BUFFER = 1U << 17;
+
 /// A file open for reading. Only regular files are taken, so that nothing waits for a named pipe.
 class Nifti_source {
  public:

@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::size_t FIRST_VOXEL = 352;
 constexpr std::size_t BLOCK = std::size_t{1} << 20;
-constexpr unsigned STREAM_BUFFER = 1U << 17;
 constexpr char SINGLE_FILE_MAGIC[4] = {'n', '+', '1', '\0'};
 
 std::span<const char> bytes_of(const Nifti_header& header) {
@@ -39,7 +38,7 @@ class Sink {
     stream_.reset(gzdopen(duplicate.get(), compressed ? "wb6" : "wbT"));
     if (stream_ == nullptr) return;
     [[maybe_unused]] const int owned_by_stream = duplicate.release();
-    gzbuffer(stream_.get(), STREAM_BUFFER);
+    gzbuffer(stream_.get(), NIFTI_STREAM_BUFFER);
   }
 
   [[nodiscard]] bool write(std::span<const char> bytes) {

@@ -27,20 +27,20 @@ std::string_view take_run(std::string_view& text) {
   return run;
 }
 
-Q_string trimmed(std::string_view raw) {
+Q_string trimmed_text(std::string_view raw) {
   Q_string text(raw);
   Q_trim(text);
   return text;
 }
 
 void read_line(std::string_view raw, Kvo_settings& settings) {
-  const Q_string line = trimmed(raw);
+  const Q_string line = trimmed_text(raw);
   std::string_view rest = line.str();
-  const Q_string key = trimmed(take_run(rest));
+  const Q_string key = trimmed_text(take_run(rest));
   const std::string_view value = take_run(rest);
   if (value.empty()) return;
   for (const Setting& setting : SETTINGS)
-    if (key == setting.key) settings.*setting.value = trimmed(value);
+    if (key == setting.key) settings.*setting.value = trimmed_text(value);
 }
 
 std::string on_one_line(std::string text) {

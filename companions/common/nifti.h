@@ -31,6 +31,8 @@ struct Grid {
 /// The grid of every image that the system writes: MNI space, 2 mm, 91 x 109 x 91, voxel (0, 0, 0)
 /// at (-90, -126, -72) mm, i to the right, j to the front, k up.
 const Grid& mni_grid();
+/// The edge of its voxels in mm.
+inline constexpr double voxel_mm = 2;
 
 /// How clearly a header says where the voxels are.
 struct Placement {

@@ -7,6 +7,7 @@
 #include "companions/common/progress.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_core/cluster_table.h"
+#include "companions/kvo_core/report/text.h"
 #include "companions/kvo_core/results.h"
 #include "util/q_string.h"
 
@@ -17,10 +18,6 @@ constexpr std::size_t longest_base = 235;
 
 std::string image_file(const std::string& base) {
   return base + ".nii.gz";
-}
-
-std::string counted(std::size_t count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 }  // namespace
@@ -83,7 +80,7 @@ void say_result(const ClusterResult& result) {
   if (result.clusters.empty()) {
     say("No cluster of " + result.map + " survives: " + result.criteria);
   } else {
-    say(result.map + ": " + counted(positive, "cluster") + " of positive and " +
+    say(result.map + ": " + counted(positive, "cluster", "clusters") + " of positive and " +
         std::to_string(negative) + " of negative effect (" + result.criteria + ")");
     say("");
     say_clusters(result.clusters);

@@ -56,7 +56,7 @@ Row csv_row(const std::string& map, std::size_t number, const Cluster& cluster, 
 }
 
 /// Five decimals, as thresholds have them, or two digits of what is smaller.
-std::string p_text(double p) {
+std::string plain_p_text(double p) {
   return Q_format(p < 0.00001 ? "%.1e" : "%.5f", p).str();
 }
 
@@ -68,7 +68,7 @@ Row console_row(std::size_t number, const Cluster& cluster, std::size_t nth, boo
                      : Row{"", "", "", ""};
   row.push_back(Q_format("%d,%d,%d", x, y, z).str());
   row.push_back(Q_format("%.3f", peak.z).str());
-  row.push_back(p_text(peak.p));
+  row.push_back(plain_p_text(peak.p));
   if (corrected) row.push_back(peak.pFWE ? Q_format("%.4f", *peak.pFWE).str() : "");
   row.push_back(peak.region);
   return row;

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr double least_distance_mm = 8;
-constexpr double voxel_mm = 2;
 
 double squared_distance_mm(const Voxel& a, const Voxel& b) {
   const double i = a.i - b.i, j = a.j - b.j, k = a.k - b.k;

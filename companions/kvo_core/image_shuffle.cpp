@@ -5,10 +5,10 @@
 #include <cmath>
 
 #include "companions/kvo_core/null_distribution.h"
+#include "companions/kvo_core/peak_map.h"
 
 namespace {
 
-constexpr double radius_in_sigmas = 3;
 /// A larger kernel would be wider than a lobe of the brain.
 constexpr double max_sigma = 13;
 constexpr double least_correlation = 0.01, largest_correlation = 0.9995;

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr std::size_t piece_voxels = 4096;
-
 using Map = std::vector<float>;
 
 struct LinearModel {

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr std::size_t piece_voxels = 4096;
-
 MetaAnalysis open_for_mean(const Command& command) {
   check_analysis_name(command.name, read_study_table());
   return open_meta_analysis(command.arguments[0]);

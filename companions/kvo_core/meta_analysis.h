@@ -11,6 +11,9 @@
 #include "companions/kvo_core/results.h"
 #include "companions/kvo_core/study_table.h"
 
+/// An analysis gives its tasks so many voxels at a time.
+inline constexpr std::size_t piece_voxels = 4096;
+
 /// The names of a study's maps.
 std::string effect_map_file(const std::string& study);
 std::string variance_map_file(const std::string& study);

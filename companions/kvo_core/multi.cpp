@@ -70,12 +70,12 @@ void check_names(const Request& request) {
   check_result_name(p_base_of(request));
 }
 
-struct Images {
+struct PMaps {
   Image first, second;
 };
 
-Images read_images(const Request& request) {
-  Images images{read_p_map(p_file(request.first)), read_p_map(p_file(request.second))};
+PMaps read_images(const Request& request) {
+  PMaps images{read_p_map(p_file(request.first)), read_p_map(p_file(request.second))};
   for (std::size_t i = 0; i < images.first.values.size(); ++i)
     if (images.first.values[i] != 1 && images.second.values[i] != 1) return images;
   throw Refusal("'" + p_file(request.first) + "' and '" + p_file(request.second) +
@@ -101,7 +101,7 @@ std::string mode_words(const ConjunctionMode& mode) {
          threshold_text(mode.tolerable, 5);
 }
 
-ClusterReport report_of(const Command& command, const Request& request, const Images& images,
+ClusterReport report_of(const Command& command, const Request& request, const PMaps& images,
                         const Conjunction& conjunction, const std::string& criteria) {
   MethodsFacts methods;
   methods.analysis = MethodsFacts::Analysis::conjunction;
@@ -158,7 +158,7 @@ void run_multi(const Command& command) {
                     (request.extent == 1 ? " voxel" : " voxels");
   Outputs outputs;
   Action action("Combining " + result.map);
-  const Images images = read_images(request);
+  const PMaps images = read_images(request);
   const Conjunction conjunction = conjunction_of(images.first, images.second, request.mode);
   result.z = conjunction_z(conjunction, request.p);
   keep_clusters(

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr double voxel_mm = 2;
 constexpr double tissue_fwhm_mm = 20;
 constexpr float no_path = std::numeric_limits<float>::infinity();
 

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr double radius_in_sigmas = 3;
-constexpr double voxel_mm = 2;
 
 PlacedPeak placed(const Peak& peak, double sigma, int reach) {
   PlacedPeak result{};

@@ -17,6 +17,8 @@
 #include "companions/kvo_core/mask.h"
 #include "companions/kvo_core/peaks.h"
 
+/// A Gaussian is cut off at so many standard deviations.
+inline constexpr double radius_in_sigmas = 3;
 /// The standard deviation in mm of the kernel of a FWHM, and the distance at which it ends.
 double kernel_sigma(double fwhm_mm);
 double kernel_radius(double fwhm_mm);

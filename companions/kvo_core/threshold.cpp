@@ -43,17 +43,17 @@ void check_map(const std::string& map) {
 }
 
 /// A map with all that it is thresholded by.
-struct Map {
+struct ZMap {
   Mask mask;
   std::vector<float> z;  ///< in the mask
   BothTails tails;
 };
 
-Map open_map(const Command& command) {
+ZMap open_map(const Command& command) {
   const std::string& name = command.arguments[0];
   const PpRecord record = read_pp_record();
   check_map(name);
-  Map map;
+  ZMap map;
   map.mask = read_mask(mask_path(record.mask));
   map.z = read_map(name + z_map.suffix + ".nii.gz", map.mask);
   map.tails = read_tails(name);
@@ -66,7 +66,7 @@ std::string base_of(const Command& command, const Thresholds& thresholds) {
 }
 
 /// z where p is below the threshold in z's own direction, else 0; of the whole grid.
-std::vector<float> beyond(const Map& map, float p) {
+std::vector<float> beyond(const ZMap& map, float p) {
   std::vector<float> z(mni_grid().voxels());
   for (std::size_t n = 0; n < map.mask.size(); ++n) {
     const std::uint32_t index = map.mask.grid_index[n];
@@ -87,7 +87,7 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   ClusterReport report;
   report.facts = std::move(known.facts);
   report.facts.insert(report.facts.begin(),
-                      {{"Map", command.arguments[0]}, {"Thresholds", result.criteria}});
+                      {{"ZMap", command.arguments[0]}, {"Thresholds", result.criteria}});
   if (known.methods.analysis == MethodsFacts::Analysis::linear_model)
     report.facts.insert(report.facts.begin() + 1,
                         {"Coefficient", known.methods.term.empty()
@@ -119,7 +119,7 @@ void run_threshold(const Command& command) {
   Outputs outputs;
   {
     Action action("Thresholding " + result.map);
-    const Map map = open_map(command);
+    const ZMap map = open_map(command);
     result.z = beyond(map, thresholds.p);
     keep_clusters(
         result, thresholds.extent,

@@ -212,7 +212,7 @@ void adjust_columns(Grid& grid) {
   }
 }
 
-gboolean on_key(GtkWidget* /*view*/, GdkEventKey* event, gpointer data) {
+gboolean on_grid_key(GtkWidget* /*view*/, GdkEventKey* event, gpointer data) {
   return grid_key(*static_cast<Grid*>(data), *event);
 }
 
@@ -287,7 +287,7 @@ std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Gri
   adjust_rows(*grid);
   gtk_tree_view_set_model(view, GTK_TREE_MODEL(grid->store));
   gtk_widget_set_has_tooltip(GTK_WIDGET(view), TRUE);
-  g_signal_connect(view, "key-press-event", G_CALLBACK(on_key), grid.get());
+  g_signal_connect(view, "key-press-event", G_CALLBACK(on_grid_key), grid.get());
   g_signal_connect(view, "query-tooltip", G_CALLBACK(on_tooltip), grid.get());
   grid_connect_pointer(*grid);
   return grid;

@@ -21,7 +21,7 @@ void on_menu_gone(GtkWidget* /*menu*/, gpointer data) {
   if (grid.edit != nullptr) grid.edit->in_menu = false;
 }
 
-void on_menu(GtkEntry* /*entry*/, GtkMenu* menu, gpointer data) {
+void on_entry_menu(GtkEntry* /*entry*/, GtkMenu* menu, gpointer data) {
   Grid& grid = *static_cast<Grid*>(data);
   if (grid.edit == nullptr) return;
   grid.edit->in_menu = true;
@@ -33,7 +33,7 @@ void on_removed(GtkCellEditable* /*entry*/, gpointer data) {
   grid_finish_edit(*static_cast<Grid*>(data), true);
 }
 
-gboolean on_key(GtkWidget* /*entry*/, GdkEventKey* event, gpointer data) {
+gboolean on_entry_key(GtkWidget* /*entry*/, GdkEventKey* event, gpointer data) {
   return grid_edit_key(*static_cast<Grid*>(data), *event);
 }
 
@@ -54,9 +54,9 @@ GtkWidget* grid_edit_new_entry(gpointer data) {
   gtk_entry_set_has_frame(GTK_ENTRY(entry), FALSE);
   gtk_entry_set_text(GTK_ENTRY(entry), edit.text.value_or(edit.shown).c_str());
   g_object_set(entry, "xalign", 0.0, nullptr);
-  g_signal_connect(entry, "key-press-event", G_CALLBACK(on_key), data);
+  g_signal_connect(entry, "key-press-event", G_CALLBACK(on_entry_key), data);
   g_signal_connect(entry, "focus-out-event", G_CALLBACK(on_focus_out), data);
-  g_signal_connect(entry, "populate-popup", G_CALLBACK(on_menu), data);
+  g_signal_connect(entry, "populate-popup", G_CALLBACK(on_entry_menu), data);
   g_signal_connect(entry, "remove-widget", G_CALLBACK(on_removed), data);
   gtk_widget_show(entry);
   edit.entry = entry;

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr double voxel_mm = 2;
 constexpr std::array<double, 4> point_offsets_mm{-0.75, -0.25, 0.25, 0.75};
 using Voxel = std::array<int, 3>;
 
