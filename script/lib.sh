@@ -4,29 +4,86 @@ set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 root=$PWD
 
+# die TEXT...: ends with one sentence.
+die() {
+  printf '%s: %s\n' "script/$(basename "$0")" "$*" >&2
+  exit 1
+}
+
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
 
+# packages_of SECTION...: the packages that script/packages.txt lists in the sections.
+packages_of() {
+  awk -v sections=" $* " '
+    /^\[/ {on = index(sections, " " substr($0, 2, length($0) - 2) " ")}
+    /^[^#[]/ && on {print $1}' script/packages.txt | sort -u
+}
+
+# missing_packages SECTION...: those of them that are not installed.
+missing_packages() {
+  local package
+  for package in $(packages_of "$@"); do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || echo "$package"
+  done
+}
+
+# Ends where packages can't be installed at all, before anything is begun.
+check_system() {
+  command -v apt-get >/dev/null && command -v dpkg-query >/dev/null ||
+    die "this needs Debian 12 (bookworm): there is no apt-get here. On another distribution install" \
+      "what script/packages.txt lists, then: cmake --preset product && cmake --build build/product"
+  [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null ||
+    die "packages are missing ($*): run this as root, or install sudo"
+}
+
+# Runs apt-get; what it says goes to build/packages.log, and to the screen when it fails.
+run_apt() {
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300 "$@" \
+    >>build/packages.log 2>&1
+}
+
 # Installs the packages of the given sections of script/packages.txt that are missing.
 install_packages() {
-  local wanted missing=() package
-  wanted=$(awk -v sections=" $* " '/^\[/ {on = index(sections, " " substr($0, 2, length($0) - 2) " ")} /^[^#[]/ && on {print $1}' script/packages.txt)
-  for package in $wanted; do
-    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
-  done
+  local missing
+  mapfile -t missing < <(missing_packages "$@")
   [ ${#missing[@]} -eq 0 ] && return
-  echo "Installing: ${missing[*]}"
-  as_root apt-get update -q
-  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
+  check_system "${missing[@]}"
+  echo "Installing ${#missing[@]} packages and what they need: ${missing[*]}"
+  : >build/packages.log
+  # An earlier run may have been interrupted.
+  as_root dpkg --configure -a >>build/packages.log 2>&1 || true
+  if ! run_apt update || ! run_apt install -y --no-install-recommends "${missing[@]}"; then
+    tail -n 15 build/packages.log >&2
+    die "the packages could not be installed (see above, and build/packages.log): check the network," \
+      "the free space and /etc/apt/sources.list, then run this again"
+  fi
+  mapfile -t missing < <(missing_packages "$@")
+  [ ${#missing[@]} -eq 0 ] || die "these packages are still missing: ${missing[*]}"
 }
 
-# build PRESET [TARGET...]
+# build PRESET [TARGET...]: one line of progress; what the compiler says is shown when it fails.
 build() {
-  local preset=$1
+  local preset=$1 log=build/$1.build.log
   shift
-  cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 || { cat "build/$preset.configure.log"; return 1; }
-  cmake --build "build/$preset" ${*:+--target "$@"}
+  cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 ||
+    { cat "build/$preset.configure.log" >&2; die "the build could not be configured (see above)"; }
+  echo "Compiling ($preset)"
+  if ! cmake --build "build/$preset" ${*:+--target "$@"} 2>&1 | tee "$log" | show_progress; then
+    grep -v '^\[' "$log" | tail -n 40 >&2
+    die "the build failed (see above, and $log): is the disk full? Run this again to go on with it"
+  fi
 }
 
-mkdir -p build
+# Shows of Ninja's lines how far it has come: on a terminal in place, elsewhere now and then.
+show_progress() {
+  if [ -t 1 ]; then
+    awk '/^\[[0-9]+\/[0-9]+\]/ {printf "\r  %s   ", $1; fflush()} END {print ""}'
+  else
+    awk '/^\[[0-9]+\/[0-9]+\]/ {split(substr($1, 2), part, "[/\\]]"); share = int(10 * part[1] / part[2])
+           if (share != last) {print "  " $1; fflush()} last = share}'
+  fi
+}
+
+mkdir -p build 2>/dev/null && [ -w build ] || die "the folder '$root' cannot be written to"
