@@ -108,6 +108,7 @@ void report(const char* name, double seconds, const char* goal = "") {
 void measure_start(const char* editor) {
   write_text(PATH, table_text(SMALL));
   std::vector<double> times;
+  times.reserve(11);
   for (int i = 0; i < 11; ++i) times.push_back(start_once(editor));
   std::sort(times.begin(), times.end());
   report("start_500_median", times[times.size() / 2], " (goal 300)");

@@ -46,6 +46,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> files(argv + 4, argv + argc);
   const Mask mask = read_mask(argv[3]);
   std::vector<std::vector<float>> maps;
+  maps.reserve(files.size());
   for (const std::string& file : files) maps.push_back(read_map(file, mask));
   std::vector<std::vector<float>> g_maps, var_maps;
   std::vector<const float*> g, var;
@@ -58,6 +59,7 @@ int main(int argc, char** argv) {
 
   std::vector<std::vector<float>> results(3 * terms + 6, std::vector<float>(mask.size()));
   std::vector<float*> to;
+  to.reserve(results.size());
   for (std::vector<float>& result : results) to.push_back(result.data());
   const auto pool_all = [&] {
     pool(g, var, mask.size(),

@@ -21,8 +21,8 @@ inline constexpr const char* Q_RED = "color='#ff0000'";
 inline constexpr const char* Q_ENGINE = "color='#004422' font_family='monospace'";
 
 /// Appends the formatted markup, inside a span with the attributes unless they are empty, to the
-/// pane, scrolls to its end and lets the toolkit process all pending events. Adds no line feed; only
-/// in the batch pane, which the user edits, it first ends a line that is still open.
+/// pane, scrolls to its end and lets the toolkit process all pending events. Adds no line feed;
+/// only in the batch pane, which the user edits, it first ends a line that is still open.
 [[gnu::format(printf, 3, 4)]] void Q_print(const char* attributes, int pane, const char* format,
                                            ...);
 

@@ -201,7 +201,7 @@ void ImageShuffle::smooth_noise(std::uint64_t randomization, Room& room) const {
             around_z = nz + radius(2);
   const auto row = std::size_t(nx), plane = row * std::size_t(ny);
   const std::size_t tall_plane = row * std::size_t(around_y);
-  room.row.resize(std::size_t(around_x + margin));
+  room.row.resize(std::size_t(around_x) + std::size_t(margin));
   room.along_x.resize(tall_plane);
   room.along_y.resize(plane * std::size_t(around_z));
   room.noise.resize(plane * std::size_t(nz));

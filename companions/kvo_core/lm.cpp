@@ -56,6 +56,7 @@ struct LinearModelMaps {
 
 std::vector<float*> pointers_at(std::vector<Map>& maps, std::size_t begin) {
   std::vector<float*> pointers;
+  pointers.reserve(maps.size());
   for (Map& map : maps) pointers.push_back(map.data() + begin);
   return pointers;
 }

@@ -12,6 +12,7 @@
 #include "companions/kvo_core/clusters.h"
 #include "companions/kvo_core/pp_record.h"
 #include "companions/kvo_core/results.h"
+#include "companions/kvo_core/study_image.h"
 #include "companions/kvo_core/verbs.h"
 #include "workspace/region_labels.h"
 
@@ -23,16 +24,17 @@ constexpr double radius = 10;  // mm
 /// A mask of the user's, or one that other commands would not see, must not be lost sight of.
 void check_mask_name(const std::string& name) {
   const std::string file = mask_file(name);
-  const std::string cannot = "The name '" + name + "' cannot be used: ";
-  if (entry_exists(share_path(file)))
-    throw Refusal(cannot + "the installation has a mask of that name.");
+  const auto refuse = [&](const std::string& why) {
+    throw Refusal("The name '" + name + "' cannot be used: " + why);
+  };
+  if (entry_exists(share_path(file))) refuse("the installation has a mask of that name.");
   if (entry_exists(study_table_file))
     for (const Study& study : read_study_table().studies)
-      if (study.name + ".nii.gz" == file)
-        throw Refusal(cannot + "'" + file + "' would be the image of study '" + study.name + "'.");
+      if (image_file(study) == file)
+        refuse("'" + file + "' would be the image of study '" + study.name + "'.");
   if (entry_exists(file) && !written_by_this_system(file))
-    throw Refusal(cannot + "there is already a '" + file +
-                  "' that was made elsewhere. Please choose another name.");
+    refuse("there is already a '" + file +
+           "' that was made elsewhere. Please choose another name.");
 }
 
 Mask region_mask(int region) {

@@ -53,9 +53,9 @@ void check_values(const std::string& file, const Image& image) {
     const float value = image.values[v];
     if (std::abs(value) > float(max_t)) {
       const std::size_t nx = std::size_t(image.grid.size[0]), ny = std::size_t(image.grid.size[1]);
+      const std::size_t i = v % nx, j = v / nx % ny, k = v / (nx * ny);
       const Eigen::Vector4d mm =
-          image.grid.to_mm *
-          Eigen::Vector4d(double(v % nx), double(v / nx % ny), double(v / (nx * ny)), 1);
+          image.grid.to_mm * Eigen::Vector4d(double(i), double(j), double(k), 1);
       throw Refusal("'" + file + "' has the value " + rounded(value) + " at " + rounded(mm[0]) +
                     " " + rounded(mm[1]) + " " + rounded(mm[2]) +
                     " mm, which cannot be a t value.");

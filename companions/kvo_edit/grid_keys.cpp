@@ -138,10 +138,11 @@ gboolean grid_key(Grid& grid, GdkEventKey& event) {
   if ((event.state & GDK_MOD1_MASK) != 0) return FALSE;
   if (const Step* arrow = arrow_of(event.keyval)) {
     move_by_arrow(grid, *arrow, control, shift);
-  } else if (move_far(grid, event.keyval, control, shift)) {
-  } else if (control) {
-    return FALSE;
-  } else if (is_enter(event.keyval)) {
+    return TRUE;
+  }
+  if (move_far(grid, event.keyval, control, shift)) return TRUE;
+  if (control) return FALSE;
+  if (is_enter(event.keyval)) {
     move_on_by_enter(grid, shift);
   } else if (is_tab(event.keyval)) {
     move_on_by_tab(grid, shift || event.keyval == GDK_KEY_ISO_Left_Tab, false);

@@ -25,7 +25,7 @@ from chromium import Chromium
 
 ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
 SITE = os.path.join(ROOT, "site")
-PAGES = ("index.html", "manual/index.html", "utilities/index.html")
+PAGES = ("index.html", "manual/index.html", "manual/formats/index.html", "utilities/index.html")
 TOPICS = ("Changes", "folder", "settings", "spm", "pp", "tbss", "globals", "mean", "lm", "lm_groups",
           "lm_regression", "threshold", "multi", "create.mask", "extract", "start", "example")
 INSTALLATION, PICTURES = (os.path.abspath(path) if path else None for path in (sys.argv[1:] + [None])[:2])

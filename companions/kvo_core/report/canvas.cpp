@@ -2,6 +2,7 @@
 
 #include <pango/pangocairo.h>
 
+#include <cmath>
 #include <new>
 
 #include "companions/kvo_core/report/png.h"
@@ -105,7 +106,7 @@ int Canvas::stride() const {
 
 Picture Canvas::picture(std::string alt) const {
   return {.png = png_of(pixels(), width_ * picture_scale, height_ * picture_scale, stride(),
-                        unsigned(pixels_per_metre * picture_scale + 0.5)),
+                        unsigned(std::lround(pixels_per_metre * picture_scale))),
           .width = width_,
           .height = height_,
           .alt = std::move(alt)};

@@ -134,11 +134,10 @@ Picture glass_brain(const BrainMap& map, const BrainBackground& background,
                     std::span<const BrainMark> marks) {
   const ColourScale scale(map.z);
   const BrainBox box = brain_box(map, background);
-  int voxels_across = 0, voxels_down = 0;
-  for (const View& view : views) {
-    voxels_across += box.size(view.across);
-    voxels_down = std::max(voxels_down, box.size(view.up));
-  }
+  const auto across = [&](const View& view) { return box.size(view.across); };
+  const int voxels_across = across(views[0]) + across(views[1]) + across(views[2]);
+  int voxels_down = 0;
+  for (const View& view : views) voxels_down = std::max(voxels_down, box.size(view.up));
   const int voxel_size = (sheet_width - 2 * margin - 2 * space) * picture_scale / voxels_across;
   const double size = double(voxel_size) / picture_scale;
   const int height = int(std::ceil(voxels_down * size));
