@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "kvo_config.h"
 #include "util/process.h"
+#include "util/site_address.h"
 
 Q_string Qs_HelpURL;
 Q_string Qs_HelpTopic;
@@ -35,5 +35,5 @@ void Q_open_browser(const char* format, ...) {
 }
 
 void kvo3_help() {
-  Q_open_browser("%smanual/", KVO_SITE_URL);
+  Q_open_browser("%smanual/", kvo_site());
 }

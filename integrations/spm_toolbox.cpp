@@ -6,6 +6,7 @@
 #include "kvo_config.h"
 #include "util/error.h"
 #include "util/files.h"
+#include "util/site_address.h"
 #include "util/whole_file.h"
 #include "workspace/settings_file.h"
 
@@ -106,7 +107,7 @@ std::string kvo_matlab_file_text() {
              "    kvo_software_call = sprintf('%%s/bin/linux%i/kvo_gui', kvo_toolbox_directory);\n"
              "    system(kvo_software_call);\n"
              "end\n",
-             KVO_VERSION, KVO_SITE_URL, WORD_SIZE)
+             KVO_VERSION, kvo_public_site(), WORD_SIZE)
       .str();
 }
 

@@ -86,7 +86,7 @@ Update kvo_offer_update(const char* site) {
 }
 
 bool kvo3_new_update() {
-  const Update update = kvo_offer_update(KVO_SITE_URL);
+  const Update update = kvo_offer_update(KVO_UPDATE_URL);
   if (update == Update::DOWNLOADED) std::exit(0);
   return update == Update::DECLINED;
 }

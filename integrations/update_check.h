@@ -1,6 +1,6 @@
 #pragma once
 
-// Asks the project web site for a newer version.
+// Asks for a newer version at the address that the program was built with, and nowhere else.
 
 /// Whether the first line of the site's version file names a newer version than this program's: it
 /// begins with a number whose hundredths, rounded down, exceed the own version's. Text that only
@@ -19,7 +19,7 @@ enum class Update {
 /// sends meanwhile.
 Update kvo_offer_update(const char* site);
 
-/// kvo_offer_update of the project web site. True when the user declined a newer version, false
+/// kvo_offer_update of the configured address. True when the user declined a newer version, false
 /// when none is known. When the update has been downloaded, ends the process with status 0.
 bool kvo3_new_update();
 

@@ -9,12 +9,12 @@
 #include "dialogs/message.h"
 #include "integrations/brain_viewer.h"
 #include "integrations/update_check.h"
-#include "kvo_config.h"
 #include "shell/batch.h"
 #include "shell/console.h"
 #include "shell/main_window.h"
 #include "util/error.h"
 #include "util/files.h"
+#include "util/site_address.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
 #include "workspace/study_table.h"
@@ -51,7 +51,8 @@ int main(int argc, char** argv) {
   // Numbers in commands have a full stop, whatever the user's language.
   gtk_disable_setlocale();
   gtk_rc_add_default_file(Q_format("%s/etc/kvo.gtkrc", kvo_s_dir.c_str()).c_str());
-  Qs_HelpURL = Q_format("%smanual/?show=", KVO_SITE_URL);
+  kvo_find_served_site(kvo_s_dir.str());
+  Qs_HelpURL = Q_format("%smanual/?show=", kvo_site());
   if (!gtk_init_check(&argc, &argv)) Q_error("No display can be opened");
   Q_set_error_presenter(show_error);
 

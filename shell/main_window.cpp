@@ -14,6 +14,7 @@
 #include "shell/window.h"
 #include "util/handles.h"
 #include "util/q_string.h"
+#include "util/site_address.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ GtkWidget* new_panes() {
   GtkWidget* paned = gtk_vpaned_new();
   GtkWidget* console = new_pane(0, false);
   gtk_text_buffer_set_markup(Qw_v_OutputBuffer[0], BANNER, KVO_VERSION, KVO_VERSION, "Linux", 64,
-                             KVO_SITE_URL);
+                             kvo_public_site());
   const int height = gdk_screen_get_height(gdk_screen_get_default()) - HEIGHT_BESIDE_CONSOLE;
   gtk_widget_set_size_request(console, -1, height > 0 ? height : -1);
   gtk_paned_add1(GTK_PANED(paned), console);
@@ -152,7 +153,7 @@ void kvo3_about() {
   gtk_about_dialog_set_program_name(about, "Quorvane");
   gtk_about_dialog_set_version(about, Q_format("%.2f", KVO_VERSION).c_str());
   gtk_about_dialog_set_comments(about, "(formerly Telvarine)");
-  gtk_about_dialog_set_website(about, KVO_SITE_URL);
+  gtk_about_dialog_set_website(about, kvo_public_site());
   gtk_dialog_run(GTK_DIALOG(dialog));
   gtk_widget_destroy(dialog);
 }

@@ -43,6 +43,12 @@ Q_string current_folder() {
   return folder;
 }
 
+/// Whether a program's path leads through the program folder of an installation.
+bool stands_in_installation(const std::string& program) {
+  const std::string look = split_path(program).folder + "../../etc/kvo.gtkrc";
+  return access(look.c_str(), F_OK) == 0;
+}
+
 bool same_file(std::FILE* file, const char* path) {
   struct stat a {};
   struct stat b {};
@@ -166,7 +172,8 @@ void Q_getprogdir(Q_string& root, const char* program_path) {
 Q_string Q_started_program(const char* first_word) {
   struct stat status {};
   const bool link = lstat(first_word, &status) == 0 && S_ISLNK(status.st_mode);
-  if (!link && std::strchr(first_word, '/') != nullptr) return first_word;
+  const bool has_folder = std::strchr(first_word, '/') != nullptr;
+  if (has_folder && (!link || stands_in_installation(first_word))) return first_word;
   const Q_heap_memory<char> program(realpath("/proc/self/exe", nullptr));
   return program != nullptr ? program.get() : first_word;
 }

@@ -65,6 +65,7 @@ void Q_getdir(Q_string& folder);
 void Q_getprogdir(Q_string& root, const char* program_path);
 
 /// The path to give to Q_getprogdir, from the program's first command-line word: the word itself,
-/// unless it is a symbolic link or was found along PATH (it has no slash); then the path of the
-/// running program's own file.
+/// unless it was found along PATH (it has no slash) or is a symbolic link outside an installation;
+/// then the path of the running program's own file. A link inside is how a user's own root, with
+/// own settings, shares the programs of an installation for all users.
 Q_string Q_started_program(const char* first_word);

@@ -1,16 +1,21 @@
 #include "companions/common/install.h"
 
+#include <errno.h>
+
 #include <filesystem>
 
 #include "companions/common/error.h"
+#include "util/files.h"
 
 namespace {
 
 std::filesystem::path program_folder() {
+  const std::string program = Q_started_program(program_invocation_name).str();
   std::error_code error;
-  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+  const std::filesystem::path folder =
+      std::filesystem::canonical(std::filesystem::path(program).parent_path(), error);
   if (error) throw Refusal("The folder of the program cannot be found: " + error.message() + ".");
-  return program.parent_path();
+  return folder;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The study-table editor: `kvo_edit FILE`.
 
+#include <errno.h>
 #include <gtk/gtk.h>
 
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include "companions/kvo_edit/table_file.h"
 #include "kvo_config.h"
 #include "resources/images.h"
+#include "util/files.h"
 #include "util/handles.h"
 
 namespace {
@@ -36,11 +38,8 @@ int fail(const std::string& reason) {
 
 /// The look of the whole suite, when the program stands in an installation.
 void take_over_look() {
-  std::error_code error;
-  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (error) return;
-  const std::filesystem::path root = program.parent_path().parent_path().parent_path();
-  gtk_rc_add_default_file((root / "etc/kvo.gtkrc").c_str());
+  const std::filesystem::path program = Q_started_program(program_invocation_name).str();
+  gtk_rc_add_default_file((program.parent_path() / "../../etc/kvo.gtkrc").c_str());
 }
 
 int run(const std::string& path) {

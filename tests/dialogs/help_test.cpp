@@ -11,6 +11,7 @@
 #include "dialogs/canned.h"
 #include "kvo_config.h"
 #include "test_folder.h"
+#include "util/site_address.h"
 
 namespace {
 
@@ -57,6 +58,13 @@ TEST_F(Help, OpensTheCurrentTopic) {
   EXPECT_EQ(recorded(expected), expected);
   kvo3_help();
   expected += std::string("[") + KVO_SITE_URL + "manual/]\n";
+  EXPECT_EQ(recorded(expected), expected);
+  std::filesystem::create_directory("etc");
+  write_text("etc/kvo_site.txt", "http://127.0.0.1:4321/\n");
+  kvo_find_served_site(std::filesystem::current_path().string());
+  kvo3_help();
+  kvo_find_served_site("/none");
+  expected += "[http://127.0.0.1:4321/manual/]\n";
   EXPECT_EQ(recorded(expected), expected);
 }
 

@@ -243,7 +243,7 @@ TEST(ProgramFolder, IsFoundFromTheStartingPath) {
   }
 }
 
-TEST(StartedProgram, IsTheFileBehindALinkOrANameAlongPath) {
+TEST(StartedProgram, IsTheFileBehindALinkFromOutsideOrANameAlongPath) {
   const std::string self = fs::read_symlink("/proc/self/exe");
   const Test_folder folder;
   write_text("kvo_gui", "");
@@ -252,6 +252,11 @@ TEST(StartedProgram, IsTheFileBehindALinkOrANameAlongPath) {
   fs::create_symlink("link", "bin/link to link");
   fs::create_directory_symlink("bin", "folder");
   write_text("folder/program", "");
+  for (const char* made : {"a user's/bin/linux64", "a user's/etc", "no/bin/linux64"})
+    fs::create_directories(made);
+  write_text("a user's/etc/kvo.gtkrc", "");
+  for (const char* link : {"a user's/bin/linux64/link", "no/bin/linux64/link"})
+    fs::create_symlink(self, link);
   struct Case {
     const char* word;
     std::string path;
@@ -260,6 +265,8 @@ TEST(StartedProgram, IsTheFileBehindALinkOrANameAlongPath) {
       {"bin/link", self},
       {"./bin/link to link", self},
       {"folder/link", self},
+      {"no/bin/linux64/link", self},
+      {"a user's/bin/linux64/link", "a user's/bin/linux64/link"},
       {"kvo_gui", self},  // without a slash, so not the file in the current folder
       {"", self},
       {"./kvo_gui", "./kvo_gui"},
