@@ -5,6 +5,7 @@ the system chooses; prints the address and goes on until it is ended."""
 import http.server
 import os
 import signal
+import socketserver
 import sys
 
 
@@ -43,6 +44,11 @@ class Server(http.server.ThreadingHTTPServer):
     def __init__(self, folder):
         super().__init__(("127.0.0.1", 0), lambda *request: Handler(*request, directory=folder))
         self.address = f"http://127.0.0.1:{self.server_port}/"
+
+    def server_bind(self):
+        # The inherited one asks a name server what this machine is called, which can take long.
+        socketserver.TCPServer.server_bind(self)
+        self.server_name, self.server_port = self.server_address
 
     def handle_error(self, request, client_address):
         """A browser that breaks off is nothing to report."""

@@ -125,7 +125,7 @@ class PackageTest(User):
                         ["desktop-file-validate", os.path.join(share, "applications/quorvane.desktop")],
                         ["desktop-file-validate", self.menu_entry],
                         ["lexgrog", *pages],
-                        ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", *pages]]:
+                        ["groff", "-man", "-Tutf8", "-ww", "-z", *pages]]:
             result = subprocess.run(command, text=True, check=False, capture_output=True)
             self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
             self.assertEqual(result.stderr, "", command)
@@ -325,7 +325,7 @@ class LauncherTest(User):
         with open("/proc/net/tcp", encoding="ascii") as table:
             listening = [row.split()[1] for row in table if f":{port:04X} 00000000:0000" in row]
         self.assertEqual(listening, [f"0100007F:{port:04X}"])
-        for path in ("/manual/?show=pp", "/manual/index.html#pp", "/style.css", "/utilities/?show=Statistics"):
+        for path in ("/manual/?show=pp", "/manual/index.html", "/style.css", "/utilities/?show=Statistics"):
             self.assertEqual(self.answer(port, path)[0], 200, path)
         for path in ("/none", "/software/current.txt", "/../README.txt", "/%2e%2e/README.txt",
                      "/manual/../../README.txt", "//etc/passwd", "/link", "/manual/index.html/", "/%00"):
@@ -385,6 +385,14 @@ class LauncherTest(User):
         self.assertFalse(os.path.exists(os.path.join(root, "example/kvo_batch.txt")))
         self.assertFalse(os.path.exists(os.path.join(root, ".new-killed")))
 
+        # The programs work in the user's root, on the brain data there.
+        for name in ("kvo_core", "kvo_parse"):
+            shutil.copy(os.path.join(INSTALLATION, "bin/linux64", name), os.path.join(newer, "bin/linux64"))
+        refused = subprocess.run([os.path.join(root, "bin/linux64/kvo_parse"), "A = mask label, 30"],
+                                 cwd=os.path.join(root, "example"), text=True, check=False,
+                                 stdout=subprocess.PIPE)
+        self.assertIn(f"'{root}/share/atlas_aal_frw.nii.gz'", refused.stdout)
+
         # Nothing is written where nothing has changed.
         before = {name: os.lstat(os.path.join(root, name)).st_mtime_ns for name in ("bin/linux64", "example")}
         self.end(self.launch(self.home))
@@ -400,6 +408,14 @@ class LauncherTest(User):
         self.assertFalse(os.path.exists(self.root(self.home)))
         self.assertEqual(tree(own).keys() - tree(self.installed).keys(), {"etc/linux64.ini"})
 
+        # Without its pages it starts too, and no other's are taken for them.
+        shutil.rmtree(os.path.join(own, "site"))
+        write(os.path.join(own, "etc/kvo_site.txt"), "http://127.0.0.1:9/\n")
+        process = self.launch(self.home, folder=own)
+        self.started(process)
+        self.assertFalse(os.path.exists(os.path.join(own, "etc/kvo_site.txt")))
+        self.assertEqual(self.end(process), 7)
+
     def test_says_in_a_sentence_why_it_cannot_start(self):
         write(self.path("file"), "")
         incomplete = self.unpack("incomplete")
@@ -407,8 +423,8 @@ class LauncherTest(User):
         broken = self.unpack("broken")
         os.remove(os.path.join(broken, "bin/linux64/kvo_gui"))
         for folder, home, message in [
-                (self.installed, "/proc/none", "Your folder '/proc/none/.local/share/quorvane' cannot be set up: "
-                                               "No such file or directory."),
+                (self.installed, "/proc/none",
+                 "Your folder '/proc/none/.local/share/quorvane' cannot be set up: No such file or directory."),
                 (self.installed, self.path("file"), "cannot be set up: Not a directory."),
                 (incomplete, self.home, f"The installation in '{incomplete}' is not complete."),
                 (broken, self.home, "/bin/linux64/kvo_gui' cannot be started: No such file or directory.")]:
