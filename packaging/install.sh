@@ -8,7 +8,7 @@ Usage: ./install.sh [FOLDER]
        ./install.sh --uninstall [FOLDER]
 
 Copies Quorvane into FOLDER (default: ~/quorvane) and adds it to the menu, with the command
-kvo_gui in ~/.local/bin and its manual page. A FOLDER that holds Quorvane is brought up to date; its
+quorvane in ~/.local/bin and the manual pages. A FOLDER that holds Quorvane is brought up to date; its
 settings, and files that you have changed or added, stay.
 
 Where the archive has been unpacked, or to where an installation has been moved, ./install.sh .
@@ -32,53 +32,20 @@ source=$(dirname "$(readlink -f "$0")")
 data=${XDG_DATA_HOME:-$HOME/.local/share}
 menu_entry=$data/applications/quorvane.desktop
 icon=$data/icons/hicolor/scalable/apps/quorvane.svg
-command_link=$HOME/.local/bin/kvo_gui
-manual_page=$HOME/.local/share/man/man1/kvo_gui.1
+launcher=bin/quorvane
+command_link=$HOME/.local/bin/quorvane
+manual=$HOME/.local/share/man/man1
 
-sum_of_file() {
-  sha256sum <"$1" | cut -d ' ' -f 1
-}
-
-# listed_sum MANIFEST PATH: the checksum that the file had when it was installed.
-listed_sum() {
-  [ ! -f "$1" ] || awk -v path="$2" 'substr($0, 67) == path {print $1}' "$1"
+# paths_of MANIFEST...: the files that it lists; in front of each stands its checksum.
+paths_of() {
+  cut -c 67- "$@"
 }
 
 # Takes the file's name only when it is whole.
 copy_file() {
-  mkdir -p "$(dirname "$2")"
-  cp "$1" "$2.part"
-  chmod "$(stat -c %a "$1")" "$2.part"
+  [ -d "${2%/*}" ] || mkdir -p "${2%/*}"
+  cp --preserve=mode "$1" "$2.part"
   mv -f "$2.part" "$2"
-}
-
-# install_file FOLDER SUM PATH: a file that the user has changed stays, the new one beside it.
-install_file() {
-  target=$1/$3
-  if [ -f "$target" ]; then
-    present=$(sum_of_file "$target")
-    if [ "$present" != "$2" ] && [ "$present" != "$(listed_sum "$1/MANIFEST" "$3")" ]; then
-      say "You have changed '$target': it stays, the new one is '$target.new'."
-      target=$target.new
-    fi
-  fi
-  copy_file "$source/$3" "$target"
-}
-
-install_files() {
-  while read -r sum path; do
-    install_file "$1" "$sum" "$path"
-  done <"$source/MANIFEST"
-}
-
-# Removes the files of an earlier version that this one does not have any more.
-remove_old_files() {
-  while read -r sum path; do
-    if [ -z "$(listed_sum "$source/MANIFEST" "$path")" ] && [ -f "$1/$path" ] &&
-      [ "$(sum_of_file "$1/$path")" = "$sum" ]; then
-      rm "$1/$path"
-    fi
-  done <"$1/MANIFEST"
 }
 
 new_installation() {
@@ -86,22 +53,61 @@ new_installation() {
   rm -rf "$part"
   mkdir -p "$part"
   trap 'rm -rf "$part"' EXIT
-  install_files "$part"
-  copy_file "$source/MANIFEST" "$part/MANIFEST"
+  paths_of "$source/MANIFEST" | tar -C "$source" -cf "$part/tar" MANIFEST -T -
+  tar -C "$part" --no-same-owner -xpf "$part/tar"
+  rm "$part/tar"
   [ ! -d "$1" ] || rmdir "$1"
   mv "$part" "$1"
   trap - EXIT
 }
 
+# The checksums of what there is in a folder of the files that this version or the one there has.
+present_sums() {
+  paths_of "$source/MANIFEST" "$1/MANIFEST" | sort -u | (
+    cd "$1"
+    while read -r path; do
+      [ ! -f "$path" ] || printf '%s\0' "$path"
+    done | xargs -0 -r sha256sum
+  )
+}
+
+# What an upgrade of a folder does to which file: "copy" the new one, put it "beside" one that the
+# user has changed, or "remove" one of the earlier version that is not in this one.
+upgrade_plan() {
+  {
+    sed 's/^/new /' "$source/MANIFEST"
+    sed 's/^/old /' "$1/MANIFEST"
+    present_sums "$1" | sed 's/^/has /'
+  } | awk '{path = substr($0, 71); paths[path]; sum[$1, path] = $2}
+    END {
+      for (path in paths) {
+        new = sum["new", path]; old = sum["old", path]; has = sum["has", path]
+        if (has == new) continue
+        if (new == "") {if (has == old) print "remove", path}
+        else if (has == "" || has == old) print "copy", path
+        else print "beside", path
+      }
+    }'
+}
+
 upgrade() {
-  install_files "$1"
-  remove_old_files "$1"
+  plan=$(upgrade_plan "$1")
+  printf '%s\n' "$plan" | while read -r action path; do
+    case $action in
+      copy) copy_file "$source/$path" "$1/$path" ;;
+      remove) rm "$1/$path" ;;
+      beside)
+        say "You have changed '$1/$path': it stays, the new one is '$1/$path.new'."
+        copy_file "$source/$path" "$1/$path.new"
+        ;;
+    esac
+  done
   copy_file "$source/MANIFEST" "$1/MANIFEST"
 }
 
 # A menu entry quotes twice: for the words of the command line, then for its own values.
 menu_command() {
-  printf '"%s"' "$(printf '%s' "$1/bin/linux64/kvo_gui" |
+  printf '"%s"' "$(printf '%s' "$1/$launcher" |
     sed -e 's/[\\"`$]/\\&/g' -e 's/\\/\\\\/g')"
 }
 
@@ -116,11 +122,12 @@ add_to_menu() {
     "$1/share/applications/quorvane.desktop" >"$menu_entry.part"
   mv -f "$menu_entry.part" "$menu_entry"
   copy_file "$1/share/icons/hicolor/scalable/apps/quorvane.svg" "$icon"
-  copy_file "$1/share/man/man1/kvo_gui.1" "$manual_page"
+  mkdir -p "$manual"
+  cp "$1"/share/man/man1/* "$manual"
   if [ -e "$command_link" ] && [ ! -L "$command_link" ]; then
-    say "'$command_link' is a file of yours: it stays, and the command kvo_gui is not set up."
+    say "'$command_link' is a file of yours: it stays, and the command quorvane is not set up."
   else
-    ln -sfn "$1/bin/linux64/kvo_gui" "$command_link"
+    ln -sfn "$1/$launcher" "$command_link"
   fi
   refresh_menu
 }
@@ -134,10 +141,13 @@ refresh_menu() {
 # The menu may belong to another installation meanwhile.
 remove_from_menu() {
   if [ -f "$menu_entry" ] && grep -qxF "$(menu_line "$1")" "$menu_entry"; then
-    rm -f "$menu_entry" "$icon" "$manual_page"
+    rm -f "$menu_entry" "$icon"
+    for page in "$1"/share/man/man1/*; do
+      printf '%s\0' "$manual/${page##*/}"
+    done | xargs -0 rm -f
     refresh_menu
   fi
-  if [ "$(readlink "$command_link" || true)" = "$1/bin/linux64/kvo_gui" ]; then
+  if [ "$(readlink "$command_link" || true)" = "$1/$launcher" ]; then
     rm "$command_link"
   fi
 }
@@ -145,7 +155,7 @@ remove_from_menu() {
 # Says which packages the system lacks; the program is installed all the same.
 check_packages() {
   if ldd "$1/bin/linux64/kvo_gui" | grep -q 'not found' || ! command -v wget >/dev/null ||
-    ! command -v xdg-open >/dev/null; then
+    ! command -v xdg-open >/dev/null || ! [ -x /usr/bin/python3 ]; then
     say "Packages are missing that Quorvane needs. On Debian 12, as root:"
     sed -n '/^ *apt-get install /p' "$1/README.txt"
   fi
@@ -174,7 +184,7 @@ install() {
     fi
   fi
   add_to_menu "$folder"
-  say "Quorvane is installed in '$folder'. It is in the menu, and the command is kvo_gui."
+  say "Quorvane is installed in '$folder'. It is in the menu, and the command is quorvane."
   say "To remove it: '$folder/install.sh' --uninstall"
   check_packages "$folder"
 }
@@ -183,12 +193,9 @@ uninstall() {
   folder=$(whole_path "$1")
   [ -f "$folder/MANIFEST" ] || die "'$folder' holds no installation of Quorvane"
   remove_from_menu "$folder"
-  while read -r sum path; do
-    if [ -f "$folder/$path" ] && [ "$(sum_of_file "$folder/$path")" = "$sum" ]; then
-      rm "$folder/$path"
-    fi
-  done <"$folder/MANIFEST"
-  rm -f "$folder/etc/linux64.ini" "$folder/MANIFEST"
+  (cd "$folder" && LC_ALL=C sha256sum -c MANIFEST 2>/dev/null || true) | sed -n 's/: OK$//p' |
+    (cd "$folder" && tr '\n' '\0' | xargs -0 -r rm)
+  rm -f "$folder/etc/linux64.ini" "$folder/etc/kvo_site.txt" "$folder/MANIFEST"
   find "$folder" -depth -type d -empty -delete
   if [ -d "$folder" ]; then
     say "Quorvane is removed. Your own files stay in '$folder':"

@@ -12,7 +12,7 @@ trap 'rm -rf "$scratch"' EXIT
 name=$(basename "$archive" .tar.gz)
 folder=$scratch/$name
 mkdir "$folder"
-tar -C "$installation" --exclude=./etc/linux64.ini --exclude=./update -cf - . | tar -C "$folder" -xf -
+tar -C "$installation" --exclude=./etc/linux64.ini --exclude=./etc/kvo_site.txt --exclude=./update -cf - . | tar -C "$folder" -xf -
 cp "$here/install.sh" "$folder/install.sh"
 chmod 755 "$folder/install.sh"
 chmod -R u+w,go+rX,go-w "$folder"

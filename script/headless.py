@@ -10,7 +10,7 @@ from kvo_driver import Display, Program
 def main(installation, screenshot):
     display = Display()
     try:
-        program = Program(installation, display)
+        program = Program(installation, display, start="bin/quorvane")
         program.close_about()
         program.run_batch()
         program.display.screenshot(screenshot)

@@ -24,9 +24,10 @@ def wait_for(condition, what, seconds=60):
 
 
 class Display:
-    """An X server with a window manager."""
+    """An X server, with a window manager unless there is no need of one: windows are found and
+    looked at without, but keys go nowhere in particular."""
 
-    def __init__(self):
+    def __init__(self, window_manager=True):
         reader, writer = os.pipe()
         self.server = subprocess.Popen(
             ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{WIDTH}x{HEIGHT}x24",
@@ -36,8 +37,13 @@ class Display:
         with os.fdopen(reader) as numbers:
             self.name = ":" + numbers.readline().strip()
         self.environment = dict(os.environ, DISPLAY=self.name)
-        self.manager = subprocess.Popen(["openbox", "--sm-disable"], env=self.environment,
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.processes = [self.server]
+        if window_manager:
+            self.start_window_manager()
+
+    def start_window_manager(self):
+        self.processes.insert(0, subprocess.Popen(["openbox", "--sm-disable"], env=self.environment,
+                                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
         wait_for(lambda: "window id" in self.run("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"),
                  "the window manager")
 
@@ -49,7 +55,7 @@ class Display:
         self.run("import", "-window", "root", str(path))
 
     def close(self):
-        for process in (self.manager, self.server):
+        for process in self.processes:
             process.kill()
             process.wait()
 
@@ -57,10 +63,10 @@ class Display:
 class Program:
     """The program of a staged installation on a display."""
 
-    def __init__(self, installation, display, **options):
+    def __init__(self, installation, display, start="bin/linux64/kvo_gui", **options):
         self.display = display
         # Started with the path as given, as a user would type it.
-        self.process = subprocess.Popen([os.path.join(installation, "bin/linux64/kvo_gui")],
+        self.process = subprocess.Popen([os.path.join(installation, start)],
                                         env=display.environment, stdin=subprocess.DEVNULL,
                                         text=True, **options)
         self.window = self.wait_for_window("^KVO v")

@@ -2,7 +2,7 @@
 
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
-root=$PWD
+export root=$PWD
 
 # die TEXT...: ends with one sentence.
 die() {
@@ -65,12 +65,11 @@ install_packages() {
 
 # build PRESET [TARGET...]: one line of progress; what the compiler says is shown when it fails.
 build() {
-  local preset=$1 log=build/$1.build.log
-  shift
+  local preset=$1 log=build/$1.build.log targets=("${@:2}")
   cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 ||
     { cat "build/$preset.configure.log" >&2; die "the build could not be configured (see above)"; }
   echo "Compiling ($preset)"
-  if ! cmake --build "build/$preset" ${*:+--target "$@"} 2>&1 | tee "$log" | show_progress; then
+  if ! cmake --build "build/$preset" ${targets:+--target "${targets[@]}"} 2>&1 | tee "$log" | show_progress; then
     grep -v '^\[' "$log" | tail -n 40 >&2
     die "the build failed (see above, and $log): is the disk full? Run this again to go on with it"
   fi

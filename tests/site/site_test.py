@@ -10,13 +10,11 @@ import os
 import re
 import shlex
 import shutil
-import socket
 import subprocess
 import sys
 import tempfile
 import unittest
 import urllib.parse
-import urllib.request
 
 import nibabel
 import numpy
@@ -36,15 +34,10 @@ def text_of(path):
         return file.read()
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def start_site(address):
-    return subprocess.Popen([os.path.join(ROOT, "script/site"), address], text=True,
-                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+def start_site():
+    """Serves the site; the process, and the address that it prints."""
+    site = subprocess.Popen([os.path.join(ROOT, "script/site")], text=True, stdout=subprocess.PIPE)
+    return site, site.stdout.readline().strip()
 
 
 class Links(html.parser.HTMLParser):
@@ -118,51 +111,10 @@ class Files(unittest.TestCase):
                                     os.path.join(ROOT, "resources/icon/kvo.svg"), shallow=False))
 
 
-class Server(unittest.TestCase):
-    def test_serves_this_machine_once_and_below_a_path(self):
-        address = f"http://localhost:{free_port()}/kvo/"
-        site = start_site(address)
-        try:
-            self.assertIn(address, site.stdout.readline())
-            port = urllib.parse.urlsplit(address).port
-            with open(f"/proc/{site.pid}/net/tcp", encoding="utf-8") as table:
-                listening = [row.split()[1] for row in table if f":{port:04X} 00000000:0000" in row]
-            self.assertEqual(listening, [f"0100007F:{port:04X}"])
-            with urllib.request.urlopen(address + "software/current.txt", timeout=5) as answer:
-                self.assertEqual(answer.read().decode(), text_of("site/software/current.txt"))
-            for outside in ("/software/current.txt", "/kvo/../CMakeLists.txt", "/kvo/%2e%2e/README.md"):
-                with self.subTest(path=outside), socket.create_connection(("127.0.0.1", port)) as raw:
-                    raw.sendall(f"GET {outside} HTTP/1.0\r\n\r\n".encode())
-                    self.assertIn(" 404 ", raw.recv(1000).decode().splitlines()[0])
-            again = start_site(address)
-            output, _ = again.communicate(timeout=10)
-            self.assertEqual((again.returncode, output), (0, f"The site is already served at {address}\n"))
-        finally:
-            site.terminate()
-            self.assertEqual(site.wait(10), 0)
-            site.communicate()
-
-    def test_refuses(self):
-        with socket.socket() as other:
-            other.bind(("127.0.0.1", 0))
-            other.listen()
-            taken = f"http://localhost:{other.getsockname()[1]}/"
-            for address, message in (("https://example.org/", "is not an address of this machine"),
-                                     ("http://192.0.2.1:8431/", "is not an address of this machine"),
-                                     (taken, "cannot be served")):
-                site = start_site(address)
-                _, problem = site.communicate(timeout=10)
-                with self.subTest(address=address):
-                    self.assertEqual(site.returncode, 1)
-                    self.assertIn(message, problem)
-
-
 class Pages(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.address = f"http://localhost:{free_port()}/"
-        cls.site = start_site(cls.address)
-        cls.site.stdout.readline()
+        cls.site, cls.address = start_site()
         cls.browser = Chromium()
 
     @classmethod
