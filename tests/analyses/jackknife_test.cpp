@@ -7,6 +7,7 @@
 #include "analyses/mean.h"
 #include "analysis_window.h"
 #include "file_size_limit.h"
+#include "shell/busy.h"
 
 namespace {
 
@@ -145,24 +146,16 @@ TEST_F(Jackknife, ShortensTheNameInPlace) {
 }
 
 TEST_F(Jackknife, TakesNoOtherInputMeanwhile) {
-  int unguarded = 0;
-  int seen = 0;
-  struct Watch {
-    int *unguarded, *seen;
-  } watch{&unguarded, &seen};
-  const Q_source source(g_timeout_add(
-      1,
-      [](gpointer data) -> gboolean {
-        const auto* counts = static_cast<Watch*>(data);
-        ++*counts->seen;
-        if (gtk_grab_get_current() == nullptr) ++*counts->unguarded;
-        return G_SOURCE_CONTINUE;
-      },
-      &watch));
+  // Each run's command is shown before the runner guards the window itself.
+  std::vector<bool> guarded;
+  const auto look = +[](GtkTextBuffer*, std::vector<bool>* seen) {
+    if (!Q_busy) seen->push_back(gtk_grab_get_current() != nullptr);
+  };
+  g_signal_connect(Qw_v_OutputBuffer[0], "changed", G_CALLBACK(look), &guarded);
   Q_string name("M");
   kvo3_jackknife(name, "");
-  EXPECT_GT(seen, 0);
-  EXPECT_EQ(unguarded, 0);
+  EXPECT_GE(guarded.size(), 4U);
+  EXPECT_THAT(guarded, testing::Each(true));
   EXPECT_EQ(gtk_grab_get_current(), nullptr);
 }
 

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
+#include <memory>
 
 #include "dialog_driver.h"
 #include "dialogs/canned.h"
@@ -14,60 +16,41 @@
 
 namespace {
 
-/// Windows on the screen from the lowest to the topmost, as the window manager reports them.
-std::vector<gulong> stacking() {
-  GdkAtom type{};
-  int format = 0;
-  int length = 0;
-  guchar* raw = nullptr;
-  if (!gdk_property_get(
-          gdk_get_default_root_window(), gdk_atom_intern("_NET_CLIENT_LIST_STACKING", FALSE),
-          gdk_atom_intern("WINDOW", FALSE), 0, 4096, FALSE, &type, &format, &length, &raw))
-    return {};
-  const Q_g_memory<guchar> value(raw);
-  const auto* const windows = reinterpret_cast<const gulong*>(raw);
-  return {windows, windows + static_cast<std::size_t>(length) / sizeof(gulong)};
+/// How many windows are under a window; -1 when the window manager does not have it yet.
+long height_of(GtkWidget* window) {
+  const std::vector<gulong> windows = windows_of_property("_NET_CLIENT_LIST_STACKING");
+  const auto found = std::ranges::find(windows, GDK_WINDOW_XID(gtk_widget_get_window(window)));
+  return found == windows.end() ? -1 : found - windows.begin();
 }
 
-bool is_on_top(GtkWidget* window) {
-  const std::vector<gulong> windows = stacking();
-  return !windows.empty() && windows.back() == GDK_WINDOW_XID(gtk_widget_get_window(window));
+using Window_widget = std::unique_ptr<GtkWidget, Q_call<gtk_widget_destroy>>;
+
+/// A window that the window manager has taken over.
+Window_widget managed_window() {
+  Window_widget window(gtk_window_new(GTK_WINDOW_TOPLEVEL));
+  gtk_window_maximize(GTK_WINDOW(window.get()));
+  gtk_widget_show(window.get());
+  EXPECT_TRUE(wait_until([&] { return height_of(window.get()) >= 0; }));
+  return window;
 }
 
-/// Stands in for the program's main window.
-class Dialog_window : public testing::Test {
- protected:
-  Dialog_window() {
-    gtk_window_maximize(GTK_WINDOW(main_));
-    gtk_widget_show(main_);
-    // A window manager that is still starting may not give the first window the focus by itself.
-    EXPECT_TRUE(wait_until([this] {
-      gtk_window_present(GTK_WINDOW(main_));
-      return gtk_window_is_active(GTK_WINDOW(main_));
-    }));
-  }
-  ~Dialog_window() override { gtk_widget_destroy(main_); }
-
-  GtkWidget* main_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-};
-
-TEST_F(Dialog_window, StaysInFrontOfTheMainWindow) {
+TEST(DialogWindow, StaysInFrontOfTheMainWindow) {
+  start_window_manager();
+  const Window_widget main_window = managed_window();
   Dialog_driver user;
-  user.then([this](Shown_dialog& dialog) {
-    EXPECT_TRUE(wait_until([&] { return is_on_top(dialog.widget()); }));
-    gdk_window_raise(gtk_widget_get_window(main_));
-    gdk_display_sync(gdk_display_get_default());
-    for (int i = 0; i < 20; ++i) {
-      while (gtk_events_pending()) gtk_main_iteration();
-      g_usleep(5000);
-    }
-    EXPECT_TRUE(is_on_top(dialog.widget())) << "after the main window was raised";
+  user.then([&](Shown_dialog& dialog) {
+    const auto above = [&] { return height_of(dialog.widget()) > height_of(main_window.get()); };
+    EXPECT_TRUE(wait_until(above));
+    gdk_window_raise(gtk_widget_get_window(main_window.get()));
+    // Once the window manager has this one, it has dealt with what it was asked before.
+    const Window_widget later = managed_window();
+    EXPECT_TRUE(above()) << "after the main window was raised";
     dialog.press("OK");
   });
   EXPECT_TRUE(Q_input_boolean("Overwrite?", false));
 }
 
-TEST_F(Dialog_window, FitsASmallScreen) {
+TEST(DialogWindow, FitsASmallScreen) {
   const std::string words = "MULTIMODAL META-ANALYSES\n" + [] {
     std::string text;
     for (int i = 0; i < 60; ++i) text += "several words ";
@@ -136,7 +119,7 @@ void ask_everything(const Q_string_list& many) {
   Q_input_warning("No maps found.");
 }
 
-TEST_F(Dialog_window, LeavesNoWidgetBehind) {
+TEST(DialogWindow, LeavesNoWidgetBehind) {
   const Q_string_list many(179, "a brain region");
   const auto run = [&many](int dialogs) {
     Dialog_driver user;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "display.h"
 #include "test_folder.h"
 #include "util/handles.h"
 
@@ -78,34 +79,21 @@ class Started {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
-  /// Waits for the end, 10 s at most; the status of wait().
+  /// Waits for the end; the status of wait().
   int wait() {
     int status = -1;
-    for (int i = 0; i < 1000; ++i) {
-      if (waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = -1;
-        return status;
-      }
-      g_usleep(10000);
-    }
-    return -1;
+    if (wait_until([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) pid_ = -1;
+    return status;
   }
 
  private:
   pid_t pid_;
 };
 
-/// The window that the window manager calls active.
+/// The window that the window manager calls active; 0 for none.
 Window active_window() {
-  GdkAtom type{};
-  int format = 0;
-  int length = 0;
-  guchar* raw = nullptr;
-  if (gdk_property_get(gdk_get_default_root_window(), gdk_atom_intern("_NET_ACTIVE_WINDOW", FALSE),
-                       GDK_NONE, 0, 4, FALSE, &type, &format, &length, &raw) == FALSE)
-    return 0;
-  const Q_g_memory<guchar> data(raw);
-  return length >= static_cast<int>(sizeof(long)) ? Window(*reinterpret_cast<long*>(raw)) : 0;
+  const std::vector<gulong> active = windows_of_property("_NET_ACTIVE_WINDOW");
+  return active.empty() ? 0 : active.front();
 }
 
 std::string title_of(Window window) {
@@ -118,15 +106,14 @@ std::string title_of(Window window) {
   return title;
 }
 
-/// Waits until a window of that title is the active one, 10 s at most; 0 when none is.
+/// Waits until a window of that title is the active one; 0 when none is.
 Window wait_for_active(const std::string& title) {
-  for (int i = 0; i < 1000; ++i) {
-    while (gtk_events_pending()) gtk_main_iteration();
-    const Window window = active_window();
-    if (window != 0 && title_of(window) == title) return window;
-    g_usleep(10000);
-  }
-  return 0;
+  Window window = 0;
+  const bool found = wait_until([&] {
+    window = active_window();
+    return window != 0 && title_of(window) == title;
+  });
+  return found ? window : 0;
 }
 
 void close_window(Window window) {
@@ -145,6 +132,7 @@ void close_window(Window window) {
 TEST(EditorProgram, ComesToTheFrontAndEndsWell) {
   const Test_folder folder;
   write_text("kvo_table.txt", "study,n1\na,1\n");
+  start_window_manager();
   // The window of the program that starts the editor, which then does not serve its events.
   GtkWidget* starter = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   gtk_window_set_title(GTK_WINDOW(starter), "starter");
@@ -164,6 +152,7 @@ TEST(EditorProgram, ComesToTheFrontAndEndsWell) {
 TEST(EditorProgram, SaysWhyAFileCannotBeOpened) {
   const Test_folder folder;
   std::filesystem::create_directory("kvo_table.txt");
+  start_window_manager();
   Started editor("kvo_table.txt");
   const Window dialog = wait_for_active("KVO table editor");
   ASSERT_NE(dialog, 0U);

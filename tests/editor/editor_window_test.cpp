@@ -34,7 +34,8 @@ class Session {
   void reopen() {
     editor_.reset();
     editor_ = editor_open(open_document(FILE_NAME));
-    EXPECT_TRUE(wait_until([this] { return gtk_window_is_active(GTK_WINDOW(editor_->window)); }));
+    handle_display_events();
+    give_focus(editor_->window);
     settle();
   }
 
@@ -85,20 +86,7 @@ class Session {
     return *this;
   }
   void pointer(GdkWindow* window, GdkEventType type, int x, int y, int state) {
-    GdkEvent* event = gdk_event_new(type);
-    event->any.window = GDK_WINDOW(g_object_ref(window));
-    if (type == GDK_MOTION_NOTIFY) {
-      event->motion.x = x;
-      event->motion.y = y;
-    } else {
-      event->button.x = x;
-      event->button.y = y;
-      event->button.button = 1;
-      event->button.state = static_cast<guint>(state);
-      event->button.device = gdk_device_get_core_pointer();
-    }
-    gtk_main_do_event(event);
-    gdk_event_free(event);
+    send_pointer(window, type, x, y, state);
     settle();
   }
   static void settle() {

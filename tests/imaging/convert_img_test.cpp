@@ -160,8 +160,10 @@ TEST_F(Convert_img, ChoosesAmongTheFilesOfFourFilters) {
                                    "NIfTI pair files (*.hdr)"));
     EXPECT_EQ(gtk_file_chooser_get_filter(chooser), filters->data);
     g_slist_free(filters);
-    const Q_g_memory<char> folder(gtk_file_chooser_get_current_folder(chooser));
-    EXPECT_STREQ(folder.get(), work().c_str());
+    EXPECT_TRUE(wait_until([&] {
+      const Q_g_memory<char> folder(gtk_file_chooser_get_current_folder(chooser));
+      return folder != nullptr && work() == folder.get();
+    }));
     int help_buttons = 0;
     for (GtkWidget* widget :
          widgets_inside(gtk_dialog_get_content_area(GTK_DIALOG(dialog.widget()))))

@@ -39,7 +39,7 @@ TEST(ToolboxProgram, RunsFromTheToolbox) {
     _exit(127);
   }
   const std::string search =
-      "timeout 30 xdotool search --sync --name '^KVO v4[.]31 - " + toolbox.string() + "$'";
+      "timeout 120 xdotool search --sync --name '^KVO v4[.]31 - " + toolbox.string() + "$'";
   EXPECT_EQ(std::system(search.c_str()), 0);
   kill(program, SIGTERM);
   waitpid(program, nullptr, 0);

@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <gdk/gdkkeysyms.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -17,7 +19,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 namespace fs = std::filesystem;
-using Seconds = std::chrono::duration<double>;
 
 const char* const OFFER =
     "[ A new version of KVO seems to be available! Do you want to download and install it now? ]";
@@ -106,41 +107,44 @@ TEST_F(Update_check, OffersNewerVersionsOnly) {
   }
 }
 
+/// The site keeps the reply back, or its end, for two minutes; see version_site.py.
 TEST_F(Update_check, IsNeverHeldUpForLong) {
+  constexpr std::chrono::seconds LIMIT(90);
   const struct {
     const char* site;
     bool offered;
-    Seconds limit;
   } cases[] = {
-      {"megabytes", true, Seconds(1.5)}, {"megabytes_on_one_line", true, Seconds(1.5)},
-      {"rubbish", false, Seconds(1.5)},  {"zeros", false, Seconds(1.5)},
-      {"missing", false, Seconds(1.5)},  {"redirected", false, Seconds(1.5)},
-      {"stalled", false, Seconds(3.5)},  {"stalled_reply", false, Seconds(3.5)},
-      {"dripping", false, Seconds(7)},   {"dripping_headers", false, Seconds(7)},
+      {"megabytes", true}, {"megabytes_on_one_line", true},
+      {"rubbish", false},  {"zeros", false},
+      {"missing", false},  {"redirected", false},
+      {"stalled", false},  {"stalled_reply", false},
+      {"dripping", false}, {"dripping_headers", false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.site);
     Dialog_driver user;
-    std::chrono::steady_clock::time_point asked{};
-    if (c.offered)
-      user.then([&](Shown_dialog& dialog) {
-        asked = std::chrono::steady_clock::now();
-        dialog.press("Cancel");
-      });
+    if (c.offered) user.answer({}, "Cancel");
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(kvo_offer_update(site_.address(c.site).c_str()),
               c.offered ? Update::DECLINED : Update::NONE_KNOWN);
-    if (!c.offered) asked = std::chrono::steady_clock::now();
-    EXPECT_LT(Seconds(asked - start).count(), c.limit.count());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, LIMIT);
   }
 }
 
 TEST_F(Update_check, KnowsNothingWithoutASite) {
-  std::string closed;
-  { closed = Version_site().address("text/5"); }
+  // A port that is taken, so that no other program gets it meanwhile, and refuses connections.
+  const Q_fd taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const general = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(bind(taken.get(), general, size), 0);
+  ASSERT_EQ(getsockname(taken.get(), general, &size), 0);
+  const std::string closed = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+  for (const std::string& site : {closed, std::string("http://name.invalid/")})
+    EXPECT_EQ(kvo_offer_update(site.c_str()), Update::NONE_KNOWN) << site;
   const std::string path = g_getenv("PATH");
-  for (const std::string& address : {closed, std::string("http://name.invalid/")})
-    EXPECT_EQ(kvo_offer_update(address.c_str()), Update::NONE_KNOWN) << address;
   setenv("PATH", "/none", 1);
   EXPECT_EQ(kvo_offer_update(site_.replying("5").c_str()), Update::NONE_KNOWN) << "no wget";
   setenv("PATH", path.c_str(), 1);

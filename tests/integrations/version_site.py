@@ -10,6 +10,8 @@ import threading
 import time
 import urllib.parse
 
+STALL = 120  # seconds; the program may be slow on a busy machine, but not that slow
+
 REPLIES = {
     "megabytes": b"4.32\n" + b"9" * 8_000_000,
     "megabytes_on_one_line": b"4.32" + b" " * 8_000_000,
@@ -37,17 +39,18 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if kind == "no_update":
             return self.send(b"4.32")
         if kind in REPLIES:
-            return self.send(REPLIES[kind])
+            self.send(REPLIES[kind])
+            return time.sleep(STALL) if kind == "megabytes" else None
         if kind == "stalled":
-            return time.sleep(30)
+            return time.sleep(STALL)
         if kind == "stalled_reply":
             self.send(b"4.3")
-            return time.sleep(30)
+            return time.sleep(STALL)
         if kind == "dripping":
-            return self.send(b"4.32" + b" " * 30, 1)
+            return self.send(b"4.32" + b" " * STALL, 1)
         if kind == "dripping_headers":
             self.wfile.write(b"HTTP/1.0 200 OK\r\n")
-            for i in range(30):
+            for i in range(STALL):
                 self.wfile.write(b"X-%d: x\r\n" % i)
                 time.sleep(1)
             return None

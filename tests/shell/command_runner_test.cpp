@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
-#include <chrono>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -154,7 +154,7 @@ TEST(Runner, SaysWhyTheEngineIsGone) {
 
 TEST(Runner, NoticesAKilledEngine) {
   const Shell_fixture shell;
-  shell.engine_does("echo '  x'; echo $$ > pid; exec sleep 60");
+  shell.engine_does("echo '  x'; echo $$ > pid; exec sleep 600");
   Meanwhile meanwhile;
   meanwhile.when([] { return read_text("pid").ends_with("\n"); },
                  [] { kill(std::stoi(read_text("pid")), SIGKILL); });
@@ -295,9 +295,9 @@ TEST(Runner, ShowsVeryManyLines) {
     return G_SOURCE_CONTINUE;
   };
   const Q_source counter(g_timeout_add(20, count, &alive));
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   kvo3_exec_core(false, "go");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(120));
+  EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 120) << "s of the processor's time";
   EXPECT_GT(alive, 5) << "the window was served meanwhile";
   std::string expected = "go\n";
   for (int i = 1; i <= LINES; ++i) expected += "  line " + std::to_string(i) + "\n";

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "display.h"
 #include "util/handles.h"
 
 /// A dialog on the screen, as a script sees it. What is not found is a failure of the test.
@@ -63,15 +64,12 @@ class Shown_dialog {
   GtkWidget* dialog_;
 };
 
-/// Handles events until the condition holds, 5 s at most; whether it does.
-bool wait_until(const std::function<bool()>& condition);
-
 /// All widgets inside a container, also those that its kind keeps for itself, in their order.
 std::vector<GtkWidget*> widgets_inside(GtkWidget* container);
 
-/// Runs one script for each dialog, in order, as soon as the dialog is shown and has the focus. A
-/// dialog without a script, a script that does not answer its dialog (both are then closed) and a
-/// script without a dialog are failures of the test.
+/// Runs one script for each dialog, in order, as soon as the dialog is shown, and gives it the
+/// focus. A dialog without a script, a script that does not answer its dialog (both are then
+/// closed) and a script without a dialog are failures of the test.
 class Dialog_driver {
  public:
   using Script = std::function<void(Shown_dialog&)>;
@@ -100,6 +98,5 @@ class Dialog_driver {
 
   std::deque<Script> scripts_;
   std::vector<std::string> messages_;
-  gint64 first_seen_ = 0;
   Q_source source_;
 };
