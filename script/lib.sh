@@ -1,8 +1,10 @@
+# shellcheck shell=bash
 # What the scripts share; to be sourced. Leaves the project's folder as the current folder.
 
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
-export root=$PWD
+# shellcheck disable=SC2034 # for the scripts
+root=$PWD
 
 # die TEXT...: ends with one sentence.
 die() {
