@@ -193,8 +193,10 @@ uninstall() {
   folder=$(whole_path "$1")
   [ -f "$folder/MANIFEST" ] || die "'$folder' holds no installation of Quorvane"
   remove_from_menu "$folder"
-  (cd "$folder" && LC_ALL=C sha256sum -c MANIFEST 2>/dev/null || true) | sed -n 's/: OK$//p' |
-    (cd "$folder" && tr '\n' '\0' | xargs -0 -r rm)
+  (
+    cd "$folder"
+    LC_ALL=C sha256sum -c MANIFEST 2>/dev/null | sed -n 's/: OK$//p' | tr '\n' '\0' | xargs -0 -r rm
+  )
   rm -f "$folder/etc/linux64.ini" "$folder/etc/kvo_site.txt" "$folder/MANIFEST"
   find "$folder" -depth -type d -empty -delete
   if [ -d "$folder" ]; then

@@ -9,11 +9,9 @@ import os
 import shutil
 import signal
 import socket
-import stat
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 from kvo_driver import Display, wait_for
