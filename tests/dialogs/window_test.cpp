@@ -133,7 +133,7 @@ TEST(DialogWindow, LeavesNoWidgetBehind) {
   // The toolkit makes some windows once, for tooltips say.
   run(4);
   const std::size_t toplevels = count_toplevels();
-  run(200);
+  run(40);
   EXPECT_TRUE(wait_until([] { return alive == 0; })) << alive << " objects are alive";
   EXPECT_TRUE(wait_until([&] { return count_toplevels() == toplevels; }))
       << count_toplevels() << " windows instead of " << toplevels;

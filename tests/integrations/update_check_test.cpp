@@ -75,26 +75,21 @@ class Update_check : public testing::Test {
   Test_panes panes_;
 };
 
+TEST(Version, IsNewerAsANumber) {
+  for (const char* newer :
+       {"4.32", "4.319", "4.315", "4.3199999", "4.4", "5", "10.0", "  4.32  ", "4.32beta"})
+    EXPECT_TRUE(kvo_is_newer_version(newer)) << newer;
+  for (const char* not_newer : {"4.31", "4.310", "4.3", "-5", "v4.32", "version 4.32", "4,32", "",
+                                "\xff\x34.32", "Information", "nan", "1e999", "<html>4.32</html>"})
+    EXPECT_FALSE(kvo_is_newer_version(not_newer)) << not_newer;
+}
+
 TEST_F(Update_check, OffersNewerVersionsOnly) {
   const struct {
     const char* reply;
     bool offered;
-  } cases[] = {
-      {"4.31\n", false},      {"4.32\n", true},
-      {"4.32", true},         {"4.319", true},
-      {"4.315\n", true},      {"4.310", false},
-      {"4.3199999", true},    {"4.3", false},
-      {"4.4", true},          {"5", true},
-      {"10.0", true},         {"-5", false},
-      {"v4.32", false},       {"version 4.32", false},
-      {"4.32\r\n", true},     {"4.31\r\n4.32\r\n", false},
-      {"4.32\n4.31\n", true}, {"  4.32  \n", true},
-      {"4.32beta", true},     {"4,32", false},
-      {"\n4.32\n", false},    {"", false},
-      {"\xff\x34.32", false}, {"4.32\xff", true},
-      {"Information", false}, {"nan", false},
-      {"1e999", false},       {"<html>4.32</html>", false},
-  };
+  } cases[] = {{"4.31\n", false},   {"4.32", true}, {"4.32\r\n", true},      {"4.32\n4.31\n", true},
+               {"\n4.32\n", false}, {"", false},    {"4.31\r\n4.32", false}, {"4.32\xff", true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reply);
     Dialog_driver user;

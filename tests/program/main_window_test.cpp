@@ -51,7 +51,7 @@ std::vector<std::string> visible_actions(GtkWidget* container) {
 
 class Main_window : public testing::Test {
  protected:
-  static void SetUpTestSuite() {
+  Main_window() {
     kvo3_main();
     Q_process_events();
   }
@@ -61,7 +61,7 @@ class Main_window : public testing::Test {
   static GtkWidget* middle() { return children(gtk_bin_get_child(GTK_BIN(Qw_Window)))[2]; }
 };
 
-TEST_F(Main_window, HasTheMenus) {
+TEST_F(Main_window, HasTheMenusAndBothToolbarsWithoutAccelerators) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> menus = {
       {"menu_MetaAnalyses",
        {"cd", "edit_table", "|", "convert_t", "convert_img", "|", "pp", "|", "quit"}},
@@ -78,9 +78,7 @@ TEST_F(Main_window, HasTheMenus) {
                 ElementsAreArray(menus[i].second))
         << menus[i].first;
   }
-}
 
-TEST_F(Main_window, HasBothToolbarsWithIconsAndText) {
   EXPECT_THAT(visible_actions(toolbar()),
               ElementsAre("cd", "edit_table", "|", "convert_t", "convert_img", "|", "globals", "|",
                           "save_batch", "run_batch", "|", "help", "|", "quit"));
@@ -91,9 +89,7 @@ TEST_F(Main_window, HasBothToolbarsWithIconsAndText) {
   EXPECT_EQ(gtk_orientable_get_orientation(GTK_ORIENTABLE(side)), GTK_ORIENTATION_VERTICAL);
   for (GtkWidget* bar : {toolbar(), side})
     EXPECT_EQ(gtk_toolbar_get_style(GTK_TOOLBAR(bar)), GTK_TOOLBAR_BOTH);
-}
 
-TEST_F(Main_window, NoActionHasAnAccelerator) {
   GList* actions = gtk_action_group_list_actions(kvo3_actions());
   EXPECT_EQ(g_list_length(actions), 24U);
   for (GList* item = actions; item != nullptr; item = item->next) {
@@ -106,7 +102,7 @@ TEST_F(Main_window, NoActionHasAnAccelerator) {
   g_list_free(actions);
 }
 
-TEST_F(Main_window, GreetsInTheConsoleAndLeavesTheBatchEmpty) {
+TEST_F(Main_window, GreetsWithTheKeyboardInTheCommandEntry) {
   EXPECT_THAT(text_of(0),
               testing::StartsWith("\nQuorvane v4.31\n\nWelcome to Quorvane v4.31 (formerly "
                                   "Telvarine) for Linux 64 bits, the software to perform complete "
@@ -114,14 +110,10 @@ TEST_F(Main_window, GreetsInTheConsoleAndLeavesTheBatchEmpty) {
   EXPECT_THAT(text_of(0), testing::EndsWith(" for more information on the method.\n\n"));
   EXPECT_EQ(text_of(1), "");
   EXPECT_EQ(Qw_v_OutputBuffer[2], nullptr);
-}
 
-TEST_F(Main_window, OnlyTheBatchPaneCanBeEdited) {
   EXPECT_FALSE(gtk_text_view_get_editable(GTK_TEXT_VIEW(Qw_v_OutputView[0])));
   EXPECT_TRUE(gtk_text_view_get_editable(GTK_TEXT_VIEW(Qw_v_OutputView[1])));
-}
 
-TEST_F(Main_window, StartsWithTheKeyboardInTheCommandEntry) {
   GtkWidget* focus = gtk_window_get_focus(GTK_WINDOW(Qw_Window));
   ASSERT_TRUE(GTK_IS_ENTRY(focus));
   EXPECT_TRUE(GTK_IS_COMBO_BOX(gtk_widget_get_parent(focus)));

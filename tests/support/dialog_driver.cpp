@@ -113,7 +113,7 @@ void choose_file(GtkWidget* chooser, const std::string& path) {
     gtk_file_chooser_unselect_all(GTK_FILE_CHOOSER(chooser));
   else
     gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(chooser), path.c_str());
-  EXPECT_TRUE(wait_until([&] { return chosen_file(chooser) == path; }))
+  EXPECT_TRUE(has_selected(chooser, path))
       << "'" << path << "' could not be selected, but '" << chosen_file(chooser) << "' is";
 }
 
@@ -127,6 +127,17 @@ void set_coordinate(GtkWidget* row, const std::string& coordinate) {
 }
 
 }  // namespace
+
+bool has_selected(GtkWidget* chooser, const std::string& path) {
+  return wait_until([&] { return chosen_file(chooser) == path; });
+}
+
+bool is_in_folder(GtkWidget* chooser, const std::string& folder) {
+  return wait_until([&] {
+    const Q_g_memory<char> current(gtk_file_chooser_get_current_folder(GTK_FILE_CHOOSER(chooser)));
+    return current != nullptr && current.get() == folder;
+  });
+}
 
 std::vector<GtkWidget*> widgets_inside(GtkWidget* container) {
   std::vector<GtkWidget*> result;

@@ -64,6 +64,11 @@ class Shown_dialog {
   GtkWidget* dialog_;
 };
 
+/// Wait until a file chooser, which loads folders meanwhile, has a file or folder selected, or is
+/// in a folder; whether it does.
+bool has_selected(GtkWidget* chooser, const std::string& path);
+bool is_in_folder(GtkWidget* chooser, const std::string& folder);
+
 /// All widgets inside a container, also those that its kind keeps for itself, in their order.
 std::vector<GtkWidget*> widgets_inside(GtkWidget* container);
 
