@@ -106,17 +106,17 @@ class Multi(unittest.TestCase):
 
     def test_modes(self):
         thresholds = [("0.00250", "0.00025", 10), ("0.05000", "0.05000", 1)]
-        overlap, _, error, better, *_ = modes = [
-            (0, 0, "0.10000"), (0, 2, "0.10000"), (1, 0, "0.10000"), (1, 2, "0.10000"),
-            (1, 1, "0.02000"), (1, 2, "0.50000")]
+        overlap, error, better, *others = [
+            (0, 0, "0.10000"), (1, 0, "0.10000"), (1, 2, "0.10000"),
+            (0, 2, "0.10000"), (1, 1, "0.02000"), (1, 2, "0.50000")]
         maps = p_maps(1)
         no_effects = ((None, None), (numpy.float32(0.97), numpy.float32(0.3)))
-        for no_effect, limits in zip(no_effects, thresholds):
+        for no_effect, limits, more in zip(no_effects, thresholds, (others, others[1:2])):
             with EngineFolder(PROGRAMS, SHARE) as folder:
                 for name, p, none in zip(("one", "two"), maps, no_effect):
                     folder.save(f"{name}_p", p, no_effect=none)
                 found = {}
-                for mode in modes:
+                for mode in (overlap, error, better, *more):
                     with self.subTest(mode=mode, limits=limits, no_effect=no_effect):
                         found[mode] = self.check(folder, maps, no_effect, limits, mode)
                 self.assertGreater(found[overlap].sum(), 100)

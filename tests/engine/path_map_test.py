@@ -140,10 +140,9 @@ class PathMap(unittest.TestCase):
         hole = low + 2 * numpy.argwhere(~self.mask)[700]
         studies = [
             [(*voxel, 4)],
-            [(*(voxel + (1, 1, 1)), 3)],  # as close to eight voxels
-            [(*(hole + (0.3, -0.4, 0.2)), 5)],
+            [(*(voxel + (1, 1, 1)), 3), (*(hole + (0.3, -0.4, 0.2)), 5)],  # as close to eight voxels
             [(*(low + (20, -12, 9)), 4), (*(low - 19), 3), (*(low - (80, 0, 0)), 2)],  # outside, and beyond
-            *self.random_studies(2),
+            self.random_studies(3)[-1],
         ]
         self.write_studies(studies)
         flat = numpy.full(BOX, 0.5)
@@ -183,7 +182,7 @@ class PathMap(unittest.TestCase):
                 self.assert_close(other, one, f"anisotropy {anisotropy}", 2e-5)
 
     def test_reaches_less_far_as_anisotropy_rises(self):
-        studies = [[peak] for study in self.random_studies(3) for peak in study]
+        studies = [[peak] for study in self.random_studies(2) for peak in study]
         self.write_studies(studies)
         for fwhm in 20, 45:
             maps = []
