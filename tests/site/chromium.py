@@ -8,10 +8,9 @@ import select
 import shutil
 import subprocess
 import tempfile
-import time
 
 
-PATIENCE_S = 60
+PATIENCE_S = 240
 
 
 def high_pipe():
@@ -26,7 +25,7 @@ def high_pipe():
 class Chromium:
     """A browser without a window, showing one page."""
 
-    def __init__(self):
+    def __init__(self, pictures=True):
         self.profile = tempfile.mkdtemp(prefix="kvo_chromium_")
         commands, self.to_browser = high_pipe()
         self.from_browser, answers = high_pipe()
@@ -34,7 +33,8 @@ class Chromium:
         self.process = subprocess.Popen(
             ["bash", "-c", f'exec chromium "$@" 3<&{commands} 4>&{answers}', "chromium",
              "--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-             "--no-first-run", "--remote-debugging-pipe", f"--user-data-dir={self.profile}",
+             "--no-first-run", f"--blink-settings=imagesEnabled={str(pictures).lower()}",
+             "--remote-debugging-pipe", f"--user-data-dir={self.profile}",
              "about:blank"],
             pass_fds=[commands, answers], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(commands)
@@ -43,11 +43,11 @@ class Chromium:
         self.last_id = 0
         self.events = []
         self.session = None
-        self.scripts = True
         target = self.call("Target.createTarget", url="about:blank")["targetId"]
         self.session = self.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
         for domain in ("Page", "Runtime", "Network", "Log"):
             self.call(domain + ".enable")
+        self.call("Page.setLifecycleEventsEnabled", enabled=True)
 
     def read_message(self):
         while b"\0" not in self.received:
@@ -77,13 +77,13 @@ class Chromium:
     def open(self, address):
         """Loads a page and returns what went wrong with it: failed requests, errors of scripts."""
         self.events.clear()
-        self.call("Page.navigate", url=address)
-        while not any(event.get("method") == "Page.loadEventFired" for event in self.events):
+        loader = self.call("Page.navigate", url=address)["loaderId"]
+
+        def is_end(event):
+            return (event.get("method") == "Page.lifecycleEvent" and event["params"]["name"] == "load"
+                    and event["params"]["loaderId"] == loader)
+        while not any(map(is_end, self.events)):
             self.events.append(self.read_message())
-        if self.scripts:
-            self.evaluate("new Promise(done => requestAnimationFrame(() => setTimeout(done, 50)))")
-        else:
-            time.sleep(1)  # promises do not end either
         return [problem for event in self.events if (problem := problem_of(event))]
 
     def evaluate(self, expression):
@@ -102,7 +102,6 @@ class Chromium:
                   features=[{"name": "prefers-color-scheme", "value": scheme}])
 
     def allow_scripts(self, allowed):
-        self.scripts = allowed
         self.call("Emulation.setScriptExecutionDisabled", value=not allowed)
 
     def screenshot(self, path):
