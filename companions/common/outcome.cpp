@@ -1,5 +1,7 @@
 #include "companions/common/outcome.h"
 
+#include <malloc.h>
+
 #include <exception>
 #include <new>
 
@@ -17,6 +19,11 @@ std::string joined_words(int argc, char** argv) {
 }
 
 int exit_status_of(const std::function<bool()>& work) {
+  // Images come and go one after another. To get each one's memory from the system and give it back
+  // would take as long as the reading and computing itself.
+  constexpr int all_images = 1 << 30;
+  mallopt(M_MMAP_THRESHOLD, all_images);
+  mallopt(M_TRIM_THRESHOLD, all_images);
   catch_cancel_signals();
   try {
     return work() ? 0 : 1;
