@@ -1,15 +1,20 @@
-# Compares the pools and models in the current folder with metafor's. Arguments: what to compare, and
-# a file for some of it. Ends with status 1 when a value differs.
+# Compares the pools and models in the folders of the current folder with metafor's. What a folder
+# holds is the first word of its name. Ends with status 1 when a value differs.
 suppressPackageStartupMessages(library(metafor))
 
-arguments <- commandArgs(TRUE)
+folders <- list.files(getwd(), full.names = TRUE)
+folders_of <- function(what) {
+  found <- folders[sub(" .*", "", basename(folders)) == what]
+  if (length(found) == 0) stop("no folder of ", what)
+  found
+}
 failed <- FALSE
 compare <- function(what, ours, reference) {
   ours <- as.numeric(ours)
   reference <- as.numeric(reference)
   excess <- abs(ours - reference) / (1e-8 * abs(reference) + 1e-9)
   if (length(ours) != length(reference) || anyNA(excess) || any(excess > 1)) {
-    cat(what, ": ours", format(ours, digits = 12), "reference", format(reference, digits = 12), "\n")
+    cat(getwd(), what, ": ours", format(ours, digits = 12), "reference", format(reference, digits = 12), "\n")
     failed <<- TRUE
   }
 }
@@ -36,7 +41,8 @@ compare_pool <- function(values, fit) {
           c(slope[2, 1:2], egger$zval, egger$pval, egger$dfs, slope[1, 1]))
 }
 
-if (arguments[1] == "pools") {
+for (folder in folders_of("pools")) {
+  setwd(folder)
   effects <- read.delim("effects.tsv")
   pools <- read.delim("pools.tsv")
   for (row in seq_len(nrow(pools))) {
@@ -51,7 +57,8 @@ if (arguments[1] == "pools") {
   }
 }
 
-if (arguments[1] == "globals") {
+for (folder in folders_of("globals")) {
+  setwd(folder)
   table <- read.delim("kvo_table.txt")
   effects <- if ("n2" %in% names(table))
     escalc("SMD", m1i = mean1, sd1i = sd1, n1i = n1, m2i = mean2, sd2i = sd2, n2i = n2, data = table)
@@ -79,9 +86,11 @@ if (arguments[1] == "globals") {
   }
 }
 
-if (arguments[1] == "extract") {
-  ours <- read.delim(arguments[2], comment.char = "#")
-  values <- values_of(arguments[2])
+setwd(folders_of("extract"))
+for (mask in c("Left_amygdala", "26_-12_4", "gray_matter")) {
+  file <- paste0("extract_", mask, ".txt")
+  ours <- read.delim(file, comment.char = "#")
+  values <- values_of(file)
   fit <- rma(yi = ours$g, vi = ours$variance, method = "DL")
   compare("pool", values[c("g", "standard_error", "z", "p", "low_95", "high_95", "Q", "Q_p", "tau2", "I2", "H2")],
           pool_values(fit))
@@ -90,12 +99,11 @@ if (arguments[1] == "extract") {
   compare_pool(values, fit)
 }
 
-if (arguments[1] == "names") {
-  table <- read.table("kvo_table.txt", header = TRUE, quote = "", comment.char = "")
-  ours <- read.delim(arguments[2], comment.char = "#")
-  if (!identical(ours$study, table$study)) {
-    print(list(ours$study, table$study))
-    failed <- TRUE
-  }
+setwd(folders_of("names"))
+table <- read.table("kvo_table.txt", header = TRUE, quote = "", comment.char = "")
+ours <- read.delim("extract_<b>&.txt", comment.char = "#")
+if (!identical(ours$study, table$study)) {
+  print(list(ours$study, table$study))
+  failed <- TRUE
 }
 if (failed) quit(status = 1)

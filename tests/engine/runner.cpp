@@ -3,11 +3,19 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <omp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <sstream>
+
+#include "companions/common/outcome.h"
+#include "companions/common/outputs.h"
+#include "companions/common/progress.h"
+#include "companions/kvo_core/verbs.h"
 
 namespace fs = std::filesystem;
 
@@ -29,7 +37,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 pid_t Running_command::child() const {
   const std::string pid = std::to_string(pid_);
-  for (int attempt = 0; attempt < 500; ++attempt, usleep(10000))
+  for (int attempt = 0; attempt < 6000; ++attempt, usleep(10000))
     if (const std::string text = read_text("/proc/" + pid + "/task/" + pid + "/children");
         !text.empty())
       return std::stoi(text);
@@ -67,6 +75,38 @@ Installation::Installation() {
   fs::current_path(work());
 }
 
+namespace {
+
+/// Runs `work` in a new process, with its standard output as a pipe.
+Running_command launch(const std::function<void()>& work) {
+  int ends[2];
+  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  Q_fd reader(ends[0]);
+  const Q_fd writer(ends[1]);
+  std::fflush(nullptr);  // or the child would write it again
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(writer.get(), STDOUT_FILENO);
+    work();
+    _exit(127);
+  }
+  return {pid, std::move(reader)};
+}
+
+int carry_out(const std::string& text) {
+  return exit_status_of([&] {
+    const Command command = parse_command(text, all_verbs());
+    recover_folder();
+    command.verb->check(command);
+    check_folder_writable();
+    command.verb->run(command);
+    say_done();
+    return true;
+  });
+}
+
+}  // namespace
+
 Running_command Installation::start(const std::string& command,
                                     const std::function<void()>& prepare) const {
   std::vector<std::string> words = words_of(command);
@@ -74,18 +114,54 @@ Running_command Installation::start(const std::string& command,
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  int ends[2];
-  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  Q_fd reader(ends[0]);
-  const Q_fd writer(ends[1]);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(writer.get(), STDOUT_FILENO);
+  return launch([&] {
     if (prepare) prepare();
     execv(arguments[0], arguments.data());
-    _exit(127);
+  });
+}
+
+Outcome Installation::run(const std::string& command, const std::function<void()>& prepare) const {
+  std::string program_path = program("kvo_core");
+  return launch([&] {
+           program_invocation_name = program_path.data();
+           omp_set_num_threads(1);
+           if (prepare) prepare();
+           _exit(carry_out(command));
+         })
+      .finish();
+}
+
+void Installation::must_run(std::initializer_list<const char*> commands) const {
+  for (const char* command : commands) {
+    const Outcome outcome = run(command);
+    ASSERT_EQ(outcome.closing(), "d") << command;
+    EXPECT_EQ(outcome.status, 0) << command;
   }
-  return {pid, std::move(reader)};
+}
+
+Outcome Installation::expect_refused(const std::string& command, const std::string& reason,
+                                     const std::function<void()>& prepare) const {
+  const auto before = snapshot();
+  Outcome outcome = run(command, prepare);
+  EXPECT_EQ(outcome.status, 1) << command << ": " << reason;
+  EXPECT_TRUE(outcome.closing().starts_with("WARNING: " + reason))
+      << command << ": '" << outcome.closing() << "' instead of '" << reason << "'";
+  EXPECT_TRUE(snapshot() == before) << command << " has changed the folder: " << reason;
+  return outcome;
+}
+
+void Installation::save() const {
+  fs::remove_all(folder_.path() / "saved");
+  fs::copy(work(), folder_.path() / "saved", fs::copy_options::recursive);
+}
+
+void Installation::restore() const {
+  remove_everything();
+  fs::copy(folder_.path() / "saved", ".", fs::copy_options::recursive);
+}
+
+void remove_everything() {
+  for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
 }
 
 void become_nobody() {
@@ -108,10 +184,15 @@ std::size_t grid_index(const std::array<int, 3>& mm) {
 }
 }  // namespace
 
-void write_mask(const fs::path& path, const std::vector<std::array<int, 3>>& voxels) {
+Image image_of(float value) {
   Image image;
   image.grid = mni_grid();
-  image.values.resize(image.grid.voxels());
+  image.values.assign(image.grid.voxels(), value);
+  return image;
+}
+
+void write_mask(const fs::path& path, const std::vector<std::array<int, 3>>& voxels) {
+  Image image = image_of(0);
   for (const auto& voxel : voxels) image.values[grid_index(voxel)] = 1;
   write_image(path, image);
 }
@@ -146,10 +227,8 @@ void write_studies(int studies) {
 }
 
 void write_t_image(const std::string& study, int seed) {
-  Image image;
-  image.grid = mni_grid();
+  Image image = image_of(0);
   image.intent_code = 3;
-  image.values.resize(image.grid.voxels());
   for (int z = -4; z < 10; z += 2)
     for (int y = -24; y < 0; y += 2)
       for (int x = 16; x < 40; x += 2)
