@@ -1,5 +1,5 @@
-"""An installation of the engine with the real share folder, and a working folder with maps made by
-hand. For the tests that compare the engine with SciPy."""
+"""An installation of the engine and a working folder, for the tests that compare the engine with
+SciPy."""
 
 import csv
 import hashlib
@@ -37,16 +37,21 @@ def mm(voxel):
 
 
 class EngineFolder:
-    """Removed with all that it holds at the end of a `with` block."""
+    """Removed with all that it holds at the end of a `with` block. Without a share folder that is
+    given, it has an empty one of its own."""
 
-    def __init__(self, programs, share):
+    def __init__(self, programs, share=None):
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="kvo_test_"))
         folder = self.root / "bin/linux64"
         folder.mkdir(parents=True)
         for program in programs:
             shutil.copy(program, folder)
         self.parse = folder / "kvo_parse"
-        (self.root / "share").symlink_to(share)
+        self.share = self.root / "share"
+        if share:
+            self.share.symlink_to(share)
+        else:
+            self.share.mkdir()
         self.work = self.root / "work"
         self.work.mkdir()
 
@@ -71,17 +76,17 @@ class EngineFolder:
     def load(self, name):
         return load(self.work / f"{name}.nii.gz")
 
-    def run(self, command):
+    def run(self, command, threads=1):
         """The lines that the command says, without their ends."""
         done = subprocess.run([self.parse, *command.split()], cwd=self.work, check=False,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, encoding="utf-8",
-                              env={**os.environ, "OMP_NUM_THREADS": "2"})
+                              env={**os.environ, "OMP_NUM_THREADS": str(threads)})
         lines = done.stdout.splitlines()
         assert (done.returncode == 0) == (lines[-1] == "d"), done
         return lines
 
-    def must_run(self, command):
-        lines = self.run(command)
+    def must_run(self, command, threads=1):
+        lines = self.run(command, threads)
         assert lines[-1] == "d", (command, lines)
         return lines
 

@@ -6,10 +6,7 @@ Usage: study_image_test.py KVO_PARSE KVO_CORE
 
 import gzip
 import os
-import shutil
-import subprocess
 import sys
-import tempfile
 import unittest
 
 import nibabel
@@ -17,8 +14,9 @@ import numpy
 from scipy.ndimage import gaussian_filter, map_coordinates
 from scipy.special import gammaln
 
+from engine_folder import AFFINE as GRID, EngineFolder, save
+
 PROGRAMS = [os.path.abspath(path) for path in sys.argv[1:3]]
-GRID = numpy.array([[2, 0, 0, -90], [0, 2, 0, -126], [0, 0, 2, -72], [0, 0, 0, 1.0]])
 # From MNI to Talairach space: Lancaster et al. 2007, all programs pooled.
 LANCASTER = numpy.array([[0.9357, 0.0029, -0.0072, -1.0423], [-0.0065, 0.9396, -0.0726, -1.3940],
                          [0.0103, 0.0752, 0.8967, 3.6475], [0, 0, 0, 1]])
@@ -74,47 +72,23 @@ def write(path, values, sform=RAS2, code=4, qform=None, qcode=0, intent=3, df=0,
     image.to_filename(path)
 
 
-def content():
-    found = {}
-    for folder, _, names in os.walk("."):
-        for name in names:
-            path = os.path.join(folder, name)
-            if os.path.isfile(path):
-                with open(path, "rb") as file:
-                    found[path] = file.read()
-    return found
-
-
 class StudyImage(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
+        self.folder = self.enterContext(EngineFolder(PROGRAMS))
         self.addCleanup(os.chdir, os.getcwd())
-        os.makedirs(folder.name + "/bin/linux64")
-        os.makedirs(folder.name + "/share")
-        for program in PROGRAMS:
-            shutil.copy(program, folder.name + "/bin/linux64")
-        self.parse = folder.name + "/bin/linux64/kvo_parse"
         mask = numpy.zeros((91, 109, 91), "u1")
         mask[tuple(BOX)] = 1
-        nibabel.Nifti1Image(mask, GRID).to_filename(folder.name + "/share/mask_gray_matter.nii.gz")
-        os.mkdir(folder.name + "/work")
-        os.chdir(folder.name + "/work")
+        save(self.folder.share / "mask_gray_matter.nii.gz", mask)
+        os.chdir(self.folder.work)
         self.table("A 12 14")
 
     def table(self, *rows):
         with open("kvo_table.txt", "w") as file:
             file.write("study n1 n2\n" + "\n".join(rows) + "\n")
 
-    def run_engine(self, command):
-        run = subprocess.run([self.parse, *command.split()], capture_output=True, text=True)
-        self.assertEqual(run.stderr, "")
-        return run.stdout.splitlines()
-
     def said(self, command):
         """What a command that goes well tells the user."""
-        lines = self.run_engine(command)
-        self.assertEqual(lines[-1], "d", lines)
+        lines = self.folder.must_run(command)
         return [line.strip() for line in lines if line.startswith("  ")]
 
     def in_mask(self, path):
@@ -225,10 +199,9 @@ class StudyImage(unittest.TestCase):
             sized(2000, 2000, 500)()
             with gzip.open("A.nii.gz", "rb") as file:
                 header = file.read(352)
-            with gzip.open("A.nii.gz", "wb", compresslevel=1) as file:
-                file.write(header)
-                for _ in range(34):
-                    file.write(bytes(1 << 25))
+            zeros = gzip.compress(bytes(1 << 25), 1)
+            with open("A.nii.gz", "wb") as file:
+                file.write(gzip.compress(header) + 34 * zeros)
 
         nan = float("nan")
         cases = [
@@ -271,11 +244,11 @@ class StudyImage(unittest.TestCase):
                 if os.path.lexists("A.nii.gz"):
                     os.remove("A.nii.gz")
                 spoil()
-                before = content()
-                lines = self.run_engine(PP)
+                before = self.folder.snapshot()
+                lines = self.folder.run(PP)
                 self.assertEqual(len(lines), 1, lines)
                 self.assertTrue(lines[0].startswith("WARNING: " + reason), lines)
-                self.assertEqual(content(), before)
+                self.assertEqual(self.folder.snapshot(), before)
 
     def test_a_mean_needs_the_images_that_were_preprocessed(self):
         self.table("A 12 14", "B 20 NA")
@@ -283,16 +256,16 @@ class StudyImage(unittest.TestCase):
             file.write("# space: MNI\n0 -10 10 4\n")
         write("A.nii.gz", noise())
         self.said(PP)
-        lines = self.run_engine("M = mean")
+        lines = self.folder.run("M = mean")
         self.assertEqual(lines[-1], "d")
         self.assertIn("aMeasuring the smoothness of 1 image", lines)
         self.assertIn("aMoving the peaks to random places and shuffling the images (20 times)", lines)
         write("A.nii.gz", noise(seed=2))
         changed = " since preprocessing. Please run preprocessing again."
-        self.assertEqual(self.run_engine("M = mean"), ["WARNING: 'A.nii.gz' has changed" + changed])
+        self.assertEqual(self.folder.run("M = mean"), ["WARNING: 'A.nii.gz' has changed" + changed])
         os.remove("A.nii.gz")
         os.rename("B.peaks.txt", "A.peaks.txt")
-        self.assertEqual(self.run_engine("M = mean"), ["WARNING: 'A.peaks.txt' has been added" + changed])
+        self.assertEqual(self.folder.run("M = mean"), ["WARNING: 'A.peaks.txt' has been added" + changed])
 
 
 if __name__ == "__main__":
