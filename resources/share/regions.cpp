@@ -41,11 +41,12 @@ bool is_cortical(int region) {
 
 /// The most frequent label of the voxel, the lowest of equals; 0 when less than half is labelled.
 float majority(Samples samples) {
+  constexpr std::ptrdiff_t half = points_per_voxel / 2;
+  if (std::count_if(samples.begin(), samples.end(), [](float s) { return s > 0; }) < half) return 0;
   std::array<float, points_per_voxel> sorted{};
   std::copy(samples.begin(), samples.end(), sorted.begin());
   std::sort(sorted.begin(), sorted.end());
   const auto labelled = std::upper_bound(sorted.begin(), sorted.end(), 0.0F);
-  if (sorted.end() - labelled < std::ptrdiff_t(points_per_voxel / 2)) return 0;
   float best = 0;
   std::ptrdiff_t best_count = 0;
   for (auto from = labelled; from != sorted.end();) {

@@ -21,27 +21,35 @@ float value_at(const Grid& grid, const std::vector<float>& values, const Voxel& 
   return inside(grid, v) ? values[grid.index(v[0], v[1], v[2])] : 0.0F;
 }
 
+/// The largest whole number that is not above it; std::floor is a call for most processors.
+int whole_below(double x) {
+  const int whole = int(x);
+  return whole - int(double(whole) > x);
+}
+
 float nearest_value(const Grid& grid, const std::vector<float>& values, const Eigen::Vector3d& at) {
-  const auto round_half_up = [](double x) { return int(std::floor(x + 0.5)); };
+  const auto round_half_up = [](double x) { return whole_below(x + 0.5); };
   return value_at(grid, values,
                   {round_half_up(at.x()), round_half_up(at.y()), round_half_up(at.z())});
 }
 
 float trilinear_value(const Grid& grid, const std::vector<float>& values,
                       const Eigen::Vector3d& at) {
-  const Eigen::Vector3d low = at.array().floor();
-  const Eigen::Vector3d part = at - low;
-  double sum = 0;
-  for (int corner = 0; corner < 8; ++corner) {
-    Voxel v{};
-    double weight = 1;
-    for (int d = 0; d < 3; ++d) {
-      const int step = (corner >> d) & 1;
-      v[std::size_t(d)] = int(low[d]) + step;
-      weight *= step == 1 ? part[d] : 1 - part[d];
-    }
-    if (weight > 0) sum += weight * double(value_at(grid, values, v));
+  const Voxel low{whole_below(at.x()), whole_below(at.y()), whole_below(at.z())};
+  std::array<std::array<double, 2>, 3> weights{};
+  for (int d = 0; d < 3; ++d) {
+    const double part = at[d] - low[std::size_t(d)];
+    weights[std::size_t(d)] = {1 - part, part};
   }
+  double sum = 0;
+  for (const int k : {0, 1})
+    for (const int j : {0, 1})
+      for (const int i : {0, 1}) {
+        const double weight =
+            weights[0][std::size_t(i)] * weights[1][std::size_t(j)] * weights[2][std::size_t(k)];
+        if (weight > 0)
+          sum += weight * double(value_at(grid, values, {low[0] + i, low[1] + j, low[2] + k}));
+      }
   return float(sum);
 }
 
@@ -117,21 +125,24 @@ Eigen::Matrix3d hessian(const Volume& volume, const Voxel& v) {
 
 }  // namespace
 
-std::array<float, points_per_voxel> sample_voxel(const Image& image, Sampling sampling,
-                                                 std::array<int, 3> voxel) {
-  const Eigen::Matrix4d mm_to_image = image.grid.to_mm.inverse();
-  const Eigen::Vector4d centre =
-      mni_grid().to_mm * Eigen::Vector4d(voxel[0], voxel[1], voxel[2], 1);
-  std::array<float, points_per_voxel> samples{};
+Sampler::Sampler(const Image& image, Sampling sampling)
+    : image_(image), sampling_(sampling), mm_to_image_(image.grid.to_mm.inverse()) {
   std::size_t n = 0;
   for (const double z : point_offsets_mm)
     for (const double y : point_offsets_mm)
-      for (const double x : point_offsets_mm) {
-        const Eigen::Vector3d at = (mm_to_image * (centre + Eigen::Vector4d(x, y, z, 0))).head<3>();
-        samples[n++] = sampling == Sampling::nearest
-                           ? nearest_value(image.grid, image.values, at)
-                           : trilinear_value(image.grid, image.values, at);
-      }
+      for (const double x : point_offsets_mm)
+        offsets_[n++] = mm_to_image_.topLeftCorner<3, 3>() * Eigen::Vector3d(x, y, z);
+}
+
+std::array<float, points_per_voxel> Sampler::samples(std::array<int, 3> voxel) const {
+  const Eigen::Vector4d mm = mni_grid().to_mm * Eigen::Vector4d(voxel[0], voxel[1], voxel[2], 1);
+  const Eigen::Vector3d centre = (mm_to_image_ * mm).head<3>();
+  std::array<float, points_per_voxel> samples{};
+  for (std::size_t n = 0; n < samples.size(); ++n) {
+    const Eigen::Vector3d at = centre + offsets_[n];
+    samples[n] = sampling_ == Sampling::nearest ? nearest_value(image_.grid, image_.values, at)
+                                                : trilinear_value(image_.grid, image_.values, at);
+  }
   return samples;
 }
 

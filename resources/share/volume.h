@@ -18,16 +18,26 @@ using Samples = std::span<const float, points_per_voxel>;
 
 enum class Sampling { nearest, trilinear };
 
-/// The image's values at the points of one voxel of mni_grid(), found by the image's own placement
-/// in the head. A point outside the image has the value 0.
-std::array<float, points_per_voxel> sample_voxel(const Image& image, Sampling sampling,
-                                                 std::array<int, 3> voxel);
+/// Takes the samples of an image, which must live longer, by the image's own placement in the head.
+class Sampler {
+ public:
+  Sampler(const Image& image, Sampling sampling);
+  /// The values at the points of one voxel of mni_grid(); 0 at those outside the image.
+  [[nodiscard]] std::array<float, points_per_voxel> samples(std::array<int, 3> voxel) const;
+
+ private:
+  const Image& image_;
+  Sampling sampling_;
+  Eigen::Matrix4d mm_to_image_;
+  std::array<Eigen::Vector3d, points_per_voxel> offsets_;  ///< of the points, from the centre
+};
 
 /// A volume of what `measure` makes of the samples of each voxel. Voxels outside `within` (an empty
 /// mask excludes none) stay 0. `measure` is called from several threads.
 template <typename Measure>
 Volume measure_voxels(const Image& image, Sampling sampling, const Mask& within, Measure measure) {
   const Grid& grid = mni_grid();
+  const Sampler sampler(image, sampling);
   Volume volume(grid.voxels(), 0.0F);
 #pragma omp parallel for
   for (int k = 0; k < grid.size[2]; ++k)
@@ -35,7 +45,7 @@ Volume measure_voxels(const Image& image, Sampling sampling, const Mask& within,
       for (int i = 0; i < grid.size[0]; ++i) {
         const std::size_t v = grid.index(i, j, k);
         if (!within.empty() && within[v] == 0) continue;
-        const auto samples = sample_voxel(image, sampling, {i, j, k});
+        const auto samples = sampler.samples({i, j, k});
         volume[v] = measure(Samples(samples));
       }
   return volume;

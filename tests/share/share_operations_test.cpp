@@ -50,7 +50,7 @@ TEST(SampleVoxel, TakesValuesWhereTheImageItselfPlacesThem) {
         const Eigen::Vector4d mm = image.grid.to_mm * Eigen::Vector4d(i, j, k, 1);
         image.values.push_back(float(mm.x() + 1000 * mm.y() - 7 * mm.z()));
       }
-  const auto samples = sample_voxel(image, Sampling::trilinear, {48, 40, 30});
+  const auto samples = Sampler(image, Sampling::trilinear).samples({48, 40, 30});
   const double x = 6;
   const double y = -46;
   const double z = -12;
@@ -59,7 +59,7 @@ TEST(SampleVoxel, TakesValuesWhereTheImageItselfPlacesThem) {
   };
   EXPECT_NEAR(samples.front(), expected(-0.75), 0.02);
   EXPECT_NEAR(samples.back(), expected(0.75), 0.02);
-  const auto beyond = sample_voxel(image, Sampling::nearest, {45, 54, 0});
+  const auto beyond = Sampler(image, Sampling::nearest).samples({45, 54, 0});
   EXPECT_EQ(std::count(beyond.begin(), beyond.end(), 0.0F), std::ptrdiff_t(points_per_voxel));
 }
 
