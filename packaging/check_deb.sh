@@ -70,7 +70,7 @@ purge_package() {
 
 start_display() {
   exec 9<> <(:)
-  Xvfb -displayfd 9 -screen 0 1280x900x24 -nolisten tcp -ac 2>/dev/null &
+  Xvfb -displayfd 9 -screen 0 1280x900x24 -nolisten tcp -noreset -ac 2>/dev/null &
   server=$!
   read -r -u 9 display
   display=:$display

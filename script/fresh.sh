@@ -6,14 +6,13 @@ install_packages fresh
 fresh=${KVO_FRESH_DIR:-/var/tmp/kvo-fresh}
 base=$fresh/base
 
-# The packages' sources of this machine that are Debian's own, whatever form they have.
+# Debian's own among this machine's sources of packages, whatever form they have.
 copy_sources() {
   mkdir -p "$1/etc/apt/sources.list.d"
   rm -f "$1"/etc/apt/sources.list
   local file
   for file in /etc/apt/sources.list /etc/apt/sources.list.d/*; do
-    [ -f "$file" ] && grep -q 'bookworm' "$file" && grep -qi 'debian' "$file" &&
-      ! grep -q 'signed-by.*cloud\|cloud-sdk' "$file" && cp "$file" "$1/etc/apt/sources.list.d/"
+    [ -f "$file" ] && grep -qE '/debian(-security)?/*( |$)' "$file" && cp "$file" "$1/etc/apt/sources.list.d/"
   done
   cp -r /etc/apt/apt.conf.d/. "$1/etc/apt/apt.conf.d/" 2>/dev/null || true
   cp /etc/resolv.conf /etc/hosts "$1/etc/" 2>/dev/null || true

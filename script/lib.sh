@@ -56,8 +56,8 @@ install_packages() {
   : >build/packages.log
   # An earlier run may have been interrupted.
   as_root dpkg --configure -a >>build/packages.log 2>&1 || true
-  if ! run_apt update || ! run_apt install -y --no-install-recommends "${missing[@]}"; then
-    tail -n 15 build/packages.log >&2
+  if ! run_apt update -o APT::Update::Error-Mode=any || ! run_apt install -y --no-install-recommends "${missing[@]}"; then
+    tail -n 3 build/packages.log >&2
     die "the packages could not be installed (see above, and build/packages.log): check the network," \
       "the free space and /etc/apt/sources.list, then run this again"
   fi
@@ -72,8 +72,10 @@ build() {
     { cat "build/$preset.configure.log" >&2; die "the build could not be configured (see above)"; }
   echo "Compiling ($preset)"
   if ! cmake --build "build/$preset" ${targets:+--target "${targets[@]}"} 2>&1 | tee "$log" | show_progress; then
+    ! grep -q 'No space left on device' "$log" ||
+      die "the disk that holds '$root' is full: a build takes about 500 MB. Then run this again"
     grep -v '^\[' "$log" | tail -n 40 >&2
-    die "the build failed (see above, and $log): is the disk full? Run this again to go on with it"
+    die "the build failed (see above, and $log); run this again to go on with it"
   fi
 }
 

@@ -33,6 +33,6 @@ bool kvo_is_loopback_site(const std::string& address) {
   const std::string pattern =
       std::string("\\Ahttp://(127\\.0\\.0\\.1|localhost):") + PORT + "/([A-Za-z0-9._~-]+/)*\\z";
   return address.find('\0') == std::string::npos &&
-         g_regex_match_simple(pattern.c_str(), address.c_str(), G_REGEX_RAW,
-                              GRegexMatchFlags(0)) != FALSE;
+         g_regex_match_simple(pattern.c_str(), address.c_str(), G_REGEX_RAW, GRegexMatchFlags(0)) !=
+             FALSE;
 }

@@ -2,7 +2,6 @@
 
 #include "dialogs/canned.h"
 
-#include <gdk/gdkkeysyms.h>
 #include <gmock/gmock.h>
 
 #include "dialog_driver.h"
@@ -20,7 +19,7 @@ int ask_model(int position, Dialog_driver::Script script) {
                      "Compare 3 groups", "Meta-regression", "Multiple meta-regression");
 }
 
-TEST(SingleChoice, ShowsTheOptionsWithTheDefaultActive) {
+TEST(SingleChoice, AnswersWithTheChosenPosition) {
   EXPECT_EQ(ask_model(2,
                       [](Shown_dialog& dialog) {
                         EXPECT_EQ(dialog.message(), "[ Select a model ]");
@@ -34,17 +33,12 @@ TEST(SingleChoice, ShowsTheOptionsWithTheDefaultActive) {
                         dialog.press("OK");
                       }),
             2);
-}
-
-TEST(SingleChoice, AnswersWithTheChosenPosition) {
   struct {
     int position;
     const char* clicked;
     int answer;
-  } const cases[] = {{2, "Multiple meta-regression", 4},
-                     {4, "Compare 2 groups", 1},
-                     {1, "Meta-regression", 3},
-                     {3, "Meta-regression", 3}};
+  } const cases[] = {
+      {2, "Multiple meta-regression", 4}, {4, "Compare 2 groups", 1}, {3, "Meta-regression", 3}};
   for (const auto& [position, clicked, answer] : cases)
     EXPECT_EQ(ask_model(position,
                         [option = clicked](Shown_dialog& dialog) {
@@ -53,19 +47,14 @@ TEST(SingleChoice, AnswersWithTheChosenPosition) {
                         }),
               answer)
         << "default " << position << ", clicked " << clicked;
-}
-
-TEST(SingleChoice, AnswersZeroWhenRefused) {
-  using Refusal = void (*)(Shown_dialog&);
-  for (const Refusal refuse : {Refusal([](Shown_dialog& dialog) { dialog.press("Cancel"); }),
-                               Refusal([](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }),
-                               Refusal([](Shown_dialog& dialog) { dialog.close(); })})
+  for (const auto& [name, refuse] : REFUSALS)
     EXPECT_EQ(ask_model(2,
-                        [refuse](Shown_dialog& dialog) {
+                        [act = refuse](Shown_dialog& dialog) {
                           dialog.choose("Meta-regression");
-                          refuse(dialog);
+                          act(dialog);
                         }),
-              0);
+              0)
+        << name;
 }
 
 TEST(SingleChoice, TakesTheFirstOptionForADefaultOutOfRange) {
@@ -85,28 +74,21 @@ TEST(SingleChoice, TakesTheFirstOptionForADefaultOutOfRange) {
 }
 
 TEST(Question, IsTrueOnlyForOk) {
-  struct {
-    const char* name;
-    bool default_answer;
-    void (*act)(Shown_dialog&);
-    bool answer;
-  } const cases[] = {
-      {"Enter, OK", true, [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Return); }, true},
-      {"Enter, Cancel", false, [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Return); }, false},
-      {"OK", false, [](Shown_dialog& dialog) { dialog.press("OK"); }, true},
-      {"Cancel", true, [](Shown_dialog& dialog) { dialog.press("Cancel"); }, false},
-      {"Escape", true, [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }, false},
-      {"close", true, [](Shown_dialog& dialog) { dialog.close(); }, false},
-  };
-  for (const auto& [name, default_answer, act, answer] : cases) {
+  const auto answer = [](bool default_answer, void (*act)(Shown_dialog&)) {
     Dialog_driver user;
     user.then(act);
-    EXPECT_EQ(Q_input_boolean("Overwrite?", default_answer), answer) << name;
+    const bool result = Q_input_boolean("Overwrite?", default_answer);
     EXPECT_THAT(user.messages(), ElementsAre("[ Overwrite? ]"));
-  }
+    return result;
+  };
+  for (const bool by_default : {true, false})
+    EXPECT_EQ(answer(by_default, [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Return); }),
+              by_default);
+  EXPECT_TRUE(answer(false, [](Shown_dialog& dialog) { dialog.press("OK"); }));
+  for (const auto& [name, refuse] : REFUSALS) EXPECT_FALSE(answer(true, refuse)) << name;
 }
 
-TEST(Folder, AnswersWithTheOpenedFolder) {
+TEST(Folder, IsTheOpenedOneAndEmptyAfterARefusal) {
   const Test_folder here;
   std::filesystem::create_directory("first");
   std::filesystem::create_directory("second one");
@@ -135,18 +117,12 @@ TEST(Folder, AnswersWithTheOpenedFolder) {
     EXPECT_TRUE(Q_input_folder(folder, "Specify the folder"));
     EXPECT_EQ(folder, answer.c_str());
   }
-}
-
-TEST(Folder, IsEmptyAfterARefusal) {
-  using Refusal = void (*)(Shown_dialog&);
-  for (const Refusal refuse : {Refusal([](Shown_dialog& dialog) { dialog.press("Cancel"); }),
-                               Refusal([](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }),
-                               Refusal([](Shown_dialog& dialog) { dialog.close(); })}) {
+  for (const auto& [name, refuse] : REFUSALS) {
     Q_string folder("/usr");
     Dialog_driver user;
     user.then(refuse);
     EXPECT_FALSE(Q_input_folder(folder, "Specify the folder"));
-    EXPECT_EQ(folder, "");
+    EXPECT_EQ(folder, "") << name;
   }
 }
 

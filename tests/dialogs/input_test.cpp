@@ -2,7 +2,6 @@
 
 #include "dialogs/input.h"
 
-#include <gdk/gdkkeysyms.h>
 #include <gmock/gmock.h>
 
 #include <array>
@@ -78,15 +77,7 @@ TEST(Input, WritesTheAnswersBackOnOk) {
 }
 
 TEST(Input, LeavesTheItemsAloneOnEveryRefusal) {
-  struct {
-    const char* name;
-    void (*refuse)(Shown_dialog&);
-  } const refusals[] = {
-      {"Cancel", [](Shown_dialog& dialog) { dialog.press("Cancel"); }},
-      {"Escape", [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }},
-      {"close button", [](Shown_dialog& dialog) { dialog.close(); }},
-  };
-  for (const auto& [name, refuse] : refusals) {
+  for (const auto& [name, refuse] : REFUSALS) {
     std::array<Q_input_item, 7> items = every_kind();
     Dialog_driver user;
     user.then([refuse = refuse](Shown_dialog& dialog) {

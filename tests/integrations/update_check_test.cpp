@@ -178,14 +178,11 @@ TEST_F(Update_check, DownloadsAnAcceptedUpdate) {
 }
 
 TEST_F(Update_check, RefusalsDownloadNothing) {
-  using Answer = void (*)(Shown_dialog&);
-  for (const Answer refuse : {Answer([](Shown_dialog& dialog) { dialog.press("Cancel"); }),
-                              Answer([](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }),
-                              Answer([](Shown_dialog& dialog) { dialog.close(); })}) {
+  for (const auto& [name, refuse] : REFUSALS) {
     Dialog_driver user;
     user.then(refuse);
-    EXPECT_EQ(kvo_offer_update(site_.replying("4.32").c_str()), Update::DECLINED);
-    EXPECT_FALSE(fs::exists(update_file()));
+    EXPECT_EQ(kvo_offer_update(site_.replying("4.32").c_str()), Update::DECLINED) << name;
+    EXPECT_FALSE(fs::exists(update_file())) << name;
   }
 }
 

@@ -8,6 +8,7 @@
 //   kvo3_mean();
 //   EXPECT_THAT(user.messages(), ElementsAre("[ MEAN ANALYSIS ]", "[ OVERWRITE? ]"));
 
+#include <gdk/gdkkeysyms.h>
 #include <gtk/gtk.h>
 
 #include <deque>
@@ -62,6 +63,17 @@ class Shown_dialog {
 
  private:
   GtkWidget* dialog_;
+};
+
+/// All ways to refuse a dialog.
+struct Refusal {
+  const char* name;
+  void (*act)(Shown_dialog&);
+};
+inline constexpr Refusal REFUSALS[] = {
+    {"Cancel", [](Shown_dialog& dialog) { dialog.press("Cancel"); }},
+    {"Escape", [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }},
+    {"close button", [](Shown_dialog& dialog) { dialog.close(); }},
 };
 
 /// Wait until a file chooser, which loads folders meanwhile, has a file or folder selected, or is
