@@ -13,7 +13,7 @@ def main(installation, screenshot):
         program = Program(installation, display, start="bin/quorvane")
         program.close_about()
         program.run_batch()
-        program.display.screenshot(screenshot)
+        display.screenshot(screenshot)
         print(program.console())
         status = program.close()
     finally:

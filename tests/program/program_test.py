@@ -6,7 +6,6 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 import nibabel
@@ -29,34 +28,39 @@ def tree(folder):
 
 
 class ProgramTest(unittest.TestCase):
-    """Each test has an installation, a meta-analysis and a display of its own."""
+    """Each test has an installation and a meta-analysis of its own."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.display = Display()
+        cls.addClassCleanup(cls.display.close)
 
     def setUp(self):
-        self.scratch = tempfile.TemporaryDirectory()
-        self.installation = os.path.join(self.scratch.name, "quorvane")
-        self.folder = os.path.join(self.scratch.name, "my analysis")
+        scratch = self.enterContext(tempfile.TemporaryDirectory())
+        self.installation = os.path.join(scratch, "quorvane")
+        self.folder = os.path.join(scratch, "my analysis")
         fresh_copy(INSTALLATION, self.installation)
         fresh_copy(os.path.join(INSTALLATION, "example"), self.folder)
         os.remove(os.path.join(self.folder, "kvo_batch.txt"))
-        self.display = Display()
 
-    def tearDown(self):
-        self.display.close()
-        self.scratch.cleanup()
+    def start(self):
+        program = Program(self.installation, self.display, stdout=subprocess.PIPE)
+        self.addCleanup(program.process.stdout.close)
+        self.addCleanup(program.process.wait)
+        self.addCleanup(program.process.kill)
+        program.close_about()
+        return program
 
     def open_on_folder(self):
         with open(os.path.join(self.installation, "etc/linux64.ini"), "w", encoding="utf-8") as file:
             file.write(f"working directory = {self.folder}\nbrain viewer = none\n")
-        program = Program(self.installation, self.display, stdout=subprocess.PIPE)
-        program.close_about()
-        return program
+        return self.start()
 
     def path(self, name):
         return os.path.join(self.folder, name)
 
     def test_first_start(self):
-        program = Program(self.installation, self.display, stdout=subprocess.PIPE)
-        program.close_about()
+        program = self.start()
         console = program.console()
         self.assertIn("Welcome to Quorvane v4.31", console)
         self.assertIn("WARNING: Working folder not found.", console)
@@ -97,10 +101,9 @@ class ProgramTest(unittest.TestCase):
             batch = file.read()
         self.assertEqual(batch.count(" 50"), 2)
         with open(self.path("kvo_batch.txt"), "w", encoding="utf-8") as file:
-            file.write(batch.replace(" 50", " 20"))
+            file.write(batch.replace(" 50", " 1"))
         program = self.open_on_folder()
-        program.run_batch()
-        console = program.console()
+        console = program.run_batch()
         self.assertNotIn("WARNING", console)
         self.assertRegex(console, r"\n +1  positive +\d+ +\d+ +40,4,0 +4\.431 .*  Right insula, BA 48\n")
         self.assertRegex(console, r"Pooled g: 0\.133 \(95 % interval")
@@ -112,8 +115,7 @@ class ProgramTest(unittest.TestCase):
     def test_a_refused_command_changes_nothing(self):
         before = tree(self.folder)
         program = self.open_on_folder()
-        program.start_command("MyMean = mean nosuchfilter")
-        wait_for(lambda: "WARNING: " in program.console(), "the warning")
+        self.assertIn("WARNING: ", program.command("MyMean = mean nosuchfilter"))
         program.close()
         self.assertEqual(tree(self.folder), before)
 
@@ -128,7 +130,7 @@ class ProgramTest(unittest.TestCase):
         def engine_gone():
             return subprocess.run(["pgrep", "-f", self.installation], check=False,
                                   stdout=subprocess.DEVNULL).returncode != 0
-        wait_for(engine_gone, "the engine to finish or stop", 120)
+        wait_for(engine_gone, "the engine to finish or stop")
         after = tree(self.folder)
         for name, content in before.items():
             self.assertEqual(after[name], content, name)
@@ -141,8 +143,7 @@ class ProgramTest(unittest.TestCase):
     def test_without_a_display_the_error_is_printed(self):
         environment = {name: value for name, value in os.environ.items() if name != "DISPLAY"}
         result = subprocess.run([os.path.join(self.installation, "bin/linux64/kvo_gui")],
-                                env=environment, text=True, check=False, capture_output=True,
-                                timeout=20)
+                                env=environment, text=True, check=False, capture_output=True)
         self.assertEqual(result.returncode, 1)
         self.assertIn("The program will close as this problem could cause fatal errors.",
                       result.stderr)
