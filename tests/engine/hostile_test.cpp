@@ -157,10 +157,14 @@ TEST_F(Hostile, FoldersOfOthersAreLeftAlone) {
 
 TEST_F(Hostile, AFullDiskOrAnotherCommandStopsEveryCommand) {
   for (const char* command : commands) {
-    // It lives as long as the process that carries the command out.
-    const auto on_full_disk = [] { static const File_size_limit limit(200); };
-    EXPECT_THAT(engine_.expect_refused(command, "'", on_full_disk).closing(),
-                HasSubstr("cannot be written: File too large."));
+    // Too little for any file, for a short one, and for an image.
+    for (const rlim_t bytes : {rlim_t(0), rlim_t(200), rlim_t(2000)}) {
+      // It lives as long as the process that carries the command out.
+      const auto on_full_disk = [&] { static const File_size_limit limit(bytes); };
+      EXPECT_THAT(engine_.expect_refused(command, "'", on_full_disk).closing(),
+                  HasSubstr("cannot be written: File too large."))
+          << bytes;
+    }
     const Q_fd lock = lock_folder();
     engine_.expect_refused(command, "Another command is running in this folder. Please wait until");
   }

@@ -6,7 +6,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include "file_size_limit.h"
 #include "runner.h"
 
 namespace {
@@ -253,25 +252,6 @@ TEST_F(LongRun, KeepsOtherCommandsOutOfTheFolder) {
   kill(command.pid(), SIGTERM);
   command.finish();
   expect_unchanged();
-}
-
-TEST(Run, LeavesTheFolderAsItWasWhenTheDiskIsFull) {
-  const Installation engine;
-  write_studies(12);
-  ASSERT_EQ(engine.run(preprocess + "1").closing(), "d");
-  // Too little for an image, for the record, and for the last list.
-  for (const rlim_t bytes : {rlim_t(0), rlim_t(600), rlim_t(2000)}) {
-    for (const std::string& command :
-         {preprocess + "2", std::string("MyMean = mean"), std::string("extract gray_matter")}) {
-      const auto on_full_disk = [&] {
-        // It lives as long as the process that carries the command out.
-        static const File_size_limit limit(bytes);
-      };
-      EXPECT_THAT(engine.expect_refused(command, "'", on_full_disk).closing(),
-                  HasSubstr("cannot be written: File too large"))
-          << command << " with files of " << bytes;
-    }
-  }
 }
 
 TEST(Run, SaysWhenTheCoreCannotBeStarted) {
