@@ -9,10 +9,8 @@ namespace {
 
 // The sums of a block stay in the first-level cache while all studies pass over them.
 constexpr std::size_t block_voxels = 128;
-/// The studies of a group pass over the sums together; with more coefficients than this the sums
-/// alone fill the registers.
-template <std::size_t p>
-constexpr std::size_t group_studies = p <= 4 ? 4 : 1;
+/// The studies of a group pass over the sums together.
+constexpr std::size_t group_studies = 4;
 
 using Maps = const float* const*;
 using Block = double[block_voxels];
@@ -220,15 +218,15 @@ template <std::size_t p>
     const std::size_t n = std::min(block_voxels, voxels - begin);
     Sums<p> sums{};
     std::size_t s = 0;
-    for (; s + group_studies<p> <= studies; s += group_studies<p>)
-      add_group<p, group_studies<p>>(all.from(s, p), begin, n, sums);
+    for (; s + group_studies <= studies; s += group_studies)
+      add_group<p, group_studies>(all.from(s, p), begin, n, sums);
     for (; s < studies; ++s) add_group<p, 1>(all.from(s, p), begin, n, sums);
     if (studies > p) heterogeneity(sums, n, df);
     if (std::any_of(sums.tau2, sums.tau2 + n, [](double value) { return value > 0; })) {
       for (Block& sum : sums.A) std::fill(sum, sum + n, 0.0);
       for (Block& sum : sums.b) std::fill(sum, sum + n, 0.0);
-      for (s = 0; s + group_studies<p> <= studies; s += group_studies<p>)
-        add_group_again<p, group_studies<p>>(all.from(s, p), begin, n, sums);
+      for (s = 0; s + group_studies <= studies; s += group_studies)
+        add_group_again<p, group_studies>(all.from(s, p), begin, n, sums);
       for (; s < studies; ++s) add_group_again<p, 1>(all.from(s, p), begin, n, sums);
     }
     Block g[p], var[p];

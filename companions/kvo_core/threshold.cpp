@@ -87,7 +87,7 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   ClusterReport report;
   report.facts = std::move(known.facts);
   report.facts.insert(report.facts.begin(),
-                      {{"ZMap", command.arguments[0]}, {"Thresholds", result.criteria}});
+                      {{"Map", command.arguments[0]}, {"Thresholds", result.criteria}});
   if (known.methods.analysis == MethodsFacts::Analysis::linear_model)
     report.facts.insert(report.facts.begin() + 1,
                         {"Coefficient", known.methods.term.empty()

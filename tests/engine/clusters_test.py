@@ -118,7 +118,9 @@ class Clusters(unittest.TestCase):
             self.assertIn("%s,%s,%s" % tuple(rows[0][5:8]), text)
         else:
             self.assertIn("No cluster of Map survives", text)
-        self.assertTrue((folder.work / f"{base}.html").read_text(encoding="utf-8"))
+        page = (folder.work / f"{base}.html").read_text(encoding="utf-8")
+        for label, value in (("Map", "Map"), ("Thresholds", "p &lt; ")):
+            self.assertIn(f'<tr><th scope="row">{label}</th><td>{value}', page)
         return len(right)
 
     def test_random_maps(self):
