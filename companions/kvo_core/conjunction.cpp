@@ -1,17 +1,13 @@
 #include "companions/kvo_core/conjunction.h"
 
 #include <algorithm>
-#include <boost/math/distributions/normal.hpp>
 #include <cmath>
+#include "companions/kvo_core/distributions.h"
 
 namespace {
 
-using boost::math::complement;
-const boost::math::normal standard_normal;
-
 double shrunk(double p) {
-  const double z = quantile(complement(standard_normal, p));
-  return cdf(complement(standard_normal, z / std::sqrt(2.0)));
+  return normal_tail(normal_of_tail(p) / std::sqrt(2.0));
 }
 
 double log_odds(double p) {
@@ -78,9 +74,9 @@ std::vector<float> conjunction_z(const Conjunction& conjunction, float p) {
   std::vector<float> z(positive.size());
   for (std::size_t i = 0; i < z.size(); ++i) {
     if (positive[i] < p)
-      z[i] = float(quantile(complement(standard_normal, double(positive[i]))));
+      z[i] = float(normal_of_tail(positive[i]));
     else if (negative[i] < p)
-      z[i] = float(quantile(standard_normal, double(negative[i])));
+      z[i] = float(normal_quantile(negative[i]));
   }
   return z;
 }

@@ -2,9 +2,8 @@
 
 #include <Eigen/Cholesky>
 #include <algorithm>
-#include <boost/math/distributions/chi_squared.hpp>
-#include <boost/math/distributions/normal.hpp>
 #include <cmath>
+#include "companions/kvo_core/distributions.h"
 
 namespace {
 
@@ -56,11 +55,6 @@ void find_heterogeneity(const Values& values, ModelFit& fit) {
   fit.H2 = fit.QE / fit.QE_df;
 }
 
-double chi_squared_p(double Q, double df) {
-  if (df < 1) return 1;
-  return cdf(complement(boost::math::chi_squared(df), std::max(Q, 0.0)));
-}
-
 }  // namespace
 
 ModelFit fit_model(const Design& design, std::span<const double> effects,
@@ -80,13 +74,13 @@ ModelFit fit_model(const Design& design, std::span<const double> effects,
   for (Eigen::Index j = 0; j < p; ++j) {
     const double se = std::sqrt(fit.covariance(j, j)), z = estimates(j) / se;
     fit.coefficients.push_back(
-        {estimates(j), se, z, 2 * cdf(complement(boost::math::normal(), std::abs(z)))});
+        {estimates(j), se, z, 2 * normal_tail(std::abs(z))});
   }
   // The basis without its first column spans the centred terms.
   const Column slopes = in_basis.tail(p - 1);
   const Square slopes_spread = spread.bottomRightCorner(p - 1, p - 1);
   if (p > 1) fit.QM = slopes.dot(slopes_spread.ldlt().solve(slopes));
-  fit.QE_p = chi_squared_p(fit.QE, fit.QE_df);
-  fit.QM_p = chi_squared_p(fit.QM, fit.QM_df);
+  fit.QE_p = chi_squared_tail(fit.QE, fit.QE_df);
+  fit.QM_p = chi_squared_tail(fit.QM, fit.QM_df);
   return fit;
 }

@@ -1,26 +1,19 @@
 #include "companions/kvo_core/random_effects.h"
 
-#include <boost/math/distributions/normal.hpp>
-#include <boost/math/distributions/students_t.hpp>
 #include <cmath>
+#include "companions/kvo_core/distributions.h"
 
 namespace {
-
-using boost::math::complement;
 
 constexpr double upper_tail = 0.025;
 // Standard errors that differ by less, relatively, are the same; so are effects.
 constexpr double least_spread = 1e-7;
 
-double t_quantile(double df) {
-  return boost::math::quantile(complement(boost::math::students_t(df), upper_tail));
-}
-
 }  // namespace
 
 Estimate estimate_of(const Coefficient& coefficient) {
   const auto& [value, se, z, p] = coefficient;
-  const double half = boost::math::quantile(complement(boost::math::normal(), upper_tail)) * se;
+  const double half = normal_of_tail(upper_tail) * se;
   return {value, se, z, p, {value - half, value + half}};
 }
 
@@ -52,7 +45,7 @@ PooledEffect pool_effects(std::span<const Effect> effects) {
                       {},
                       weights_of(effects, fit.tau2)};
   if (effects.size() >= 3) {
-    const double half = t_quantile(double(effects.size()) - 2) *
+    const double half = t_of_tail(upper_tail, double(effects.size()) - 2) *
                         std::sqrt(fit.tau2 + pooled.mean.se * pooled.mean.se);
     pooled.prediction = Interval{pooled.mean.value - half, pooled.mean.value + half};
   }
@@ -100,7 +93,6 @@ EggerOutcome egger_test(std::span<const Effect> effects) {
   if (residual <= least_spread * least_spread * g_g) return {{}, "the effects do not scatter"};
   test.se = std::sqrt(residual / double(test.df) / se_se);
   test.t = test.slope / test.se;
-  test.p =
-      2 * boost::math::cdf(complement(boost::math::students_t(double(test.df)), std::fabs(test.t)));
+  test.p = 2 * t_tail(std::fabs(test.t), double(test.df));
   return {test, ""};
 }

@@ -1,0 +1,20 @@
+#pragma once
+
+/// The reference distributions of the engine, all by Boost.Math.
+
+/// The upper tail of the standard normal distribution beyond z, and the z that has such a tail:
+/// both exact where the tail is small.
+double normal_tail(double z);
+double normal_of_tail(double upper_p);
+/// The z below which the standard normal distribution has p.
+double normal_quantile(double p);
+
+/// The upper tail of Student's t distribution beyond t, and the t that has such a tail.
+double t_tail(double t, double df);
+double t_of_tail(double upper_p, double df);
+
+/// The upper tail of the chi-squared distribution beyond Q; 1 without degrees of freedom.
+double chi_squared_tail(double Q, double df);
+
+/// gamma(a) / gamma(a + 1/2), which neither overflows nor cancels.
+double gamma_ratio_half(double a);
