@@ -14,15 +14,6 @@
 
 namespace {
 
-bool write_all(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(fd, text.data(), text.size());
-    if (written < 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 /// The mode that the new file is to have: that of the file it replaces, or what the umask leaves.
 mode_t wanted_mode(const char* path) {
   struct stat old {};
@@ -35,7 +26,8 @@ mode_t wanted_mode(const char* path) {
 /// For a file that may be written in a folder that takes no new files. Its room is taken first, so
 /// that a full disk is noticed before anything is lost.
 bool write_in_place(const char* path, std::string_view text) {
-  const Q_fd fd(open(path, O_WRONLY | O_CLOEXEC));
+  // Not waiting for a reader of a named pipe, which has no room to be taken and so is refused.
+  const Q_fd fd(open(path, O_WRONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat old {};
   if (!fd || fstat(fd.get(), &old) != 0) return false;
   const auto size = static_cast<off_t>(text.size());
@@ -45,7 +37,7 @@ bool write_in_place(const char* path, std::string_view text) {
     errno = error;
     return false;
   }
-  return write_all(fd.get(), text) && ftruncate(fd.get(), size) == 0 && fsync(fd.get()) == 0;
+  return Q_write_all(fd.get(), text) && ftruncate(fd.get(), size) == 0 && fsync(fd.get()) == 0;
 }
 
 bool disk_failed(int error) {
@@ -72,17 +64,31 @@ Target target_of(const char* path) {
   return {target.string(), false};
 }
 
-enum class Outcome { replaced, no_new_file, failed };
+enum class Outcome { placed, no_new_file, failed };
 
-Outcome replace(const Target& target, const std::function<bool(int fd)>& write) {
+using Take_name = bool (*)(const char* temporary, const char* path);
+
+bool take_any_name(const char* temporary, const char* path) {
+  return rename(temporary, path) == 0;
+}
+
+bool take_free_name(const char* temporary, const char* path) {
+  if (renameat2(AT_FDCWD, temporary, AT_FDCWD, path, RENAME_NOREPLACE) == 0) return true;
+  // Not every file system has that; those without it have links.
+  if ((errno != EINVAL && errno != ENOSYS) || link(temporary, path) != 0) return false;
+  unlink(temporary);
+  return true;
+}
+
+Outcome place(const Target& target, const std::function<bool(int fd)>& write, Take_name take_name) {
   // A file that may not be written is refused even where its folder would let it be replaced.
   if (target.exists && access(target.path.c_str(), W_OK) != 0) return Outcome::failed;
   std::string temporary = target.path + ".XXXXXX";
   const Q_fd fd(mkostemp(temporary.data(), O_CLOEXEC));
   if (!fd) return Outcome::no_new_file;
   const bool done = write(fd.get()) && fchmod(fd.get(), wanted_mode(target.path.c_str())) == 0 &&
-                    fsync(fd.get()) == 0 && rename(temporary.c_str(), target.path.c_str()) == 0;
-  if (done) return Outcome::replaced;
+                    fsync(fd.get()) == 0 && take_name(temporary.c_str(), target.path.c_str());
+  if (done) return Outcome::placed;
   const int error = errno;
   unlink(temporary.c_str());
   errno = error;
@@ -91,16 +97,32 @@ Outcome replace(const Target& target, const std::function<bool(int fd)>& write) 
 
 }  // namespace
 
+bool Q_write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(fd, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
 bool Q_replace_file(const char* path, const std::function<bool(int fd)>& write) {
-  return replace(target_of(path), write) == Outcome::replaced;
+  return place(target_of(path), write, take_any_name) == Outcome::placed;
+}
+
+bool Q_create_whole(const char* path, std::string_view text) {
+  const auto write = [text](int fd) { return Q_write_all(fd, text); };
+  return place({path, false}, write, take_free_name) == Outcome::placed;
 }
 
 bool Q_write_whole(const char* path, std::string_view text) {
   const Target target = target_of(path);
-  const Outcome outcome = replace(target, [text](int fd) { return write_all(fd, text); });
+  const auto write = [text](int fd) { return Q_write_all(fd, text); };
+  const Outcome outcome = place(target, write, take_any_name);
   if (outcome == Outcome::no_new_file && target.exists && !disk_failed(errno))
     return write_in_place(target.path.c_str(), text);
-  return outcome == Outcome::replaced;
+  return outcome == Outcome::placed;
 }
 
 bool Q_write_whole_or_die(const char* path, std::string_view text) {

@@ -1,7 +1,5 @@
 #include "companions/kvo_edit/peaks.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -10,7 +8,7 @@
 #include "companions/common/error.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_edit/table.h"
-#include "util/handles.h"
+#include "util/whole_file.h"
 
 namespace {
 
@@ -31,7 +29,6 @@ std::string peaks_path(const std::string& table_path, const std::string& study) 
 }
 
 void create_peaks_file(const std::string& path) {
-  const Q_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (!fd || write(fd.get(), NEW_FILE.data(), NEW_FILE.size()) != ssize_t(NEW_FILE.size()))
+  if (!Q_create_whole(path.c_str(), NEW_FILE))
     throw Refusal("'" + path + "' cannot be made: " + std::strerror(errno) + ".");
 }

@@ -59,6 +59,12 @@ int __real_rename(const char* from, const char* to);
 int __wrap_rename(const char* from, const char* to) {
   return fails_now() ? -1 : __real_rename(from, to);
 }
+int __real_renameat2(int from_folder, const char* from, int to_folder, const char* to,
+                     unsigned flags);
+int __wrap_renameat2(int from_folder, const char* from, int to_folder, const char* to,
+                     unsigned flags) {
+  return fails_now() ? -1 : __real_renameat2(from_folder, from, to_folder, to, flags);
+}
 }
 
 namespace {
@@ -75,23 +81,29 @@ std::vector<std::string> names() {
   return list;
 }
 
-bool write_with(Fault kind, int at, int error) {
+using Writer = bool (*)(const char* path, std::string_view text);
+
+bool write_with(Fault kind, int at, int error, Writer writer = Q_write_whole) {
   plan = {kind, at, error};
   calls = 0;
-  const bool done = Q_write_whole("file", NEW);
+  const bool done = writer("file", NEW);
   plan = {};
   return done;
 }
 
 TEST(WholeFileFaults, EachFailingCallLeavesTheOldFile) {
   for (const int error : {ENOSPC, EIO, EDQUOT}) {
-    for (const bool existed : {true, false}) {
+    const struct {
+      bool existed;
+      Writer writer;
+    } cases[] = {{true, Q_write_whole}, {false, Q_write_whole}, {false, Q_create_whole}};
+    for (const auto& [existed, writer] : cases) {
       int at = 1;
       for (; at < MOST_CALLS; ++at) {
         const Test_folder folder;
         if (existed) write_text("file", OLD);
         errno = 0;
-        if (write_with(Fault::error, at, error)) {
+        if (write_with(Fault::error, at, error, writer)) {
           EXPECT_GT(at, calls) << "a failure was passed over";
           break;
         }
@@ -104,6 +116,25 @@ TEST(WholeFileFaults, EachFailingCallLeavesTheOldFile) {
       EXPECT_GE(at, 6) << "temporary name, write, mode, flush and rename are each made to fail";
       EXPECT_LT(at, MOST_CALLS);
     }
+  }
+}
+
+/// Also on file systems that cannot rename in that way.
+TEST(WholeFileFaults, ANewFileTakesNoNameThatIsTaken) {
+  for (const Fault kind : {Fault::none, Fault::error}) {
+    const Test_folder folder;
+    const int at_rename = 5;
+    EXPECT_TRUE(write_with(kind, at_rename, EINVAL, Q_create_whole));
+    EXPECT_EQ(calls, at_rename);
+    EXPECT_EQ(read_text("file"), NEW);
+    write_text("file", OLD);
+    EXPECT_FALSE(write_with(kind, at_rename, EINVAL, Q_create_whole));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(read_text("file"), OLD);
+    fs::remove("file");
+    fs::create_symlink("none", "file");
+    EXPECT_FALSE(write_with(kind, at_rename, EINVAL, Q_create_whole));
+    EXPECT_EQ(names().size(), 1U);
   }
 }
 
