@@ -109,6 +109,17 @@ Failure read_header(Reading& r) {
   return count_voxels(r);
 }
 
+Failure open_source(Reading& r, const std::string& path) {
+  const bool compressed = r.info.kind == Nifti_kind::compressed;
+  Q_read_fault fault;
+  r.source = Nifti_source::open(path, compressed, fault);
+  if (r.source) return std::nullopt;
+  if (fault.open_error == 0)
+    return error(Nifti_problem::not_regular, "File '%s' %s", path.c_str(), fault.text.c_str());
+  return error(Nifti_problem::not_found, "%s '%s' not found",
+               compressed ? "Compressed file" : "File", path.c_str());
+}
+
 Failure open_image(Reading& r, const std::string& path) {
   const std::optional<std::string> found = nifti_find_file(path);
   if (!found)
@@ -117,11 +128,7 @@ Failure open_image(Reading& r, const std::string& path) {
                  path.c_str());
   r.info.path = r.name = *found;
   r.info.kind = *kind_of(*found);
-  const bool compressed = r.info.kind == Nifti_kind::compressed;
-  r.source = Nifti_source::open(*found, compressed);
-  if (!r.source)
-    return error(Nifti_problem::not_found, "%s '%s' not found",
-                 compressed ? "Compressed file" : "File", found->c_str());
+  if (Failure failure = open_source(r, *found)) return failure;
   return read_header(r);
 }
 
@@ -130,8 +137,7 @@ Failure go_to_voxels(Reading& r) {
   if (r.info.kind == Nifti_kind::pair) {
     std::string path = r.info.path;
     path.replace(path.size() - HEADER_ENDING.size(), HEADER_ENDING.size(), ".img");
-    r.source = Nifti_source::open(path, false);
-    if (!r.source) return error(Nifti_problem::not_found, "File '%s' not found", path.c_str());
+    if (Failure failure = open_source(r, path)) return failure;
     r.name = r.info.path + "/.img";
     return std::nullopt;
   }

@@ -18,6 +18,7 @@
 
 enum class Nifti_problem {
   not_found,    ///< there is no such file, or it cannot be opened
+  not_regular,  ///< it is a folder, a named pipe or a device
   not_nifti,    ///< what is there is no header of this format
   wrong_size,   ///< the sizes in the header cannot be true
   too_many,     ///< more volumes than the caller has room for

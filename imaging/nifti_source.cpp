@@ -1,10 +1,10 @@
 #include "imaging/nifti_source.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -14,16 +14,20 @@ constexpr std::size_t LONGEST_READ = std::size_t{1} << 30;
 
 }  // namespace
 
-std::optional<Nifti_source> Nifti_source::open(const std::string& path, bool compressed) {
+std::optional<Nifti_source> Nifti_source::open(const std::string& path, bool compressed,
+                                               Q_read_fault& fault) {
   Nifti_source source;
-  source.file_ = Q_fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  source.file_ = Q_open_regular(path.c_str(), fault);
+  if (!source.file_) return std::nullopt;
   struct stat status {};
-  if (!source.file_ || fstat(source.file_.get(), &status) != 0) return std::nullopt;
-  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return std::nullopt;
+  fstat(source.file_.get(), &status);
   source.file_size_ = static_cast<std::uint64_t>(status.st_size);
   if (compressed) {
     source.stream_.reset(gzdopen(source.file_.get(), "rb"));
-    if (source.stream_ == nullptr) return std::nullopt;
+    if (source.stream_ == nullptr) {
+      fault = {ENOMEM, std::string("cannot be opened: ") + std::strerror(ENOMEM)};
+      return std::nullopt;
+    }
     [[maybe_unused]] const int owned_by_stream = source.file_.release();
     gzbuffer(source.stream_.get(), NIFTI_STREAM_BUFFER);
   }
@@ -39,8 +43,7 @@ std::size_t Nifti_source::read(char* to, std::size_t size) {
     if (stream_ != nullptr && wanted > 1) --wanted;
     const ssize_t got = stream_ != nullptr
                             ? gzread(stream_.get(), to + done, static_cast<unsigned>(wanted))
-                            : ::read(file_.get(), to + done, wanted);
-    if (got < 0 && stream_ == nullptr && errno == EINTR) continue;
+                            : Q_read_some(file_.get(), to + done, wanted);
     if (got <= 0) break;
     done += static_cast<std::size_t>(got);
   }

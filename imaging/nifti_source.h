@@ -8,16 +8,18 @@
 #include <string>
 
 #include "util/handles.h"
+#include "util/read_file.h"
 
 /// The buffer of a compressed stream: zlib's own are 8 KiB.
 inline constexpr unsigned NIFTI_STREAM_BUFFER = 1U << 17;
 
-/// A file open for reading. Only regular files are taken, so that nothing waits for a named pipe.
+/// A regular file open for reading.
 class Nifti_source {
  public:
-  /// Opens a file; a compressed one when asked to, which may then also not be compressed. Nothing
-  /// when that fails.
-  static std::optional<Nifti_source> open(const std::string& path, bool compressed);
+  /// Opens a file; a compressed one when asked to, which may then also not be compressed. Nothing,
+  /// with the fault set, when that fails.
+  static std::optional<Nifti_source> open(const std::string& path, bool compressed,
+                                          Q_read_fault& fault);
 
   /// Reads up to `size` bytes, fewer only at the end of the data or where they are damaged.
   std::size_t read(char* to, std::size_t size);

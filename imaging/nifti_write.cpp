@@ -127,7 +127,8 @@ std::optional<Nifti_error> nifti_rewrite_header(const std::string& path,
   change(header);
   if (info.other_order) nifti_swap_header(header);
 
-  auto source = Nifti_source::open(info.path, is_compressed(info.path));
+  Q_read_fault ignored;
+  auto source = Nifti_source::open(info.path, is_compressed(info.path), ignored);
   Nifti_header old;
   if (!source || source->read(reinterpret_cast<char*>(&old), sizeof old) < sizeof old)
     return Nifti_error{Nifti_problem::not_found,

@@ -11,6 +11,7 @@
 #include "util/handles.h"
 #include "util/lines.h"
 #include "util/q_string.h"
+#include "util/read_file.h"
 #include "util/whole_file.h"
 
 namespace {
@@ -67,7 +68,7 @@ std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lin
 }
 
 void kvo3_batch_print() {
-  const std::string text = Q_batch_text(Q_read_file(BATCH_FILE).value_or(""));
+  const std::string text = Q_batch_text(Q_read_text(BATCH_FILE).value_or(""));
   gtk_text_buffer_set_text(Qw_v_OutputBuffer[Q_BATCH_PANE], text.c_str(), -1);
   if (const auto number = Q_batch_long_line(Q_batch_lines(text)))
     Q_print_warning(0,

@@ -4,13 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include "util/error.h"
+#include "util/read_file.h"
 #include "util/text.h"
+#include "util/whole_file.h"
 
 Q_string Qs_ProgramDir;
 Q_string kvo_s_dir;
@@ -49,11 +50,19 @@ bool stands_in_installation(const std::string& program) {
   return access(look.c_str(), F_OK) == 0;
 }
 
-bool same_file(std::FILE* file, const char* path) {
+bool same_file(int file, const char* path) {
   struct stat a {};
   struct stat b {};
-  return fstat(fileno(file), &a) == 0 && stat(path, &b) == 0 && a.st_dev == b.st_dev &&
+  return fstat(file, &a) == 0 && stat(path, &b) == 0 && a.st_dev == b.st_dev &&
          a.st_ino == b.st_ino;
+}
+
+Q_file stream_of(Q_fd fd) {
+  Q_file file(fd ? fdopen(fd.get(), "r") : nullptr);
+  if (file != nullptr) {
+    [[maybe_unused]] const int owned_by_stream = fd.release();
+  }
+  return file;
 }
 
 }  // namespace
@@ -70,7 +79,8 @@ int Q_program_exists(const char* format, ...) {
 
 Q_file Q_openr(const char* format, ...) {
   Q_FORMAT_ARGUMENTS(path, format);
-  return Q_file(std::fopen(path.c_str(), "r"));
+  Q_read_fault ignored;
+  return stream_of(Q_open_regular(path.c_str(), ignored));
 }
 
 Q_file Q_openw(const char* format, ...) {
@@ -94,8 +104,11 @@ Q_file Q_openw_or_die(const char* format, ...) {
 
 Q_gz_file Q_openr_gz_or_die(const char* format, ...) {
   Q_FORMAT_ARGUMENTS(path, format);
-  Q_gz_file file(gzopen(path.c_str(), "rb"));
+  Q_read_fault ignored;
+  Q_fd fd = Q_open_regular(path.c_str(), ignored);
+  Q_gz_file file(fd ? gzdopen(fd.get(), "rb") : nullptr);
   if (file == nullptr) Q_error("Compressed file '%s' not found", path.c_str());
+  [[maybe_unused]] const int owned_by_stream = fd.release();
   return file;
 }
 
@@ -126,19 +139,23 @@ void Q_chmod_x(const char* format, ...) {
 
 void Q_cp(const char* source, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(target, format);
-  const Q_file in(std::fopen(source, "rb"));
-  if (in == nullptr) Q_error("Copy: source file '%s' not found", source);
+  Q_read_fault fault;
+  const Q_fd in = Q_open_regular(source, fault);
+  if (!in && fault.open_error != 0) Q_error("Copy: source file '%s' not found", source);
+  if (!in) Q_error("Copy: source file '%s' %s", source, fault.text.c_str());
   if (same_file(in.get(), target.c_str())) return;
-  Q_file out(std::fopen(target.c_str(), "wb"));
-  if (out == nullptr) Q_error("Copy: target file '%s' not writable", target.c_str());
-
-  std::vector<char> block(262144);
-  bool written = true;
-  while (const std::size_t length = std::fread(block.data(), 1, block.size(), in.get()))
-    written = std::fwrite(block.data(), 1, length, out.get()) == length && written;
-  if (std::ferror(in.get()) != 0) Q_error("Copy: source file '%s' not readable", source);
-  if (std::fclose(out.release()) != 0 || !written)
-    Q_error("Copy: target file '%s' not writable", target.c_str());
+  bool readable = true;
+  const bool written = Q_replace_file(target.c_str(), [&](int out) {
+    std::vector<char> block(262144);
+    for (;;) {
+      const ssize_t length = Q_read_some(in.get(), block.data(), block.size());
+      readable = length >= 0;
+      if (length <= 0) return readable;
+      if (!Q_write_all(out, {block.data(), static_cast<std::size_t>(length)})) return false;
+    }
+  });
+  if (!readable) Q_error("Copy: source file '%s' not readable", source);
+  if (!written) Q_error("Copy: target file '%s' not writable", target.c_str());
 }
 
 int Q_ls(Q_string_list& list, const char* folder, const char* prefix, const char* suffix) {

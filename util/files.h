@@ -23,7 +23,7 @@ using Q_string_list = std::vector<std::string>;
 /// Exactly Q_file_exists: no search along PATH, no test of the execute permission.
 [[gnu::format(printf, 1, 2)]] int Q_program_exists(const char* format, ...);
 
-/// Opens for reading; null when that fails.
+/// Opens a regular file for reading; null when that fails.
 [[gnu::format(printf, 1, 2)]] Q_file Q_openr(const char* format, ...);
 /// Opens for writing, creating or emptying the file; null when that fails.
 [[gnu::format(printf, 1, 2)]] Q_file Q_openw(const char* format, ...);
@@ -31,8 +31,8 @@ using Q_string_list = std::vector<std::string>;
 [[gnu::format(printf, 1, 2)]] Q_file Q_openr_or_die(const char* format, ...);
 /// Q_openw, or the fatal error "File '%s' not writable".
 [[gnu::format(printf, 1, 2)]] Q_file Q_openw_or_die(const char* format, ...);
-/// Opens a gzip-compressed or plain file for reading, or the fatal error "Compressed file '%s' not
-/// found".
+/// Opens a gzip-compressed or plain regular file for reading, or the fatal error "Compressed file
+/// '%s' not found".
 [[gnu::format(printf, 1, 2)]] Q_gz_file Q_openr_gz_or_die(const char* format, ...);
 
 /// Removes a file; a failure is ignored.
@@ -46,9 +46,10 @@ using Q_string_list = std::vector<std::string>;
 /// Sets the mode to exactly 0755; a failure is ignored.
 [[gnu::format(printf, 1, 2)]] void Q_chmod_x(const char* format, ...);
 
-/// Copies the file `source` (a plain path) byte for byte to the formatted path. A source or target
-/// that cannot be opened, read or written whole is a fatal error. A file is left alone when it is
-/// copied onto itself.
+/// Copies the regular file `source` (a plain path) byte for byte to the formatted path, whole or
+/// not at all: the copy takes its name when it is complete, so that a program that is running is
+/// never written over. A source or target that cannot be opened, read or written is a fatal error.
+/// A file is left alone when it is copied onto itself.
 [[gnu::format(printf, 2, 3)]] void Q_cp(const char* source, const char* format, ...);
 
 /// Stores in `list` the names of the folder's entries that begin with the prefix and end with the

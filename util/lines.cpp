@@ -1,10 +1,6 @@
 #include "util/lines.h"
 
-#include <array>
-#include <utility>
-
-#include "util/error.h"
-#include "util/files.h"
+#include "util/q_string.h"
 
 namespace {
 constexpr std::string_view LINE_ENDS = "\n\r\xFF";
@@ -27,22 +23,4 @@ std::vector<std::string_view> Q_split_lines(std::string_view content) {
     if (!line.complete) return lines;
     content.remove_prefix(line.consumed);
   }
-}
-
-std::optional<std::string> Q_read_file(const char* path) {
-  const Q_file file = Q_openr("%s", path);
-  if (file == nullptr) return std::nullopt;
-  std::string content;
-  std::array<char, 65536> block{};
-  while (const std::size_t length = std::fread(block.data(), 1, block.size(), file.get()))
-    content.append(block.data(), length);
-  if (std::ferror(file.get()) != 0) return std::nullopt;
-  return content;
-}
-
-std::string Q_read_file_or_die(const char* path) {
-  std::optional<std::string> content = Q_read_file(path);
-  if (content) return *std::move(content);
-  Q_openr_or_die("%s", path);
-  Q_error("File '%s' not readable", path);
 }

@@ -5,8 +5,6 @@
 // there (before a UTF-8 character that would be torn) and its rest is the next line.
 
 #include <cstddef>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,8 +19,3 @@ Q_line Q_first_line(std::string_view data);
 /// All lines of a whole file's content. What stands after the last line end is the last line, also
 /// when it is empty, so the list is never empty.
 std::vector<std::string_view> Q_split_lines(std::string_view content);
-
-/// The whole content of a file; nothing when it cannot be opened or read.
-std::optional<std::string> Q_read_file(const char* path);
-/// Q_read_file, or the fatal error "File '%s' not found" or "File '%s' not readable".
-std::string Q_read_file_or_die(const char* path);

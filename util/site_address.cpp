@@ -3,7 +3,7 @@
 #include <glib.h>
 
 #include "kvo_config.h"
-#include "util/lines.h"
+#include "util/read_file.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ const char* kvo_site() {
 
 void kvo_find_served_site(const std::string& root) {
   served_site.clear();
-  const std::string content = Q_read_file((root + "/etc/kvo_site.txt").c_str()).value_or("");
+  const std::string content = Q_read_text((root + "/etc/kvo_site.txt").c_str()).value_or("");
   const std::string address = content.substr(0, content.find('\n'));
   const bool one_line = content.size() <= address.size() + 1;
   if (one_line && kvo_is_loopback_site(address)) served_site = address;

@@ -4,6 +4,7 @@
 
 #include "util/files.h"
 #include "util/lines.h"
+#include "util/read_file.h"
 
 Q_string_list kvo_vs_maps;
 std::int32_t kvo_maps = 0;
@@ -14,7 +15,7 @@ namespace {
 
 void load(const char* path, Q_string_list (*read_names)(std::string_view), Q_string_list& names,
           std::int32_t& count) {
-  names = read_names(Q_read_file_or_die(path));
+  names = read_names(Q_read_text_or_die(path));
   count = static_cast<std::int32_t>(names.size());
 }
 

@@ -6,7 +6,7 @@
 
 #include "shell/console.h"
 #include "util/files.h"
-#include "util/lines.h"
+#include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
 #include "workspace/settings_file.h"
@@ -21,7 +21,7 @@ Q_string kvo_settings_path() {
 
 void kvo_load_kvo_ini() {
   kvo_s_brain_viewer = "mricron";
-  const std::optional<std::string> content = Q_read_file(kvo_settings_path().c_str());
+  const std::optional<std::string> content = Q_read_text(kvo_settings_path().c_str());
   if (!content) return;
   Kvo_settings settings{kvo_s_user_dir, kvo_s_brain_viewer, kvo_s_brain_viewer_exe};
   kvo_read_settings(*content, settings);

@@ -104,6 +104,25 @@ void clear_last_row(Q_table& table) {
   if (table.size() < end) table.resize(end);
 }
 
+/// Whether the table of a file can be held. A wide header makes every short line wide.
+bool fits(std::string_view content) {
+  std::size_t columns = 0;
+  std::size_t rows = 0;
+  for (bool more = true; more;) {
+    const Q_line line = Q_first_line(content);
+    content.remove_prefix(line.consumed);
+    more = line.complete;
+    const std::string_view text = without_final_white_space(line.text);
+    if (text.empty()) continue;
+    const auto is_separator = [](char c) {
+      return Q_TABLE_SEPARATORS.find(c) != std::string_view::npos;
+    };
+    if (++rows == 1)
+      columns = 1 + static_cast<std::size_t>(std::ranges::count_if(text, is_separator));
+  }
+  return rows * columns <= Q_TABLE_MAX_CELLS;
+}
+
 }  // namespace
 
 long Q_table_nrow(const Q_table& table) {
@@ -167,10 +186,22 @@ void Q_table_t(Q_table& table) {
   table = std::move(transposed);
 }
 
+std::optional<std::string> Q_table_read(const char* path, Q_read_fault& fault) {
+  std::optional<std::string> content = Q_read_text(path, fault);
+  if (content && !fits(*content)) {
+    fault = {0, "has more than " + std::to_string(Q_TABLE_MAX_CELLS) + " cells"};
+    return std::nullopt;
+  }
+  return content;
+}
+
 void Q_table_load(Q_table& table, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(path, format);
+  Q_read_fault fault;
+  const std::optional<std::string> content = Q_table_read(path.c_str(), fault);
+  if (!content) Q_die_of_read_fault(path.c_str(), fault);
   try {
-    Q_table_load_text(table, Q_read_file_or_die(path.c_str()));
+    Q_table_load_text(table, *content);
   } catch (const std::bad_alloc&) {
     Q_error("Insufficient memory\n");
   }

@@ -3,10 +3,13 @@
 // A table of texts and its file format: one line a row, cells separated by single tabs, blanks or
 // commas, no quoting. Numbers are texts too; callers convert a cell when they need its value.
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "util/read_file.h"
 
 /// A cell; a row that was too short in its file leaves cells absent.
 using Q_cell = std::optional<std::string>;
@@ -39,9 +42,16 @@ long Q_get_table_row_pos_or_die(const Q_table& table, const char* name);
 /// Transposes the table in place.
 void Q_table_t(Q_table& table);
 
+/// The most cells of a table that is read from a file.
+inline constexpr std::size_t Q_TABLE_MAX_CELLS = 5'000'000;
+/// The content of a table's file. None, with the fault set, when it cannot be read or has more
+/// cells than that.
+std::optional<std::string> Q_table_read(const char* path, Q_read_fault& fault);
+
 /// Reads a file into the table: row 0 becomes the line that names the columns, every further line
 /// a row. Blank lines are skipped, cells beyond the last column ignored. When the table has rows
-/// already, all lines are appended as rows. A file that cannot be opened or read is a fatal error.
+/// already, all lines are appended as rows. A file that Q_table_read does not read is a fatal
+/// error.
 [[gnu::format(printf, 2, 3)]] void Q_table_load(Q_table& table, const char* format, ...);
 /// Q_table_load of a file's content.
 void Q_table_load_text(Q_table& table, std::string_view content);

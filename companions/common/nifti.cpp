@@ -33,7 +33,9 @@ constexpr char millimetres = 2;
   switch (error.problem) {
     case Nifti_problem::not_found:
       refuse(path, std::string("cannot be opened: ") +
-                       (access(path.c_str(), R_OK) != 0 ? std::strerror(errno) : "not a file"));
+                       std::strerror(access(path.c_str(), R_OK) != 0 ? errno : EIO));
+    case Nifti_problem::not_regular:
+      refuse(path, "is not a regular file");
     case Nifti_problem::not_nifti:
       refuse(path, "is not a NIfTI-1 image");
     case Nifti_problem::too_many:

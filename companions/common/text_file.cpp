@@ -1,23 +1,20 @@
 #include "companions/common/text_file.h"
 
-#include <fcntl.h>
 #include <glib.h>
-#include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstring>
+#include <utility>
 
 #include "companions/common/error.h"
 #include "util/handles.h"
 #include "util/q_string.h"
+#include "util/read_file.h"
 
 namespace {
 
 constexpr std::string_view white_space = " \t\n\v\f\r";
-constexpr std::size_t max_text = std::size_t(64) << 20;
 constexpr std::size_t max_any = std::size_t(1) << 30;
 // The longest suffix of an output and that of a temporary file must still fit into 255 bytes.
 constexpr std::size_t max_name = 200;
@@ -26,33 +23,19 @@ constexpr std::size_t max_name = 200;
   throw Refusal("'" + path + "' " + reason + ".");
 }
 
-std::string read_bytes(const std::string& path, std::size_t limit) {
-  // Not blocking, so that a named pipe is refused below instead of waited for.
-  const Q_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat status {};
-  if (!fd || fstat(fd.get(), &status) != 0)
-    refuse(path, std::string("cannot be opened: ") + std::strerror(errno));
-  if (!S_ISREG(status.st_mode)) refuse(path, "is not a file");
-  std::string content;
-  for (std::size_t length = 0;;) {
-    if (length > limit) refuse(path, "is too large");
-    content.resize(length + (std::size_t(1) << 16));
-    const ssize_t got = read(fd.get(), content.data() + length, content.size() - length);
-    if (got < 0) refuse(path, std::string("cannot be read: ") + std::strerror(errno));
-    length += std::size_t(got);
-    content.resize(length);
-    if (got == 0) return content;
-  }
+std::string content_of(const std::string& path, std::optional<std::string> content,
+                       const Q_read_fault& fault) {
+  if (!content) refuse(path, fault.text);
+  return *std::move(content);
 }
 
 }  // namespace
 
 std::string read_text(const std::string& path) {
-  std::string content = read_bytes(path, max_text);
+  Q_read_fault fault;
+  std::string content = content_of(path, Q_read_text(path.c_str(), fault), fault);
   if (content.find_first_of(std::string_view("\0\xFF", 2)) != std::string::npos)
     refuse(path, "is not a text file");
-  if (content.starts_with("\xEF\xBB\xBF"))
-    refuse(path, "begins with a byte order mark; please save it as plain text without one");
   for (const TextLine& line : filled_lines(content))
     if (line.text.size() > Q_STRING_MAX)
       throw Refusal(at_line(path, line.number) + "is longer than " + std::to_string(Q_STRING_MAX) +
@@ -111,7 +94,8 @@ std::string checksum(std::string_view bytes) {
 }
 
 std::string file_checksum(const std::string& path) {
-  return checksum(read_bytes(path, max_any));
+  Q_read_fault fault;
+  return checksum(content_of(path, Q_read_file(path.c_str(), max_any, fault), fault));
 }
 
 const char* name_fault(std::string_view name) {

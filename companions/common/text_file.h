@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-/// The whole content of a text file. Throws Refusal, naming the file, when it cannot be read, is no
-/// regular file, is larger than 64 MiB, or is no text (a byte of value 0 or 255, a byte order mark,
-/// a line of more bytes than any reader of the suite takes in).
+/// The content of a text file as Q_read_text gives it. Throws Refusal, naming the file, when that
+/// fails or the file is no text (a byte of value 0 or 255, a line of more bytes than any reader of
+/// the suite takes in).
 std::string read_text(const std::string& path);
 
 struct TextLine {

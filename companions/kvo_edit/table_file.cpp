@@ -1,7 +1,5 @@
 #include "companions/kvo_edit/table_file.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,6 +8,7 @@
 #include "companions/common/error.h"
 #include "util/lines.h"
 #include "util/q_string.h"
+#include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
 #include "workspace/text_table.h"
@@ -20,17 +19,9 @@ constexpr const char* MISSING = "NA";
 
 /// What is on disk; nothing when there is no file.
 std::optional<std::string> content_of(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    if (errno == ENOENT) return std::nullopt;
-    throw Refusal("'" + path + "' cannot be opened: " + std::strerror(errno) + ".");
-  }
-  if (!S_ISREG(status.st_mode)) throw Refusal("'" + path + "' is not a file.");
-  errno = 0;
-  std::optional<std::string> content = Q_read_file(path.c_str());
-  if (!content)
-    throw Refusal("'" + path + "' cannot be read: " + std::strerror(errno != 0 ? errno : EIO) +
-                  ".");
+  Q_read_fault fault;
+  std::optional<std::string> content = Q_read_text(path.c_str(), fault);
+  if (!content && fault.open_error != ENOENT) throw Refusal("'" + path + "' " + fault.text + ".");
   return content;
 }
 

@@ -249,8 +249,8 @@ TEST(TableFile, SaysWhyItCannotOpen) {
     const char* path;
     const char* message;
   } const cases[] = {
-      {"folder", "'folder' is not a file."},
-      {"pipe", "'pipe' is not a file."},
+      {"folder", "'folder' is not a regular file."},
+      {"pipe", "'pipe' is not a regular file."},
   };
   for (const auto& c : cases) {
     try {

@@ -144,7 +144,11 @@ TEST(Refusal, OfPreprocessing) {
        "'kvo_table.txt', line 2: is longer than 49999 bytes."},
       {table(std::string("study\tn1\nA\0B\t12\n", 16)), "'kvo_table.txt' is not a text file."},
       {table("study\tn1\nA\xFF\t12\n"), "'kvo_table.txt' is not a text file."},
-      {table("\xEF\xBB\xBFstudy\tn1\nA\t12\n"), "'kvo_table.txt' begins with a byte order mark"},
+      // A byte order mark is no part of the first name.
+      {table("\xEF\xBB\xBFstudy\tn1\nA\t2\n"),
+       "'kvo_table.txt', line 2: n1 of study 'A' is '2', not a whole number from 3"},
+      {[] { fs::resize_file("kvo_table.txt", (std::uintmax_t{64} << 20) + 1); },
+       "'kvo_table.txt' is larger than 64 MiB."},
       {row("A"), "'kvo_table.txt', line 2: n1 of study 'A' is 'NA', not a whole number from 3"},
       {row("A\t2"), "'kvo_table.txt', line 2: n1 of study 'A' is '2', not a whole number from 3"},
       {row("A\t0"), "'kvo_table.txt', line 2: n1 of study 'A' is '0', not a whole number from 3"},
@@ -163,10 +167,10 @@ TEST(Refusal, OfPreprocessing) {
       {row("A\t12\t12\t-3"), "'kvo_table.txt', line 2: threshold_t of study 'A' is '-3', not a"},
       {row("A\t12\t12\thigh"),
        "'kvo_table.txt', line 2: threshold_t of study 'A' is 'high', which"},
-      {folder("kvo_table.txt"), "'kvo_table.txt' is not a file."},
+      {folder("kvo_table.txt"), "'kvo_table.txt' is not a regular file."},
       {[] { fs::remove("kvo_table.txt"), mkfifo("kvo_table.txt", 0644); },
-       "'kvo_table.txt' is not a file."},
-      {link("/dev/zero", "kvo_table.txt"), "'kvo_table.txt' is not a file."},
+       "'kvo_table.txt' is not a regular file."},
+      {link("/dev/zero", "kvo_table.txt"), "'kvo_table.txt' is not a regular file."},
       {loop("kvo_table.txt"), "'kvo_table.txt' cannot be opened: Too many levels of symbolic"},
       {table(wide_table()), "'kvo_table.txt' is too large: 300 studies with 20002 columns."},
 
@@ -197,8 +201,8 @@ TEST(Refusal, OfPreprocessing) {
       {peak("24 -14 6 -inf"), "'A.peaks.txt', line 3: the height '-inf' is neither a t value"},
       {peak("24 -14 6 0x10"), "'A.peaks.txt', line 3: the height '0x10' is neither a t value"},
       {peaks(many_peaks()), "'A.peaks.txt', line 5002: there are more than 5000 peaks."},
-      {link(".", "A.peaks.txt"), "'A.peaks.txt' is not a file."},
-      {link("/dev/zero", "A.peaks.txt"), "'A.peaks.txt' is not a file."},
+      {link(".", "A.peaks.txt"), "'A.peaks.txt' is not a regular file."},
+      {link("/dev/zero", "A.peaks.txt"), "'A.peaks.txt' is not a regular file."},
       {link("nowhere", "A.peaks.txt"), "Study 'A' has no peaks file"},
       {loop("A.peaks.txt"), "Study 'A' has no peaks file"},
   };
@@ -287,13 +291,13 @@ TEST(Refusal, OfTheMeanAndOfItsCommand) {
       {table(good_table + "C\t12\n"), "Study 'C' has not been preprocessed"},
       {table("study\tn1\tn2\tthreshold_t\nA\t12\t14\tNA\nMyMean_z\t12\n"),
        "The name 'MyMean' cannot be used: its map 'MyMean_z.nii.gz' would be the image of study"},
-      {link(".", "kvo_pp.txt"), "'kvo_pp.txt' is not a file."},
+      {link(".", "kvo_pp.txt"), "'kvo_pp.txt' is not a regular file."},
       {loop("kvo_pp.txt"), "No maps found."},
   };
   const Case cases_of_reading[] = {
       {removed("pp/A_g.nii.gz"), "'pp/A_g.nii.gz': cannot be opened: No such file"},
       {removed("pp/B_var.nii.gz"), "'pp/B_var.nii.gz': cannot be opened: No such file"},
-      {link("/dev/zero", "pp/A_g.nii.gz"), "'pp/A_g.nii.gz': cannot be opened"},
+      {link("/dev/zero", "pp/A_g.nii.gz"), "'pp/A_g.nii.gz': is not a regular file."},
       {link("..", "pp"), "'pp/A_g.nii.gz': cannot be opened: No such file"},
       {cut("pp/A_g.nii.gz", 0.2), "'pp/A_g.nii.gz': "},
       {[] {
@@ -301,7 +305,7 @@ TEST(Refusal, OfTheMeanAndOfItsCommand) {
        },
        "'pp/B_var.nii.gz' has a variance in the mask that is not above 0."},
       {folder("MyMean_z.nii.gz"), "'MyMean_z.nii.gz' cannot be replaced: it is a folder."},
-      {folder("kvo_maps.txt"), "'kvo_maps.txt' is not a file."},
+      {folder("kvo_maps.txt"), "'kvo_maps.txt' is not a regular file."},
   };
   const struct {
     const char *command, *reason;
@@ -402,7 +406,7 @@ TEST(Refusal, OfEveryOtherCommand) {
 
       {"extract none", nothing, "There is no mask 'none': neither the share folder nor"},
       {extract, off_the_grid(sphere), "'mask_Sphere.nii.gz' is not on the MNI grid of 91 x 109 x"},
-      {extract, link("/", sphere), "'mask_Sphere.nii.gz': is not a NIfTI-1"},
+      {extract, link("/", sphere), "'mask_Sphere.nii.gz': is not a regular file."},
       {extract, loop(sphere), "There is no mask 'Sphere'"},
       {extract, cut(sphere, 0.2), "'mask_Sphere.nii.gz': ends early"},
       {extract, cut(sphere, 0), "'mask_Sphere.nii.gz': is not a NIfTI-1 image"},
@@ -441,8 +445,8 @@ TEST(Refusal, OfEveryOtherCommand) {
       {"threshold Map_n, p, 0.4, 0, 1", nothing, "'Map_n' is the negative tail of map 'Map'."},
       {threshold, removed("kvo_maps.txt"), "There is no map 'Map'. Please estimate maps"},
       {threshold, link("nowhere", "kvo_maps.txt"), "There is no map 'Map'."},
-      {threshold, link("/", "kvo_maps.txt"), "'kvo_maps.txt' is not a file."},
-      {threshold, link("/", "kvo_analyses.txt"), "'kvo_analyses.txt' is not a file."},
+      {threshold, link("/", "kvo_maps.txt"), "'kvo_maps.txt' is not a regular file."},
+      {threshold, link("/", "kvo_analyses.txt"), "'kvo_analyses.txt' is not a regular file."},
       {threshold, text("kvo_analyses.txt", "map\nMap 1e300 1 x\n"),
        "'kvo_analyses.txt', line 2: there are no numbers of studies and participants"},
       {threshold, removed("Map_z.nii.gz"), "'Map_z.nii.gz': cannot be opened: No such file"},
@@ -479,7 +483,7 @@ TEST(Refusal, OfEveryOtherCommand) {
       {"multi mask_a, Map, 0.4, 0.4, 1, 0, 0, 0.1", nothing, "The name 'mask_a' cannot be used"},
       {"multi " + std::string(50, 'y') + ", " + std::string(200, 'x') + ", 0.4, 0.4, 1, 0, 0, 0.1",
        nothing, "The name of the result"},
-      {multi, link("/", "Map2_p.nii.gz"), "'Map2_p.nii.gz': is not a NIfTI-1 image."},
+      {multi, link("/", "Map2_p.nii.gz"), "'Map2_p.nii.gz': is not a regular file."},
       {multi, with_value("Map2_p.nii.gz", 0), "'Map2_p.nii.gz': the value 0 at MNI -90,-124,-68"},
       {multi, with_value("Map2_p.nii.gz", nan), "'Map2_p.nii.gz': the value nan at MNI"},
       {multi, off_the_grid("Map2_p.nii.gz"), "'Map2_p.nii.gz' is not on the MNI grid"},

@@ -197,9 +197,9 @@ TEST(NiftiFile, IsFoundByItsEnding) {
       {"no_such.nii", "File 'no_such.nii' not found"},
       {"no_such.nii.gz", "Compressed file 'no_such.nii.gz' not found"},
       {"no_such.hdr", "File 'no_such.hdr' not found"},
-      {"folder.nii", "NIfTI file 'folder.nii' has a wrong header size"},
-      {"pipe.nii", "File 'pipe.nii' not found"},
-      {"pipe.nii.gz", "Compressed file 'pipe.nii.gz' not found"},
+      {"folder.nii", "File 'folder.nii' is not a regular file"},
+      {"pipe.nii", "File 'pipe.nii' is not a regular file"},
+      {"pipe.nii.gz", "File 'pipe.nii.gz' is not a regular file"},
   };
   for (const auto& c : cases) EXPECT_EQ(kind_of(c.path), c.outcome) << c.path;
 }

@@ -70,7 +70,8 @@ TEST(Open, GivesNullForWhatCannotBeOpened) {
   const Test_folder folder;
   write_text("file 1", "content");
   EXPECT_NE(Q_openr("file %i", 1), nullptr);
-  EXPECT_EQ(Q_openr("none"), nullptr);
+  ASSERT_EQ(mkfifo("pipe", 0600), 0);
+  for (const char* path : {"none", "pipe", "."}) EXPECT_EQ(Q_openr("%s", path), nullptr) << path;
   EXPECT_EQ(Q_openw("none/file"), nullptr);
   ASSERT_NE(Q_openw("file %i", 1), nullptr);
   EXPECT_EQ(read_text("file 1"), "") << "opening for writing empties";
@@ -159,6 +160,10 @@ TEST(Copy, IsByteForByte) {
   EXPECT_TRUE(read_text("copy 1") == bytes);
   Q_cp("empty", "old");
   EXPECT_EQ(read_text("old"), "");
+  fs::create_hard_link("copy 1", "running program");
+  Q_cp("empty", "copy 1");
+  EXPECT_TRUE(read_text("running program") == bytes) << "written over";
+  fs::rename("running program", "copy 1");
   fs::create_symlink("copy 1", "link");
   Q_cp("copy 1", "link");
   EXPECT_TRUE(read_text("copy 1") == bytes) << "copied onto itself";
@@ -169,7 +174,8 @@ TEST(CopyDeathTest, EndsTheProgramWhenItIsNotWhole) {
   write_text("file", std::string(1000, 'x'));
   EXPECT_EXIT(Q_cp("none", "copy"), ExitedWithCode(1), fatal("Copy: source file 'none' not found"));
   EXPECT_FALSE(fs::exists("copy"));
-  EXPECT_EXIT(Q_cp(".", "copy"), ExitedWithCode(1), fatal("Copy: source file '.' not readable"));
+  EXPECT_EXIT(Q_cp(".", "copy"), ExitedWithCode(1),
+              fatal("Copy: source file '.' is not a regular file"));
   EXPECT_EXIT(Q_cp("file", "no/%s", "f"), ExitedWithCode(1),
               fatal("Copy: target file 'no/f' not writable"));
   EXPECT_EXIT(
@@ -178,6 +184,7 @@ TEST(CopyDeathTest, EndsTheProgramWhenItIsNotWhole) {
         Q_cp("file", "short");
       },
       ExitedWithCode(1), fatal("Copy: target file 'short' not writable"));
+  EXPECT_FALSE(fs::exists("short"));
 }
 
 TEST(Ls, ListsByPrefixAndSuffixInByteOrder) {

@@ -2,18 +2,17 @@
 
 #include "util/lines.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
 
 #include "test_folder.h"
 #include "util/q_string.h"
+#include "util/read_file.h"
 
 namespace {
-
-using testing::Eq;
-using testing::Optional;
 
 TEST(SplitLines, EndsLinesAtEachKindOfEnd) {
   struct Case {
@@ -90,15 +89,48 @@ TEST(FirstLine, TellsWhetherMoreDataCouldChangeIt) {
   }
 }
 
-TEST(ReadFile, GivesAllBytesOrNothing) {
+/// What is read of a file, or why it is not.
+std::string outcome(const char* path) {
+  Q_read_fault fault;
+  const std::optional<std::string> text = Q_read_text(path, fault);
+  return text.value_or(fault.text);
+}
+
+TEST(ReadText, TakesAllOfARegularFileThatIsNotTooLarge) {
   const Test_folder folder;
-  const std::string bytes = std::string(200000, 'x') + std::string("\0\xFF\r\n", 4);
+  const std::string bytes = std::string(200000, 'x') + std::string("\0\xFF\r\n\xEF\xBB\xBF", 7);
   write_text("file", bytes);
+  write_text("marked", "\xEF\xBB\xBF" + bytes);
   write_text("empty", "");
-  EXPECT_TRUE(Q_read_file("file") == bytes);
-  EXPECT_THAT(Q_read_file("empty"), Optional(Eq("")));
-  EXPECT_THAT(Q_read_file("none"), Eq(std::nullopt));
-  EXPECT_THAT(Q_read_file("."), Eq(std::nullopt));
+  write_text("most", "");
+  std::filesystem::resize_file("most", Q_TEXT_FILE_MAX);
+  write_text("more", "");
+  std::filesystem::resize_file("more", Q_TEXT_FILE_MAX + 1);
+  ASSERT_EQ(mkfifo("pipe", 0600), 0);
+  std::filesystem::create_symlink("file", "link");
+  std::filesystem::create_symlink("/dev/zero", "device");
+  const std::string not_regular = "is not a regular file";
+  const struct {
+    const char* path;
+    std::string outcome;
+  } cases[] = {
+      {"file", bytes},
+      {"link", bytes},
+      {"marked", bytes},
+      {"empty", ""},
+      {"most", std::string(Q_TEXT_FILE_MAX, '\0')},
+      {"more", "is larger than 64 MiB"},
+      {"none", "cannot be opened: No such file or directory"},
+      {"pipe", not_regular},
+      {"device", not_regular},
+      {".", not_regular},
+  };
+  for (const auto& c : cases)
+    EXPECT_TRUE(outcome(c.path) == c.outcome) << c.path << ": " << outcome(c.path).substr(0, 100);
+  EXPECT_EXIT(Q_read_text_or_die("none%n"), testing::ExitedWithCode(1),
+              "^File 'none%n' not found\\.");
+  EXPECT_EXIT(Q_read_text_or_die("pipe"), testing::ExitedWithCode(1),
+              "^File '/.*/pipe' is not a regular");
 }
 
 }  // namespace
