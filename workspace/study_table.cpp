@@ -63,6 +63,12 @@ Q_table kvotable_read(const char* path) {
   return as_study_table(std::move(table));
 }
 
+std::string kvotable_fault(const char* path) {
+  Q_read_fault fault;
+  if (Q_file_exists("%s", path) != 0) Q_table_read(path, fault);
+  return fault.text;
+}
+
 Q_table kvotable_read_text(std::string_view content) {
   Q_table table;
   Q_table_load_text(table, content);

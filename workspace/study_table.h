@@ -23,6 +23,9 @@ Q_table kvotable_read(const char* path);
 /// kvotable_read of a file's content.
 Q_table kvotable_read_text(std::string_view content);
 
+/// Why kvotable_read would end the program, to follow the file's name; empty when it would not.
+std::string kvotable_fault(const char* path);
+
 /// Removes the variables that the name of the jackknife's variable gives away as left by one that
 /// did not come to its end. True when there was one.
 bool kvotable_remove_leftover(Q_table& table);

@@ -10,9 +10,22 @@
 #include "shell/window.h"
 #include "util/files.h"
 #include "util/handles.h"
+#include "util/text.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
 #include "workspace/study_table.h"
+
+namespace {
+
+void warn_of_table(const std::string& fault) {
+  const std::string file = kvo_s_user_dir.str() + "/" + KVO_TABLE_FILE;
+  Q_print_warning(0,
+                  "The study table of the last folder you used cannot be loaded: '%s' %s. Please "
+                  "mend that file and start again, or change the folder.\n",
+                  Q_markup_escape(file).c_str(), Q_markup_escape(fault).c_str());
+}
+
+}  // namespace
 
 void kvo_enter_folder(const char* folder) {
   Q_chdir_or_die("%s", folder);
@@ -38,11 +51,16 @@ void kvo3_cd() {
 }
 
 void kvo3_check_user_dir() {
-  if (chdir(kvo_s_user_dir.c_str()) == 0) return;
-  Q_print_warning(0,
-                  "Working folder not found. This may be because it is the first time you use the "
-                  "program, or because the last folder you used has been changed. Please change "
-                  "the folder as soon as possible.\n");
+  if (chdir(kvo_s_user_dir.c_str()) == 0) {
+    const std::string fault = kvotable_fault(KVO_TABLE_FILE);
+    if (fault.empty()) return;
+    warn_of_table(fault);
+  } else {
+    Q_print_warning(0,
+                    "Working folder not found. This may be because it is the first time you use "
+                    "the program, or because the last folder you used has been changed. Please "
+                    "change the folder as soon as possible.\n");
+  }
   Q_chdir("%s", kvo_s_dir.c_str());
   kvo_s_user_dir = kvo_s_dir;
 }

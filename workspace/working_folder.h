@@ -13,6 +13,7 @@ void kvo_show_title();
 /// shows its study table, title and batch. Cancel changes nothing.
 void kvo3_cd();
 
-/// Enters the working folder that the settings name. When it cannot be entered, warns in the
-/// console and makes the installation root the working folder; the settings file stays as it is.
+/// Enters the working folder that the settings name. When it cannot be entered, or its study table
+/// cannot be read (which would end the program at every start), warns in the console and makes the
+/// installation root the working folder; the settings file stays as it is.
 void kvo3_check_user_dir();

@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
 
 #include "dialog_driver.h"
 #include "dialogs/help.h"
@@ -89,6 +92,53 @@ TEST_F(Workspace, StartsInTheInstallationRootWithoutAFolder) {
     EXPECT_EQ(kvo_s_user_dir, root().c_str());
     EXPECT_EQ(fs::current_path(), root());
     EXPECT_EQ(fs::exists(settings_file()) ? read_text(settings_file()) : "", c.settings);
+  }
+}
+
+TEST_F(Workspace, StartsElsewhereWhenTheStudyTableWouldEndTheProgram) {
+  const fs::path folder = make_folder("last <one>");
+  const fs::path table = folder / KVO_TABLE_FILE;
+  const struct {
+    const char* fault;  // empty: none
+    std::function<void()> make;
+  } cases[] = {
+      {"is not a regular file", [&] { mkfifo(table.c_str(), 0600); }},
+      {"is not a regular file", [&] { fs::create_symlink("/dev/zero", table); }},
+      {"is not a regular file", [&] { fs::create_directory(table); }},
+      {"cannot be opened: No such file or directory", [&] { fs::create_symlink("none", table); }},
+      {"is larger than 64 MiB",
+       [&] {
+         write_text(table, "");
+         fs::resize_file(table, (std::uintmax_t{64} << 20) + 1);
+       }},
+      {"has more than 5000000 cells",
+       [&] {
+         std::string text(2499, ',');
+         for (int row = 0; row < 2000; ++row) text += "\na";
+         write_text(table, text);
+       }},
+      {"", [&] { write_text(table, "study n1\n"); }},
+      {"", [] {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fault);
+    const std::string settings = settings_text(folder.string());
+    write_text(settings_file(), settings);
+    fs::remove_all(table);
+    c.make();
+    clear_pane(0);
+    start();
+    const bool is_faulty = *c.fault != '\0';
+    EXPECT_EQ(pane_text(0), is_faulty
+                                ? "WARNING: The study table of the last folder you used cannot "
+                                  "be loaded: '" +
+                                      table.string() + "' " + c.fault +
+                                      ". Please mend that file and start again, or change "
+                                      "the folder.\n\n"
+                                : "");
+    EXPECT_EQ(fs::current_path(), is_faulty ? root() : folder);
+    EXPECT_EQ(kvo_s_user_dir, (is_faulty ? root() : folder).c_str());
+    EXPECT_EQ(read_text(settings_file()), settings);
   }
 }
 
