@@ -6,10 +6,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <ctime>
+#include <optional>
 #include <string_view>
 
 #include "companions/common/cancel.h"
@@ -21,8 +25,8 @@
 
 namespace {
 
-// How long a child that was told to cancel may take before it is killed.
-constexpr timespec patience{10, 0};
+/// How long a child may take to end, once it was told to cancel or has closed its output.
+constexpr std::chrono::seconds patience(10);
 
 sigset_t cancel_signals() {
   sigset_t set;
@@ -96,26 +100,64 @@ struct Report {
   }
 };
 
-/// Passes the child's lines on until it has closed its output.
+/// The child's end in time, once it is to come: a child that is still there then is killed.
+class Deadline {
+ public:
+  void set() { end_ = Clock::now() + patience; }
+  [[nodiscard]] bool is_set() const { return end_.has_value(); }
+  [[nodiscard]] bool is_over() const { return end_ && Clock::now() >= *end_; }
+  /// For ppoll(): null while there is none.
+  const timespec* left() {
+    if (!end_) return nullptr;
+    const auto time = std::max(*end_ - Clock::now(), Clock::duration::zero());
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    left_ = {seconds.count(), std::chrono::nanoseconds(time - seconds).count()};
+    return &left_;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  std::optional<Clock::time_point> end_;
+  timespec left_{};
+};
+
+/// Passes the child's lines on until it has closed its output. The time that a child may take that
+/// was told to cancel does not begin anew with each of its lines.
 Report follow(const Child& child, const sigset_t& free_signals) {
   Report report;
-  bool told = false;
+  Deadline deadline;
   std::array<char, 65536> bytes{};
   for (;;) {
-    if (cancel_requested() && !told) {
+    if (cancel_requested() && !deadline.is_set()) {
       kill(child.pid, SIGTERM);
-      told = true;
+      deadline.set();
     }
     pollfd state{child.output.get(), POLLIN, 0};
     // The signals are let in only here, so that none can come between the question and the wait.
-    const int ready = ppoll(&state, 1, told ? &patience : nullptr, &free_signals);
-    if (ready < 0) continue;
-    if (ready == 0) kill(child.pid, SIGKILL);
+    const int ready = ppoll(&state, 1, deadline.left(), &free_signals);
+    if (deadline.is_over()) {
+      kill(child.pid, SIGKILL);
+      return report;
+    }
+    if (ready <= 0) continue;
     const ssize_t got = read(child.output.get(), bytes.data(), bytes.size());
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return report;
     report.take({bytes.data(), std::size_t(got)});
   }
+}
+
+/// The wait() status of a child that has closed its output and so has nothing more to do.
+int wait_for_end(pid_t child) {
+  constexpr timespec pause{0, 1'000'000};
+  Deadline deadline;
+  deadline.set();
+  int status = 0;
+  while (waitpid(child, &status, WNOHANG) == 0) {
+    if (deadline.is_over()) kill(child, SIGKILL);
+    nanosleep(&pause, nullptr);
+  }
+  return status;
 }
 
 }  // namespace
@@ -126,9 +168,7 @@ bool supervise(const std::string& program, const std::vector<std::string>& argum
   sigprocmask(SIG_BLOCK, &blocked, &free_signals);
   const Child child = start(program, arguments, free_signals);
   const Report report = follow(child, free_signals);
-  int status = 0;
-  while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) continue;
-
+  const int status = wait_for_end(child.pid);
   const bool went_well = status == 0 && report.closing.starts_with('d');
   if (went_well || (!report.closing.empty() && !report.closing.starts_with('d'))) {
     write_line(report.closing);

@@ -6,8 +6,9 @@
 #include <vector>
 
 /// Starts the program with those arguments, without a shell, and passes its lines on to standard
-/// output, up to its closing line. A cancel signal is handed down to it. When it ends without
-/// having closed its report, its leftovers in the working folder are put in order and a closing
-/// line says what happened. When this process is killed, the child is told to cancel. Returns
-/// whether the command went well.
+/// output, up to its closing line. A cancel signal is handed down to it, and it is killed when it
+/// is still there 10 s later, whatever it writes meanwhile. When it ends without having closed its
+/// report, its leftovers in the working folder are put in order and a closing line says what
+/// happened. When this process is killed, the child is told to cancel. Returns whether the command
+/// went well.
 bool supervise(const std::string& program, const std::vector<std::string>& arguments);

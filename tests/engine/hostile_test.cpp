@@ -170,6 +170,25 @@ TEST_F(Hostile, AFullDiskOrAnotherCommandStopsEveryCommand) {
   }
 }
 
+/// Both take the 10 s that an engine is given to end.
+TEST_F(Hostile, AnEngineThatDoesNotEndIsKilled) {
+  const auto start = [&](const std::string& script) {
+    const fs::path core = engine_.program("kvo_core");
+    fs::remove(core);
+    write_text(core, "#!/bin/sh\necho aRuns\n" + script + "\n");
+    fs::permissions(core, fs::perms(0755));
+    Running_command running = engine_.start("New = mean");
+    running.read_until("aRuns");
+    return running;
+  };
+  Running_command deaf = start("trap '' TERM\nwhile :; do echo .; sleep 0.1; done");
+  kill(deaf.pid(), SIGTERM);
+  Running_command mute = start("exec sleep 600 >&-");
+  EXPECT_EQ(mute.finish().closing(),
+            "WARNING: The engine ended before it finished: signal 9 (Killed).");
+  EXPECT_EQ(deaf.finish().closing(), "WARNING: The command was cancelled.");
+}
+
 /// All or nothing, whenever the signal comes and whoever gets it: the folder is as it was, or as
 /// the finished command leaves it. All commands write in the same way; these write most, least,
 /// and below a folder.
