@@ -47,7 +47,9 @@ bool is_output_name(std::string_view name) {
          });
 }
 
+/// The journal goes first: what is left of a folder that is half removed is then no command.
 void discard() {
+  unlink(journal.c_str());
   std::error_code ignored;
   std::filesystem::remove_all(stage, ignored);
 }
@@ -62,34 +64,49 @@ bool stays_inside(const std::string& name) {
   return is_output_name(name) && (!name.starts_with(sub_folder + "/") || is_folder(sub_folder));
 }
 
-void flush_folder(const std::string& path) {
+/// File systems that cannot flush a folder do without.
+bool flush_folder(const std::string& path) {
   const Q_fd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder) fsync(folder.get());
+  return !folder || fsync(folder.get()) == 0 || errno == EINVAL;
+}
+
+/// The journal stays, and the moves are made by whoever opens the folder next.
+[[noreturn]] void refuse_move(const std::string& what) {
+  const std::string reason = std::strerror(errno);
+  throw Refusal("The results are complete, but " + what + ": " + reason +
+                ". The next command in this folder puts them in their places first.");
+}
+
+void make_sub_folder() {
+  if (mkdir(sub_folder.c_str(), 0777) != 0 && errno != EEXIST)
+    refuse_move("the folder '" + sub_folder + "' cannot be made");
 }
 
 void make_move(const std::string& name) {
   const std::string from = stage + "/" + name;
   if (!stays_inside(name) || !entry_exists(from)) return;
-  if (rename(from.c_str(), name.c_str()) != 0)
-    throw Refusal("'" + name + "' cannot be replaced: " + std::strerror(errno) + ".");
+  if (rename(from.c_str(), name.c_str()) != 0) refuse_move("'" + name + "' cannot be replaced");
+}
+
+void make_removal(const std::string& name) {
+  if (!stays_inside(name) || unlink(name.c_str()) == 0) return;
+  if (errno != ENOENT && errno != EISDIR) refuse_move("'" + name + "' cannot be removed");
 }
 
 /// Makes the moves of the journal that have not been made.
 void make_moves() {
   const std::string moves = read_text(journal);
   const bool has_sub_folder = is_folder(stage + "/" + sub_folder);
-  if (has_sub_folder) mkdir(sub_folder.c_str(), 0777);
+  if (has_sub_folder) make_sub_folder();
   for (const TextLine& line : filled_lines(moves)) {
     if (line.text.starts_with(move_word)) {
       const std::string name(line.text.substr(move_word.size()));
       if (has_sub_folder || name.find('/') == std::string::npos) make_move(name);
     } else if (line.text.starts_with(remove_word)) {
-      const std::string name(line.text.substr(remove_word.size()));
-      if (stays_inside(name)) unlink(name.c_str());
+      make_removal(std::string(line.text.substr(remove_word.size())));
     }
   }
-  flush_folder(sub_folder);
-  flush_folder(".");
+  if (!flush_folder(sub_folder) || !flush_folder(".")) refuse_move("the disk does not take them");
   discard();
 }
 
@@ -104,19 +121,24 @@ Leftovers recover_locked() {
   return Leftovers::discarded;
 }
 
-/// What the system would say to a move into a folder: nothing may stop the moves once they begin.
-/// `folder` is what its entries are looked up in.
-void check_place(const std::string& name, const std::string& folder) {
+/// What the system would say to a move into a folder, or to a removal: nothing may stop the moves
+/// once they begin. `folder` is what its entries are looked up in, `done` what is done to the
+/// entry.
+void check_owner(const std::string& name, const std::string& folder, const std::string& done) {
   struct stat old {
   }, place{};
   if (lstat(name.c_str(), &old) != 0) return;
-  if (S_ISDIR(old.st_mode)) throw Refusal("'" + name + "' cannot be replaced: it is a folder.");
   const uid_t user = geteuid();
   if (user != 0 && stat(folder.c_str(), &place) == 0 && (place.st_mode & S_ISVTX) != 0 &&
       user != place.st_uid && user != old.st_uid)
-    throw Refusal("'" + name +
-                  "' cannot be replaced: it belongs to another user, and the folder lets nobody "
-                  "replace the files of others.");
+    throw Refusal("'" + name + "' cannot be " + done +
+                  ": it belongs to another user, and the folder lets nobody replace the files of "
+                  "others.");
+}
+
+void check_place(const std::string& name, const std::string& folder) {
+  if (is_folder(name)) throw Refusal("'" + name + "' cannot be replaced: it is a folder.");
+  check_owner(name, folder, "replaced");
 }
 
 void check_sub_folder() {
@@ -177,11 +199,17 @@ void Outputs::commit() {
     moves += move_word + name + "\n";
   }
   for (const std::string& name : removed_)
-    if (std::find(moved_.begin(), moved_.end(), name) == moved_.end())
+    if (std::find(moved_.begin(), moved_.end(), name) == moved_.end()) {
+      check_owner(name, name.find('/') == std::string::npos ? "." : sub_folder, "removed");
       moves += remove_word + name + "\n";
+    }
   // All at once: a flush of each file by itself would have the disk wait as often.
   if (syncfs(lock_.get()) != 0) refuse_folder(std::strerror(errno));
   if (!Q_write_whole(journal.c_str(), moves)) refuse_folder(std::strerror(errno));
-  flush_folder(stage);
+  if (!flush_folder(stage)) {
+    const std::string reason = std::strerror(errno);
+    discard();
+    refuse_folder(reason);
+  }
   make_moves();
 }

@@ -41,7 +41,9 @@ class Outputs {
   void remove(const std::string& name);
 
   /// Puts everything in its place. Throws Refusal, with nothing changed, when a place is taken by
-  /// something that is not a file or may not be replaced by this user.
+  /// something that is not a file or may not be replaced by this user, or the disk does not take
+  /// the outputs. When the disk fails between two moves, the Refusal says that the next command in
+  /// the folder makes the rest.
   void commit();
 
  private:

@@ -3,10 +3,54 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
 
 #include "companions/common/error.h"
 #include "companions/common/progress.h"
 #include "test_folder.h"
+
+namespace {
+
+/// The call of a system's function that is to fail, and the calls of it up to now.
+struct {
+  std::string function;
+  int at = 0;
+  int calls = 0;
+} fault;
+
+bool fails(const char* function) {
+  if (fault.function != function || ++fault.calls != fault.at) return false;
+  errno = EIO;
+  return true;
+}
+
+}  // namespace
+
+// The linker sends the calls of the engine through these.
+extern "C" {
+int __real_rename(const char* from, const char* to);
+int __wrap_rename(const char* from, const char* to) {
+  return fails("rename") ? -1 : __real_rename(from, to);
+}
+int __real_syncfs(int fd);
+int __wrap_syncfs(int fd) {
+  return fails("syncfs") ? -1 : __real_syncfs(fd);
+}
+int __real_fsync(int fd);
+int __wrap_fsync(int fd) {
+  return fails("fsync") ? -1 : __real_fsync(fd);
+}
+int __real_mkdir(const char* path, mode_t mode);
+int __wrap_mkdir(const char* path, mode_t mode) {
+  return fails("mkdir") ? -1 : __real_mkdir(path, mode);
+}
+int __real_unlink(const char* path);
+int __wrap_unlink(const char* path) {
+  return fails("unlink") ? -1 : __real_unlink(path);
+}
+}
 
 namespace {
 
@@ -83,6 +127,53 @@ TEST_F(OutputsTest, AreDiscardedOrFinishedAfterACrash) {
   EXPECT_EQ(::read_text("pp/b"), "new");
   EXPECT_FALSE(fs::exists("gone"));
   EXPECT_FALSE(fs::exists(".kvo_new"));
+}
+
+/// Every call on the way fails in turn: the folder is as it was, or the message says what is still
+/// to come and the next command finds it done.
+TEST_F(OutputsTest, SurviveADiskThatFailsAtAnyMoment) {
+  constexpr int MOST_CALLS = 50;
+  const auto state = [] {
+    std::string text;
+    for (const char* name : {"a", "b", "gone", "pp/c"})
+      text += fs::exists(name) ? ::read_text(name) + " " : "- ";
+    return text;
+  };
+  for (const char* function : {"rename", "syncfs", "fsync", "mkdir", "unlink"}) {
+    int failures = 0;
+    for (int at = 1; at < MOST_CALLS; ++at) {
+      SCOPED_TRACE(function + (" " + std::to_string(at)));
+      fs::remove_all("pp");
+      fs::remove("b");
+      put("a", "old");
+      put("gone", "old");
+      std::string refusal;
+      fault = {function, at, 0};
+      try {
+        Outputs outputs;
+        for (const char* name : {"a", "b", "pp/c"}) outputs.write_text(name, "new");
+        outputs.remove("gone");
+        outputs.commit();
+      } catch (const Refusal& reason) {
+        refusal = reason.what();
+      }
+      const bool failed = fault.calls >= at;
+      fault = {};
+      if (refusal.empty()) {
+        EXPECT_EQ(state(), "new new - new ");
+      } else if (refusal.starts_with("The results are complete, but ")) {
+        EXPECT_EQ(recover_folder(), Leftovers::completed) << refusal;
+        EXPECT_EQ(state(), "new new - new ") << refusal;
+      } else {
+        EXPECT_EQ(state(), "old - old - ") << refusal;
+        EXPECT_EQ(recover_folder(), Leftovers::none) << refusal;
+      }
+      if (!failed) break;
+      ++failures;
+      ASSERT_LT(at + 1, MOST_CALLS);
+    }
+    EXPECT_GE(failures, 1) << function;
+  }
 }
 
 TEST_F(OutputsTest, OfAStrangerReachNothingOutsideTheFolder) {
