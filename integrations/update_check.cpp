@@ -5,10 +5,17 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <sstream>
 #include <string>
+#include <string_view>
 
 #include "dialogs/frame.h"
 #include "dialogs/message.h"
@@ -17,6 +24,8 @@
 #include "util/files.h"
 #include "util/lines.h"
 #include "util/process.h"
+#include "util/q_string.h"
+#include "util/read_file.h"
 
 namespace {
 
@@ -25,6 +34,21 @@ using Clock = std::chrono::steady_clock;
 /// wget waits this long for each of look-up, connection and reading.
 constexpr int WGET_TIMEOUT_S = 2;
 constexpr auto PATIENCE = std::chrono::seconds(3 * WGET_TIMEOUT_S);
+/// A longer version file is not read to its end. The first line of any is.
+constexpr std::size_t LONGEST_REPLY = std::size_t{1} << 16;
+static_assert(LONGEST_REPLY > Q_STRING_MAX);
+constexpr std::size_t LARGEST_UPDATE = std::size_t{1} << 30;
+
+static_assert(std::string_view(KVO_UPDATE_URL).starts_with("https://"));
+
+/// What stands before wget for a site. wget follows a redirect to an address without encryption,
+/// where anybody on the way could forge the answer, and no option forbids it; through a proxy with
+/// an impossible port nothing comes from there.
+const char* environment_for(const char* site) {
+  constexpr const char* ENCRYPTED_ONLY =
+      "http_proxy=http://127.0.0.1:0/ ftp_proxy=http://127.0.0.1:0/ no_proxy= ";
+  return std::string_view(site).starts_with("https:") ? ENCRYPTED_ONLY : "";
+}
 
 /// Whether the descriptor can be read, or is at its end, before the time is over.
 bool readable_before(int fd, Clock::time_point end) {
@@ -33,26 +57,101 @@ bool readable_before(int fd, Clock::time_point end) {
   return left.count() > 0 && poll(&state, 1, static_cast<int>(left.count())) > 0;
 }
 
-/// The first line that comes out of the descriptor. Empty when it is not whole in time: a time-out
-/// for each read, which is all that wget has, never ends with a site that drips.
-std::string first_line(int fd) {
+/// What a site says in its version file, as far as it has come in time.
+struct Reply {
+  std::string text;
+  bool whole = false;  ///< to its end
+};
+
+/// Reads on until the reply is whole, too long or too late: a time-out for each read, which is all
+/// that wget has, never ends with a site that drips.
+Reply reply_of(int fd) {
   const Clock::time_point end = Clock::now() + PATIENCE;
-  std::string reply;
+  Reply reply;
   std::array<char, 4096> block{};
-  while (readable_before(fd, end)) {
-    const ssize_t length = read(fd, block.data(), block.size());
-    if (length > 0) reply.append(block.data(), static_cast<std::size_t>(length));
-    const Q_line line = Q_first_line(reply);
-    if (line.complete || length <= 0) return std::string(line.text);
+  while (reply.text.size() < LONGEST_REPLY && readable_before(fd, end)) {
+    const ssize_t length = Q_read_some(fd, block.data(), block.size());
+    if (length > 0) reply.text.append(block.data(), static_cast<std::size_t>(length));
+    reply.whole = length == 0;
+    if (length <= 0) break;
   }
-  return "";
+  return reply;
 }
 
-std::string version_on_site(const char* site) {
-  const Q_pipe reply =
-      Q_openr_exec(false, "wget -q -t 1 -T %i -O - %ssoftware/current.txt", WGET_TIMEOUT_S, site);
-  return reply != nullptr ? first_line(fileno(reply.get())) : "";
+Reply version_file(const char* site) {
+  const Q_pipe pipe = Q_openr_exec(false, "%swget -q -t 1 -T %i -O - %ssoftware/current.txt",
+                                   environment_for(site), WGET_TIMEOUT_S, site);
+  return pipe != nullptr ? reply_of(fileno(pipe.get())) : Reply();
 }
+
+/// The first line of the reply; empty when it has not come whole.
+std::string version_in(const Reply& reply) {
+  const Q_line line = Q_first_line(reply.text);
+  return line.complete || reply.whole ? std::string(line.text) : "";
+}
+
+std::string update_name() {
+  return Q_format("update%.2f", KVO_VERSION).str();
+}
+
+/// What the version file says of an update program.
+struct Description {
+  std::string size, checksum;
+};
+
+/// The description of this version's update program. A site that describes none at all publishes
+/// none, and there is nothing to compare with; otherwise one that is missing has an empty checksum.
+std::optional<Description> description_in(const Reply& reply) {
+  bool describes = !reply.whole;
+  for (const std::string_view line : Q_split_lines(reply.text)) {
+    std::istringstream words{std::string(line)};
+    std::string name;
+    Description description;
+    words >> name >> description.size >> description.checksum;
+    if (name == update_name()) return description;
+    describes = describes || name.starts_with("update");
+  }
+  return describes ? std::optional(Description()) : std::nullopt;
+}
+
+std::string file_error() {
+  return std::string("it cannot be stored: ") + std::strerror(errno);
+}
+
+/// Why a file is not what was described; empty when it is.
+std::string mismatch(const char* path, const Description& description) {
+  if (description.checksum.empty()) return "the site does not describe it";
+  Q_read_fault fault;
+  const std::optional<std::string> content = Q_read_file(path, LARGEST_UPDATE, fault);
+  if (!content) return "it " + fault.text;
+  const std::string size = std::to_string(content->size());
+  if (size != description.size)
+    return "it has " + size + " bytes instead of the " + description.size + " that the site states";
+  const Q_g_memory<char> checksum(g_compute_checksum_for_data(
+      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(content->data()), content->size()));
+  return description.checksum == checksum.get()
+             ? ""
+             : "its checksum is not the one that the site states";
+}
+
+/// A new folder of the installation that nobody else can enter or guess the name of. It goes with
+/// all that it holds.
+class Private_folder {
+ public:
+  Private_folder() : path_(kvo_s_dir.str() + "/.update-XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) path_.clear();
+  }
+  Private_folder(const Private_folder&) = delete;
+  Private_folder& operator=(const Private_folder&) = delete;
+  ~Private_folder() {
+    std::error_code ignored;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+  }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 bool user_accepts() {
   Q_dialog dialog(Q_input_new_dialog(
@@ -62,11 +161,18 @@ bool user_accepts() {
   return dialog.run();
 }
 
-void download(const char* site) {
-  const std::string target = kvo_s_dir.str() + "/update";
-  Q_execute_r(true, "wget -O %s %ssoftware/update/update%.2f", Q_shell_quoted(target).c_str(), site,
-              KVO_VERSION);
-  Q_chmod_x("%s", target.c_str());
+/// Stores the update program. Why that has failed; empty when it has not.
+std::string download(const char* site, const std::optional<Description>& description) {
+  const Private_folder folder;
+  if (folder.path().empty()) return file_error();
+  const std::string file = folder.path() + "/update";
+  Q_execute_r(true, "%swget -O %s %ssoftware/update/%s", environment_for(site),
+              Q_shell_quoted(file).c_str(), site, update_name().c_str());
+  const std::string fault = description ? mismatch(file.c_str(), *description) : "";
+  if (!fault.empty()) return fault;
+  Q_chmod_x("%s", file.c_str());
+  // An update that is there already may be running, and keeps its own file.
+  return rename(file.c_str(), (kvo_s_dir.str() + "/update").c_str()) == 0 ? "" : file_error();
 }
 
 }  // namespace
@@ -77,18 +183,21 @@ bool kvo_is_newer_version(const char* reply_line) {
 }
 
 Update kvo_offer_update(const char* site) {
-  if (!kvo_is_newer_version(version_on_site(site).c_str())) return Update::NONE_KNOWN;
+  const Reply reply = version_file(site);
+  if (!kvo_is_newer_version(version_in(reply).c_str())) return Update::NONE_KNOWN;
   if (!user_accepts()) return Update::DECLINED;
   // Lets the dialog go from the screen: nothing is drawn during the download.
   Q_process_events();
-  download(site);
-  return Update::DOWNLOADED;
+  const std::string fault = download(site, description_in(reply));
+  if (fault.empty()) return Update::DOWNLOADED;
+  Q_input_warning("The update has not been installed: %s", fault.c_str());
+  return Update::FAILED;
 }
 
 bool kvo3_new_update() {
   const Update update = kvo_offer_update(KVO_UPDATE_URL);
   if (update == Update::DOWNLOADED) std::exit(0);
-  return update == Update::DECLINED;
+  return update != Update::NONE_KNOWN;
 }
 
 void kvo3_check_updates() {

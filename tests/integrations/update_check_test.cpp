@@ -145,6 +145,27 @@ TEST_F(Update_check, KnowsNothingWithoutASite) {
   setenv("PATH", path.c_str(), 1);
 }
 
+/// As if the https site answered with a redirect to its plain address.
+TEST_F(Update_check, TakesNoPlainAnswerForAnEncryptedSite) {
+  const fs::path programs = fs::path(kvo_s_dir.str()) / "programs";
+  fs::create_directory(programs);
+  write_text(
+      programs / "wget",
+      "#!/bin/sh\nfor word; do shift; set -- \"$@\" \"$(echo \"$word\" | sed s/https:/http:/)\"; "
+      "done\nexec /usr/bin/wget \"$@\"\n");
+  fs::permissions(programs / "wget", fs::perms(0755));
+  const std::string path = g_getenv("PATH");
+  setenv("PATH", (programs.string() + ":" + path).c_str(), 1);
+  setenv("no_proxy", "127.0.0.1", 1);
+  const std::string plain = site_.replying("4.32");
+  Dialog_driver user;
+  user.answer({}, "Cancel");
+  EXPECT_EQ(kvo_offer_update(plain.c_str()), Update::DECLINED);
+  EXPECT_EQ(kvo_offer_update(("https" + plain.substr(4)).c_str()), Update::NONE_KNOWN);
+  unsetenv("no_proxy");
+  setenv("PATH", path.c_str(), 1);
+}
+
 TEST_F(Update_check, DownloadsAnAcceptedUpdate) {
   using Answer = void (*)(Shown_dialog&);
   const struct {
@@ -174,6 +195,46 @@ TEST_F(Update_check, DownloadsAnAcceptedUpdate) {
     EXPECT_EQ(stat(update_file().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0755U);
     fs::remove(update_file());
+  }
+}
+
+TEST_F(Update_check, StoresOnlyWhatTheSiteDescribes) {
+  const std::string program = "the program of update4.31";
+  const Q_g_memory<char> sum(g_compute_checksum_for_string(G_CHECKSUM_SHA256, program.c_str(), -1));
+  const std::string size = std::to_string(program.size()) + " ";
+  const std::string not_described = "the site does not describe it";
+  const auto describing = [&](const std::string& lines) {
+    return site_.replying("4.32\n" + lines);
+  };
+  const struct {
+    std::string site;
+    std::string fault;
+  } cases[] = {
+      {describing("update4.30 1 x\r\nupdate4.31 " + size + sum.get() + "\r\n"), ""},
+      {describing("notes\n"), ""},
+      {describing("update4.30 1 x\n"), not_described},
+      {describing("update4.31 " + size + "\n"), not_described},
+      {site_.address("megabytes"), not_described},  // if so, further down than is read
+      {describing("update4.31 9 " + std::string(sum.get()) + "\n"),
+       "it has 25 bytes instead of the 9 that the site states"},
+      {describing("update4.31 " + size + std::string(64, '0') + "\n"),
+       "its checksum is not the one that the site states"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.site);
+    write_text(update_file(), "old");
+    const Q_file running(std::fopen(update_file().c_str(), "r"));
+    Dialog_driver user;
+    user.answer({}, "OK");
+    if (!c.fault.empty()) user.answer({}, "OK");
+    EXPECT_EQ(kvo_offer_update(c.site.c_str()),
+              c.fault.empty() ? Update::DOWNLOADED : Update::FAILED);
+    if (!c.fault.empty()) {
+      EXPECT_EQ(user.messages().back(), "The update has not been installed: " + c.fault);
+    }
+    EXPECT_EQ(read_text(update_file()), c.fault.empty() ? program : "old");
+    EXPECT_EQ(std::fgetc(running.get()), 'o') << "an update that runs was written over";
+    EXPECT_EQ(std::distance(fs::directory_iterator(kvo_s_dir.str()), {}), 1);
   }
 }
 

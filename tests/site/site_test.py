@@ -4,6 +4,7 @@
 site_test.py INSTALLATION [PICTURES]: with a folder for PICTURES it leaves screenshots to look at."""
 
 import filecmp
+import hashlib
 import html
 import html.parser
 import os
@@ -102,9 +103,12 @@ class Files(unittest.TestCase):
 
     def test_version(self):
         version = re.search(r"project\(quorvane VERSION (\S+)", text_of("CMakeLists.txt"))[1]
-        self.assertEqual(text_of("site/software/current.txt"), version + "\n")
         self.assertIn(f"Version {version}<", text_of("site/manual/index.html"))
         update = os.path.join(SITE, f"software/update/update{version}")
+        with open(update, "rb") as file:
+            program = file.read()
+        self.assertEqual(text_of("site/software/current.txt"), f"{version}\nupdate{version} "
+                         f"{len(program)} {hashlib.sha256(program).hexdigest()}\n")
         done = subprocess.run([update], text=True, stdout=subprocess.PIPE, check=True)
         self.assertIn(f"Quorvane {version} is the newest version", done.stdout)
 
