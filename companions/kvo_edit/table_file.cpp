@@ -20,7 +20,7 @@ constexpr const char* MISSING = "NA";
 /// What is on disk; nothing when there is no file.
 std::optional<std::string> content_of(const std::string& path) {
   Q_read_fault fault;
-  std::optional<std::string> content = Q_read_text(path.c_str(), fault);
+  std::optional<std::string> content = Q_table_read(path.c_str(), fault);
   if (!content && fault.open_error != ENOENT) throw Refusal("'" + path + "' " + fault.text + ".");
   return content;
 }

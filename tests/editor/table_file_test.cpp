@@ -245,12 +245,16 @@ TEST(TableFile, SaysWhyItCannotOpen) {
   const Test_folder folder;
   std::filesystem::create_directory("folder");
   ASSERT_EQ(mkfifo("pipe", 0600), 0);
+  std::string wide(49998, ',');
+  for (int row = 0; row < 100; ++row) wide += "\na";
+  write_text("wide", wide);
   struct {
     const char* path;
     const char* message;
   } const cases[] = {
       {"folder", "'folder' is not a regular file."},
       {"pipe", "'pipe' is not a regular file."},
+      {"wide", "'wide' has more than 5000000 cells."},
   };
   for (const auto& c : cases) {
     try {
