@@ -57,6 +57,8 @@ void run_mean(const Kvo_mean_answers& answers) {
 Kvo_composed kvo_compose_mean(const Kvo_mean_answers& answers) {
   if (answers.name.empty()) return kvo_refusal(KVO_NO_NAME);
   const std::string name = kvo_safe_name(answers.name);
+  if (std::string reason = kvo_map_name_refusal(name); !reason.empty())
+    return kvo_refusal(std::move(reason));
   const std::string& filter = answers.filter;
   return kvo_composed(
       {name, filter},
