@@ -87,12 +87,13 @@ void kvo3_batch_save() {
 }
 
 void kvo3_batch_run() {
-  // Between two commands the pop-up is away for a moment, in which a click may come through.
-  static bool running = false;
-  if (running || Q_busy) return;
+  if (Q_input_block::exists()) return;
   const std::vector<std::string> lines = Q_batch_lines(pane_text());
   if (!check_lines(lines)) return;
-  running = true;
-  for (const std::string& line : lines) kvo3_exec_core(false, "%s", line.c_str());
-  running = false;
+  const Q_input_block block;
+  for (const std::string& line : lines)
+    if (!kvo3_exec_core(false, "%s", line.c_str())) {
+      Q_print_warning(0, "A command was cancelled, so the batch has been stopped.\n");
+      return;
+    }
 }

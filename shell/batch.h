@@ -23,6 +23,7 @@ std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lin
 void kvo3_batch_print();
 /// Handler of the save action: writes the pane to "kvo_batch.txt" and says so.
 void kvo3_batch_save();
-/// Handler of the run action: runs the pane's lines in order; records nothing. Does nothing while a
-/// run goes on.
+/// Handler of the run action: runs the pane's lines in order; records nothing. Ends with a command
+/// that the user cancels, and when the user closes the main window. Does nothing while other work
+/// goes on.
 void kvo3_batch_run();

@@ -2,12 +2,12 @@
 
 #include <sys/wait.h>
 
-#include "shell/busy.h"
 #include "shell/console.h"
 #include "shell/follower.h"
 #include "shell/random_id.h"
 #include "util/files.h"
 #include "util/process.h"
+#include "util/text.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ std::string reason(std::optional<int> wait_status) {
 
 std::optional<std::string> follow(Q_follower& output, Q_watched_command& program,
                                   const Q_line_taker& take_line) {
-  for (;;) {
+  while (!Q_console_gone()) {
     // Asked before the read: what the program wrote before its end is then sure to be read.
     const bool ended = program.ended();
     const std::optional<std::string> line = output.next_line(ended);
@@ -38,9 +38,19 @@ std::optional<std::string> follow(Q_follower& output, Q_watched_command& program
       Q_process_events();
     }
   }
+  return "the window has been closed";
 }
 
 }  // namespace
+
+bool Q_run::exists_ = false;
+
+bool Q_run::allowed(const char* command) const {
+  if (!is_only_)
+    Q_print_warning(0, "The command '%s' has not been run because another one is running.\n",
+                    Q_markup_escape(command).c_str());
+  return is_only_;
+}
 
 std::optional<std::string> Q_run_companion(const char* program, const std::string& arguments,
                                            const Q_line_taker& take_line) {
