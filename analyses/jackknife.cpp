@@ -39,14 +39,14 @@ class Temporary_variable {
     save_table(" and still has the jackknife analysis' temporary variable.");
   }
 
-  /// Runs the mean without the study; false when the table could not be saved for it or the user has
-  /// ended the run.
+  /// Runs the mean without the study; false when the table could not be saved for it or the user
+  /// has ended the run.
   [[nodiscard]] bool run_without(const Kvo_jackknife_run& run) {
     const Q_cell value = TABLE(row_, run.column);
     set(run.column, "NA");
     const bool saved = save_table(", so the jackknife analysis has been stopped.");
-    const bool goes_on = saved && kvo3_exec_core(true, "%s = mean %s", run.map.c_str(),
-                                                 KVO_JACKKNIFE_VARIABLE);
+    const bool goes_on =
+        saved && kvo3_exec_core(true, "%s = mean %s", run.map.c_str(), KVO_JACKKNIFE_VARIABLE);
     if (saved && !goes_on)
       Q_print_warning(0, "A command was cancelled, so the jackknife analysis has been stopped.\n");
     set(run.column, value);

@@ -32,8 +32,8 @@ std::string cut(const std::string& text, std::size_t limit) {
   return text.substr(0, Q_utf8_cut(text, limit));
 }
 
-/// Gives names that occur twice, or that no map can have, a number at the end, which no other of the
-/// names has.
+/// Gives names that occur twice, or that no map can have, a number at the end, which no other of
+/// the names has.
 Q_string_list told_apart(const Q_string_list& names) {
   std::set<std::string> taken(names.begin(), names.end());
   std::set<std::string> given;

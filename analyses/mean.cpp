@@ -11,6 +11,7 @@
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
+#include "shell/busy.h"
 #include "workspace/map_lists.h"
 #include "workspace/study_table.h"
 
@@ -39,6 +40,7 @@ std::optional<Kvo_mean_answers> ask() {
 void run_jackknife(const Kvo_mean_answers& answers) {
   const Kvo_composed composed = kvo_compose_jackknife(answers, KVO_TableT);
   if (kvo_refused(composed.refusal)) return;
+  const Q_input_block block;
   kvo_print_comment(composed);
   Q_string name(kvo_safe_name(answers.name));
   kvo3_jackknife(name, answers.filter.c_str());

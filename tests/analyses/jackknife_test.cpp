@@ -146,7 +146,11 @@ TEST_F(Jackknife, ShortensTheNameInPlace) {
 
 TEST_F(Jackknife, EndsWithTheWindowOrACancelledRunAndRestoresTheTable) {
   for (const bool closed : {false, true}) {
-    set_engine("[ $run = 2 ] && { echo '  here'; sleep 1; echo c; echo 'WARNING: cancelled'; }\necho d\n");
+    if (closed) write_text("wait", "");
+    set_engine(
+        "[ $run = 2 ] || { echo d; exit; }\n"
+        "echo '  here'; while [ -e wait ]; do sleep 0.05; done; echo c; echo 'WARNING: "
+        "cancelled'\n");
     // Where no pop-up has the input, nothing else has it either.
     std::vector<bool> guarded;
     const auto look = +[](GtkTextBuffer*, std::vector<bool>* seen) {
@@ -161,6 +165,7 @@ TEST_F(Jackknife, EndsWithTheWindowOrACancelledRunAndRestoresTheTable) {
     if (closed) g_timeout_add(1, close, nullptr);
     Q_string name("M");
     kvo3_jackknife(name, "");
+    std::filesystem::remove("wait");
     EXPECT_EQ(runs().size(), 2U);
     expect_table_restored();
     EXPECT_GE(guarded.size(), 2U);
