@@ -4,8 +4,9 @@
 
 #include "shell/console.h"
 #include "shell/follower.h"
-#include "shell/random_id.h"
+#include "shell/run_output.h"
 #include "util/files.h"
+#include "util/lines.h"
 #include "util/process.h"
 #include "util/text.h"
 
@@ -41,6 +42,15 @@ std::optional<std::string> follow(Q_follower& output, Q_watched_command& program
   return "the window has been closed";
 }
 
+/// Hands on what the shell has to say when it, and not the program, has failed.
+void report_complaint(const std::string& command_line, std::optional<int> wait_status,
+                      const Q_line_taker& take_line) {
+  if (!wait_status || *wait_status == 0 || !WIFEXITED(*wait_status)) return;
+  const std::string complaint = Q_markup_escape(Q_shell_complaint(command_line));
+  for (const std::string_view line : Q_split_lines(complaint))
+    if (!line.empty()) take_line("  " + std::string(line), false);
+}
+
 }  // namespace
 
 bool Q_run::exists_ = false;
@@ -55,17 +65,16 @@ bool Q_run::allowed(const char* command) const {
 std::optional<std::string> Q_run_companion(const char* program, const std::string& arguments,
                                            const Q_line_taker& take_line) {
   Q_set_busy(NAME, true);
-  const int id = Q_runif_int();
-  const Q_string path = Q_format("kvo_%i.tmp", id);
-  Q_openw_or_die("%s", path.c_str());
-  Q_watched_command command(Q_shell_quoted(Qs_ProgramDir.str() + "/" + program) + " " + arguments +
-                            " > " + path.str());
   std::optional<std::string> gone;
   {
-    Q_follower output(Q_openr_or_die("%s", path.c_str()), path.c_str());
+    Q_run_output file;
+    const std::string line = Q_shell_quoted(Qs_ProgramDir.str() + "/" + program) + " " + arguments +
+                             " > " + file.path().str();
+    Q_watched_command command(line);
+    Q_follower output(file.take_reader(), file.path().c_str());
     gone = follow(output, command, take_line);
+    if (gone) report_complaint(line, command.wait_status(), take_line);
   }
-  Q_rm("%s", path.c_str());
   Q_set_busy(NAME, false);
   return gone;
 }

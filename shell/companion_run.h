@@ -12,8 +12,8 @@
 /// there already. True ends the run.
 using Q_line_taker = std::function<bool(const std::string& line, bool more)>;
 
-/// A run, from the echo of its command to the last of what is printed about it. The main window takes
-/// no input meanwhile, and a run that begins all the same, by whatever way, is to be refused.
+/// A run, from the echo of its command to the last of what is printed about it. The main window
+/// takes no input meanwhile, and a run that begins all the same, by whatever way, is to be refused.
 class Q_run {
  public:
   Q_run() : is_only_(!exists_) { exists_ = true; }
@@ -37,6 +37,7 @@ class Q_run {
 /// `take_line` until that returns true or the program is gone. The output goes through a temporary
 /// file of the working folder, which is removed at the end. When the user closes the main window,
 /// the run ends at once, while the program goes on to its own end. Nothing when `take_line` ended
-/// the run, else why the program or the window is gone, as plain text.
+/// the run, else why the program or the window is gone, as plain text; what the shell says of a
+/// command line that it cannot read is handed on as lines before.
 std::optional<std::string> Q_run_companion(const char* program, const std::string& arguments,
                                            const Q_line_taker& take_line);

@@ -121,13 +121,14 @@ TEST(Runner, SaysWhyTheEngineIsGone) {
     std::string command;
     std::string shown;
   };
+  const std::string said = "  /bin/sh: 1: Syntax error: ";
   const Case cases[] = {
       {"echo '  x'; exit 3", "go", "  x\n" + gone("exit status 3")},
       {"echo '  x'; kill -9 $$", "go", "  x\n" + gone("signal 9 (Killed)")},
       {"kill -SEGV $$", "go", gone("signal 11 (Segmentation fault)")},
-      {"echo 'd'", "go (", gone("exit status 2")},
-      {"echo 'd'", "go \"", gone("exit status 2")},
-      {"echo 'd'", "go 'it", gone("exit status 2")},
+      {"echo 'd'", "go (", said + "\"(\" unexpected\n" + gone("exit status 2")},
+      {"echo 'd'", "go & & \"a\"", said + "\"&\" unexpected\n" + gone("exit status 2")},
+      {"echo 'd'", "go 'it", said + "Unterminated quoted string\n" + gone("exit status 2")},
       {"", "go", gone("exit status 127, the program was not found")},
       {"echo 'WARNING: own words'; exit 1", "go", "\nWARNING: own words\n\n"},
       {"echo 'd'; exit 1", "go", DONE},
@@ -397,8 +398,7 @@ TEST(TypedCommand, StaysUnlessEnterGoesDownAndUpInIt) {
   send_key(panes, GDK_KEY_RELEASE, GDK_KEY_Return);
   send_key(panes, GDK_KEY_PRESS, GDK_KEY_Return);
   GdkEvent* event = gdk_event_new(GDK_FOCUS_CHANGE);
-  event->focus_change.window =
-      GDK_WINDOW(g_object_ref(gtk_widget_get_window(panes.entry())));
+  event->focus_change.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(panes.entry())));
   gtk_widget_event(panes.entry(), event);
   gdk_event_free(event);
   send_key(panes, GDK_KEY_RELEASE, GDK_KEY_KP_Enter);
@@ -408,7 +408,8 @@ TEST(TypedCommand, StaysUnlessEnterGoesDownAndUpInIt) {
 }
 
 /// Does something with the events after each change of the main pane in which the pop-up is not
-/// there: between the echo of a command and the pop-up, and between the pop-up and the end of the run.
+/// there: between the echo of a command and the pop-up, and between the pop-up and the end of the
+/// run.
 class Without_pop_up {
  public:
   explicit Without_pop_up(std::function<void()> action) : action_(std::move(action)) {
