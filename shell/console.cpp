@@ -31,6 +31,15 @@ void print_stamped(int pane, const char* grey_text, const char* text) {
           text);
 }
 
+/// The text with the characters that its entities stand for. Tags stay as they are.
+std::string without_entities(const std::string& text) {
+  char* raw = nullptr;
+  if (text.find('<') == std::string::npos)
+    pango_parse_markup(text.c_str(), -1, 0, nullptr, &raw, nullptr, nullptr);
+  const Q_g_memory<char> plain(raw);
+  return plain == nullptr ? text : plain.get();
+}
+
 void append_markup(int pane, const std::string& markup) {
   GtkTextBuffer* buffer = Qw_v_OutputBuffer.at(static_cast<std::size_t>(pane));
   if (buffer == nullptr) return;
@@ -83,7 +92,7 @@ void Q_print(const char* attributes, int pane, const char* format, ...) {
 void Q_print_action(int pane, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(text, format);
   if (Qw_WorkingWindowLabel != nullptr) {
-    const Q_g_memory<char> valid(g_utf8_make_valid(text.c_str(), -1));
+    const Q_g_memory<char> valid(g_utf8_make_valid(without_entities(text.str()).c_str(), -1));
     gtk_label_set_text(GTK_LABEL(Qw_WorkingWindowLabel), valid.get());
   }
   print_stamped(pane, "", (text.str() + "...").c_str());

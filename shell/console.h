@@ -34,7 +34,7 @@ inline constexpr const char* Q_ENGINE = "color='#004422' font_family='monospace'
                                            ...);
 
 /// Begins a step of work: a time stamp, the text and "..." without a line end. The text also
-/// becomes the busy pop-up's label while that is shown.
+/// becomes the busy pop-up's label while that is shown, with its entities as plain characters.
 [[gnu::format(printf, 2, 3)]] void Q_print_action(int pane, const char* format, ...);
 /// The time stamp and a bold "DONE", and an empty line.
 void Q_print_done(int pane);
