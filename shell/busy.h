@@ -1,7 +1,7 @@
 #pragma once
 
-// What the user sees and cannot do while a companion program works: the modal pop-up that stands over
-// the main window, and the block of its input.
+// What the user sees and cannot do while a companion program works: the modal pop-up that stands
+// over the main window, and the block of its input.
 
 #include <gtk/gtk.h>
 

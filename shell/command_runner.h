@@ -15,6 +15,6 @@
 void kvo3_connect_entry(GtkWidget* entry);
 
 /// Handler of "key-release-event" of that field: one of the Enter keys, when it was pressed in the
-/// field too, runs the typed command and adds it to the drop-down list. While other work goes on the
-/// command stays where it is.
+/// field too, runs the typed command and adds it to the drop-down list. While other work goes on
+/// the command stays where it is.
 gboolean kvo3_core(GtkWidget* entry, GdkEventKey* event, gpointer data);
