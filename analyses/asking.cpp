@@ -1,6 +1,7 @@
 #include "analyses/asking.h"
 
 #include "dialogs/message.h"
+#include "shell/busy.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/text.h"
@@ -29,6 +30,8 @@ void kvo_print_comment(const Kvo_composed& composed) {
 }
 
 void kvo_run(const Kvo_composed& composed) {
+  // Other work would come between the comment and its command.
+  const Q_input_block block;
   kvo_print_comment(composed);
   kvo3_exec_core(true, "%s", composed.command.c_str());
 }

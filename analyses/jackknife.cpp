@@ -1,33 +1,16 @@
 #include "analyses/jackknife.h"
 
-#include <gtk/gtk.h>
-
 #include <cerrno>
 #include <cstring>
 
 #include "analyses/jackknife_plan.h"
+#include "shell/busy.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/text.h"
 #include "workspace/study_table.h"
 
 namespace {
-
-/// Keeps the user's input from the main window, also between two runs: another action would find a
-/// study table in between.
-class Input_block {
- public:
-  Input_block() : widget_(gtk_invisible_new()) { gtk_grab_add(widget_); }
-  Input_block(const Input_block&) = delete;
-  Input_block& operator=(const Input_block&) = delete;
-  ~Input_block() {
-    gtk_grab_remove(widget_);
-    gtk_widget_destroy(widget_);
-  }
-
- private:
-  GtkWidget* widget_;
-};
 
 bool save_table(const char* consequence) {
   if (Q_table_save(KVO_TableT, "%s", KVO_TABLE_FILE)) return true;
@@ -56,14 +39,18 @@ class Temporary_variable {
     save_table(" and still has the jackknife analysis' temporary variable.");
   }
 
-  /// Runs the mean without the study; false when the table could not be saved for it.
+  /// Runs the mean without the study; false when the table could not be saved for it or the user
+  /// has ended the run.
   [[nodiscard]] bool run_without(const Kvo_jackknife_run& run) {
     const Q_cell value = TABLE(row_, run.column);
     set(run.column, "NA");
     const bool saved = save_table(", so the jackknife analysis has been stopped.");
-    if (saved) kvo3_exec_core(true, "%s = mean %s", run.map.c_str(), KVO_JACKKNIFE_VARIABLE);
+    const bool goes_on =
+        saved && kvo3_exec_core(true, "%s = mean %s", run.map.c_str(), KVO_JACKKNIFE_VARIABLE);
+    if (saved && !goes_on)
+      Q_print_warning(0, "A command was cancelled, so the jackknife analysis has been stopped.\n");
     set(run.column, value);
-    return saved;
+    return goes_on;
   }
 
  private:
@@ -79,7 +66,8 @@ class Temporary_variable {
 void kvo3_jackknife(Q_string& name, const char* filter) {
   const Kvo_jackknife_plan plan = kvo_plan_jackknife(KVO_TableT, name.str(), filter);
   name = Q_string(plan.name);
-  const Input_block block;
+  // Other work would find a study table in between.
+  const Q_input_block block;
   Temporary_variable variable(filter);
   for (const Kvo_jackknife_run& run : plan.runs)
     if (!variable.run_without(run)) return;

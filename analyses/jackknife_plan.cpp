@@ -6,6 +6,7 @@
 
 #include "analyses/names.h"
 #include "util/text.h"
+#include "workspace/map_lists.h"
 
 namespace {
 
@@ -31,14 +32,16 @@ std::string cut(const std::string& text, std::size_t limit) {
   return text.substr(0, Q_utf8_cut(text, limit));
 }
 
-/// Gives names that occur twice a number at the end, which no other of the names has.
+/// Gives names that occur twice, or that no map can have, a number at the end, which no other of
+/// the names has.
 Q_string_list told_apart(const Q_string_list& names) {
   std::set<std::string> taken(names.begin(), names.end());
   std::set<std::string> given;
   Q_string_list result;
   for (const std::string& name : names) {
     std::string unique = name;
-    for (int number = 2; given.contains(unique) || (unique != name && taken.contains(unique));
+    for (int number = 2; given.contains(unique) || kvo_is_negative_tail(unique) ||
+                         (unique != name && taken.contains(unique));
          ++number) {
       const std::string suffix = Q_format("_%i", number).str();
       unique = cut(name, MAP_NAME_MAX - suffix.size()) + suffix;

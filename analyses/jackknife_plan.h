@@ -10,7 +10,7 @@
 /// The mean without one study.
 struct Kvo_jackknife_run {
   long column;      ///< the study's column in the study table
-  std::string map;  ///< at most 60 bytes, and no other run's
+  std::string map;  ///< at most 60 bytes, no other run's, and not that of a negative tail
 };
 
 struct Kvo_jackknife_plan {

@@ -11,6 +11,7 @@
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
+#include "shell/busy.h"
 #include "workspace/map_lists.h"
 #include "workspace/study_table.h"
 
@@ -39,6 +40,7 @@ std::optional<Kvo_mean_answers> ask() {
 void run_jackknife(const Kvo_mean_answers& answers) {
   const Kvo_composed composed = kvo_compose_jackknife(answers, KVO_TableT);
   if (kvo_refused(composed.refusal)) return;
+  const Q_input_block block;
   kvo_print_comment(composed);
   Q_string name(kvo_safe_name(answers.name));
   kvo3_jackknife(name, answers.filter.c_str());
@@ -57,6 +59,8 @@ void run_mean(const Kvo_mean_answers& answers) {
 Kvo_composed kvo_compose_mean(const Kvo_mean_answers& answers) {
   if (answers.name.empty()) return kvo_refusal(KVO_NO_NAME);
   const std::string name = kvo_safe_name(answers.name);
+  if (std::string reason = kvo_map_name_refusal(name); !reason.empty())
+    return kvo_refusal(std::move(reason));
   const std::string& filter = answers.filter;
   return kvo_composed(
       {name, filter},

@@ -1,6 +1,7 @@
 #include "analyses/names.h"
 
 #include "util/text.h"
+#include "workspace/map_lists.h"
 
 namespace {
 
@@ -62,6 +63,15 @@ std::string kvo_name_refusal(std::string_view name) {
     begins_word = character == ' ';
   }
   return "";
+}
+
+std::string kvo_map_name_refusal(std::string_view name) {
+  if (!kvo_is_negative_tail(name)) return "";
+  return Q_format(
+             "The name '%s' cannot be used: names that end with '_n' are kept for the negative "
+             "tails of null distributions. Please change the name and try again.",
+             std::string(name).c_str())
+      .str();
 }
 
 std::string kvo_file_name_refusal(std::string_view name) {

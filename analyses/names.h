@@ -14,6 +14,8 @@ std::string kvo_safe_name(std::string_view typed);
 /// the character; empty when it can.
 std::string kvo_name_refusal(std::string_view name);
 
+/// Why a name cannot be that of a map, in the engine's words; empty when it can.
+std::string kvo_map_name_refusal(std::string_view name);
 /// kvo_name_refusal of a name that becomes the beginning of a file name, as it is typed.
 std::string kvo_file_name_refusal(std::string_view name);
 

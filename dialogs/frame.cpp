@@ -76,7 +76,8 @@ void Q_dialog::add(GtkWidget* widget) {
 bool Q_dialog::run() {
   if (gtk_dialog_run(GTK_DIALOG(dialog_)) != GTK_RESPONSE_OK) return false;
   // An answer given from the keyboard (Alt and a letter) does not leave the field that was typed
-  // in.
-  gtk_window_set_focus(GTK_WINDOW(dialog_), nullptr);
+  // in. A file chooser has settled its choice with the answer, and tells by the focus and the focus
+  // before it whether that is the path typed or the file clicked.
+  if (!GTK_IS_FILE_CHOOSER(dialog_)) gtk_window_set_focus(GTK_WINDOW(dialog_), nullptr);
   return true;
 }

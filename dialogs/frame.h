@@ -42,7 +42,7 @@ class Q_dialog {
   void add(GtkWidget* widget);
   /// Runs the dialog modally; true when the answer is OK. Cancel, Escape and the window's close
   /// button are refusals. After OK the field with the focus has been left, so that what was typed
-  /// into it is settled.
+  /// into it is settled; in a file chooser it has not, since the choice depends on it.
   [[nodiscard]] bool run();
 
  private:

@@ -11,6 +11,8 @@
 
 bool kvo3_exec_imgcalc(const char* format, ...) {
   Q_FORMAT_ARGUMENTS(arguments, format);
+  const Q_run this_run;
+  if (!this_run.allowed("imgcalc")) return false;
   std::string complaint;  // what the program itself says before it gives up, as markup
   const std::optional<std::string> gone = Q_run_companion(
       "imgcalc", arguments.str() + " KVO", [&](const std::string& line, bool /*more*/) {

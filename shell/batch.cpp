@@ -12,6 +12,7 @@
 #include "util/lines.h"
 #include "util/q_string.h"
 #include "util/read_file.h"
+#include "util/text.h"
 #include "util/whole_file.h"
 
 namespace {
@@ -25,6 +26,17 @@ std::string pane_text() {
   gtk_text_buffer_get_bounds(buffer, &start, &end);
   const Q_g_memory<char> text(gtk_text_buffer_get_text(buffer, &start, &end, FALSE));
   return text.get();
+}
+
+void name_shell_lines(const std::vector<std::string>& lines) {
+  std::string named;
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    if (Q_batch_runs_in_shell(lines[i]))
+      named.append(Q_format("\n%zu: ", i + 1).str()).append(Q_markup_escape(lines[i]));
+  if (named.empty()) return;
+  Q_print(Q_RED, 0,
+          "WARNING: Besides Quorvane, the system's shell runs these lines of the batch:%s\n\n",
+          named.c_str());
 }
 
 /// Whether every line fits a Q string; tells the user which one does not.
@@ -67,6 +79,33 @@ std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lin
   return std::nullopt;
 }
 
+bool Q_batch_runs_in_shell(std::string_view line) {
+  char quote = 0;  // the one that is open
+  bool begins_word = true;
+  const std::size_t start = line.find_first_not_of(Q_WHITE_SPACE);
+  if (start == std::string_view::npos || line[start] == '#') return false;
+  for (std::size_t i = start; i < line.size(); ++i) {
+    const char c = line[i];
+    if (quote == '\'') {
+      if (c == quote) quote = 0;
+    } else if (c == '\\') {
+      ++i;
+    } else if (c == '`' || line.substr(i).starts_with("$(")) {
+      return true;
+    } else if (quote == '"') {
+      if (c == quote) quote = 0;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '#' && begins_word) {
+      return false;
+    } else if (std::string_view(";&|<>()").find(c) != std::string_view::npos) {
+      return true;
+    }
+    begins_word = Q_WHITE_SPACE.find(c) != std::string_view::npos;
+  }
+  return false;
+}
+
 void kvo3_batch_print() {
   const std::string text = Q_batch_text(Q_read_text(BATCH_FILE).value_or(""));
   gtk_text_buffer_set_text(Qw_v_OutputBuffer[Q_BATCH_PANE], text.c_str(), -1);
@@ -88,12 +127,14 @@ void kvo3_batch_save() {
 }
 
 void kvo3_batch_run() {
-  // Between two commands the pop-up is away for a moment, in which a click may come through.
-  static bool running = false;
-  if (running || Q_busy) return;
+  if (Q_input_block::exists()) return;
   const std::vector<std::string> lines = Q_batch_lines(pane_text());
   if (!check_lines(lines)) return;
-  running = true;
-  for (const std::string& line : lines) kvo3_exec_core(false, "%s", line.c_str());
-  running = false;
+  const Q_input_block block;
+  name_shell_lines(lines);
+  for (const std::string& line : lines)
+    if (!kvo3_exec_core(false, "%s", line.c_str())) {
+      Q_print_warning(0, "A command was cancelled, so the batch has been stopped.\n");
+      return;
+    }
 }

@@ -19,10 +19,16 @@ std::vector<std::string> Q_batch_lines(const std::string& pane_text);
 /// Number, counted from 1, of the first line that is too long for a Q string; nothing when all fit.
 std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lines);
 
+/// Whether the shell would do more with a line of a batch than to hand its words to the engine: run
+/// other commands or open files. Comments are not for the shell at all.
+bool Q_batch_runs_in_shell(std::string_view line);
+
 /// Fills the batch pane from "kvo_batch.txt"; empties it when there is no such file.
 void kvo3_batch_print();
 /// Handler of the save action: writes the pane to "kvo_batch.txt" and says so.
 void kvo3_batch_save();
-/// Handler of the run action: runs the pane's lines in order; records nothing. Does nothing while a
-/// run goes on.
+/// Handler of the run action: names the lines with which the shell would do more than to start the
+/// engine, then runs the pane's lines in order; records nothing. Ends with a command
+/// that the user cancels, and when the user closes the main window. Does nothing while other work
+/// goes on.
 void kvo3_batch_run();

@@ -41,6 +41,20 @@ void hide() {
 
 }  // namespace
 
+int Q_input_block::number_ = 0;
+
+Q_input_block::Q_input_block() : widget_(gtk_invisible_new()) {
+  // The pop-up and dialogs grab the input after it and so have it while they are shown.
+  gtk_grab_add(widget_);
+  ++number_;
+}
+
+Q_input_block::~Q_input_block() {
+  --number_;
+  gtk_grab_remove(widget_);
+  gtk_widget_destroy(widget_);
+}
+
 void Q_set_busy(const char* name, bool on) {
   if (on)
     show(name);

@@ -1,6 +1,7 @@
 #pragma once
 
-// The modal pop-up that stands over the main window while a companion program works.
+// What the user sees and cannot do while a companion program works: the modal pop-up that stands
+// over the main window, and the block of its input.
 
 #include <gtk/gtk.h>
 
@@ -9,6 +10,24 @@ extern GtkWidget* Qw_WorkingWindow;
 extern GtkWidget* Qw_WorkingWindowLabel;
 /// True while the pop-up exists.
 extern bool Q_busy;
+
+/// Keeps the user's input from the main window while it exists, also where no pop-up is shown:
+/// before, between and after the runs of companion programs that make up one piece of work. They
+/// nest.
+class Q_input_block {
+ public:
+  Q_input_block();
+  Q_input_block(const Q_input_block&) = delete;
+  Q_input_block& operator=(const Q_input_block&) = delete;
+  ~Q_input_block();
+
+  /// Whether one exists, so that no other work may begin.
+  static bool exists() { return number_ > 0; }
+
+ private:
+  static int number_;
+  GtkWidget* widget_;
+};
 
 /// Shows (`on` true) or hides the pop-up, titled "%s Working..." of the name. Hiding scrolls every
 /// console pane to its end. The calls come in pairs around one run of a companion program. Closing

@@ -94,37 +94,72 @@ class Event_printer {
   int lines_ = 0;
 };
 
-}  // namespace
+/// Marks a field in which an Enter key is down.
+constexpr const char* ENTER_IS_DOWN = "kvo-enter-is-down";
 
-void kvo3_exec_core(bool record, const char* format, ...) {
-  Q_FORMAT_ARGUMENTS(command, format);
-  Q_trim(command);
-  if (command.empty()) return;
-  const std::string markup = Q_markup_escape(command.str());
-  if (command.str().front() == '#') {
-    Q_print(Q_GREY, 0, "%s\n", markup.c_str());
-    return;
-  }
-  Q_print(Q_BLUE, 0, "%s\n", markup.c_str());
-  if (record) Q_print("", 1, "%s\n\n", markup.c_str());
+bool is_enter(const GdkEventKey* event) {
+  return std::ranges::find(ENTER_KEYS, event->keyval) != std::end(ENTER_KEYS);
+}
+
+gboolean on_press(GtkWidget* entry, GdkEventKey* event, gpointer /*data*/) {
+  if (is_enter(event)) g_object_set_data(G_OBJECT(entry), ENTER_IS_DOWN, GINT_TO_POINTER(1));
+  return FALSE;
+}
+
+gboolean on_focus_out(GtkWidget* entry, GdkEventFocus* /*event*/, gpointer /*data*/) {
+  g_object_set_data(G_OBJECT(entry), ENTER_IS_DOWN, nullptr);
+  return FALSE;
+}
+
+/// Runs what is no comment; false when the user has ended it.
+bool run(const std::string& command) {
   Event_printer printer;
+  bool cancelled = false;
   const std::optional<std::string> gone =
-      Q_run_companion("kvo_parse", command.str(), [&](const std::string& line, bool more) {
+      Q_run_companion("kvo_parse", command, [&](const std::string& line, bool more) {
         const Engine_event event = Q_engine_event(line);
+        cancelled |= event.kind == Engine_line::cancelled;
         printer.print(event, more);
         return event.closes();
       });
   if (gone)
     show({Engine_line::failed,
           "The engine ended before it finished (" + Q_markup_escape(*gone) + ")"});
+  return !cancelled && !Q_console_gone();
+}
+
+}  // namespace
+
+bool kvo3_exec_core(bool record, const char* format, ...) {
+  Q_FORMAT_ARGUMENTS(command, format);
+  Q_trim(command);
+  if (command.empty()) return !Q_console_gone();
+  const Q_run this_run;
+  if (!this_run.allowed(command.c_str())) return false;
+  const std::string markup = Q_markup_escape(command.str());
+  if (command.str().front() == '#') {
+    Q_print(Q_GREY, 0, "%s\n", markup.c_str());
+    return !Q_console_gone();
+  }
+  Q_print(Q_BLUE, 0, "%s\n", markup.c_str());
+  if (record) Q_print("", 1, "%s\n\n", markup.c_str());
+  return !Q_console_gone() && run(command.str());
+}
+
+void kvo3_connect_entry(GtkWidget* entry) {
+  g_signal_connect(entry, "key-press-event", G_CALLBACK(on_press), nullptr);
+  g_signal_connect(entry, "focus-out-event", G_CALLBACK(on_focus_out), nullptr);
+  g_signal_connect(entry, "key-release-event", G_CALLBACK(kvo3_core), nullptr);
 }
 
 gboolean kvo3_core(GtkWidget* entry, GdkEventKey* event, gpointer /*data*/) {
-  if (std::find(std::begin(ENTER_KEYS), std::end(ENTER_KEYS), event->keyval) ==
-      std::end(ENTER_KEYS))
-    return FALSE;
+  if (!is_enter(event)) return FALSE;
+  // An Enter that went down elsewhere, in a dialog that it closed say, is not meant for the field.
+  if (g_object_steal_data(G_OBJECT(entry), ENTER_IS_DOWN) == nullptr) return FALSE;
+  if (Q_input_block::exists()) return FALSE;
   Q_string command(gtk_entry_get_text(GTK_ENTRY(entry)));
   if (command.empty()) return FALSE;
+  const Q_input_block block;
   gtk_entry_set_text(GTK_ENTRY(entry), "");
   gtk_combo_box_append_text(GTK_COMBO_BOX(gtk_widget_get_parent(entry)), command.c_str());
   Q_trim(command);

@@ -2,12 +2,13 @@
 
 #include <sys/wait.h>
 
-#include "shell/busy.h"
 #include "shell/console.h"
 #include "shell/follower.h"
-#include "shell/random_id.h"
+#include "shell/run_output.h"
 #include "util/files.h"
+#include "util/lines.h"
 #include "util/process.h"
+#include "util/text.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ std::string reason(std::optional<int> wait_status) {
 
 std::optional<std::string> follow(Q_follower& output, Q_watched_command& program,
                                   const Q_line_taker& take_line) {
-  for (;;) {
+  while (!Q_console_gone()) {
     // Asked before the read: what the program wrote before its end is then sure to be read.
     const bool ended = program.ended();
     const std::optional<std::string> line = output.next_line(ended);
@@ -38,24 +39,42 @@ std::optional<std::string> follow(Q_follower& output, Q_watched_command& program
       Q_process_events();
     }
   }
+  return "the window has been closed";
+}
+
+/// Hands on what the shell has to say when it, and not the program, has failed.
+void report_complaint(const std::string& command_line, std::optional<int> wait_status,
+                      const Q_line_taker& take_line) {
+  if (!wait_status || *wait_status == 0 || !WIFEXITED(*wait_status)) return;
+  const std::string complaint = Q_markup_escape(Q_shell_complaint(command_line));
+  for (const std::string_view line : Q_split_lines(complaint))
+    if (!line.empty()) take_line("  " + std::string(line), false);
 }
 
 }  // namespace
 
+bool Q_run::exists_ = false;
+
+bool Q_run::allowed(const char* command) const {
+  if (!is_only_)
+    Q_print_warning(0, "The command '%s' has not been run because another one is running.\n",
+                    Q_markup_escape(command).c_str());
+  return is_only_;
+}
+
 std::optional<std::string> Q_run_companion(const char* program, const std::string& arguments,
                                            const Q_line_taker& take_line) {
   Q_set_busy(NAME, true);
-  const int id = Q_runif_int();
-  const Q_string path = Q_format("kvo_%i.tmp", id);
-  Q_openw_or_die("%s", path.c_str());
-  Q_watched_command command(Q_shell_quoted(Qs_ProgramDir.str() + "/" + program) + " " + arguments +
-                            " > " + path.str());
   std::optional<std::string> gone;
   {
-    Q_follower output(Q_openr_or_die("%s", path.c_str()), path.c_str());
+    Q_run_output file;
+    const std::string line = Q_shell_quoted(Qs_ProgramDir.str() + "/" + program) + " " + arguments +
+                             " > " + file.path().str();
+    Q_watched_command command(line);
+    Q_follower output(file.take_reader(), file.path().c_str());
     gone = follow(output, command, take_line);
+    if (gone) report_complaint(line, command.wait_status(), take_line);
   }
-  Q_rm("%s", path.c_str());
   Q_set_busy(NAME, false);
   return gone;
 }

@@ -1,5 +1,6 @@
 #include "shell/console.h"
 
+#include <algorithm>
 #include <ctime>
 #include <string>
 
@@ -30,8 +31,18 @@ void print_stamped(int pane, const char* grey_text, const char* text) {
           text);
 }
 
+/// The text with the characters that its entities stand for. Tags stay as they are.
+std::string without_entities(const std::string& text) {
+  char* raw = nullptr;
+  if (text.find('<') == std::string::npos)
+    pango_parse_markup(text.c_str(), -1, 0, nullptr, &raw, nullptr, nullptr);
+  const Q_g_memory<char> plain(raw);
+  return plain == nullptr ? text : plain.get();
+}
+
 void append_markup(int pane, const std::string& markup) {
   GtkTextBuffer* buffer = Qw_v_OutputBuffer.at(static_cast<std::size_t>(pane));
+  if (buffer == nullptr) return;
   GtkTextIter end;
   gtk_text_buffer_get_end_iter(buffer, &end);
   // A record never continues a line of the script that the user has left open.
@@ -40,7 +51,29 @@ void append_markup(int pane, const std::string& markup) {
   gtk_text_buffer_real_insert_markup(buffer, &end, markup.c_str(), nullptr);
 }
 
+/// Empties a pane's slot before its widgets go.
+void forget_pane(GtkWidget* view, gpointer /*data*/) {
+  const auto slot = std::ranges::find(Qw_v_OutputView, view) - Qw_v_OutputView.begin();
+  if (static_cast<std::size_t>(slot) == Qw_v_OutputView.size()) return;
+  Qw_v_OutputView[static_cast<std::size_t>(slot)] = nullptr;
+  Qw_v_OutputBuffer[static_cast<std::size_t>(slot)] = nullptr;
+}
+
 }  // namespace
+
+GtkWidget* Q_new_pane(std::size_t slot, bool editable) {
+  GtkTextBuffer* buffer = gtk_text_buffer_new(nullptr);
+  GtkWidget* view = gtk_text_view_new_with_buffer(buffer);
+  g_object_unref(buffer);
+  Qw_v_OutputBuffer.at(slot) = buffer;
+  Qw_v_OutputView.at(slot) = view;
+  g_signal_connect(view, "destroy", G_CALLBACK(forget_pane), nullptr);
+  return Q_input_new_textframe(buffer, view, editable);
+}
+
+bool Q_console_gone() {
+  return Qw_v_OutputBuffer[0] == nullptr;
+}
 
 void Q_print(const char* attributes, int pane, const char* format, ...) {
   // A full Q string that is printed with a line feed or a span around it is longer than a Q string
@@ -59,7 +92,7 @@ void Q_print(const char* attributes, int pane, const char* format, ...) {
 void Q_print_action(int pane, const char* format, ...) {
   Q_FORMAT_ARGUMENTS(text, format);
   if (Qw_WorkingWindowLabel != nullptr) {
-    const Q_g_memory<char> valid(g_utf8_make_valid(text.c_str(), -1));
+    const Q_g_memory<char> valid(g_utf8_make_valid(without_entities(text.str()).c_str(), -1));
     gtk_label_set_text(GTK_LABEL(Qw_WorkingWindowLabel), valid.get());
   }
   print_stamped(pane, "", (text.str() + "...").c_str());
@@ -80,6 +113,7 @@ void Q_print_warning(int pane, const char* format, ...) {
 
 void Q_scroll_to_end(int pane) {
   const auto slot = static_cast<std::size_t>(pane);
+  if (Qw_v_OutputBuffer.at(slot) == nullptr) return;
   GtkTextIter end;
   gtk_text_buffer_get_end_iter(Qw_v_OutputBuffer.at(slot), &end);
   // Scrolling to a mark waits until the new lines have their heights; an iterator would not.

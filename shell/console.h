@@ -7,9 +7,16 @@
 
 #include <array>
 
-/// Text buffers of the panes and the views that show them; unused slots are null.
+/// Text buffers of the panes and the views that show them; unused slots are null, and so are those
+/// of panes that are gone with their window.
 extern std::array<GtkTextBuffer*, 100> Qw_v_OutputBuffer;
 extern std::array<GtkWidget*, 100> Qw_v_OutputView;
+
+/// Makes the pane of a slot and returns the frame that holds it.
+GtkWidget* Q_new_pane(std::size_t slot, bool editable);
+/// Whether the main pane is gone: the user has closed the window, and work that goes on has nobody
+/// to go on for. What is printed now is lost.
+bool Q_console_gone();
 
 /// The slot of the batch pane.
 inline constexpr int Q_BATCH_PANE = 1;
@@ -27,7 +34,7 @@ inline constexpr const char* Q_ENGINE = "color='#004422' font_family='monospace'
                                            ...);
 
 /// Begins a step of work: a time stamp, the text and "..." without a line end. The text also
-/// becomes the busy pop-up's label while that is shown.
+/// becomes the busy pop-up's label while that is shown, with its entities as plain characters.
 [[gnu::format(printf, 2, 3)]] void Q_print_action(int pane, const char* format, ...);
 /// The time stamp and a bold "DONE", and an empty line.
 void Q_print_done(int pane);
@@ -36,7 +43,7 @@ void Q_print_cancelled(int pane);
 /// "WARNING: ", the text and a line end in red.
 [[gnu::format(printf, 2, 3)]] void Q_print_warning(int pane, const char* format, ...);
 
-/// Scrolls a pane's view to the end of its buffer.
+/// Scrolls a pane's view, when there is one, to the end of its buffer.
 void Q_scroll_to_end(int pane);
 
 /// Lets the toolkit process pending events until none are left.

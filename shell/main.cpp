@@ -12,6 +12,7 @@
 #include "shell/batch.h"
 #include "shell/console.h"
 #include "shell/main_window.h"
+#include "shell/run_output.h"
 #include "util/error.h"
 #include "util/files.h"
 #include "util/site_address.h"
@@ -32,6 +33,7 @@ void show_error(const char* text) {
 void load_workspace() {
   kvo_load_kvo_ini();
   kvo3_check_user_dir();
+  Q_remove_dead_outputs();
   kvo3_check_brain_viewer();
   kvotable_load(KVO_TABLE_FILE);
   kvo_show_title();

@@ -45,25 +45,15 @@ void pack(GtkWidget* box, GtkWidget* child, bool expand, guint padding) {
   gtk_box_pack_start(GTK_BOX(box), child, expand, expand, padding);
 }
 
-/// Makes the next console pane and returns the frame that holds it.
-GtkWidget* new_pane(std::size_t slot, bool editable) {
-  GtkTextBuffer* buffer = gtk_text_buffer_new(nullptr);
-  GtkWidget* view = gtk_text_view_new_with_buffer(buffer);
-  g_object_unref(buffer);
-  Qw_v_OutputBuffer[slot] = buffer;
-  Qw_v_OutputView[slot] = view;
-  return Q_input_new_textframe(buffer, view, editable);
-}
-
 GtkWidget* new_panes() {
   GtkWidget* paned = gtk_vpaned_new();
-  GtkWidget* console = new_pane(0, false);
+  GtkWidget* console = Q_new_pane(0, false);
   gtk_text_buffer_set_markup(Qw_v_OutputBuffer[0], BANNER, KVO_VERSION, KVO_VERSION, "Linux", 64,
                              kvo_public_site());
   const int height = gdk_screen_get_height(gdk_screen_get_default()) - HEIGHT_BESIDE_CONSOLE;
   gtk_widget_set_size_request(console, -1, height > 0 ? height : -1);
   gtk_paned_add1(GTK_PANED(paned), console);
-  gtk_paned_add2(GTK_PANED(paned), new_pane(1, true));
+  gtk_paned_add2(GTK_PANED(paned), Q_new_pane(1, true));
   return paned;
 }
 
@@ -74,7 +64,7 @@ GtkWidget* new_command_entry(GtkWidget*& combo_box) {
   combo_box = gtk_combo_box_entry_new_text();
   GtkWidget* entry = gtk_bin_get_child(GTK_BIN(combo_box));
   gtk_label_set_mnemonic_widget(GTK_LABEL(label), entry);
-  g_signal_connect(entry, "key-release-event", G_CALLBACK(kvo3_core), nullptr);
+  kvo3_connect_entry(entry);
   pack(box, label, false, 0);
   pack(box, combo_box, true, 0);
   return box;
@@ -106,6 +96,7 @@ void kvo3_main() {
   Qw_Window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   GtkWindow* window = GTK_WINDOW(Qw_Window);
   g_signal_connect(window, "destroy", G_CALLBACK(kvo3_main_quit), nullptr);
+  g_signal_connect(window, "destroy", G_CALLBACK(gtk_widget_destroyed), &Qw_Window);
   gtk_window_maximize(window);
   gtk_window_set_default_size(window, DEFAULT_WIDTH, DEFAULT_HEIGHT);
   gtk_window_set_position(window, GTK_WIN_POS_CENTER);

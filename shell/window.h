@@ -4,8 +4,8 @@
 
 #include <gtk/gtk.h>
 
-/// The main top-level window.
+/// The main top-level window; null when there is none (any more).
 extern GtkWidget* Qw_Window;
 
-/// Makes the formatted text the main window's title.
+/// Makes the formatted text the main window's title, while there is one.
 [[gnu::format(printf, 1, 2)]] void Q_set_title(const char* format, ...);

@@ -107,6 +107,16 @@ bool Q_watched_command::ended() {
   return ended_ = true;
 }
 
+std::string Q_shell_complaint(const std::string& command_line) {
+  const std::string check = "/bin/sh -n -c " + Q_shell_quoted(command_line) + " 2>&1";
+  const Q_pipe complaint(popen(check.c_str(), "re"));
+  std::string text;
+  if (complaint == nullptr) return text;
+  for (int byte = std::fgetc(complaint.get()); byte != EOF; byte = std::fgetc(complaint.get()))
+    text += static_cast<char>(byte);
+  return text;
+}
+
 std::string Q_wait_status_text(int wait_status) {
   if (WIFSIGNALED(wait_status)) {
     const int signal = WTERMSIG(wait_status);

@@ -47,5 +47,9 @@ class Q_watched_command {
   std::optional<int> wait_status_;
 };
 
+/// What the shell says of a command line that it cannot read, with line ends; empty when it can
+/// read it. Nothing of it is run.
+std::string Q_shell_complaint(const std::string& command_line);
+
 /// "exit status 127" or "signal 9 (Killed)" of a wait() status.
 std::string Q_wait_status_text(int wait_status);

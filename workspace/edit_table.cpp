@@ -39,7 +39,7 @@ class Waiting_window {
   ~Waiting_window() {
     gdk_flush();
     Q_process_events();
-    gtk_widget_set_sensitive(Qw_Window, TRUE);
+    if (Qw_Window != nullptr) gtk_widget_set_sensitive(Qw_Window, TRUE);
   }
 };
 

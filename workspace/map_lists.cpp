@@ -31,6 +31,10 @@ int kvo3_load_nd_names() {
   return kvo_nds;
 }
 
+bool kvo_is_negative_tail(std::string_view name) {
+  return name.ends_with("_n");
+}
+
 Q_string_list kvo_read_map_names(std::string_view content) {
   Q_string_list names;
   for (const std::string_view raw : Q_split_lines(content)) {
@@ -46,7 +50,7 @@ Q_string_list kvo_read_nd_names(std::string_view content) {
   Q_string_list names;
   for (std::size_t i = 1; i < lines.size(); ++i) {
     std::string name = lines[i].substr(0, lines[i].find(' '));
-    if (!name.ends_with("_n")) names.push_back(std::move(name));
+    if (!kvo_is_negative_tail(name)) names.push_back(std::move(name));
   }
   Q_sort_string_asc(static_cast<int>(names.size()), names);
   return names;

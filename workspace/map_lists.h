@@ -28,5 +28,7 @@ int kvo3_load_nd_names();
 /// The names that the list of maps holds: its non-empty lines, white space normalised.
 Q_string_list kvo_read_map_names(std::string_view content);
 /// The names that the list of null distributions holds, sorted: the first word of each non-empty
-/// line but the first, which is a header. Names that end in "_n" are left out.
+/// line but the first, which is a header. Those of negative tails are left out.
 Q_string_list kvo_read_nd_names(std::string_view content);
+/// Whether the name ends in "_n", as that of a map's negative tail does and that of no map.
+bool kvo_is_negative_tail(std::string_view name);

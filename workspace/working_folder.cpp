@@ -7,6 +7,7 @@
 #include "kvo_config.h"
 #include "shell/batch.h"
 #include "shell/console.h"
+#include "shell/run_output.h"
 #include "shell/window.h"
 #include "util/files.h"
 #include "util/handles.h"
@@ -45,6 +46,7 @@ void kvo3_cd() {
   if (!Q_input_folder(folder, "Select the folder containing the meta-analysis")) return;
   if (folder.empty()) return;
   kvo_enter_folder(folder.c_str());
+  Q_remove_dead_outputs();
   kvotable_load(KVO_TABLE_FILE);
   kvo_show_title();
   kvo3_batch_print();

@@ -140,6 +140,9 @@ TEST(Composed, Mean) {
       {{"<i>%s", ""}, "# Calculate the mean of all the studies as '-i-%s':\n-i-%s = mean "},
       {{"", ""}, NO_NAME},
       {{"$(x)", ""}, hostile("$(x)", "$")},
+      {{"a n", ""},
+       "The name 'a_n' cannot be used: names that end with '_n' are kept for the negative tails of "
+       "null distributions. Please change the name and try again."},
       {{"M", "a;touch${IFS}pwned"}, hostile("a;touch${IFS}pwned", ";")},
       {{"#M", ""},
        "The name '#M' cannot be used in a command because it has a word that begins with the "

@@ -85,6 +85,8 @@ TEST(JackknifePlan, KeepsNamesApart) {
       {{"A/1", "A-1", "A*1"}, {"MJKA-1", "MJKA-1_2", "MJKA-1_3"}},
       {{"A/1", "A-1", "A-1_2"}, {"MJKA-1", "MJKA-1_3", "MJKA-1_2"}},
       {{"A", "A", "A_2", "A_2"}, {"MJKA", "MJKA_3", "MJKA_2", "MJKA_2_2"}},
+      // No map may be called as the negative tail of another.
+      {{"A_n", "A_n_2", "B_n_"}, {"MJKA_n_3", "MJKA_n_2", "MJKB_n_"}},
       {{common + "x", common + "y"}, {"JK" + common, "JK" + common.substr(2) + "_2"}},
       // No character is torn.
       {{long_accents, long_accents + "x"},

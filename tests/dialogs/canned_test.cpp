@@ -117,6 +117,19 @@ TEST(Folder, IsTheOpenedOneAndEmptyAfterARefusal) {
     EXPECT_TRUE(Q_input_folder(folder, "Specify the folder"));
     EXPECT_EQ(folder, answer.c_str());
   }
+  {
+    // A path that is typed, and confirmed with the mouse.
+    Q_string folder(first);
+    Dialog_driver user;
+    user.then([&](Shown_dialog& dialog) {
+      EXPECT_TRUE(has_selected(dialog.widget(), first));
+      dialog.key(GDK_KEY_l, GDK_CONTROL_MASK);
+      dialog.type(second);
+      dialog.press("Open");
+    });
+    EXPECT_TRUE(Q_input_folder(folder, "Specify the folder"));
+    EXPECT_EQ(folder, second.c_str());
+  }
   for (const auto& [name, refuse] : REFUSALS) {
     Q_string folder("/usr");
     Dialog_driver user;

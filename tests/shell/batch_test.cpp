@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dialog_driver.h"
@@ -132,6 +133,10 @@ TEST(Replay, RunsTheLinesInOrder) {
       {"# comment\ngo\n\n", "# comment\ngo\n" + DONE},
       {"go 1\n  go   2\n#3", "go 1\n" + DONE + "go 2\n" + DONE + "#3\n"},
       {"go %s %n", "go %s %n\n" + DONE},
+      {"go\n#`a`\ngo `echo 2`\ngo '<;>'\ngo \"$(true)\"",
+       "WARNING: Besides Quorvane, the system's shell runs these lines of the batch:\n"
+       "3: go `echo 2`\n5: go \"$(true)\"\n\ngo\n" +
+           DONE + "#`a`\ngo `echo 2`\n" + DONE + "go '<;>'\n" + DONE + "go \"$(true)\"\n" + DONE},
       // Problems of one command do not keep the next from running.
       {"go\nfail 7\ngo", "go\n" + DONE + "fail 7\n\nWARNING: failed 7\n\ngo\n" + DONE},
       {"crash\ngo",
@@ -227,22 +232,68 @@ TEST(Replay, CannotBeAskedForDuringARun) {
   }
 }
 
-/// Between two commands of a replay there is no pop-up for a moment.
-TEST(Replay, CannotBeAskedForBetweenItsCommands) {
-  const Shell_fixture shell;
-  shell.engine_does("echo run >> runs; echo d");
-  set_batch("go\n# two\ngo");
-  int asked = 0;
-  const auto ask = +[](GtkTextBuffer*, int* times) {
-    if (Q_busy || !pane_text(0).ends_with("# two\n")) return;
-    ++*times;
-    kvo3_batch_run();
+/// Closes the main window with the next events.
+void close_window_soon() {
+  const auto close = [](gpointer /*data*/) -> gboolean {
+    gtk_widget_destroy(Qw_Window);
+    return G_SOURCE_REMOVE;
   };
-  g_signal_connect(Qw_v_OutputBuffer[0], "changed", G_CALLBACK(ask), &asked);
-  kvo3_batch_run();
-  EXPECT_EQ(asked, 1);
-  EXPECT_EQ(transcript(0), "go\n" + DONE + "# two\ngo\n" + DONE);
-  EXPECT_EQ(read_text("runs"), "run\nrun\n");
+  g_idle_add(close, nullptr);
+}
+
+/// Does something once, as soon as the main pane ends with a text: from inside the print of it.
+struct At_text {
+  const char* text;
+  void (*act)();
+  GtkWidget* button;  // to click first
+};
+
+void look_at_text(GtkTextBuffer* /*buffer*/, At_text* at) {
+  if (at->act == nullptr || !pane_text(0).ends_with(at->text)) return;
+  const auto act = std::exchange(at->act, nullptr);
+  click(at->button);
+  act();
+}
+
+TEST(Replay, HasTheWindowToItselfUntilItEnds) {
+  const std::string until_two = "go 1\n  here\n" + DONE + "# two\n";
+  const struct {
+    const char* event;
+    At_text at;
+    const char* runs;
+    std::string shown;
+  } cases[] = {
+      {"asking again between two commands, without a pop-up",
+       {"# two\n", kvo3_batch_run, nullptr},
+       "1\n3\n",
+       until_two + "go 3\n  here\n" + DONE},
+      {"closing the window there", {"# two\n", close_window_soon, nullptr}, "1\n", ""},
+      {"closing the window during a run", {"  here\n", close_window_soon, nullptr}, "1\n", ""},
+      {"cancelling the run",
+       {"  here\n", [] { fs::rename("wait", "cancel"); }, nullptr},
+       "1\n",
+       "go 1\n  here\nhh:mm:ss - CANCELLED\n\n\nWARNING: it was cancelled\n\n"
+       "WARNING: A command was cancelled, so the batch has been stopped.\n\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.event);
+    const Shell_fixture shell;
+    shell.engine_does(
+        "echo $2 >> runs; echo '  here'; while [ -e wait ]; do sleep 0.05; done\n"
+        "[ -e cancel ] && { echo c; echo 'WARNING: it was cancelled'; }; echo d");
+    set_batch("go 1\n# two\ngo 3");
+    At_text at = c.at;
+    if (at.text[0] == ' ')
+      write_text("wait", "");  // the run does not end before what happens in it
+    at.button = add_run_button();
+    g_signal_connect(Qw_v_OutputBuffer[0], "changed", G_CALLBACK(look_at_text), &at);
+    kvo3_batch_run();
+    EXPECT_EQ(at.act, nullptr);
+    EXPECT_EQ(read_text("runs"), c.runs);
+    EXPECT_EQ(Q_console_gone() ? "" : transcript(0), c.shown);
+    EXPECT_EQ(temporary_files(), 0);
+    EXPECT_EQ(gtk_grab_get_current(), nullptr);
+  }
 }
 
 }  // namespace

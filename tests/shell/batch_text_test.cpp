@@ -62,4 +62,33 @@ TEST(BatchLines, OverTheLimitAreFound) {
   EXPECT_EQ(Q_batch_long_line({"", full, full + "x", full + "x"}), std::optional<std::size_t>(3));
 }
 
+TEST(BatchText, TellsWhatTheShellRuns) {
+  const struct {
+    const char* line;
+    bool runs;
+  } cases[] = {
+      {"", false},
+      {" # a; b", false},
+      {"M = mean female", false},
+      {"pp gray_matter, 1.0, 20, gray_matter, 500", false},
+      {"a \"/x; y/it's\", 'b > `c` $(d)'", false},
+      {"a \\; b \"\\`\\$(c)\" $HOME", false},
+      {"a #b; c", false},
+      {"a 'b; c", false},
+      {"a#; b", true},
+      {"a; b", true},
+      {"a & b", true},
+      {"a | b", true},
+      {"a > b", true},
+      {"a < b", true},
+      {"a (b)", true},
+      {"a `b`", true},
+      {"a $(b)", true},
+      {"a \"$(b)\" \"`c`\"", true},
+      {"a 'b' ${c:-`d`}", true},
+      {"a \\\\; b", true},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Q_batch_runs_in_shell(c.line), c.runs) << c.line;
+}
+
 }  // namespace

@@ -8,6 +8,7 @@
 #include <signal.h>
 
 #include <ctime>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -120,13 +121,14 @@ TEST(Runner, SaysWhyTheEngineIsGone) {
     std::string command;
     std::string shown;
   };
+  const std::string said = "  /bin/sh: 1: Syntax error: ";
   const Case cases[] = {
       {"echo '  x'; exit 3", "go", "  x\n" + gone("exit status 3")},
       {"echo '  x'; kill -9 $$", "go", "  x\n" + gone("signal 9 (Killed)")},
       {"kill -SEGV $$", "go", gone("signal 11 (Segmentation fault)")},
-      {"echo 'd'", "go (", gone("exit status 2")},
-      {"echo 'd'", "go \"", gone("exit status 2")},
-      {"echo 'd'", "go 'it", gone("exit status 2")},
+      {"echo 'd'", "go (", said + "\"(\" unexpected\n" + gone("exit status 2")},
+      {"echo 'd'", "go & & \"a\"", said + "\"&\" unexpected\n" + gone("exit status 2")},
+      {"echo 'd'", "go 'it", said + "Unterminated quoted string\n" + gone("exit status 2")},
       {"", "go", gone("exit status 127, the program was not found")},
       {"echo 'WARNING: own words'; exit 1", "go", "\nWARNING: own words\n\n"},
       {"echo 'd'; exit 1", "go", DONE},
@@ -314,6 +316,12 @@ bool send_key(const Test_panes& panes, GdkEventType type, guint key) {
   return handled;
 }
 
+/// Presses and releases an Enter key in the entry.
+void press_enter(const Test_panes& panes, guint key = GDK_KEY_Return) {
+  send_key(panes, GDK_KEY_PRESS, key);
+  send_key(panes, GDK_KEY_RELEASE, key);
+}
+
 std::vector<std::string> history(const Test_panes& panes) {
   std::vector<std::string> list;
   GtkTreeModel* model = gtk_combo_box_get_model(GTK_COMBO_BOX(panes.combo_box()));
@@ -340,7 +348,7 @@ TEST(TypedCommand, RunsWhenAnEnterKeyIsReleased) {
     const std::string number = std::to_string(i / 2);
     typed.push_back("  command   '<" + number + ">' ");
     gtk_entry_set_text(entry, typed.back().c_str());
-    send_key(shell.panes(), GDK_KEY_RELEASE, enter_keys[i]);
+    press_enter(shell.panes(), enter_keys[i]);
     shown.append("command '<").append(number).append(">'\n").append(DONE);
     recorded.append("# User command:\ncommand '<").append(number).append(">'\n\n");
     EXPECT_STREQ(gtk_entry_get_text(entry), "");
@@ -369,7 +377,7 @@ TEST(TypedCommand, IsTextOfItsOwnKind) {
     clear_pane(0);
     clear_pane(1);
     gtk_entry_set_text(GTK_ENTRY(shell.panes().entry()), c.typed.c_str());
-    send_key(shell.panes(), GDK_KEY_RELEASE, GDK_KEY_Return);
+    press_enter(shell.panes());
     if (!c.typed.empty()) typed.push_back(c.typed);
     EXPECT_EQ(transcript(0), c.shown) << c.typed;
     EXPECT_EQ(pane_text(1), c.recorded) << c.typed;
@@ -378,17 +386,76 @@ TEST(TypedCommand, IsTextOfItsOwnKind) {
   EXPECT_EQ(history(shell.panes()), typed);
 }
 
-TEST(TypedCommand, StaysForOtherKeys) {
+TEST(TypedCommand, StaysUnlessEnterGoesDownAndUpInIt) {
   const Shell_fixture shell;
+  const Test_panes& panes = shell.panes();
   shell.engine_does("echo d");
-  gtk_entry_set_text(GTK_ENTRY(shell.panes().entry()), "go");
+  gtk_entry_set_text(GTK_ENTRY(panes.entry()), "go");
   for (const guint key : {GDK_KEY_a, GDK_KEY_Tab, GDK_KEY_Escape, GDK_KEY_KP_0, GDK_KEY_Linefeed,
                           GDK_KEY_space, GDK_KEY_Down})
-    send_key(shell.panes(), GDK_KEY_RELEASE, key);
-  send_key(shell.panes(), GDK_KEY_PRESS, GDK_KEY_Return);
+    send_key(panes, GDK_KEY_RELEASE, key);
+  // What closes a dialog on its way down comes up in the field.
+  send_key(panes, GDK_KEY_RELEASE, GDK_KEY_Return);
+  send_key(panes, GDK_KEY_PRESS, GDK_KEY_Return);
+  GdkEvent* event = gdk_event_new(GDK_FOCUS_CHANGE);
+  event->focus_change.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(panes.entry())));
+  gtk_widget_event(panes.entry(), event);
+  gdk_event_free(event);
+  send_key(panes, GDK_KEY_RELEASE, GDK_KEY_KP_Enter);
   EXPECT_EQ(pane_text(0) + pane_text(1), "");
-  EXPECT_STREQ(gtk_entry_get_text(GTK_ENTRY(shell.panes().entry())), "go");
-  EXPECT_THAT(history(shell.panes()), IsEmpty());
+  EXPECT_STREQ(gtk_entry_get_text(GTK_ENTRY(panes.entry())), "go");
+  EXPECT_THAT(history(panes), IsEmpty());
+}
+
+/// Does something with the events after each change of the main pane in which the pop-up is not
+/// there: between the echo of a command and the pop-up, and between the pop-up and the end of the
+/// run.
+class Without_pop_up {
+ public:
+  explicit Without_pop_up(std::function<void()> action) : action_(std::move(action)) {
+    const auto on_change = +[](GtkTextBuffer*, Without_pop_up* self) {
+      if (!Q_busy && !self->inside_) self->next_ = Q_source(g_idle_add(act, self));
+    };
+    g_signal_connect(Qw_v_OutputBuffer[0], "changed", G_CALLBACK(on_change), this);
+  }
+  Without_pop_up(const Without_pop_up&) = delete;
+  Without_pop_up& operator=(const Without_pop_up&) = delete;
+  ~Without_pop_up() { EXPECT_GE(times_, 2); }
+
+ private:
+  static gboolean act(gpointer data) {
+    auto& self = *static_cast<Without_pop_up*>(data);
+    self.next_.forget();
+    self.inside_ = true;
+    ++self.times_;
+    self.action_();
+    self.inside_ = false;
+    return G_SOURCE_REMOVE;
+  }
+
+  std::function<void()> action_;
+  Q_source next_;
+  bool inside_ = false;
+  int times_ = 0;
+};
+
+TEST(Runner, BeginsNoRunInsideAnother) {
+  const Shell_fixture shell;
+  GtkEntry* entry = GTK_ENTRY(shell.panes().entry());
+  shell.engine_does("echo $1 >> runs; exit 3");
+  const Without_pop_up meanwhile([&] {
+    gtk_entry_set_text(entry, "typed");
+    press_enter(shell.panes());
+    EXPECT_STREQ(gtk_entry_get_text(entry), "typed");
+    EXPECT_FALSE(kvo3_exec_core(true, "called"));
+  });
+  gtk_entry_set_text(entry, "go");
+  press_enter(shell.panes());
+  EXPECT_EQ(read_text("runs"), "go\n");
+  EXPECT_EQ(pane_text(1), "# User command:\ngo\n\n");
+  EXPECT_THAT(pane_text(0), HasSubstr("The command 'called' has not been run"));
+  EXPECT_EQ(Qw_WorkingWindow, nullptr);
+  EXPECT_EQ(gtk_grab_get_current(), nullptr);
 }
 
 }  // namespace

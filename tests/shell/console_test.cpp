@@ -239,6 +239,8 @@ TEST(Busy, LabelShowsTheLatestAction) {
   EXPECT_STREQ(label(), "KVO Working...");
   Q_print_action(0, "Reading <b>%s</b>", "%s");
   EXPECT_STREQ(label(), "Reading <b>%s</b>") << "as plain text";
+  Q_print_action(0, "Reading Smith &amp; &lt;Doe&gt;");
+  EXPECT_STREQ(label(), "Reading Smith & <Doe>");
   EXPECT_STREQ(gtk_window_get_title(GTK_WINDOW(Qw_WorkingWindow)), "KVO Working...");
   Q_set_busy("KVO", false);
   Q_print_action(0, "the label is gone");

@@ -7,10 +7,12 @@
 
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "shell/run_output.h"
 #include "test_folder.h"
 #include "util/files.h"
 
@@ -122,6 +124,29 @@ TEST(Follower, WaitsUntilTheFileGrowsOrTheWriterEnds) {
   for (const auto end = Clock::now() + PATIENCE; !writer.ended() && Clock::now() < end;)
     output.wait(writer);
   EXPECT_TRUE(writer.ended());
+}
+
+TEST(RunOutput, IsPrivateAndRemovedAlsoAfterItsOwnersDeath) {
+  const Test_folder folder;
+  std::string path;
+  {
+    const Q_run_output output;
+    path = output.path().str();
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
+    const Q_run_output other;
+    EXPECT_NE(path, other.path().str());
+    for (const char* file : {"kvo_1.tmp", "kvo_23x.tmp", "kvo_.tmp", "xkvo_1.tmp", "aim", "linked"})
+      write_text(file, "text");
+    std::filesystem::create_symlink("aim", "kvo_2.tmp");
+    std::filesystem::create_hard_link("linked", "kvo_3.tmp");
+    std::filesystem::create_directory("kvo_4.tmp");
+    Q_remove_dead_outputs();
+    for (const char* stays : {"kvo_23x.tmp", "kvo_.tmp", "xkvo_1.tmp", "aim", "linked", "kvo_2.tmp",
+                              "kvo_3.tmp", "kvo_4.tmp", path.c_str()})
+      EXPECT_TRUE(std::filesystem::exists(stays)) << stays;
+    EXPECT_FALSE(std::filesystem::exists("kvo_1.tmp")) << "nobody has it locked";
+  }
+  EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 }  // namespace

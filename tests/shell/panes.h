@@ -20,21 +20,17 @@ class Test_panes {
  public:
   Test_panes() {
     Qw_Window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    g_signal_connect(Qw_Window, "destroy", G_CALLBACK(gtk_widget_destroyed), &Qw_Window);
     gtk_window_set_default_size(GTK_WINDOW(Qw_Window), 800, 600);
     GtkWidget* paned = gtk_vpaned_new();
     for (std::size_t pane = 0; pane < 2; ++pane) {
-      GtkTextBuffer* buffer = gtk_text_buffer_new(nullptr);
-      GtkWidget* view = gtk_text_view_new_with_buffer(buffer);
-      g_object_unref(buffer);
-      Qw_v_OutputBuffer[pane] = buffer;
-      Qw_v_OutputView[pane] = view;
-      GtkWidget* frame = Q_input_new_textframe(buffer, view, pane == 1);
+      GtkWidget* frame = Q_new_pane(pane, pane == 1);
       if (pane == 0) gtk_widget_set_size_request(frame, -1, 350);
       if (pane == 0) gtk_paned_add1(GTK_PANED(paned), frame);
       if (pane == 1) gtk_paned_add2(GTK_PANED(paned), frame);
     }
     combo_box_ = gtk_combo_box_entry_new_text();
-    g_signal_connect(entry(), "key-release-event", G_CALLBACK(kvo3_core), nullptr);
+    kvo3_connect_entry(entry());
     GtkWidget* box = gtk_vbox_new(FALSE, 0);
     gtk_box_pack_start(GTK_BOX(box), paned, TRUE, TRUE, 0);
     gtk_box_pack_start(GTK_BOX(box), combo_box_, FALSE, FALSE, 0);
@@ -45,10 +41,7 @@ class Test_panes {
   Test_panes(const Test_panes&) = delete;
   Test_panes& operator=(const Test_panes&) = delete;
   ~Test_panes() {
-    gtk_widget_destroy(Qw_Window);
-    Qw_Window = nullptr;
-    Qw_v_OutputBuffer = {};
-    Qw_v_OutputView = {};
+    if (Qw_Window != nullptr) gtk_widget_destroy(Qw_Window);
     Q_process_events();
   }
 
