@@ -201,37 +201,6 @@ void click(GtkWidget* button) {
   Q_process_events();
 }
 
-TEST(Replay, CannotBeAskedForDuringARun) {
-  const Shell_fixture shell;
-  const Gate gate;
-  GtkWidget* button = add_run_button();
-  shell.engine_does("echo run >> runs; echo '  here'; read l < gate; echo d");
-  set_batch("go");
-  const auto in_the_middle = [&] {
-    // The pop-up has the input: a click on the main window's button goes nowhere.
-    EXPECT_EQ(gtk_grab_get_current(), Qw_WorkingWindow);
-    click(button);
-    // And were the handler called all the same, nothing would come of it.
-    kvo3_batch_run();
-    gate.let_pass();
-  };
-  {
-    Meanwhile meanwhile;
-    meanwhile.when_shown("here", in_the_middle);
-    kvo3_exec_core(false, "typed");
-    EXPECT_EQ(read_text("runs"), "run\n");
-  }
-  clear_pane(0);
-  {
-    Meanwhile meanwhile;
-    meanwhile.when_shown("here", in_the_middle);
-    click(button);  // now it does ask for a replay
-    meanwhile.when([] { return pane_text(0).ends_with("DONE\n\n"); }, gtk_main_quit);
-    gtk_main();
-    EXPECT_EQ(read_text("runs"), "run\nrun\n");
-  }
-}
-
 /// Closes the main window with the next events.
 void close_window_soon() {
   const auto close = [](gpointer /*data*/) -> gboolean {
@@ -267,6 +236,16 @@ TEST(Replay, HasTheWindowToItselfUntilItEnds) {
        {"# two\n", kvo3_batch_run, nullptr},
        "1\n3\n",
        until_two + "go 3\n  here\n" + DONE},
+      {"asking again during a run",
+       {"  here\n",
+        [] {
+          EXPECT_EQ(gtk_grab_get_current(), Qw_WorkingWindow);
+          kvo3_batch_run();
+          fs::remove("wait");
+        },
+        nullptr},
+       "1\n3\n",
+       until_two + "go 3\n  here\n" + DONE},
       {"closing the window there", {"# two\n", close_window_soon, nullptr}, "1\n", ""},
       {"closing the window during a run", {"  here\n", close_window_soon, nullptr}, "1\n", ""},
       {"cancelling the run",
@@ -287,7 +266,7 @@ TEST(Replay, HasTheWindowToItselfUntilItEnds) {
       write_text("wait", "");  // the run does not end before what happens in it
     at.button = add_run_button();
     g_signal_connect(Qw_v_OutputBuffer[0], "changed", G_CALLBACK(look_at_text), &at);
-    kvo3_batch_run();
+    click(at.button);  // which reaches its handler as long as nothing runs
     EXPECT_EQ(at.act, nullptr);
     EXPECT_EQ(read_text("runs"), c.runs);
     EXPECT_EQ(Q_console_gone() ? "" : transcript(0), c.shown);
