@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "util/files.h"
-
 Q_table KVO_TableT;
 
 namespace {
@@ -56,16 +54,10 @@ const Q_cell& TABLE(long row, long column) {
   return TABLE(KVO_TableT, row, column);
 }
 
-Q_table kvotable_read(const char* path) {
-  if (Q_file_exists("%s", path) == 0) return {"2", "1", "study", "n1"};
+Q_table kvotable_read(std::optional<std::string_view> content) {
+  if (!content) return {"2", "1", "study", "n1"};
   Q_table table;
-  Q_table_load(table, "%s", path);
-  return as_study_table(std::move(table));
-}
-
-Q_table kvotable_read_text(std::string_view content) {
-  Q_table table;
-  Q_table_load_text(table, content);
+  Q_table_load_text(table, *content);
   return as_study_table(std::move(table));
 }
 

@@ -208,7 +208,7 @@ TEST_F(Workspace, ChangesNothingOnCancel) {
   start();
   clear_pane(0);
   kvo_show_title();
-  KVO_TableT = kvotable_read_text("study a\nA 1\n");
+  KVO_TableT = kvotable_read("study a\nA 1\n");
   const Q_table table = KVO_TableT;
   const fs::path folder = make_folder("other");
   Dialog_driver user;
@@ -241,6 +241,13 @@ TEST_F(Workspace, CleansUpAfterAJackknifeThatWasInterrupted) {
   EXPECT_THAT(pane_text(0), HasSubstr("'kvo_table.txt' could not be written (File too large)"));
   EXPECT_THAT(read_text(KVO_TABLE_FILE), HasSubstr(variable));
 
+  const std::string wider = "study n1 " + variable + "\nA 1 1 1,5\n";
+  write_text(KVO_TABLE_FILE, wider);
+  kvotable_load(KVO_TABLE_FILE);
+  EXPECT_THAT(pane_text(0), HasSubstr("could not be written (line 2: there are 5 cells"));
+  EXPECT_EQ(read_text(KVO_TABLE_FILE), wider);
+
+  write_text(KVO_TABLE_FILE, "study\tn1\t" + variable + "\t\nA\t1\tNA\t\nB\t2\t1\t\n");
   clear_pane(0);
   kvotable_load(KVO_TABLE_FILE);
   EXPECT_EQ(read_text(KVO_TABLE_FILE), "study\tn1\t\nA\t1\t\nB\t2\t\n");
