@@ -4,15 +4,36 @@
 
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
+#include "dialogs/message.h"
 #include "kvo_config.h"
 #include "shell/batch.h"
 #include "shell/console.h"
 #include "shell/window.h"
 #include "util/files.h"
 #include "util/handles.h"
+#include "util/lines.h"
+#include "util/whole_file.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
 #include "workspace/study_table.h"
+
+std::string kvo_folder_refusal(const std::string& folder) {
+  const std::string settings = kvo_settings_path().str();
+  if (!Q_can_write_whole(settings.c_str()))
+    return Q_format(
+               "The settings file '%s' cannot be written, so the folder has not been changed. "
+               "Please make the file writable and try again.",
+               settings.c_str())
+        .str();
+  const std::string table = folder + "/" + KVO_TABLE_FILE;
+  if (Q_file_exists("%s", table.c_str()) != 0 && !Q_read_file(table.c_str()))
+    return Q_format(
+               "The study table '%s' cannot be read, so the folder has not been changed. Please "
+               "make the file readable and try again.",
+               table.c_str())
+        .str();
+  return "";
+}
 
 void kvo_enter_folder(const char* folder) {
   Q_chdir_or_die("%s", folder);
@@ -31,6 +52,10 @@ void kvo3_cd() {
   Q_string folder = kvo_s_user_dir;
   if (!Q_input_folder(folder, "Select the folder containing the meta-analysis")) return;
   if (folder.empty()) return;
+  if (const std::string refusal = kvo_folder_refusal(folder.str()); !refusal.empty()) {
+    Q_input_warning("%s", refusal.c_str());
+    return;
+  }
   kvo_enter_folder(folder.c_str());
   kvotable_load(KVO_TABLE_FILE);
   kvo_show_title();

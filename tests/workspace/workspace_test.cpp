@@ -204,6 +204,35 @@ TEST_F(Workspace, ChangesTheMetaAnalysis) {
   EXPECT_EQ(Q_table_ncol(KVO_TableT), 1);
 }
 
+TEST_F(Workspace, ChangesNothingWhereTheChangeWouldEndTheProgram) {
+  start();
+  clear_pane(0);
+  KVO_TableT = kvotable_read("study a\nA 1\n");
+  const Q_table table = KVO_TableT;
+  const fs::path folder = make_folder("other");
+  const struct {
+    fs::path in_the_way;  ///< a folder where a file is to be read or written
+    const char* message;
+  } cases[] = {{settings_file(), "etc/linux64.ini' cannot be written"},
+               {folder / KVO_TABLE_FILE, "other/kvo_table.txt' cannot be read"}};
+  for (const auto& c : cases) {
+    fs::create_directory(c.in_the_way);
+    Dialog_driver user;
+    user.then([&](Shown_dialog& dialog) {
+          dialog.select(folder.string());
+          dialog.press("Open");
+        })
+        .answer({});
+    kvo3_cd();
+    EXPECT_THAT(user.messages().back(), HasSubstr(c.message));
+    EXPECT_EQ(fs::current_path(), root());
+    EXPECT_EQ(kvo_s_user_dir, root().c_str());
+    EXPECT_EQ(KVO_TableT, table);
+    fs::remove(c.in_the_way);
+    EXPECT_FALSE(fs::exists(settings_file()));
+  }
+}
+
 TEST_F(Workspace, ChangesNothingOnCancel) {
   start();
   clear_pane(0);
