@@ -1,5 +1,6 @@
 #include "analyses/create_mask.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -9,6 +10,7 @@
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
+#include "imaging/nifti_file.h"
 #include "workspace/region_labels.h"
 
 namespace {
@@ -37,13 +39,37 @@ std::string region_name(const std::string& region) {
   return name;
 }
 
+/// Why the installed atlas cannot give the region; empty when it can, and when it cannot be read:
+/// that is for the engine to tell.
+std::string atlas_refusal(int region) {
+  Nifti_options options;
+  options.all_types = true;
+  const auto read =
+      nifti_read(Q_format("%s/share/atlas_aal_frw.nii.gz", kvo_s_dir.c_str()).str(), options);
+  const auto* atlas = std::get_if<Nifti_image>(&read);
+  const auto first = static_cast<float>(region);
+  const auto is_inside = [first](float value) { return value >= first && value < first + 1; };
+  if (atlas == nullptr || std::ranges::any_of(atlas->values(0), is_inside)) return "";
+  Q_string text;
+  Q_get_mni_label(text, first);
+  return Q_format(
+             "The atlas has no voxel of region %i, '%s'. Please select another region and try "
+             "again.",
+             region, text.c_str())
+      .str();
+}
+
 std::optional<Kvo_composed> ask_label() {
   const Q_string_list regions = kvo_region_texts();
   std::array<Q_input_item, 2> items;
   Q_input_item_opt(items, 0, REGION_LABEL, regions, 1);
   Q_input_item_str(items, 1, NAME_LABEL, "");
   if (Q_input(LABEL_MESSAGE, items.size(), items) == 0) return std::nullopt;
-  return kvo_compose_label_mask(kvo_chosen(regions, items[0].value), items[1].text.str());
+  const std::string region = kvo_chosen(regions, items[0].value);
+  if (!region.empty())
+    if (std::string reason = atlas_refusal(kvo_region_number(region)); !reason.empty())
+      return kvo_refusal(std::move(reason));
+  return kvo_compose_label_mask(region, items[1].text.str());
 }
 
 std::optional<Kvo_composed> ask_coordinate() {

@@ -1,31 +1,28 @@
 #include "analyses/jackknife.h"
 
-#include <cerrno>
-#include <cstring>
+#include <string>
 
 #include "analyses/jackknife_plan.h"
 #include "shell/busy.h"
 #include "shell/command_runner.h"
-#include "shell/console.h"
-#include "util/text.h"
+#include "util/whole_file.h"
+#include "workspace/load_table.h"
 #include "workspace/study_table.h"
 
 namespace {
 
-bool save_table(const char* consequence) {
-  if (Q_table_save(KVO_TableT, "%s", KVO_TABLE_FILE)) return true;
-  const std::string reason = Q_markup_escape(std::strerror(errno));
-  Q_print_warning(0, "The file '%s' could not be written (%s)%s\n", KVO_TABLE_FILE, reason.c_str(),
-                  consequence);
-  return false;
+/// Writes the table's file, or the fatal error that it is not writable.
+bool write_file(const std::string& text, const char* consequence) {
+  return kvotable_replace(text, Q_write_whole_or_die, consequence);
 }
 
-/// The indicator that tells the engine which studies to take; gone from the table and its file at
-/// the end of the scope.
+/// The indicator that tells the engine which studies to take; gone from the table at the end of the
+/// scope, where the file becomes again what it was.
 class Temporary_variable {
  public:
   /// With the filter's values, or 1 for every study when the filter is empty.
-  explicit Temporary_variable(const char* filter) : row_(Q_table_nrow(KVO_TableT)) {
+  explicit Temporary_variable(const char* filter)
+      : row_(Q_table_nrow(KVO_TableT)), file_before_(kvotable_file_text()) {
     Q_table_increase_nrow(KVO_TableT);
     Q_table_set(KVO_TableT, row_, 0, KVO_JACKKNIFE_VARIABLE);
     const long filter_row = *filter == '\0' ? -1 : Q_get_table_row_pos_or_die(KVO_TableT, filter);
@@ -36,15 +33,19 @@ class Temporary_variable {
   Temporary_variable& operator=(const Temporary_variable&) = delete;
   ~Temporary_variable() {
     kvotable_remove_leftover(KVO_TableT);
-    save_table(" and still has the jackknife analysis' temporary variable.");
+    if (written_) [[maybe_unused]]
+      const bool told = write_file(
+          file_before_, " and may still have the jackknife analysis' temporary variable.");
   }
 
-  /// Runs the mean without the study; false when the table could not be saved for it or the user
-  /// has ended the run.
+  /// Runs the mean without the study; false when the table's file could not be written for it or the
+  /// user has ended the run.
   [[nodiscard]] bool run_without(const Kvo_jackknife_run& run) {
     const Q_cell value = TABLE(row_, run.column);
     set(run.column, "NA");
-    const bool saved = save_table(", so the jackknife analysis has been stopped.");
+    const bool saved =
+        write_file(Q_table_text(KVO_TableT), ", so the jackknife analysis has been stopped.");
+    written_ = written_ || saved;
     const bool goes_on =
         saved && kvo3_exec_core(true, "%s = mean %s", run.map.c_str(), KVO_JACKKNIFE_VARIABLE);
     if (saved && !goes_on)
@@ -59,6 +60,8 @@ class Temporary_variable {
   }
 
   long row_;
+  std::string file_before_;
+  bool written_ = false;
 };
 
 }  // namespace

@@ -13,6 +13,10 @@ namespace {
 constexpr const char* OVERWRITE_QUESTION =
     "Maps with similar names already exist. Do you want to overwrite them if necessary?";
 
+constexpr const char* NO_INDICATORS =
+    "No indicators found, which are variables with the values 0 and 1. Please edit table and try "
+    "again.";
+
 constexpr Kvo_term TWO_GROUPS[] = {
     {"2nd group indicator", true, 2},
     {"Covariate", false, 1},
@@ -96,6 +100,8 @@ void kvo3_lm() {
     return;
   const Kvo_lm_kind* kind = ask_kind();
   if (kind == nullptr) return;
+  const bool lacks_groups = kind->terms.front().is_indicator && choices.indicators.size() < 2;
+  if (kvo_refused(lacks_groups ? NO_INDICATORS : "")) return;
   Qs_HelpTopic = kind->help_topic;
   const std::optional<Kvo_model_answers> answers =
       kvo_ask_model(kind->message, kind->default_name, kind->terms, choices);

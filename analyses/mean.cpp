@@ -12,6 +12,7 @@
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 #include "shell/busy.h"
+#include "workspace/load_table.h"
 #include "workspace/map_lists.h"
 #include "workspace/study_table.h"
 
@@ -37,9 +38,18 @@ std::optional<Kvo_mean_answers> ask() {
                           items[2].value != 0};
 }
 
+/// Why a jackknife must not begin to write the study table's file, for the user; empty when it may.
+std::string table_refusal() {
+  const std::string obstacle = kvotable_obstacle();
+  if (obstacle.empty()) return "";
+  return Q_format("A jackknife analysis cannot write its variable into the file '%s': %s.",
+                  KVO_TABLE_FILE, obstacle.c_str())
+      .str();
+}
+
 void run_jackknife(const Kvo_mean_answers& answers) {
   const Kvo_composed composed = kvo_compose_jackknife(answers, KVO_TableT);
-  if (kvo_refused(composed.refusal)) return;
+  if (kvo_refused(composed.refusal) || kvo_refused(table_refusal())) return;
   const Q_input_block block;
   kvo_print_comment(composed);
   Q_string name(kvo_safe_name(answers.name));

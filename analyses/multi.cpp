@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include "dialogs/input.h"
 #include "util/files.h"
 #include "util/handles.h"
+#include "util/read_file.h"
 #include "workspace/settings.h"
 #include "workspace/working_folder.h"
 
@@ -26,6 +28,8 @@ constexpr const char* IMAGES_MESSAGE =
     "modalities ('multimodal', e.g. gray matter VBM and fMRI), or between two functional "
     "meta-analyses using different tasks ('multitask'). Please specify their p-value images and "
     "short names (i.e. one word, just to clarify the outputs).";
+/// Larger images count as different.
+constexpr std::size_t LARGEST_COMPARED = std::size_t{256} << 20;
 constexpr const char* FOLDER_TITLE = "Select the folder where you want to save the results.";
 constexpr const char* THRESHOLD_MESSAGE =
     "THRESHOLD\nSelect a probability (usually lower than for unimodal meta-analyses).";
@@ -39,6 +43,9 @@ constexpr const char* ADVANCED_MESSAGE =
 
 constexpr const char* P_IMAGE_PATTERN = "*_p.nii.gz";
 constexpr const char* P_IMAGE_SUFFIX = "_p.nii.gz";
+
+/// Bytes that both names may have together: a result's name has 43 more, and 235 at most.
+constexpr std::size_t NAMES_MAX = 192;
 
 /// The limits of all probabilities.
 constexpr int PROBABILITY_PRECISION = -5;
@@ -118,6 +125,23 @@ bool ask_advanced(Kvo_multi_answers& answers) {
   return true;
 }
 
+bool same_content(const fs::path& file, const std::string& other) {
+  Q_read_fault ignored;
+  const auto content = Q_read_file(file.c_str(), LARGEST_COMPARED, ignored);
+  return content && content == Q_read_file(other.c_str(), LARGEST_COMPARED, ignored);
+}
+
+/// Whether all copies may be made; asks about files that they would replace.
+bool may_copy_to(const std::string& folder, const Kvo_multi_pair& pair) {
+  return std::ranges::all_of(kvo_replaced_by_copies(folder, pair), [](const std::string& file) {
+    return Q_input_boolean(Q_format("The file '%s' already exists and is another one. Do you want "
+                                    "to overwrite it?",
+                                    file.c_str())
+                               .c_str(),
+                           false);
+  });
+}
+
 void move_to(const Q_string& folder, const Kvo_multi_pair& pair) {
   kvo_enter_folder(folder.c_str());
   kvo_show_title();
@@ -140,9 +164,31 @@ std::string kvo_check_multi_pair(Kvo_multi_pair& pair) {
   if (second.name == first.name) second.name += "_2";
   for (const Kvo_multi_study* study : {&first, &second}) {
     if (std::string reason = kvo_file_name_refusal(study->name); !reason.empty()) return reason;
+    if (study->name.starts_with("mask_"))
+      return Q_format(
+                 "The name '%s' cannot be used: names that begin with 'mask_' are kept for masks. "
+                 "Please change the name and try again.",
+                 study->name.c_str())
+          .str();
     if (std::string reason = kvo_path_refusal(study->image); !reason.empty()) return reason;
   }
+  if (first.name.size() + second.name.size() > NAMES_MAX)
+    return Q_format(
+               "The names '%s' and '%s' are too long for the names of the results. Please shorten "
+               "them and try again.",
+               first.name.c_str(), second.name.c_str())
+        .str();
   return "";
+}
+
+Q_string_list kvo_replaced_by_copies(const std::string& folder, const Kvo_multi_pair& pair) {
+  Q_string_list replaced;
+  for (const Kvo_multi_study* study : {&pair.first, &pair.second}) {
+    const fs::path copy = copy_path(folder, *study);
+    if (Q_file_exists("%s", copy.c_str()) != 0 && !same_content(copy, study->image))
+      replaced.push_back(copy);
+  }
+  return replaced;
 }
 
 std::string kvo_check_results_folder(const std::string& folder, const Kvo_multi_pair& pair) {
@@ -151,14 +197,16 @@ std::string kvo_check_results_folder(const std::string& folder, const Kvo_multi_
                "The folder '%s' cannot be written to. Please choose another one and try again.",
                folder.c_str())
         .str();
-  for (const Kvo_multi_study* study : {&pair.first, &pair.second}) {
+  for (const auto& [study, other] :
+       {std::pair(&pair.first, &pair.second), std::pair(&pair.second, &pair.first)}) {
     const fs::path copy = copy_path(folder, *study);
-    if (same_file(copy, pair.first.image) || same_file(copy, pair.second.image))
+    if (same_file(copy, other->image))
       return Q_format(
                  "The copy '%s' would overwrite one of the two images. Please choose another "
                  "folder or short name and try again.",
                  copy.c_str())
           .str();
+    if (same_file(copy, study->image)) continue;  // the image itself, which is left alone
     if (!can_write(copy))
       return Q_format(
                  "The file '%s' cannot be written. Please choose another folder or short name "
@@ -196,7 +244,10 @@ void kvo3_multi() {
   if (!pair || kvo_refused(kvo_check_multi_pair(*pair))) return;
   Q_string folder = kvo_s_user_dir;
   if (!Q_input_folder(folder, FOLDER_TITLE) || folder.empty()) return;
-  if (kvo_refused(kvo_check_results_folder(folder.str(), *pair))) return;
+  if (kvo_refused(kvo_folder_refusal(folder.str())) ||
+      kvo_refused(kvo_check_results_folder(folder.str(), *pair)))
+    return;
+  if (!may_copy_to(folder.str(), *pair)) return;
   Kvo_multi_answers answers;
   if (!ask_threshold(answers) || !ask_advanced(answers)) return;
   const Kvo_composed composed = kvo_compose_multi(*pair, answers);

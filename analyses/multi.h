@@ -21,6 +21,9 @@ struct Kvo_multi_pair {
 /// the pair cannot be used, for the user; empty when it can.
 std::string kvo_check_multi_pair(Kvo_multi_pair& pair);
 
+/// The files in the folder that the copies of the images would replace by something else.
+Q_string_list kvo_replaced_by_copies(const std::string& folder, const Kvo_multi_pair& pair);
+
 /// Why the copies of the images cannot be put into the folder, for the user; empty when they can.
 std::string kvo_check_results_folder(const std::string& folder, const Kvo_multi_pair& pair);
 

@@ -11,13 +11,15 @@ constexpr std::string_view ACTING = "$`(){}[];&|<>\"'\\*?";
 constexpr std::string_view ACTING_FIRST = "~#";
 /// Characters that turn the beginning of a file name into something else: a hidden file, an option.
 constexpr std::string_view NOT_FIRST_IN_FILE = ".-";
+/// Characters that part a file name or, in the command language, an argument.
+constexpr std::string_view PARTING = "/ ,=+";
 
-struct Named_control {
+struct Named_character {
   char character;
   const char* name;
 };
-constexpr Named_control NAMED_CONTROLS[] = {
-    {'\n', "a line feed"}, {'\r', "a carriage return"}, {'\t', "a tab"}};
+constexpr Named_character NAMED_CHARACTERS[] = {
+    {'\n', "a line feed"}, {'\r', "a carriage return"}, {'\t', "a tab"}, {' ', "a blank"}};
 
 bool holds(std::string_view set, char character) {
   return set.find(character) != std::string_view::npos;
@@ -29,20 +31,24 @@ bool is_control(char character) {
 }
 
 std::string described(char character) {
-  for (const Named_control& row : NAMED_CONTROLS)
+  for (const Named_character& row : NAMED_CHARACTERS)
     if (row.character == character) return row.name;
   if (is_control(character))
     return Q_format("the control character %i", static_cast<int>(character)).str();
   return Q_format("the character '%c'", character).str();
 }
 
-std::string refusal(std::string_view name, const char* position, char character) {
+std::string refusal(std::string_view name, const std::string& fault) {
   const std::string text(name);
   return Q_format(
-             "The name '%s' cannot be used in a command because it %s %s. Please change the "
-             "name and try again.",
-             text.c_str(), position, described(character).c_str())
+             "The name '%s' cannot be used in a command because it %s. Please change the name and "
+             "try again.",
+             text.c_str(), fault.c_str())
       .str();
+}
+
+std::string refusal(std::string_view name, const char* position, char character) {
+  return refusal(name, std::string(position) + " " + described(character));
 }
 
 }  // namespace
@@ -77,8 +83,11 @@ std::string kvo_map_name_refusal(std::string_view name) {
 std::string kvo_file_name_refusal(std::string_view name) {
   if (!name.empty() && holds(NOT_FIRST_IN_FILE, name.front()))
     return refusal(name, "begins with", name.front());
-  if (holds(name, '/')) return refusal(name, "contains", '/');
-  return kvo_name_refusal(name);
+  if (const std::size_t at = name.find_first_of(PARTING); at != std::string_view::npos)
+    return refusal(name, "contains", name[at]);
+  if (std::string reason = kvo_name_refusal(name); !reason.empty()) return reason;
+  const char* fault = Q_name_fault(name);
+  return fault != nullptr ? refusal(name, fault) : "";
 }
 
 std::string kvo_path_refusal(std::string_view path) {

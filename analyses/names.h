@@ -16,7 +16,8 @@ std::string kvo_name_refusal(std::string_view name);
 
 /// Why a name cannot be that of a map, in the engine's words; empty when it can.
 std::string kvo_map_name_refusal(std::string_view name);
-/// kvo_name_refusal of a name that becomes the beginning of a file name, as it is typed.
+/// kvo_name_refusal of a name that becomes an argument of a command and the beginning of a file
+/// name as it is typed: the engine takes it, too.
 std::string kvo_file_name_refusal(std::string_view name);
 
 /// Why the path cannot stand in a comment of the batch, which is run line by line; empty when it

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tests/support/test_folder.h"
+#include "util/read_file.h"
 #include "workspace/study_table.h"
 
 namespace {
@@ -30,7 +31,7 @@ double measure(long cells) {
   for (int i = 0; i < 5; ++i) {
     KVO_TableT = Q_table();
     const auto start = std::chrono::steady_clock::now();
-    KVO_TableT = kvotable_read(KVO_TABLE_FILE);
+    KVO_TableT = kvotable_read(Q_read_text(KVO_TABLE_FILE));
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
     fastest = std::min(fastest, time.count());
   }

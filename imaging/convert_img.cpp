@@ -1,6 +1,7 @@
 #include "imaging/convert_img.h"
 
 #include <array>
+#include <filesystem>
 #include <vector>
 
 #include "dialogs/canned.h"
@@ -33,6 +34,9 @@ constexpr const char* WILL_BE_COMPRESSED =
     "Original NIfTI file will be converted into NIfTI compressed file (.nii.gz)";
 constexpr const char* OVERWRITE =
     "A file with the same name already exists. Do you want to overwrite it?";
+constexpr const char* LEADS_TO_IMAGE =
+    "The file '%s' leads to the image itself, which would be overwritten. Please remove or rename "
+    "it and try again.";
 constexpr const char* UNUSABLE_PATH =
     "The path of this image contains a double quote, a back quote, a dollar sign, a backslash or a "
     "line break, which cannot be passed on to the image calculator. Please rename the file or its "
@@ -44,6 +48,15 @@ constexpr const char* DEGREES_OF_FREEDOM =
     "patient sample and 'n2' is the size of the control sample).";
 
 enum class Step { go_on, stop };
+
+/// Whether the compressed file would take the place of the image that it is made of, or of the
+/// voxels of a pair: a link leads there.
+bool leads_to_image(const std::string& compressed, const std::string& path) {
+  std::error_code not_there;
+  const std::string voxels = path.substr(0, path.size() - 3) + "img";
+  return std::filesystem::equivalent(compressed, path, not_there) ||
+         std::filesystem::equivalent(compressed, voxels, not_there);
+}
 
 /// Reads the chosen file and, unless it is one already, makes a compressed file of it, whose path
 /// then replaces `path`.
@@ -61,8 +74,12 @@ Step make_compressed(std::string& path) {
     return Step::stop;
   }
   if (kind == static_cast<int>(Nifti_kind::compressed)) return Step::go_on;
-  if (!Q_input_boolean(WILL_BE_COMPRESSED, true)) return Step::stop;
   const std::string compressed = kvo_compressed_path(path);
+  if (leads_to_image(compressed, path)) {
+    Q_input_warning(LEADS_TO_IMAGE, compressed.c_str());
+    return Step::stop;
+  }
+  if (!Q_input_boolean(WILL_BE_COMPRESSED, true)) return Step::stop;
   if (Q_file_exists("%s", compressed.c_str()) != 0 && !Q_input_boolean(OVERWRITE, false))
     return Step::stop;
   if (!kvo3_exec_imgcalc("%s", kvo_compress_arguments(path.c_str()).c_str())) return Step::stop;

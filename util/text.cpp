@@ -27,6 +27,9 @@ char replaced(char character) {
   return character;
 }
 
+// The longest suffix of an output and that of a temporary file must still fit into 255 bytes.
+constexpr std::size_t NAME_MAX_BYTES = 200;
+
 /// The number of entries that a count given by a caller may stand for.
 std::ptrdiff_t bounded(int n, const Q_string_list& list) {
   return std::clamp<std::ptrdiff_t>(n, 0, static_cast<std::ptrdiff_t>(list.size()));
@@ -59,6 +62,20 @@ void Q_replace_escape(Q_string& text) {
   std::string result = text.str();
   std::transform(result.begin(), result.end(), result.begin(), replaced);
   text = Q_string(result);
+}
+
+const char* Q_name_fault(std::string_view name) {
+  if (name.empty()) return "is empty";
+  if (name.front() == '.') return "begins with a full stop";
+  if (name.size() > NAME_MAX_BYTES) return "is longer than 200 bytes";
+  if (g_utf8_validate(name.data(), static_cast<gssize>(name.size()), nullptr) == FALSE)
+    return "is not valid UTF-8";
+  for (const char character : name) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte < 0x20 || byte == 0x7F) return "holds a control character";
+    if (character == '/') return "holds a slash";
+  }
+  return nullptr;
 }
 
 std::string Q_markup_escape(std::string_view text) {

@@ -21,6 +21,10 @@ void Q_trim(Q_string& text);
 /// language: "mean 1: a/b" becomes "mean_1._a-b".
 void Q_replace_escape(Q_string& text);
 
+/// Why the text cannot be a name of a study or map, which becomes part of file names: "is empty",
+/// "begins with a full stop"; null when it can.
+const char* Q_name_fault(std::string_view name);
+
 /// The text as Pango markup that shows it literally; bytes that are not UTF-8 become U+FFFD.
 std::string Q_markup_escape(std::string_view text);
 

@@ -125,6 +125,15 @@ bool Q_write_whole(const char* path, std::string_view text) {
   return outcome == Outcome::placed;
 }
 
+bool Q_can_write_whole(const char* path) {
+  const auto [target, exists] = target_of(path);
+  std::error_code ignored;
+  if (exists)
+    return std::filesystem::is_regular_file(target, ignored) && access(target.c_str(), W_OK) == 0;
+  const std::filesystem::path folder = std::filesystem::path(target).parent_path();
+  return access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) == 0;
+}
+
 bool Q_write_whole_or_die(const char* path, std::string_view text) {
   if (Q_write_whole(path, text)) return true;
   if (!disk_failed(errno)) Q_error("File '%s' not writable", path);

@@ -24,6 +24,8 @@ bool Q_create_whole(const char* path, std::string_view text);
 /// folder takes no new file, an existing one that may be written is written in place. False, with
 /// the content as it was and errno set, when any step fails.
 bool Q_write_whole(const char* path, std::string_view text);
+/// Whether Q_write_whole may write there, as far as can be told before it does.
+bool Q_can_write_whole(const char* path);
 /// Q_write_whole, or the fatal error "File '%s' not writable" when the file cannot be opened for
 /// writing. False, with the content as it was and errno set, when the disk does not take the text:
 /// it is full, or a limit or a quota is reached.

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "util/files.h"
+#include "util/read_file.h"
 
 Q_table KVO_TableT;
 
@@ -56,22 +57,16 @@ const Q_cell& TABLE(long row, long column) {
   return TABLE(KVO_TableT, row, column);
 }
 
-Q_table kvotable_read(const char* path) {
-  if (Q_file_exists("%s", path) == 0) return {"2", "1", "study", "n1"};
-  Q_table table;
-  Q_table_load(table, "%s", path);
-  return as_study_table(std::move(table));
-}
-
 std::string kvotable_fault(const char* path) {
   Q_read_fault fault;
   if (Q_file_exists("%s", path) != 0) Q_table_read(path, fault);
   return fault.text;
 }
 
-Q_table kvotable_read_text(std::string_view content) {
+Q_table kvotable_read(std::optional<std::string_view> content) {
+  if (!content) return {"2", "1", "study", "n1"};
   Q_table table;
-  Q_table_load_text(table, content);
+  Q_table_load_text(table, *content);
   return as_study_table(std::move(table));
 }
 

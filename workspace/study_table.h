@@ -16,12 +16,9 @@ extern Q_table KVO_TableT;
 /// A cell of the study table, with the checks of text tables.
 const Q_cell& TABLE(long row, long column);
 
-/// The study table that a file holds: an empty cell is "NA", and so is a missing one. Without a
-/// file the table has the variables "study" and "n1" and no studies. A file that cannot be read is
-/// a fatal error.
-Q_table kvotable_read(const char* path);
-/// kvotable_read of a file's content.
-Q_table kvotable_read_text(std::string_view content);
+/// The study table that a file's content stands for: an empty cell is "NA", and so is a missing
+/// one. Without a file the table has the variables "study" and "n1" and no studies.
+Q_table kvotable_read(std::optional<std::string_view> content);
 
 /// Why kvotable_read would end the program, to follow the file's name; empty when it would not.
 std::string kvotable_fault(const char* path);

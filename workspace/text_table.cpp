@@ -94,6 +94,31 @@ void load_row(Q_table& table, std::string_view line) {
   }
 }
 
+/// Number, from 1, of the line that begins behind a part of a file's content. "\r\n" is one end.
+std::size_t number_behind(std::string_view content) {
+  std::size_t number = 1;
+  for (std::size_t i = 0; i < content.size(); ++i)
+    if (content[i] == '\n' || (content[i] == '\r' && content.substr(i + 1, 1) != "\n")) ++number;
+  return number;
+}
+
+/// What loading loses of a line that it has found in the content; empty for nothing.
+std::string loss_of(std::string_view content, const Q_line& line, std::size_t columns) {
+  if (line.complete && line.consumed == line.text.size())
+    return Q_format("it has more than %zu characters", Q_STRING_MAX).str();
+  if (content.substr(line.text.size(), 1) == "\xFF") return "it has a byte of value 255";
+  const std::vector<std::string> cells = Q_table_split_line(line.text);
+  const auto beyond = cells.begin() + static_cast<std::ptrdiff_t>(std::min(columns, cells.size()));
+  if (columns == 0 ||
+      std::all_of(beyond, cells.end(), [](const auto& cell) { return cell.empty(); }))
+    return "";
+  return Q_format(
+             "there are %zu cells, but the header has %zu columns (each blank, tab or comma begins "
+             "a new cell)",
+             cells.size(), columns)
+      .str();
+}
+
 /// The new row's slots may have been left by a row that the table had before.
 void clear_last_row(Q_table& table) {
   const long columns = Q_table_ncol(table);
@@ -220,6 +245,21 @@ void Q_table_load_text(Q_table& table, std::string_view content) {
     else
       load_row(table, text);
   }
+}
+
+std::optional<std::string> Q_table_loss(std::string_view content) {
+  std::size_t columns = 0;  // none before the header has been met
+  std::size_t start = 0;
+  for (bool more = true; more;) {
+    const std::string_view rest = content.substr(start);
+    const Q_line line = Q_first_line(rest);
+    if (const std::string loss = loss_of(rest, line, columns); !loss.empty())
+      return Q_format("line %zu: %s", number_behind(content.substr(0, start)), loss.c_str()).str();
+    if (columns == 0) columns = Q_table_split_line(line.text).size();
+    start += line.consumed;
+    more = line.complete;
+  }
+  return std::nullopt;
 }
 
 std::vector<std::string> Q_table_split_line(std::string_view line) {

@@ -55,6 +55,10 @@ std::optional<std::string> Q_table_read(const char* path, Q_read_fault& fault);
 [[gnu::format(printf, 2, 3)]] void Q_table_load(Q_table& table, const char* format, ...);
 /// Q_table_load of a file's content.
 void Q_table_load_text(Q_table& table, std::string_view content);
+/// The first line of a file's content of which loading drops or tears something, and what, so that
+/// saving would lose it: "line 3: there are 4 cells, but the header has 3 columns". Nothing when
+/// all of the content is loaded.
+std::optional<std::string> Q_table_loss(std::string_view content);
 
 /// The characters each of which ends a cell.
 inline constexpr std::string_view Q_TABLE_SEPARATORS = "\t ,";

@@ -4,6 +4,7 @@
 
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
+#include "dialogs/message.h"
 #include "kvo_config.h"
 #include "shell/batch.h"
 #include "shell/console.h"
@@ -12,6 +13,7 @@
 #include "util/files.h"
 #include "util/handles.h"
 #include "util/text.h"
+#include "util/whole_file.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
 #include "workspace/study_table.h"
@@ -27,6 +29,24 @@ void warn_of_table(const std::string& fault) {
 }
 
 }  // namespace
+
+std::string kvo_folder_refusal(const std::string& folder) {
+  const std::string settings = kvo_settings_path().str();
+  if (!Q_can_write_whole(settings.c_str()))
+    return Q_format(
+               "The settings file '%s' cannot be written, so the folder has not been changed. "
+               "Please make the file writable and try again.",
+               settings.c_str())
+        .str();
+  const std::string table = folder + "/" + KVO_TABLE_FILE;
+  if (const std::string fault = kvotable_fault(table.c_str()); !fault.empty())
+    return Q_format(
+               "The study table '%s' %s, so the folder has not been changed. Please mend the file "
+               "and try again.",
+               table.c_str(), fault.c_str())
+        .str();
+  return "";
+}
 
 void kvo_enter_folder(const char* folder) {
   Q_chdir_or_die("%s", folder);
@@ -45,6 +65,10 @@ void kvo3_cd() {
   Q_string folder = kvo_s_user_dir;
   if (!Q_input_folder(folder, "Select the folder containing the meta-analysis")) return;
   if (folder.empty()) return;
+  if (const std::string refusal = kvo_folder_refusal(folder.str()); !refusal.empty()) {
+    Q_input_warning("%s", refusal.c_str());
+    return;
+  }
   kvo_enter_folder(folder.c_str());
   Q_remove_dead_outputs();
   kvotable_load(KVO_TABLE_FILE);

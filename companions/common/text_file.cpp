@@ -16,8 +16,6 @@ namespace {
 
 constexpr std::string_view white_space = " \t\n\v\f\r";
 constexpr std::size_t max_any = std::size_t(1) << 30;
-// The longest suffix of an output and that of a temporary file must still fit into 255 bytes.
-constexpr std::size_t max_name = 200;
 
 [[noreturn]] void refuse(const std::string& path, const std::string& reason) {
   throw Refusal("'" + path + "' " + reason + ".");
@@ -96,20 +94,6 @@ std::string checksum(std::string_view bytes) {
 std::string file_checksum(const std::string& path) {
   Q_read_fault fault;
   return checksum(content_of(path, Q_read_file(path.c_str(), max_any, fault), fault));
-}
-
-const char* name_fault(std::string_view name) {
-  if (name.empty()) return "is empty";
-  if (name.front() == '.') return "begins with a full stop";
-  if (name.size() > max_name) return "is longer than 200 bytes";
-  if (g_utf8_validate(name.data(), gssize(name.size()), nullptr) == FALSE)
-    return "is not valid UTF-8";
-  for (const char c : name) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) return "holds a control character";
-    if (c == '/') return "holds a slash";
-  }
-  return nullptr;
 }
 
 std::string at_line(const std::string& path, std::size_t line) {

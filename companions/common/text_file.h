@@ -40,9 +40,5 @@ std::string checksum(std::string_view bytes);
 /// checksum() of a file of any kind and up to 1 GiB. Throws Refusal when it cannot be read.
 std::string file_checksum(const std::string& path);
 
-/// Why the text cannot be a name of a study or map, which becomes part of file names: "is empty",
-/// "begins with a full stop"; null when it can.
-const char* name_fault(std::string_view name);
-
 /// "'path', line 7: " for the beginning of a refusal.
 std::string at_line(const std::string& path, std::size_t line);

@@ -6,6 +6,7 @@
 
 #include "companions/common/error.h"
 #include "companions/common/text_file.h"
+#include "util/text.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ std::string checked_argument(const Verb& verb, const Argument& argument, const T
   if (argument.kind == Kind::word && text != label)
     refuse_form(verb, "'" + label + "' is expected instead of '" + text + "'");
   if (argument.kind == Kind::name)
-    if (const char* fault = name_fault(text); fault != nullptr)
+    if (const char* fault = Q_name_fault(text); fault != nullptr)
       refuse_form(verb, "The " + label + " '" + text + "' " + fault);
   return text;
 }
@@ -154,7 +155,7 @@ Command parse_command(const std::string& text, std::span<const Verb> verbs) {
     refuse_form(verb, "'" + std::string(verb.name) + "' needs a name for its result");
   if (!verb.needs_name && !command.name.empty())
     refuse_form(verb, "'" + std::string(verb.name) + "' takes no name");
-  if (const char* fault = name_fault(command.name); verb.needs_name && fault != nullptr)
+  if (const char* fault = Q_name_fault(command.name); verb.needs_name && fault != nullptr)
     throw Refusal("The name '" + command.name + "' " + fault + ".");
   if (given.size() > verb.arguments.size() && !(given.size() == 1 && given[0].empty()))
     refuse_form(verb, "'" + std::string(verb.name) + "' has too many arguments");

@@ -9,6 +9,7 @@
 #include "companions/common/text_file.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
+#include "util/text.h"
 
 namespace {
 
@@ -52,7 +53,7 @@ double number_in(const Lines& lines, const std::string& key, double least, doubl
 
 std::string name_in(const Lines& lines, const std::string& key) {
   const std::string& value = value_of(lines, key);
-  if (name_fault(value) != nullptr) refuse_value(key, value);
+  if (Q_name_fault(value) != nullptr) refuse_value(key, value);
   return value;
 }
 

@@ -13,6 +13,7 @@
 #include "companions/common/text_file.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
+#include "util/text.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ void remove_others(Outputs& outputs, std::span<const NamedMap> maps) {
 
 void check_analysis_name(const std::string& name, const StudyTable& table) {
   // The name of a coefficient's map is longer than that of its model.
-  if (const char* fault = name_fault(name); fault != nullptr)
+  if (const char* fault = Q_name_fault(name); fault != nullptr)
     throw Refusal("The name '" + name + "' " + fault + ".");
   if (name.starts_with("mask_"))
     throw Refusal("The name '" + name +
@@ -231,7 +232,7 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
 void remove_listed_maps(Outputs& outputs) {
   for (const std::string& name : read_map_list()) {
     // Anyone can have written the list; only what is a name of ours is one.
-    if (name_fault(name) != nullptr) continue;
+    if (Q_name_fault(name) != nullptr) continue;
     for (const MapKind& kind : map_kinds) {
       const std::string file = name + kind.suffix + ".nii.gz";
       if (written_by_this_system(file)) outputs.remove(file);

@@ -8,6 +8,7 @@
 #include "companions/common/error.h"
 #include "companions/common/progress.h"
 #include "companions/common/text_file.h"
+#include "util/text.h"
 
 namespace {
 
@@ -81,7 +82,7 @@ Sample sample_of(const StudyTable& table, const Study& study) {
 Study study_of(const StudyTable& table, std::vector<std::string> values, std::size_t line) {
   Study study{values[*table.column("study")], line, {}, {}, std::move(values)};
   if (study.name == missing) refuse(line, "the study has no name");
-  if (const char* fault = name_fault(study.name); fault != nullptr)
+  if (const char* fault = Q_name_fault(study.name); fault != nullptr)
     refuse(line, "the study's name '" + study.name + "' " + fault);
   study.sample = sample_of(table, study);
   if (const std::optional<std::size_t> column = table.column("threshold_t")) {

@@ -4,6 +4,7 @@
 #include "companions/kvo_edit/table_file.h"
 #include "util/files.h"
 #include "util/q_string.h"
+#include "util/text.h"
 #include "workspace/study_table.h"
 
 namespace {
@@ -32,7 +33,7 @@ std::optional<Fault> header_fault(const Check_index& index, const Table& table, 
 
 std::optional<Fault> study_name_fault(const Check_index& index, const std::string& name) {
   if (is_missing(name)) return problem("The study has no name.");
-  if (const char* fault = name_fault(name))
+  if (const char* fault = Q_name_fault(name))
     return problem("The name of the study " + std::string(fault) + ".");
   if (is_doubled(index.study_names, name)) return problem("Another study has the same name.");
   if (index.files.contains(name + PEAKS_SUFFIX) || index.files.contains(name + IMAGE_SUFFIX))

@@ -8,6 +8,7 @@
 #include "companions/common/error.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_edit/table.h"
+#include "util/text.h"
 #include "util/whole_file.h"
 
 namespace {
@@ -21,7 +22,7 @@ constexpr std::string_view NEW_FILE =
 
 std::string peaks_path(const std::string& table_path, const std::string& study) {
   if (is_missing(study)) throw Refusal("The study has no name.");
-  if (const char* fault = name_fault(study))
+  if (const char* fault = Q_name_fault(study))
     throw Refusal("The name of the study " + std::string(fault) +
                   ", so that no file can belong to it.");
   const std::filesystem::path table = std::filesystem::absolute(table_path);

@@ -118,7 +118,7 @@ TEST(Composed, GlobalsNeedTheSummariesOfTheSamples) {
       {"study n1 Mean1 mean1 SD1", "sd1"},
   };
   for (const auto& c : cases) {
-    const std::string warning = kvo_missing_global_variable(kvotable_read_text(c.header));
+    const std::string warning = kvo_missing_global_variable(kvotable_read(c.header));
     const std::string missing = c.missing;
     EXPECT_EQ(warning,
               missing.empty() ? "" : "Variable '" + missing + "' not found in the KVO table")
@@ -152,7 +152,7 @@ TEST(Composed, Mean) {
 }
 
 TEST(Composed, Jackknife) {
-  const Q_table table = kvotable_read_text("study female none\nA 1 0\nB( 0 0\nC NA 0\nD 1 0\n");
+  const Q_table table = kvotable_read("study female none\nA 1 0\nB( 0 0\nC NA 0\nD 1 0\n");
   const struct {
     Kvo_mean_answers answers;
     std::string text;
@@ -165,7 +165,7 @@ TEST(Composed, Jackknife) {
       {{"", "female", true}, NO_NAME},
   };
   for (const auto& c : cases) EXPECT_EQ(text_of(kvo_compose_jackknife(c.answers, table)), c.text);
-  const Q_table harmless = kvotable_read_text("study\nA\nB|\n");
+  const Q_table harmless = kvotable_read("study\nA\nB|\n");
   EXPECT_EQ(text_of(kvo_compose_jackknife({"M", "", true}, harmless)),
             "# Perform a jackknife analysis of all the studies as 'M':\n");
 }
@@ -342,7 +342,7 @@ TEST(Composed, Multimodal) {
 }
 
 TEST(Composed, ChoiceLists) {
-  KVO_TableT = kvotable_read_text("study n1 zeta #x B a b\nS 1 1 0 3 NA 1\n");
+  KVO_TableT = kvotable_read("study n1 zeta #x B a b\nS 1 1 0 3 NA 1\n");
   EXPECT_EQ(kvo_variable_choices(), (Q_string_list{"(none)", "#x", "B", "a", "b", "zeta"}));
   EXPECT_EQ(kvo_indicator_choices(), (Q_string_list{"(none)", "#x", "a", "b", "n1", "zeta"}));
 

@@ -13,6 +13,7 @@
 #include "analyses/pp.h"
 #include "analyses/threshold.h"
 #include "analysis_window.h"
+#include "made_image.h"
 
 namespace {
 
@@ -280,6 +281,21 @@ TEST_F(Handlers, MasksOfLabels) {
                           "Left_inferior_parietal_excluding_supramarginal_and_angular_gyri", "=",
                           "mask", "label,", "61")));
   EXPECT_THAT(batch(), HasSubstr("[" + region + "]:\n"));
+
+  // The regions 0 to 23 and no other, with Brodmann area 50.
+  const std::string atlas = single_file(made_header(), bytes_of(made_values()));
+  write_gzip(root() / "share" / "atlas_aal_frw.nii.gz", atlas);
+  clear_pane(0);
+  user.answer({}).answer({{"Brain region", region}}).then(press_ok);
+  kvo3_dialog_create_roimask();
+  EXPECT_THAT(user.messages().back(), HasSubstr("no voxel of region 61, '" + region + "'"));
+  expect_nothing_run();
+  user.answer({}).answer({{"Brain region", "Left gyrus rectus"}}).then(press_ok);
+  kvo3_dialog_create_roimask();
+  EXPECT_THAT(user.messages().back(), HasSubstr("no voxel of region 27"));
+  user.answer({}).answer({{"Brain region", "Left superior frontal gyrus, medial"}});
+  kvo3_dialog_create_roimask();
+  EXPECT_EQ(runs().size(), 1);
 }
 
 TEST_F(Handlers, MasksOfCoordinates) {

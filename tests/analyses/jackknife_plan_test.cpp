@@ -15,7 +15,7 @@ namespace {
 Q_table table_of(const Q_string_list& studies) {
   std::string content = "study\n";
   for (const std::string& study : studies) content += study + "\n";
-  return kvotable_read_text(content);
+  return kvotable_read(content);
 }
 
 Q_string_list maps(const Kvo_jackknife_plan& plan) {
@@ -25,7 +25,7 @@ Q_string_list maps(const Kvo_jackknife_plan& plan) {
 }
 
 TEST(JackknifePlan, LeavesOutEachStudyOfTheSubgroup) {
-  const Q_table table = kvotable_read_text(
+  const Q_table table = kvotable_read(
       "female study all none text\n1 A 1 0 2x\n0 B 1 NA x2\nNA C 1 0 -1\n1 D 1 0 0.0\n");
   const struct {
     const char* filter;
@@ -67,8 +67,7 @@ TEST(JackknifePlan, CutsTheAnalysisNameToWhatFits) {
 }
 
 TEST(JackknifePlan, OnlyIncludedStudiesCount) {
-  const Q_table table =
-      kvotable_read_text("study f\nlong_name_of_a_study_that_is_not_taken 0\nA 1\n");
+  const Q_table table = kvotable_read("study f\nlong_name_of_a_study_that_is_not_taken 0\nA 1\n");
   EXPECT_EQ(kvo_plan_jackknife(table, std::string(50, 'n'), "f").name.size(), 50);
   EXPECT_EQ(kvo_plan_jackknife(table, std::string(50, 'n'), "").name.size(), 20);
 }
@@ -106,7 +105,7 @@ TEST(JackknifePlan, NeedsTheFilterAndTheStudies) {
   const auto ends = testing::ExitedWithCode(1);
   EXPECT_EXIT(kvo_plan_jackknife(table_of({"A"}), "M", "female"), ends,
               "Row 'female' not found in the table\\.");
-  EXPECT_EXIT(kvo_plan_jackknife(kvotable_read_text("Study a\nA 1\n"), "M", "a"), ends,
+  EXPECT_EXIT(kvo_plan_jackknife(kvotable_read("Study a\nA 1\n"), "M", "a"), ends,
               "Row 'study' not found in the table\\.");
 }
 

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+
 #include "analyses/mean.h"
 #include "analysis_window.h"
 #include "file_size_limit.h"
@@ -15,7 +17,6 @@ using testing::HasSubstr;
 
 const char* const VARIABLE = "TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS";
 const char* const FOUR_STUDIES = "study,n1,female\nA,10,1\nB,11,0\nC,12,\nD,13,1\n";
-const char* const SAVED = "study\tn1\tfemale\t\nA\t10\t1\t\nB\t11\t0\t\nC\t12\tNA\t\nD\t13\t1\t\n";
 
 class Jackknife : public Analysis_window {
  protected:
@@ -34,7 +35,7 @@ class Jackknife : public Analysis_window {
   /// The temporary variable's values in the study table of a run, "" when it is not the last one.
   [[nodiscard]] std::string values(int run) const {
     const Q_table table =
-        kvotable_read_text(read_text(engine_folder() / ("table." + std::to_string(run))));
+        kvotable_read(read_text(engine_folder() / ("table." + std::to_string(run))));
     const long row = Q_get_table_row_pos(table, VARIABLE);
     if (row != 3 || Q_table_nrow(table) != 4) return "";
     std::string text;
@@ -50,9 +51,10 @@ class Jackknife : public Analysis_window {
     return count;
   }
 
+  /// In the memory and, byte for byte, in its file.
   static void expect_table_restored() {
-    EXPECT_EQ(read_text(KVO_TABLE_FILE), SAVED);
-    EXPECT_EQ(KVO_TableT, kvotable_read_text(FOUR_STUDIES));
+    EXPECT_EQ(read_text(KVO_TABLE_FILE), FOUR_STUDIES);
+    EXPECT_EQ(KVO_TableT, kvotable_read(FOUR_STUDIES));
   }
 };
 
@@ -114,7 +116,8 @@ TEST_F(Jackknife, ThatDiedIsClearedUpAtTheNextLoad) {
                                std::filesystem::copy_options::overwrite_existing);
     EXPECT_THAT(read_text(KVO_TABLE_FILE), HasSubstr(VARIABLE));
     kvotable_load(KVO_TABLE_FILE);
-    expect_table_restored();
+    EXPECT_EQ(KVO_TableT, kvotable_read(FOUR_STUDIES));
+    EXPECT_EQ(read_text(KVO_TABLE_FILE), Q_table_text(KVO_TableT));
     EXPECT_THAT(pane_text(0), HasSubstr("A jackknife analysis was interrupted"));
   }
 }
@@ -134,6 +137,58 @@ TEST_F(Jackknife, StopsWhenTheTableCannotBeWritten) {
     EXPECT_THAT(pane_text(0), HasSubstr("could not be written (File too large), so the jackknife "
                                         "analysis has been stopped.\n"));
   }
+}
+
+TEST_F(Jackknife, DoesNotBeginWhereItWouldOverwriteSomething) {
+  std::filesystem::create_directory("other");
+  const std::string reason = "cannot write its variable into the file 'kvo_table.txt': ";
+  const struct {
+    const char* file;  ///< as loaded
+    std::function<void()> meanwhile;
+    std::string reason;
+  } cases[] = {
+      {FOUR_STUDIES, [] { write_text(KVO_TABLE_FILE, "study,n1\nA,5\n"); },
+       reason + "another program has changed it"},
+      {FOUR_STUDIES, [] { std::filesystem::remove(KVO_TABLE_FILE); },
+       reason + "another program has changed it"},
+      {FOUR_STUDIES,
+       [] {
+         std::filesystem::current_path("other");
+         write_text("kvo_maps.txt", "");
+         write_text(KVO_TABLE_FILE, FOUR_STUDIES);
+       },
+       reason + "the study table in memory is that of another folder"},
+      {"study,age\nA,31,5\n", [] {}, reason + "line 2: there are 3 cells, but the header has 2"},
+  };
+  const auto table_file = [] {
+    return std::filesystem::exists(KVO_TABLE_FILE) ? read_text(KVO_TABLE_FILE) : "none";
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reason);
+    std::filesystem::current_path(work());
+    load_table(c.file);
+    c.meanwhile();
+    const std::string file = table_file();
+    user.answer({{"Jackknife", "yes"}}).then(press_ok);
+    kvo3_mean();
+    EXPECT_THAT(user.messages().back(), HasSubstr(c.reason));
+    expect_nothing_run();
+    Q_string name("M");
+    kvo3_jackknife(name, "");
+    EXPECT_EQ(runs(), std::vector<Arguments>{});
+    EXPECT_EQ(table_file(), file);
+    clear_pane(0);
+  }
+  std::filesystem::current_path(work());
+}
+
+TEST_F(Jackknife, StopsWhenAnotherProgramChangesTheTable) {
+  set_engine("[ $run = 2 ] && echo E,1,0 >>kvo_table.txt\necho d\n");
+  jackknife("M", "(none)");
+  EXPECT_EQ(runs().size(), 2);
+  EXPECT_THAT(read_text(KVO_TABLE_FILE), testing::EndsWith("\nE,1,0\n"));
+  EXPECT_EQ(occurrences(pane_text(0), "another program has changed it"), 2);
+  EXPECT_EQ(KVO_TableT, kvotable_read(FOUR_STUDIES));
 }
 
 TEST_F(Jackknife, ShortensTheNameInPlace) {

@@ -26,6 +26,8 @@ TEST(MultiChecks, OfImagesAndShortNames) {
                     different, number)
         .str();
   };
+  const std::string long_name(191, 'x');
+  const char* const longest = long_name.c_str();
   const struct {
     const char *image1, *name1, *image2, *name2;
     std::string result;  // the names, or the refusal
@@ -49,6 +51,14 @@ TEST(MultiChecks, OfImagesAndShortNames) {
       {"a_p.nii.gz", "-o", "b_p.nii.gz", "",
        "The name '-o' cannot be used in a command because it begins with the character '-'. Please "
        "change the name and try again."},
+      {"a_p.nii.gz", "", "b_p.nii.gz", "mask_x",
+       "The name 'mask_x' cannot be used: names that begin with 'mask_' are kept for masks. Please "
+       "change the name and try again."},
+      {"a_p.nii.gz", longest, "b_p.nii.gz", "b", long_name + " b"},
+      {"a_p.nii.gz", longest, "b_p.nii.gz", "bc",
+       "The names '" + long_name +
+           "' and 'bc' are too long for the names of the results. Please shorten them and try "
+           "again."},
       {"a_p.nii.gz", "", "line\nfeed_p.nii.gz", "",
        "The name 'line\nfeed_p.nii.gz' cannot be used in a command because it contains a line "
        "feed. Please change the name and try again."},
@@ -88,11 +98,12 @@ TEST(MultiChecks, OfResultsFolders) {
       {"free", "a", "b", ""},
       {"free", "old", "b", ""},
       {"images", "gm", "wm", ""},
-      {"images", "a", "c", overwrites("images/a_p.nii.gz")},
+      {"images", "a", "b", ""},
       {"images", "b", "c", overwrites("images/b_p.nii.gz")},
       {"images", "c", "a", overwrites("images/a_p.nii.gz")},
-      {"images/../images/.", "c", "b", overwrites("images/../images/./b_p.nii.gz")},
+      {"images/../images/.", "c", "a", overwrites("images/../images/./a_p.nii.gz")},
       {"link", "gm", "c", overwrites("link/gm_p.nii.gz")},
+      {"link", "c", "gm", ""},
       {"link", "c", "lost", not_writable("link/lost_p.nii.gz")},
       {"taken", "gm", "c", not_writable("taken/gm_p.nii.gz")},
       {"none", "a", "b",
@@ -106,6 +117,14 @@ TEST(MultiChecks, OfResultsFolders) {
     EXPECT_EQ(kvo_check_results_folder(root / c.folder, {{image1, c.name1}, {image2, c.name2}}),
               c.reason)
         << c.folder << " " << c.name1 << " " << c.name2;
+  const fs::path free = root / "free";
+  const auto replaced = [&] {
+    return kvo_replaced_by_copies(free, {{image1, "old"}, {image2, "b"}});
+  };
+  EXPECT_EQ(replaced(), Q_string_list{free / "old_p.nii.gz"});
+  write_text(free / "b_p.nii.gz", "2");
+  write_text(free / "old_p.nii.gz", "1");
+  EXPECT_EQ(replaced(), Q_string_list()) << "an earlier run left the same copies";
   EXPECT_NE(kvo_check_results_folder("/proc", {{image1, "a"}, {image2, "b"}}), "");
   EXPECT_EQ(read_text(image1) + read_text(image2), "12");
 }

@@ -132,6 +132,26 @@ TEST_F(Multimodal, RefusesImagesNamesAndFoldersBeforeAnythingChanges) {
   kvo3_multi();
   EXPECT_THAT(user.messages().back(), HasSubstr("would overwrite one of the two images"));
   expect_unchanged();
+
+  answers.back() = {"Meta-analysis 2, short name", "old"};
+  write_text(results() / "old_p.nii.gz", "another");
+  user.answer(answers);
+  choose_folder(results());
+  user.answer({}, "Cancel");
+  kvo3_multi();
+  EXPECT_THAT(user.messages().back(), HasSubstr("old_p.nii.gz' already exists"));
+  EXPECT_EQ(read_text(results() / "old_p.nii.gz"), "another");
+  fs::remove(results() / "old_p.nii.gz");
+  expect_unchanged();
+
+  fs::create_directory(root() / "etc" / "linux64.ini");
+  user.answer(answers);
+  choose_folder(results());
+  user.then(press_ok);
+  kvo3_multi();
+  EXPECT_THAT(user.messages().back(), HasSubstr("linux64.ini' cannot be written"));
+  fs::remove(root() / "etc" / "linux64.ini");
+  expect_unchanged();
 }
 
 }  // namespace

@@ -116,9 +116,14 @@ TEST(Names, OfFilesAreRefusedThatLeadElsewhere) {
     const char* fault;
   } cases[] = {
       {"gm", ""},
-      {"gray matter", ""},
       {"a.b-c", ""},
-      {"", ""},
+      {"", "is empty"},
+      {"gray matter", "contains a blank"},
+      {"a,b", "contains the character ','"},
+      {"a=b", "contains the character '='"},
+      {"a+b", "contains the character '+'"},
+      {std::string(201, 'a'), "is longer than 200 bytes"},
+      {"\xe9", "is not valid UTF-8"},
       {"..", "begins with the character '.'"},
       {".gm", "begins with the character '.'"},
       {"-gm", "begins with the character '-'"},

@@ -32,12 +32,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Q_table_load_text(twice, content);
   Q_table_load_text(twice, content);
 
-  KVO_TableT = kvotable_read_text(content);
+  KVO_TableT = kvotable_read(content);
   Q_string_list list;
   check(kvotable_get_variables(list) <= Q_table_nrow(KVO_TableT) + 1);
   check(kvotable_get_variables_indicator(list) <= Q_table_nrow(KVO_TableT) + 1);
   const std::string text = Q_table_text(KVO_TableT);
-  if (survives_writing(KVO_TableT)) check(Q_table_text(kvotable_read_text(text)) == text);
+  if (survives_writing(KVO_TableT)) check(Q_table_text(kvotable_read(text)) == text);
   kvotable_remove_leftover(KVO_TableT);
   check(Q_table_nrow(KVO_TableT) < 1 ||
         Q_get_table_row_pos(KVO_TableT, KVO_JACKKNIFE_VARIABLE) == -1);

@@ -321,6 +321,22 @@ TEST_F(Convert_img, AsksBeforeItOverwritesAFile) {
   EXPECT_EQ(codes_of("x.nii.gz"), "3 4");
 }
 
+TEST_F(Convert_img, LeavesAnImageThatTheCompressedFileLeadsTo) {
+  make_image("x.nii", 3, 4);
+  make_image("p.hdr", 3, 4);
+  std::filesystem::create_symlink("x.nii", path("x.nii.gz"));
+  std::filesystem::create_hard_link(path("p.img"), path("p.nii.gz"));
+  for (const char* name : {"x.nii", "p.hdr"}) {
+    const std::string before = read_text(path("x.nii")) + read_text(path("p.img"));
+    Dialog_driver user;
+    choose(user, name);
+    user.answer({});
+    kvo3_convert_img();
+    EXPECT_THAT(after_choosing(user), ElementsAre(HasSubstr("leads to the image itself")));
+    EXPECT_EQ(read_text(path("x.nii")) + read_text(path("p.img")), before);
+  }
+}
+
 TEST_F(Convert_img, RefusesSeveralVolumes) {
   for (const char* name : {"x.nii", "x.nii.gz"}) {
     make_image(name, 3, 4, 2);

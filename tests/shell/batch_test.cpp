@@ -75,10 +75,7 @@ TEST(Batch, LoadsFilesOfOthers) {
       {"", ""},
       {"a\r\nb\r\n", "a\n\nb\n"},
       {"a\nb", "a\nb"},
-      {"<i>a</i> \xE9\n", "<i>a</i> \uFFFD"},
-      {std::string("a\0b", 3),
-       "a\uFFFD"
-       "b"},
+      {"<i>a</i> \xE9\n", "<i>a</i> \u00E9"},
   };
   const Shell_fixture shell;
   for (const Case& c : cases) {
@@ -102,6 +99,43 @@ TEST(Batch, ReportsThatItCannotBeSaved) {
   set_batch("# kept\n");
   EXPECT_EQ(saved(), NOT_SAVED);
   EXPECT_EQ(pane_text(1), "# kept\n");
+}
+
+TEST(Batch, AsksBeforeItOverwritesWhatItDidNotShow) {
+  const struct {
+    std::optional<std::string> loaded, on_disk;
+    bool asks;
+  } cases[] = {
+      {"a\xE9\n", "a\xE9\n", false}, {std::nullopt, std::nullopt, false},
+      {"a\n", std::nullopt, false},  {"a\n", "b\n", true},
+      {std::nullopt, "b\n", true},   {"a\xFF\n", "a\xFF\n", true},
+      {"a\n", "new\n", false},
+  };
+  const Shell_fixture shell;
+  const auto put = [](const std::optional<std::string>& content) {
+    fs::remove("kvo_batch.txt");
+    if (content) write_text("kvo_batch.txt", *content);
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.loaded) + testing::PrintToString(c.on_disk));
+    put(c.loaded);
+    kvo3_batch_print();
+    put(c.on_disk);
+    set_batch("new");
+    if (c.asks) {
+      Dialog_driver user;
+      user.answer({}, "Cancel");
+      kvo3_batch_save();
+      EXPECT_THAT(user.messages(), ElementsAre(HasSubstr("Do you want to overwrite it?")));
+      EXPECT_EQ(read_text("kvo_batch.txt"), *c.on_disk);
+      user.answer({}).answer({});
+      kvo3_batch_save();
+    } else {
+      EXPECT_EQ(saved(), SAVED);
+    }
+    EXPECT_EQ(read_text("kvo_batch.txt"), "new\n");
+    EXPECT_EQ(saved(), SAVED) << "its own file";
+  }
 }
 
 TEST(Batch, RefusesALineOverTheLimit) {

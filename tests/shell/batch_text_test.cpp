@@ -29,13 +29,22 @@ TEST(BatchText, IsTheFileWithoutItsLastLineEnd) {
        "c",
        "a\nb\nc"},
       {"<b>&amp;", "<b>&amp;"},
-      {"\u00E9\xE9", "\u00E9\uFFFD"},
-      {std::string("a\0b\n", 4),
-       "a\uFFFD"
-       "b"},
+      {"\u00E9\u2400\n\xE9\x80\n\xE9", "\u00E9\u2400\n\u00E9\u0080\n\u00E9"},
+      {std::string("\xE9\0\n\u00E9\0\n", 7), "\u00E9\u2400\n\u00E9\u2400"},
+      {std::string("\0", 1), "\u2400"},
   };
   for (const Case& c : cases)
-    EXPECT_EQ(Q_batch_text(c.file), c.pane) << testing::PrintToString(c.file);
+    EXPECT_EQ(Q_show_batch(c.file).text, c.pane) << testing::PrintToString(c.file);
+}
+
+TEST(BatchText, KeepsTheBytesOfLinesThatAreAsTheyWereShown) {
+  const std::string file("# caf\xE9\nmean\n\u00E9\na\0b\n", 19);
+  const Q_batch_shown shown = Q_show_batch(file);
+  EXPECT_EQ(shown.text, "# caf\u00E9\nmean\n\u00E9\na\u2400b");
+  EXPECT_EQ(Q_batch_content(shown.text, shown), file);
+  EXPECT_EQ(Q_batch_content("\u00E9\n\u00E9", Q_show_batch("\xE9\n\u00E9\n")), "\u00E9\n\u00E9\n");
+  EXPECT_EQ(Q_batch_content("a\u2400b\nx\n# caf\u00E9s", shown),
+            std::string("a\0b\nx\n# caf\u00E9s\n", 15));
 }
 
 TEST(BatchLines, AreSplitAtEveryLineFeed) {

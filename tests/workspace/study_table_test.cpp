@@ -5,15 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include "test_folder.h"
-
 namespace {
 
 const char* const TABLE_OF_THREE =
     "study\tn1\tage\tfemale\nA\t20\t\t1\nB\t30\t41.5\nC\t10\tNA\t0\textra\n";
 
 void load(std::string_view content) {
-  KVO_TableT = kvotable_read_text(content);
+  KVO_TableT = kvotable_read(content);
 }
 
 /// The table's rows, cells joined by "|".
@@ -48,15 +46,13 @@ TEST(StudyTable, HasARowForEachVariable) {
 }
 
 TEST(StudyTable, IsTheDefaultTableWithoutAFile) {
-  const Test_folder folder;
-  KVO_TableT = kvotable_read(KVO_TABLE_FILE);
+  KVO_TableT = kvotable_read(std::nullopt);
   EXPECT_EQ(KVO_TableT, (Q_table{"2", "1", "study", "n1"}));
   EXPECT_EQ(variables(), Q_string_list{"(none)"});
   EXPECT_EQ(indicators(), (Q_string_list{"(none)", "study", "n1"}));
 }
 
 TEST(StudyTable, ReloadsWithoutAnythingOfTheOldTable) {
-  const Test_folder folder;
   const struct {
     const char* content;
     Q_string_list rows;
@@ -69,8 +65,7 @@ TEST(StudyTable, ReloadsWithoutAnythingOfTheOldTable) {
       {"\n", {}},
   };
   for (const auto& l : loads) {
-    write_text(KVO_TABLE_FILE, l.content);
-    KVO_TableT = kvotable_read(KVO_TABLE_FILE);
+    load(l.content);
     EXPECT_EQ(rows(), l.rows) << l.content;
     EXPECT_EQ(KVO_TableT.size(), 2 + Q_table_nrow(KVO_TableT) * Q_table_ncol(KVO_TableT));
   }

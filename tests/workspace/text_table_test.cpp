@@ -82,6 +82,32 @@ TEST(TextTable, CutsLinesAtTheLongestText) {
             (Rows{{"a", "b"}, {cell, ABSENT}, {"yz", "1"}}));
 }
 
+TEST(TextTable, TellsWhatLoadingLoses) {
+  const std::string full(Q_STRING_MAX, 'x');
+  const auto cells = [](const char* line, int found, int columns) {
+    return Q_format(
+               "line %s: there are %i cells, but the header has %i columns (each blank, tab or "
+               "comma begins a new cell)",
+               line, found, columns)
+        .str();
+  };
+  const struct {
+    std::string content;
+    std::string loss;
+  } cases[] = {
+      {"", ""},
+      {"a,b\n1\n\n1,2\n1\t2\t\n1 2,,\n" + full, ""},
+      {"\n\na,age\r\n1,2\r\n1,31,5\r\n", cells("5", 3, 2)},
+      {"a\r1\r1,,2", cells("3", 3, 1)},
+      {"a b\n" + full + "x\n", "line 2: it has more than 49999 characters"},
+      {"a b\n1\xff"
+       "2\n",
+       "line 2: it has a byte of value 255"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(Q_table_loss(c.content).value_or(""), c.loss) << c.content.substr(0, 50);
+}
+
 TEST(TextTable, SplitsLines) {
   const struct {
     const char* line;

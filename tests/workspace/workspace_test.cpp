@@ -254,11 +254,40 @@ TEST_F(Workspace, ChangesTheMetaAnalysis) {
   EXPECT_EQ(Q_table_ncol(KVO_TableT), 1);
 }
 
+TEST_F(Workspace, ChangesNothingWhereTheChangeWouldEndTheProgram) {
+  start();
+  clear_pane(0);
+  KVO_TableT = kvotable_read("study a\nA 1\n");
+  const Q_table table = KVO_TableT;
+  const fs::path folder = make_folder("other");
+  const struct {
+    fs::path in_the_way;  ///< a folder where a file is to be read or written
+    const char* message;
+  } cases[] = {{settings_file(), "etc/linux64.ini' cannot be written"},
+               {folder / KVO_TABLE_FILE, "other/kvo_table.txt' cannot be read"}};
+  for (const auto& c : cases) {
+    fs::create_directory(c.in_the_way);
+    Dialog_driver user;
+    user.then([&](Shown_dialog& dialog) {
+          dialog.select(folder.string());
+          dialog.press("Open");
+        })
+        .answer({});
+    kvo3_cd();
+    EXPECT_THAT(user.messages().back(), HasSubstr(c.message));
+    EXPECT_EQ(fs::current_path(), root());
+    EXPECT_EQ(kvo_s_user_dir, root().c_str());
+    EXPECT_EQ(KVO_TableT, table);
+    fs::remove(c.in_the_way);
+    EXPECT_FALSE(fs::exists(settings_file()));
+  }
+}
+
 TEST_F(Workspace, ChangesNothingOnCancel) {
   start();
   clear_pane(0);
   kvo_show_title();
-  KVO_TableT = kvotable_read_text("study a\nA 1\n");
+  KVO_TableT = kvotable_read("study a\nA 1\n");
   const Q_table table = KVO_TableT;
   const fs::path folder = make_folder("other");
   Dialog_driver user;
@@ -291,6 +320,13 @@ TEST_F(Workspace, CleansUpAfterAJackknifeThatWasInterrupted) {
   EXPECT_THAT(pane_text(0), HasSubstr("'kvo_table.txt' could not be written (File too large)"));
   EXPECT_THAT(read_text(KVO_TABLE_FILE), HasSubstr(variable));
 
+  const std::string wider = "study n1 " + variable + "\nA 1 1 1,5\n";
+  write_text(KVO_TABLE_FILE, wider);
+  kvotable_load(KVO_TABLE_FILE);
+  EXPECT_THAT(pane_text(0), HasSubstr("could not be written (line 2: there are 5 cells"));
+  EXPECT_EQ(read_text(KVO_TABLE_FILE), wider);
+
+  write_text(KVO_TABLE_FILE, "study\tn1\t" + variable + "\t\nA\t1\tNA\t\nB\t2\t1\t\n");
   clear_pane(0);
   kvotable_load(KVO_TABLE_FILE);
   EXPECT_EQ(read_text(KVO_TABLE_FILE), "study\tn1\t\nA\t1\t\nB\t2\t\n");
