@@ -5,6 +5,7 @@
 #include "analyses/jackknife_plan.h"
 #include "shell/busy.h"
 #include "shell/command_runner.h"
+#include "shell/console.h"
 #include "util/whole_file.h"
 #include "workspace/load_table.h"
 #include "workspace/study_table.h"
