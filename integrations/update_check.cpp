@@ -168,7 +168,7 @@ std::string download(const char* site, const std::optional<Description>& descrip
   const std::string file = folder.path() + "/update";
   Q_execute_r(true, "%swget -O %s %ssoftware/update/%s", environment_for(site),
               Q_shell_quoted(file).c_str(), site, update_name().c_str());
-  const std::string fault = description ? mismatch(file.c_str(), *description) : "";
+  std::string fault = description ? mismatch(file.c_str(), *description) : "";
   if (!fault.empty()) return fault;
   Q_chmod_x("%s", file.c_str());
   // An update that is there already may be running, and keeps its own file.

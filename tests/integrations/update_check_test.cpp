@@ -17,7 +17,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 namespace fs = std::filesystem;
 
 const char* const OFFER =
