@@ -80,6 +80,11 @@ bool takes_files(const std::string& folder) {
   return static_cast<bool>(file);
 }
 
+bool can_read(const fs::path& path) {
+  std::error_code failure;
+  return fs::is_regular_file(path, failure) && access(path.c_str(), R_OK) == 0;
+}
+
 /// Whether a file can be put at the path, or is there and can be written.
 bool can_write(const fs::path& path) {
   std::error_code failure;
@@ -171,6 +176,10 @@ std::string kvo_check_multi_pair(Kvo_multi_pair& pair) {
                  study->name.c_str())
           .str();
     if (std::string reason = kvo_path_refusal(study->image); !reason.empty()) return reason;
+    if (!can_read(study->image))
+      return Q_format("The image '%s' cannot be read. Please choose another one and try again.",
+                      study->image.c_str())
+          .str();
   }
   if (first.name.size() + second.name.size() > NAMES_MAX)
     return Q_format(

@@ -21,6 +21,7 @@ TEST(MultiChecks, OfImagesAndShortNames) {
   const Test_folder folder;
   for (const char* file : {"a_p.nii.gz", "b_p.nii.gz", "c_p.nii", "line\nfeed_p.nii.gz"})
     write_text(file, "");
+  fs::create_directory("folder_p.nii.gz");
   const auto no_image = [](int number, const char* different = "") {
     return Q_format("No %sp-value image was specified for meta-analysis %i. Please try again.",
                     different, number)
@@ -59,6 +60,8 @@ TEST(MultiChecks, OfImagesAndShortNames) {
        "The names '" + long_name +
            "' and 'bc' are too long for the names of the results. Please shorten them and try "
            "again."},
+      {"a_p.nii.gz", "", "folder_p.nii.gz", "",
+       "The image 'folder_p.nii.gz' cannot be read. Please choose another one and try again."},
       {"a_p.nii.gz", "", "line\nfeed_p.nii.gz", "",
        "The name 'line\nfeed_p.nii.gz' cannot be used in a command because it contains a line "
        "feed. Please change the name and try again."},
