@@ -142,28 +142,26 @@ std::optional<std::size_t> Q_batch_long_line(const std::vector<std::string>& lin
 }
 
 bool Q_batch_runs_in_shell(std::string_view line) {
-  char quote = 0;  // the one that is open
-  bool begins_word = true;
+  constexpr std::string_view ACTING = ";&|<>()";
   const std::size_t start = line.find_first_not_of(Q_WHITE_SPACE);
   if (start == std::string_view::npos || line[start] == '#') return false;
+  char quote = 0;  // the one that is open
+  char previous = 0;
   for (std::size_t i = start; i < line.size(); ++i) {
     const char c = line[i];
-    if (quote == '\'') {
-      if (c == quote) quote = 0;
-    } else if (c == '\\') {
-      ++i;
-    } else if (c == '`' || line.substr(i).starts_with("$(")) {
-      return true;
-    } else if (quote == '"') {
-      if (c == quote) quote = 0;
-    } else if (c == '"' || c == '\'') {
-      quote = c;
-    } else if (c == '#' && begins_word) {
-      return false;
-    } else if (std::string_view(";&|<>()").find(c) != std::string_view::npos) {
-      return true;
+    if (quote != '\'') {
+      const bool substitutes = c == '`' || line.substr(i).starts_with("$(");
+      const bool acts = quote == 0 && ACTING.find(c) != std::string_view::npos;
+      if (substitutes || acts) return true;
+      if (c == '\\') ++i;
     }
-    begins_word = Q_WHITE_SPACE.find(c) != std::string_view::npos;
+    const bool begins_word = Q_WHITE_SPACE.find(previous) != std::string_view::npos;
+    if (quote == 0 && c == '#' && begins_word) return false;
+    if (c == quote)
+      quote = 0;
+    else if (quote == 0 && (c == '"' || c == '\''))
+      quote = c;
+    previous = c;
   }
   return false;
 }

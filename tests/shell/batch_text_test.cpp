@@ -85,6 +85,7 @@ TEST(BatchText, TellsWhatTheShellRuns) {
       {"a #b; c", false},
       {"a 'b; c", false},
       {"a#; b", true},
+      {"a\\ #; b", true},
       {"a; b", true},
       {"a & b", true},
       {"a | b", true},
