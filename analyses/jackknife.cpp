@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "analyses/jackknife_plan.h"
+#include "analyses/names.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/text.h"
@@ -61,7 +62,8 @@ class Temporary_variable {
     const Q_cell value = TABLE(row_, run.column);
     set(run.column, "NA");
     const bool saved = save_table(", so the jackknife analysis has been stopped.");
-    if (saved) kvo3_exec_core(true, "%s = mean %s", run.map.c_str(), KVO_JACKKNIFE_VARIABLE);
+    if (saved)
+      kvo3_exec_core(true, "%s = mean %s", kvo_word(run.map).c_str(), KVO_JACKKNIFE_VARIABLE);
     set(run.column, value);
     return saved;
   }

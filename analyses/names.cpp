@@ -1,22 +1,27 @@
 #include "analyses/names.h"
 
+#include <algorithm>
+
+#include "util/process.h"
 #include "util/text.h"
 
 namespace {
 
+/// Characters that part the words of the command language, which has no quotes of its own.
+constexpr std::string_view NOT_IN_NAMES = " ,=+\"'";
 /// Characters that the shell acts on wherever they stand, those that match file names included.
-constexpr std::string_view ACTING = "$`(){}[];&|<>\"'\\*?";
+constexpr std::string_view ACTING = "$`(){}[];&|<>\\*?";
 /// Characters that it acts on at the beginning of a word.
 constexpr std::string_view ACTING_FIRST = "~#";
 /// Characters that turn the beginning of a file name into something else: a hidden file, an option.
 constexpr std::string_view NOT_FIRST_IN_FILE = ".-";
 
-struct Named_control {
+struct Named_character {
   char character;
   const char* name;
 };
-constexpr Named_control NAMED_CONTROLS[] = {
-    {'\n', "a line feed"}, {'\r', "a carriage return"}, {'\t', "a tab"}};
+constexpr Named_character NAMED[] = {
+    {'\n', "a line feed"}, {'\r', "a carriage return"}, {'\t', "a tab"}, {' ', "a blank"}};
 
 bool holds(std::string_view set, char character) {
   return set.find(character) != std::string_view::npos;
@@ -28,7 +33,7 @@ bool is_control(char character) {
 }
 
 std::string described(char character) {
-  for (const Named_control& row : NAMED_CONTROLS)
+  for (const Named_character& row : NAMED)
     if (row.character == character) return row.name;
   if (is_control(character))
     return Q_format("the control character %i", static_cast<int>(character)).str();
@@ -53,15 +58,16 @@ std::string kvo_safe_name(std::string_view typed) {
 }
 
 std::string kvo_name_refusal(std::string_view name) {
-  bool begins_word = true;
-  for (const char character : name) {
-    if (begins_word && holds(ACTING_FIRST, character))
-      return refusal(name, "has a word that begins with", character);
-    if (holds(ACTING, character) || is_control(character))
+  for (const char character : name)
+    if (holds(NOT_IN_NAMES, character) || is_control(character))
       return refusal(name, "contains", character);
-    begins_word = character == ' ';
-  }
   return "";
+}
+
+std::string kvo_word(std::string_view name) {
+  const bool acts = std::ranges::any_of(name, [](char c) { return holds(ACTING, c); }) ||
+                    (!name.empty() && holds(ACTING_FIRST, name.front()));
+  return acts ? Q_shell_quoted(name) : std::string(name);
 }
 
 std::string kvo_file_name_refusal(std::string_view name) {
