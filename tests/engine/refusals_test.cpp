@@ -291,15 +291,19 @@ TEST(Refusal, OfTheMeanAndOfItsCommand) {
       {loop("kvo_pp.txt"), "No maps found."},
   };
   const Case cases_of_reading[] = {
-      {removed("pp/A_g.nii.gz"), "'pp/A_g.nii.gz': cannot be opened: No such file"},
-      {removed("pp/B_var.nii.gz"), "'pp/B_var.nii.gz': cannot be opened: No such file"},
-      {link("/dev/zero", "pp/A_g.nii.gz"), "'pp/A_g.nii.gz': cannot be opened"},
-      {link("..", "pp"), "'pp/A_g.nii.gz': cannot be opened: No such file"},
-      {cut("pp/A_g.nii.gz", 0.2), "'pp/A_g.nii.gz': "},
+      {removed("pp/A_g.nii.gz"), "'pp/A_g.nii.gz' cannot be opened: No such file"},
+      {removed("pp/B_var.nii.gz"), "'pp/B_var.nii.gz' cannot be opened: No such file"},
+      {link("/dev/zero", "pp/A_g.nii.gz"), "'pp/A_g.nii.gz' is not a file."},
+      {link("..", "pp"), "'pp/A_g.nii.gz' cannot be opened: No such file"},
+      {cut("pp/A_g.nii.gz", 0.2), "'pp/A_g.nii.gz' has changed since preprocessing. Please run"},
       {[] {
-         fs::copy_file("pp/A_g.nii.gz", "pp/B_var.nii.gz", fs::copy_options::overwrite_existing);
+         fs::copy_file("pp/A_g.nii.gz", "pp/B_g.nii.gz", fs::copy_options::overwrite_existing);
        },
-       "'pp/B_var.nii.gz' has a variance in the mask that is not above 0."},
+       "'pp/B_g.nii.gz' has changed since preprocessing. Please run preprocessing again."},
+      {with_value("pp/A_var.nii.gz", 2), "'pp/A_var.nii.gz' has changed since preprocessing."},
+      {line("checksum of pp/A_g.nii.gz", "x = y"),
+       "'kvo_pp.txt' has no checksum of 'pp/A_g.nii.gz', as an earlier version leaves it. Please "
+       "run"},
       {folder("MyMean_z.nii.gz"), "'MyMean_z.nii.gz' cannot be replaced: it is a folder."},
       {folder("kvo_maps.txt"), "'kvo_maps.txt' is not a file."},
   };
