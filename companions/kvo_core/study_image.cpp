@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "companions/common/error.h"
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_core/talairach.h"
 #include "imaging/nifti_header.h"
@@ -122,7 +123,7 @@ float value_at(const Image& image, const Eigen::Vector3d& place) {
 }  // namespace
 
 std::string image_file(const Study& study) {
-  return study.name + ".nii.gz";
+  return image_file_of(study.name);
 }
 
 StudyImage read_study_image(const Study& study, const Mask& mask) {
