@@ -16,8 +16,8 @@ struct Kvo_composed {
 
 /// The reason alone.
 Kvo_composed kvo_refusal(std::string reason);
-/// Comment and command, or the refusal of the first of the names in them that the shell would act
-/// on.
+/// Comment and command, or the refusal of the first of the names in them that the command language
+/// cannot hold. In the command, names stand as kvo_word() gives them.
 Kvo_composed kvo_composed(const Q_string_list& names, const Q_string& comment,
                           const Q_string& command);
 

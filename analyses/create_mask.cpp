@@ -94,16 +94,18 @@ std::optional<Kvo_composed> ask() {
 Kvo_composed kvo_compose_label_mask(const std::string& region, const std::string& typed_name) {
   if (region.empty()) return kvo_refusal(kvo_not_selected(REGION_LABEL));
   const std::string name = kvo_safe_name(typed_name.empty() ? region_name(region) : typed_name);
-  return kvo_composed({name}, Q_format("# Create a mask from label [%s]:\n", region.c_str()),
-                      Q_format("%s = mask label, %i", name.c_str(), kvo_region_number(region)));
+  return kvo_composed(
+      {name}, Q_format("# Create a mask from label [%s]:\n", region.c_str()),
+      Q_format("%s = mask label, %i", kvo_word(name).c_str(), kvo_region_number(region)));
 }
 
 Kvo_composed kvo_compose_coordinate_mask(const Q_voxel& coordinate, const std::string& typed_name) {
   const auto [x, y, z] = coordinate;
   const std::string name =
       kvo_safe_name(typed_name.empty() ? Q_format("%i_%i_%i", x, y, z).str() : typed_name);
-  return kvo_composed({name}, Q_format("# Create a mask from coordinate [%i,%i,%i]:\n", x, y, z),
-                      Q_format("%s = mask coordinate, %i, %i, %i", name.c_str(), x, y, z));
+  return kvo_composed(
+      {name}, Q_format("# Create a mask from coordinate [%i,%i,%i]:\n", x, y, z),
+      Q_format("%s = mask coordinate, %i, %i, %i", kvo_word(name).c_str(), x, y, z));
 }
 
 void kvo3_dialog_create_roimask() {

@@ -4,6 +4,7 @@
 
 #include "analyses/asking.h"
 #include "analyses/choices.h"
+#include "analyses/names.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 
@@ -22,7 +23,7 @@ constexpr const char* MASK_LABEL = "Mask";
 Kvo_composed kvo_compose_extract(const std::string& mask) {
   if (mask.empty()) return kvo_refusal(kvo_not_selected(MASK_LABEL));
   return kvo_composed({mask}, Q_format("# Extract values within mask '%s':\n", mask.c_str()),
-                      Q_format("extract %s", mask.c_str()));
+                      Q_format("extract %s", kvo_word(mask).c_str()));
 }
 
 void kvo3_extract() {

@@ -2,6 +2,7 @@
 
 #include "analyses/asking.h"
 #include "analyses/choices.h"
+#include "analyses/names.h"
 #include "dialogs/help.h"
 #include "workspace/study_table.h"
 
@@ -43,10 +44,13 @@ std::string kvo_missing_global_variable(const Q_table& study_table) {
 }
 
 Kvo_composed kvo_compose_globals(const Kvo_model_answers& answers) {
-  Q_string model;
-  for (const std::string& term : answers.terms)
-    if (!term.empty()) Q_strcat(model, " + %s", term.c_str());
-  const Q_string subject = Q_format("globals of the model 'Y = 1%s'", model.c_str());
+  Q_string shown, model;
+  for (const std::string& term : answers.terms) {
+    if (term.empty()) continue;
+    Q_strcat(shown, " + %s", term.c_str());
+    Q_strcat(model, " + %s", kvo_word(term).c_str());
+  }
+  const Q_string subject = Q_format("globals of the model 'Y = 1%s'", shown.c_str());
   return kvo_compose_model(answers, subject, "globals", model);
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "analyses/jackknife_plan.h"
+#include "analyses/names.h"
 #include "shell/busy.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
@@ -47,8 +48,8 @@ class Temporary_variable {
     const bool saved =
         write_file(Q_table_text(KVO_TableT), ", so the jackknife analysis has been stopped.");
     written_ = written_ || saved;
-    const bool goes_on =
-        saved && kvo3_exec_core(true, "%s = mean %s", run.map.c_str(), KVO_JACKKNIFE_VARIABLE);
+    const bool goes_on = saved && kvo3_exec_core(true, "%s = mean %s", kvo_word(run.map).c_str(),
+                                                 KVO_JACKKNIFE_VARIABLE);
     if (saved && !goes_on)
       Q_print_warning(0, "A command was cancelled, so the jackknife analysis has been stopped.\n");
     set(run.column, value);

@@ -4,6 +4,7 @@
 
 #include "analyses/asking.h"
 #include "analyses/choices.h"
+#include "analyses/names.h"
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "workspace/map_lists.h"
@@ -78,10 +79,14 @@ std::span<const Kvo_lm_kind> kvo_lm_kinds() {
 Kvo_composed kvo_compose_lm(const Kvo_lm_kind& kind, const Kvo_model_answers& answers) {
   if (answers.name.empty()) return kvo_refusal(KVO_NO_NAME);
   if (answers.terms.front().empty()) return kvo_refusal(kvo_not_selected(kind.terms.front().label));
-  Q_string model;
-  for (const std::string& term : answers.terms)
-    if (!term.empty()) Q_strcat(model, model.empty() ? "%s" : " + %s", term.c_str());
-  const Q_string subject = Q_format("the linear model 'Y = %s'", model.c_str());
+  Q_string shown, model;
+  for (const std::string& term : answers.terms) {
+    if (term.empty()) continue;
+    const char* plus = model.empty() ? "" : " + ";
+    Q_strcat(shown, "%s%s", plus, term.c_str());
+    Q_strcat(model, "%s%s", plus, kvo_word(term).c_str());
+  }
+  const Q_string subject = Q_format("the linear model 'Y = %s'", shown.c_str());
   return kvo_compose_model(answers, subject, "lm", model);
 }
 

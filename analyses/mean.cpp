@@ -75,7 +75,7 @@ Kvo_composed kvo_compose_mean(const Kvo_mean_answers& answers) {
   return kvo_composed(
       {name, filter},
       Q_format("# Calculate the mean of %s as '%s':\n", kvo_studies(filter).c_str(), name.c_str()),
-      Q_format("%s = mean %s", name.c_str(), filter.c_str()));
+      Q_format("%s = mean %s", kvo_word(name).c_str(), kvo_word(filter).c_str()));
 }
 
 Kvo_composed kvo_compose_jackknife(const Kvo_mean_answers& answers, const Q_table& study_table) {

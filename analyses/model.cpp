@@ -35,8 +35,8 @@ Kvo_composed kvo_compose_model(const Kvo_model_answers& answers, const Q_string&
   const std::string& filter = answers.filter;
   const Q_string comment = Q_format("# Calculate %s of %s as '%s':\n", subject.c_str(),
                                     kvo_studies(filter).c_str(), name.c_str());
-  Q_string command = Q_format("%s = %s %s", name.c_str(), verb, model.c_str());
-  if (!filter.empty()) Q_strcat(command, ", %s", filter.c_str());
+  Q_string command = Q_format("%s = %s %s", kvo_word(name).c_str(), verb, model.c_str());
+  if (!filter.empty()) Q_strcat(command, ", %s", kvo_word(filter).c_str());
   Q_string_list names = answers.terms;
   names.insert(names.begin(), name);
   names.push_back(filter);

@@ -242,9 +242,9 @@ Kvo_composed kvo_compose_multi(const Kvo_multi_pair& pair, const Kvo_multi_answe
                "[%i, %i, %.5f]:\n",
                first.name.c_str(), first.image.c_str(), second.name.c_str(), second.image.c_str(),
                probability, peak, extent, assume_error, better_scenario, tolerable),
-      Q_format("multi %s, %s, %.5f, %.5f, %i, %i, %i, %.5f", first.name.c_str(),
-               second.name.c_str(), probability, peak, extent, assume_error, better_scenario,
-               tolerable));
+      Q_format("multi %s, %s, %.5f, %.5f, %i, %i, %i, %.5f", kvo_word(first.name).c_str(),
+               kvo_word(second.name).c_str(), probability, peak, extent, assume_error,
+               better_scenario, tolerable));
 }
 
 void kvo3_multi() {

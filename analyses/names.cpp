@@ -1,24 +1,27 @@
 #include "analyses/names.h"
 
+#include <algorithm>
+
+#include "util/process.h"
 #include "util/text.h"
 #include "workspace/map_lists.h"
 
 namespace {
 
+/// Characters that part the words of the command language, which has no quotes of its own.
+constexpr std::string_view NOT_IN_NAMES = " ,=+\"'";
 /// Characters that the shell acts on wherever they stand, those that match file names included.
-constexpr std::string_view ACTING = "$`(){}[];&|<>\"'\\*?";
+constexpr std::string_view ACTING = "$`(){}[];&|<>\\*?";
 /// Characters that it acts on at the beginning of a word.
 constexpr std::string_view ACTING_FIRST = "~#";
 /// Characters that turn the beginning of a file name into something else: a hidden file, an option.
 constexpr std::string_view NOT_FIRST_IN_FILE = ".-";
-/// Characters that part a file name or, in the command language, an argument.
-constexpr std::string_view PARTING = "/ ,=+";
 
 struct Named_character {
   char character;
   const char* name;
 };
-constexpr Named_character NAMED_CHARACTERS[] = {
+constexpr Named_character NAMED[] = {
     {'\n', "a line feed"}, {'\r', "a carriage return"}, {'\t', "a tab"}, {' ', "a blank"}};
 
 bool holds(std::string_view set, char character) {
@@ -31,7 +34,7 @@ bool is_control(char character) {
 }
 
 std::string described(char character) {
-  for (const Named_character& row : NAMED_CHARACTERS)
+  for (const Named_character& row : NAMED)
     if (row.character == character) return row.name;
   if (is_control(character))
     return Q_format("the control character %i", static_cast<int>(character)).str();
@@ -60,15 +63,16 @@ std::string kvo_safe_name(std::string_view typed) {
 }
 
 std::string kvo_name_refusal(std::string_view name) {
-  bool begins_word = true;
-  for (const char character : name) {
-    if (begins_word && holds(ACTING_FIRST, character))
-      return refusal(name, "has a word that begins with", character);
-    if (holds(ACTING, character) || is_control(character))
+  for (const char character : name)
+    if (holds(NOT_IN_NAMES, character) || is_control(character))
       return refusal(name, "contains", character);
-    begins_word = character == ' ';
-  }
   return "";
+}
+
+std::string kvo_word(std::string_view name) {
+  const bool acts = std::ranges::any_of(name, [](char c) { return holds(ACTING, c); }) ||
+                    (!name.empty() && holds(ACTING_FIRST, name.front()));
+  return acts ? Q_shell_quoted(name) : std::string(name);
 }
 
 std::string kvo_map_name_refusal(std::string_view name) {
@@ -83,8 +87,7 @@ std::string kvo_map_name_refusal(std::string_view name) {
 std::string kvo_file_name_refusal(std::string_view name) {
   if (!name.empty() && holds(NOT_FIRST_IN_FILE, name.front()))
     return refusal(name, "begins with", name.front());
-  if (const std::size_t at = name.find_first_of(PARTING); at != std::string_view::npos)
-    return refusal(name, "contains", name[at]);
+  if (holds(name, '/')) return refusal(name, "contains", '/');
   if (std::string reason = kvo_name_refusal(name); !reason.empty()) return reason;
   const char* fault = Q_name_fault(name);
   return fault != nullptr ? refusal(name, fault) : "";

@@ -1,7 +1,8 @@
 #pragma once
 
-// Names that go into command lines. The shell splits a command line into words, so a name from a
-// field or a file must not hold anything that the shell would act on.
+// Names that go into command lines. The shell splits a command line into words, and the command
+// language splits the words at its own punctuation: what the shell would act on is quoted, and a
+// name that the language cannot hold is refused.
 
 #include <string>
 #include <string_view>
@@ -10,9 +11,12 @@
 /// replaced (Q_replace_escape).
 std::string kvo_safe_name(std::string_view typed);
 
-/// Why the name cannot stand in a command line, as a message for the user that shows the name and
+/// Why the command language cannot hold the name, as a message for the user that shows the name and
 /// the character; empty when it can.
 std::string kvo_name_refusal(std::string_view name);
+
+/// The name as a word of a command line: as it is, or quoted when the shell would act on it.
+std::string kvo_word(std::string_view name);
 
 /// Why a name cannot be that of a map, in the engine's words; empty when it can.
 std::string kvo_map_name_refusal(std::string_view name);

@@ -5,6 +5,7 @@
 
 #include "analyses/asking.h"
 #include "analyses/choices.h"
+#include "analyses/names.h"
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
@@ -117,8 +118,8 @@ Kvo_composed kvo_compose_pp(const Kvo_pp_answers& answers) {
       Q_format("# Preprocess the studies ('%s', anisotropy = %.1f, isotropic FWHM = %.0fmm, mask = "
                "'%s', %.0f randomizations):\n",
                correlation_template.c_str(), anisotropy, fwhm, mask.c_str(), randomizations),
-      Q_format("pp %s, %.1f, %.0f, %s, %.0f", correlation_template.c_str(), anisotropy, fwhm,
-               mask.c_str(), randomizations));
+      Q_format("pp %s, %.1f, %.0f, %s, %.0f", kvo_word(correlation_template).c_str(), anisotropy,
+               fwhm, kvo_word(mask).c_str(), randomizations));
 }
 
 void kvo3_pp() {

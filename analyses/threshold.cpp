@@ -8,6 +8,7 @@
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 #include "dialogs/message.h"
+#include "util/process.h"
 #include "workspace/map_lists.h"
 
 namespace {
@@ -41,8 +42,8 @@ Kvo_composed kvo_compose_threshold(const Kvo_threshold_answers& answers) {
       {map},
       Q_format("# Threshold '%s' with p %.5f, minimum peak height %.3f, minimum %i voxels:\n",
                map.c_str(), probability, peak_height, extent),
-      Q_format("threshold \"%s\", p, %.5f, %.3f, %i", map.c_str(), probability, peak_height,
-               extent));
+      Q_format("threshold %s, p, %.5f, %.3f, %i", Q_shell_quoted(map).c_str(), probability,
+               peak_height, extent));
 }
 
 void kvo3_threshold() {

@@ -64,6 +64,12 @@ inline constexpr std::int16_t NIFTI_ALIGNED = 2;
 inline constexpr std::int16_t NIFTI_TALAIRACH = 3;
 inline constexpr std::int16_t NIFTI_MNI = 4;
 
+// `xyzt_units`: the unit of all lengths in the header, in the bits of this mask. 0 is unknown.
+inline constexpr int NIFTI_LENGTH_UNIT = 7;
+inline constexpr int NIFTI_METRES = 1;
+inline constexpr int NIFTI_MILLIMETRES = 2;
+inline constexpr int NIFTI_MICROMETRES = 3;
+
 // `datatype`: how the values are stored.
 inline constexpr std::int16_t NIFTI_FLOAT32 = 16;
 

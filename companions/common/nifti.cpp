@@ -23,7 +23,6 @@ namespace {
 /// Room for a head at a quarter of a mm, and not for what a few compressed bytes can swell to.
 constexpr std::uint64_t max_bytes = std::uint64_t(1) << 30;
 constexpr float first_voxel_offset = 352;
-constexpr char millimetres = 2;
 
 [[noreturn]] void refuse(const std::string& path, const std::string& reason) {
   throw Refusal("'" + path + "': " + reason + ".");
@@ -71,17 +70,6 @@ Space space_of(int code) {
   return Space::unknown;
 }
 
-double farthest_corners_mm(const Nifti_header& h, const Eigen::Matrix4d& difference) {
-  double farthest = 0;
-  for (unsigned corner = 0; corner < 8; ++corner) {
-    Eigen::Vector4d voxel(0, 0, 0, 1);
-    for (unsigned axis = 0; axis < 3; ++axis)
-      if ((corner >> axis & 1U) != 0) voxel[axis] = h.dim[1 + axis] - 1;
-    farthest = std::max(farthest, (difference * voxel).head<3>().norm());
-  }
-  return farthest;
-}
-
 /// Compares the qform with the sform that is followed.
 void compare_placements(const Nifti_header& h, const Eigen::Matrix4d& sform, Placement& placement) {
   const auto qform = h.qform_code > 0 ? nifti_qform(h) : std::nullopt;
@@ -92,10 +80,11 @@ void compare_placements(const Nifti_header& h, const Eigen::Matrix4d& sform, Pla
   placement.mirrored = handedness(sform) != handedness(*qform);
   // The place in the scanner is another than that in a standard brain.
   if (h.qform_code != NIFTI_SCANNER || h.sform_code == NIFTI_SCANNER)
-    placement.apart_mm = farthest_corners_mm(h, sform - *qform);
+    placement.apart_mm = nifti_farthest_apart(h, sform, *qform);
 }
 
-/// Sets the place of the voxels, still in the file's order: sform, else qform, else the sizes.
+/// Sets the place of the voxels, still in the file's order: sform, else qform, else that of the
+/// standard grid that the sizes are of.
 void place(const std::string& path, const Nifti_header& h, Image& image) {
   Eigen::Matrix4d& affine = image.grid.to_mm;
   if (h.sform_code > 0) {
@@ -107,7 +96,15 @@ void place(const std::string& path, const Nifti_header& h, Image& image) {
     affine = *qform;
     image.placement.code = h.qform_code;
   } else {
-    affine = nifti_centred_affine(h);
+    const auto standard = nifti_standard_affine(h, NIFTI_MNI);
+    if (!standard)
+      refuse(path,
+             "the header does not place the voxels in space: it has neither qform nor sform, "
+             "and " +
+                 nifti_grid_text(h) +
+                 " are no standard grid of MNI space. Please have the program that made the "
+                 "image write its place into the header");
+    affine = *standard;
   }
   image.space = space_of(image.placement.code);
   if (!nifti_places_voxels(affine)) refuse(path, "the header does not place the voxels in space");
@@ -194,7 +191,7 @@ Nifti_header header_of(const Image& image) {
   h.intent_code = std::int16_t(image.intent_code);
   h.intent_p1 = image.intent_p1;
   h.scl_slope = 1;
-  h.xyzt_units = millimetres;
+  h.xyzt_units = NIFTI_MILLIMETRES;
   const std::string description = cut_description(image.description);
   std::memcpy(h.descrip, description.data(), description.size());
   // Readers pass over an affine whose code is 0, so an unknown space has a code as well.

@@ -36,7 +36,8 @@ inline constexpr double voxel_mm = 2;
 
 /// How clearly a header says where the voxels are.
 struct Placement {
-  /// The NIfTI code of the transform that is followed; 0 when there is none, but only voxel sizes.
+  /// The NIfTI code of the transform that is followed; 0 when there is none, but only the numbers
+  /// and sizes of the voxels, which are those of a standard grid of MNI space.
   int code = 0;
   /// sform and qform take each other's left for right.
   bool mirrored = false;
@@ -56,11 +57,11 @@ struct Image {
 };
 
 /// Reads a ".nii" or ".nii.gz" file of either byte order and of the integer or floating-point
-/// types. The sform says where the voxels are, else the qform; with voxel sizes alone the axes run
-/// to the right, the front and up, and the middle of the image is the origin. The voxels are
-/// turned so that i runs to the right, j to the front and k up. Throws Refusal, naming the file,
-/// when it cannot be opened, is not a NIfTI-1 image, holds more than one volume or values of more
-/// than 1 GiB, or ends early.
+/// types, of any unit of length. The sform says where the voxels are, else the qform; with voxel
+/// sizes alone the image must have a standard grid of MNI space, whose axes run to the right, the
+/// front and up. The voxels are turned so that i runs to the right, j to the front and k up. Throws
+/// Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, does not place its
+/// voxels, holds more than one volume or values of more than 1 GiB, or ends early.
 Image read_image(const std::string& path);
 
 /// The description in the header of such a file, as read_image() would give it. Throws Refusal when

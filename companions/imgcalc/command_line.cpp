@@ -1,11 +1,11 @@
 #include "companions/imgcalc/command_line.h"
 
-#include <cmath>
-#include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "companions/common/error.h"
+#include "companions/common/text_file.h"
 #include "util/q_string.h"
 
 namespace {
@@ -53,13 +53,12 @@ std::string usage_of(const Row& row) {
 }
 
 double degrees_of_freedom(const char* word) {
-  char* end = nullptr;
-  const double df = std::strtod(word, &end);
-  if (end == word || *end != '\0' || !(df >= LEAST_DF && df <= MOST_DF))
+  const std::optional<double> df = number_of(word);
+  if (!df || *df < LEAST_DF || *df > MOST_DF)
     throw Refusal(Q_format("'%s' is no number of degrees of freedom: it must be from %g to %.0f",
                            word, LEAST_DF, MOST_DF)
                       .str());
-  return df;
+  return *df;
 }
 
 std::string output_path(std::string_view word) {
@@ -114,8 +113,14 @@ std::string help_text() {
       "\nDF is the number of degrees of freedom. OUT is the image to write (.nii.gz or .nii); it "
       "may\n"
       "be PATH. The -set options change PATH itself, and only its header. When the space is\n"
-      "declared and the header places the voxels nowhere, the middle of the image becomes the\n"
-      "origin, with the axes running right, front and up.\n\n"
+      "declared and the header has neither qform nor sform, the voxels must be those of a "
+      "standard\n"
+      "grid of that space, such as 91 x 109 x 91 of 2 mm, and are taken to be stored from left to\n"
+      "right, from the back to the front and upwards. Other images are refused. A qform that "
+      "places\n"
+      "the voxels elsewhere than the sform is replaced by it, and lengths in other units become "
+      "mm;\n"
+      "the program then says so.\n\n"
       "The sign of a -log10(p value) is the direction that was tested. 0, NaN and infinite values\n"
       "stay as they are; a t statistic too large for the image becomes the largest number.\n\n"
       "The last word KVO asks for the progress lines of the suite on standard output: 'a' and "

@@ -15,9 +15,15 @@
 
 namespace {
 
+void write_progress(char kind, const std::string& text) {
+  std::string line(1, kind);
+  line += markup_of(text);
+  write_line(line);
+}
+
 int fail(bool with_progress, const std::string& reason) {
   if (with_progress)
-    write_line("w" + markup_of(reason));
+    write_progress('w', reason);
   else
     std::fprintf(stderr, "imgcalc: %s\n", reason.c_str());
   return 1;
@@ -25,8 +31,13 @@ int fail(bool with_progress, const std::string& reason) {
 
 int run(std::span<const char* const> words, bool with_progress) {
   const Command command = parse_command(words);
-  if (with_progress) write_line("a" + markup_of(description_of(command)));
-  carry_out(command);
+  if (with_progress) write_progress('a', description_of(command));
+  carry_out(command, [&](const std::string& text) {
+    if (with_progress)
+      write_progress('a', text);
+    else
+      std::fprintf(stderr, "imgcalc: %s.\n", text.c_str());
+  });
   if (with_progress) write_line("o");
   return 0;
 }

@@ -13,12 +13,13 @@
 #include "imaging/nifti_affine.h"
 #include "imaging/nifti_file.h"
 #include "imaging/nifti_write.h"
+#include "util/q_string.h"
 
 namespace {
 
 /// Voxels that one thread converts before it looks for more.
 constexpr std::size_t BLOCK = 4096;
-/// In mm, the difference between two transforms that is owed to rounding.
+/// In mm, how far two transforms may place a voxel apart by rounding.
 constexpr double SAME_PLACE = 0.01;
 
 using Conversion = double (*)(double value, double df);
@@ -58,13 +59,46 @@ void change_values(const Command& command, std::int16_t intent_code) {
       go_on));
 }
 
-void change_space(const Command& command, std::int16_t space_code) {
+void change_space(const Command& command, std::int16_t space_code, const Say& say) {
   const auto info = value_of(nifti_read_info(command.path));
   Nifti_header changed = info.header;
-  if (!declare_space(changed, space_code))
-    throw Refusal("the header of '" + info.path + "' does not place the voxels in space");
+  declare_space(changed, space_code, info.path, say);
   finish(nifti_rewrite_header(
       info.path, [&](Nifti_header& header) { header = changed; }, go_on));
+}
+
+/// Where the header places the voxels, by the sform, else the qform, else the standard grid.
+Eigen::Matrix4d affine_of(const Nifti_header& h, std::int16_t space_code, const std::string& path,
+                          const Say& say) {
+  if (h.sform_code > 0) return nifti_sform(h);
+  const std::string unplaced = "the header of '" + path + "' does not place the voxels in space: ";
+  if (h.qform_code > 0) {
+    if (const auto qform = nifti_qform(h)) return *qform;
+    throw Refusal(unplaced + "its qform is no rotation");
+  }
+  const char* space = space_code == NIFTI_TALAIRACH ? "Talairach" : "MNI";
+  const auto standard = nifti_standard_affine(h, space_code);
+  if (!standard)
+    throw Refusal(unplaced + "it has neither qform nor sform, and " + nifti_grid_text(h) +
+                  " are no standard grid of " + space +
+                  " space. Please have the program that made the image write its place into the "
+                  "header");
+  say("Placing the " + nifti_grid_text(h) + " as the standard grid of " + space +
+      " space does, from left to right");
+  return *standard;
+}
+
+/// Says that the qform is replaced, if it placed the voxels elsewhere.
+void say_replaced(const Nifti_header& h, const Eigen::Matrix4d& affine, const Say& say) {
+  if (h.qform_code <= 0) return;
+  const auto qform = nifti_qform(h);
+  const double apart = qform ? nifti_farthest_apart(h, *qform, affine) : 0;
+  if (!qform)
+    say("Replacing its qform, which is no rotation, by its sform");
+  else if (apart > SAME_PLACE)
+    say(Q_format("Replacing its qform, which places voxels up to %.2f mm elsewhere, by its sform",
+                 apart)
+            .str());
 }
 
 float converted(float value, Conversion conversion, double df) {
@@ -97,20 +131,24 @@ void declare_values(Nifti_header& h, std::int16_t intent_code, double parameter)
   std::memset(h.intent_name, 0, sizeof h.intent_name);
 }
 
-bool declare_space(Nifti_header& h, std::int16_t space_code) {
-  const auto qform = h.qform_code > 0 ? nifti_qform(h) : std::nullopt;
-  const Eigen::Matrix4d affine = h.sform_code > 0 ? nifti_sform(h)
-                                 : qform          ? *qform
-                                                  : nifti_centred_affine(h);
-  if (!nifti_places_voxels(affine)) return false;
+void declare_space(Nifti_header& h, std::int16_t space_code, const std::string& path,
+                   const Say& say) {
+  if (nifti_mm_per_unit(h) != 1) say("Converting its lengths to mm");
+  nifti_use_millimetres(h);
+  const Eigen::Matrix4d affine = affine_of(h, space_code, path, say);
+  if (!nifti_places_voxels(affine))
+    throw Refusal("the header of '" + path + "' does not place the voxels in space");
   if (h.sform_code <= 0) nifti_set_sform(h, affine);
   // Viewers differ in which of the two they go by.
-  if (!qform || (*qform - affine).cwiseAbs().maxCoeff() > SAME_PLACE) nifti_set_qform(h, affine);
+  const auto qform = h.qform_code > 0 ? nifti_qform(h) : std::nullopt;
+  if (!qform || !(nifti_farthest_apart(h, *qform, affine) <= SAME_PLACE)) {
+    say_replaced(h, affine, say);
+    nifti_set_qform(h, affine);
+  }
   h.sform_code = h.qform_code = space_code;
-  return true;
 }
 
-void carry_out(const Command& command) {
+void carry_out(const Command& command, const Say& say) {
   switch (command.operation) {
     case Operation::compress:
       return compress(command);
@@ -121,9 +159,9 @@ void carry_out(const Command& command) {
     case Operation::set_log10_p:
       return change_values(command, NIFTI_LOG10_P);
     case Operation::set_mni:
-      return change_space(command, NIFTI_MNI);
+      return change_space(command, NIFTI_MNI, say);
     case Operation::set_talairach:
-      return change_space(command, NIFTI_TALAIRACH);
+      return change_space(command, NIFTI_TALAIRACH, say);
     case Operation::z_to_t:
       return convert_values(command, t_of_z);
     case Operation::log10_p_to_t:

@@ -12,11 +12,12 @@ struct Command;
 
 /// What an argument may be.
 enum class Kind {
-  word,    ///< exactly the text of the argument's label
-  name,    ///< a name of a map, mask, template or variable
-  number,  ///< a number of the argument's range
-  whole,   ///< a whole number of the argument's range
-  model,   ///< [ "+" ] variable { "+" variable }
+  word,      ///< exactly the text of the argument's label
+  name,      ///< a name of a map, mask or template
+  variable,  ///< a column of the study table
+  number,    ///< a number of the argument's range
+  whole,     ///< a whole number of the argument's range
+  model,     ///< [ "+" ] variable { "+" variable }
 };
 
 struct Argument {

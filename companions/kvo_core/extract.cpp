@@ -60,8 +60,8 @@ double mean_of(const std::vector<float>& values) {
 }
 
 /// The mean effect and variance of a study. Only these maps are in memory meanwhile.
-Effect effect_in(const Mask& mask, const std::string& study) {
-  return {mean_of(read_map(effect_map_file(study), mask)), mean_of(read_variances(study, mask))};
+Effect effect_in(const PpRecord& record, const Mask& mask, const std::string& study) {
+  return {mean_of(read_effects(record, study, mask)), mean_of(read_variances(record, study, mask))};
 }
 
 void extract_effects(Extraction& extraction) {
@@ -72,7 +72,7 @@ void extract_effects(Extraction& extraction) {
   in_parallel(members.size(), [&](std::size_t i, std::size_t) {
     const Study& study = members[i].study;
     extraction.studies[i] = {study.name, participants_of(study.sample),
-                             effect_in(extraction.used, study.name)};
+                             effect_in(extraction.meta.record, extraction.used, study.name)};
     action.step();
   });
   action.finish();

@@ -59,6 +59,9 @@ std::string template_path(const std::string& name) {
 
 Image read_on_mni_grid(const std::string& path) {
   Image image = read_image(path);
+  if (image.placement.code == 0)
+    throw Refusal("'" + path +
+                  "' has neither qform nor sform in its header: left and right are unknown.");
   if (!(image.grid == mni_grid()))
     throw Refusal("'" + path + "' is not on the MNI grid of 91 x 109 x 91 voxels of 2 mm.");
   return image;

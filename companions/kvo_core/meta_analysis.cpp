@@ -39,6 +39,16 @@ Member checked_member(const PpRecord& record, const Study& study) {
   return {study, std::move(peaks.peaks), is_image};
 }
 
+std::vector<float> read_unchanged_map(const PpRecord& record, const std::string& file,
+                                      const Mask& mask) {
+  const std::string checksum = recorded(record.checksums, file);
+  if (checksum.empty())
+    throw Refusal("'" + std::string(pp_record_file) + "' has no checksum of '" + file +
+                  "', as an earlier version leaves it. Please run preprocessing again.");
+  if (file_checksum(file) != checksum) refuse_changed("'" + file + "' has changed");
+  return read_map(file, mask);
+}
+
 std::vector<const float*> pointers_at(const std::vector<std::vector<float>>& maps,
                                       std::size_t begin) {
   std::vector<const float*> pointers;
@@ -98,9 +108,15 @@ std::vector<const float*> StudyMaps::variances(std::size_t begin) const {
   return pointers_at(var, begin);
 }
 
-std::vector<float> read_variances(const std::string& study, const Mask& mask) {
+std::vector<float> read_effects(const PpRecord& record, const std::string& study,
+                                const Mask& mask) {
+  return read_unchanged_map(record, effect_map_file(study), mask);
+}
+
+std::vector<float> read_variances(const PpRecord& record, const std::string& study,
+                                  const Mask& mask) {
   const std::string file = variance_map_file(study);
-  std::vector<float> var = read_map(file, mask);
+  std::vector<float> var = read_unchanged_map(record, file, mask);
   if (std::any_of(var.begin(), var.end(), [](float value) { return !(value > 0); }))
     throw Refusal("'" + file + "' has a variance in the mask that is not above 0.");
   return var;
@@ -115,9 +131,9 @@ StudyMaps read_study_maps(const MetaAnalysis& meta) {
   in_parallel(2 * studies, [&](std::size_t i, std::size_t) {
     const std::string& name = meta.members[i / 2].study.name;
     if (i % 2 == 0) {
-      maps.g[i / 2] = read_map(effect_map_file(name), meta.mask);
+      maps.g[i / 2] = read_effects(meta.record, name, meta.mask);
     } else {
-      maps.var[i / 2] = read_variances(name, meta.mask);
+      maps.var[i / 2] = read_variances(meta.record, name, meta.mask);
     }
     action.step();
   });

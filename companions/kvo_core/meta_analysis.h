@@ -51,10 +51,12 @@ struct StudyMaps {
   [[nodiscard]] std::vector<const float*> variances(std::size_t begin) const;
 };
 
-/// The variances of a study in the voxels of a mask. Throws Refusal, naming the file, when it is
-/// missing, on another grid, or holds what cannot be a variance.
-std::vector<float> read_variances(const std::string& study, const Mask& mask);
+/// The effects and the variances of a study in the voxels of a mask. Throws Refusal, naming the
+/// file, when it is missing, is no longer what preprocessing left, or was left by a version that
+/// recorded no checksum of it, and when it holds what cannot be a variance.
+std::vector<float> read_effects(const PpRecord& record, const std::string& study, const Mask& mask);
+std::vector<float> read_variances(const PpRecord& record, const std::string& study,
+                                  const Mask& mask);
 
-/// Reads the maps, showing progress. Throws Refusal, naming the file, when one is missing, on
-/// another grid, or holds what cannot be an effect or a variance.
+/// Reads the maps, showing progress. Throws Refusal as read_effects() and read_variances() do.
 StudyMaps read_study_maps(const MetaAnalysis& meta);

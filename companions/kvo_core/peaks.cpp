@@ -6,6 +6,7 @@
 
 #include "companions/common/error.h"
 #include "companions/common/nifti.h"
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_core/talairach.h"
 
@@ -101,7 +102,7 @@ struct Reader {
 }  // namespace
 
 std::string peaks_file(const Study& study) {
-  return study.name + ".peaks.txt";
+  return peaks_file_of(study.name);
 }
 
 StudyPeaks read_peaks(const Study& study) {

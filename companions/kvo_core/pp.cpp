@@ -190,6 +190,7 @@ void run_pp(const Command& command) {
                 studies.size(), 30);
   const std::string description = image_description(command.text());
   ImageRemarks remarks(studies.size());
+  std::vector<std::string> sums(paths.size());
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
     std::vector<float> map;
     if (inputs.sources[s].is_image) {
@@ -203,13 +204,19 @@ void run_pp(const Command& command) {
     const VarianceOfG variance = variance_of_g(studies[s].sample);
     for (float& value : map) value = float(variance.at(value));
     write_map(paths[2 * s + 1], inputs.mask, map, description, var_map.intent_code);
+    for (const std::size_t p : {2 * s, 2 * s + 1}) sums[p] = file_checksum(paths[p]);
     action.step();
   });
   action.finish();
   remarks.say_all();
   remove_listed_maps(outputs);
   remove_old_study_maps(outputs);
-  outputs.write_text(pp_record_file, inputs.record.text());
+  PpRecord record = inputs.record;
+  for (std::size_t s = 0; s < studies.size(); ++s) {
+    record.checksums[effect_map_file(studies[s].name)] = sums[2 * s];
+    record.checksums[variance_map_file(studies[s].name)] = sums[2 * s + 1];
+  }
+  outputs.write_text(pp_record_file, record.text());
   outputs.write_text(map_list_file, "");
   outputs.write_text(null_list_file, empty_null_list());
   outputs.write_text(analysis_list_file, empty_analysis_list());

@@ -1,7 +1,8 @@
 #pragma once
 
-// "kvo_pp.txt": what preprocessing was asked for and what it worked on. Later commands take their
-// parameters from it, and see from it whether the inputs are still the same.
+// "kvo_pp.txt": what preprocessing was asked for, what it worked on and what it made. Later
+// commands take their parameters from it, and see from it whether inputs and maps are still the
+// same.
 
 #include <cstdint>
 #include <map>
@@ -17,8 +18,8 @@ struct PpRecord {
   double anisotropy = 0, fwhm = 0;
   std::uint64_t seed = 0;
   std::size_t randomizations = 0;
-  /// For each input file its checksum, and for each study what the table says of it that its maps
-  /// depend on.
+  /// For each input file and each study's map its checksum, and for each study what the table says
+  /// of it that its maps depend on.
   std::map<std::string, std::string> checksums, studies;
 
   [[nodiscard]] std::string text() const;

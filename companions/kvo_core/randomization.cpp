@@ -84,7 +84,7 @@ struct Images {
     space.emplace(meta.mask);
     in_parallel(count, [&](std::size_t i, std::size_t) {
       const std::string& name = meta.members[with_image[i]].study.name;
-      of_study[with_image[i]].emplace(*space, read_map(effect_map_file(name), meta.mask),
+      of_study[with_image[i]].emplace(*space, read_effects(meta.record, name, meta.mask),
                                       meta.record.seed, name_hash(name));
       action.step();
     });

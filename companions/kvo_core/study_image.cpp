@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "companions/common/error.h"
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_core/talairach.h"
 #include "imaging/nifti_header.h"
@@ -76,8 +77,8 @@ std::vector<std::string> doubts_about(const Image& image, const Study& study) {
                      rounded(std::ceil(placement.apart_mm)) + " mm apart; the sform is followed");
   if (placement.code == 0)
     doubts.push_back(
-        "its header does not place it in space; it is taken to be in MNI space, from left to right "
-        "and with the origin in its middle. Please check the result");
+        "its header does not place it in space; its voxels are those of a standard grid of MNI "
+        "space, and are taken to be stored from left to right. Please check the result");
   else if (image.space == Space::unknown)
     doubts.push_back("its header does not name its space (code " + std::to_string(placement.code) +
                      "); it is taken to be in MNI space");
@@ -122,7 +123,7 @@ float value_at(const Image& image, const Eigen::Vector3d& place) {
 }  // namespace
 
 std::string image_file(const Study& study) {
-  return study.name + ".nii.gz";
+  return image_file_of(study.name);
 }
 
 StudyImage read_study_image(const Study& study, const Mask& mask) {

@@ -1,12 +1,12 @@
 #include "companions/kvo_core/study_table.h"
 
 #include <algorithm>
-#include <cmath>
 #include <span>
 #include <unordered_map>
 
 #include "companions/common/error.h"
 #include "companions/common/progress.h"
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
 #include "util/text.h"
 
@@ -14,8 +14,6 @@ namespace {
 
 constexpr std::string_view separators = " \t,";
 constexpr const char* missing = "NA";
-constexpr double max_sample = 1e9;
-constexpr double max_threshold = 1000;
 // Short rows are filled up to the header's length, so that a small file could ask for any memory.
 constexpr std::size_t max_cells = 5000000;
 
@@ -43,6 +41,8 @@ void check_header(const StudyTable& table, std::size_t line) {
       std::adjacent_find(names.begin(), names.end(),
                          [](const auto& a, const auto& b) { return a == b && !a.empty(); });
   if (twice != names.end()) refuse(line, "there are two columns '" + *twice + "'");
+  for (const std::string& name : table.columns)
+    if (const char* fault = cell_fault(name)) refuse(line, "a cell " + std::string(fault));
 }
 
 /// Fills the row up to the header's length.
@@ -54,43 +54,33 @@ std::vector<std::string> row_of(std::string_view text, std::size_t line, std::si
                      std::to_string(columns) +
                      " columns (each blank, tab or comma begins a new cell)");
   cells.resize(columns);
-  for (std::string& cell : cells)
+  for (std::string& cell : cells) {
+    if (const char* fault = cell_fault(cell)) refuse(line, "a cell " + std::string(fault));
     if (cell.empty()) cell = missing;
+  }
   return cells;
 }
 
-int sample_size(const StudyTable& table, const Study& study, std::size_t column, int least) {
-  const std::optional<double> size = study_number(table, study, column);
-  if (size && *size >= least && *size <= max_sample && *size == std::floor(*size))
-    return int(*size);
-  refuse(study.line, table.columns[column] + " of study '" + study.name + "' is '" +
-                         study.values[column] + "', not a whole number from " +
-                         std::to_string(least) + " to 1000000000");
-}
-
-Sample sample_of(const StudyTable& table, const Study& study) {
-  const std::size_t n1 = *table.column("n1");
+/// The value of a column that has a meaning; nothing when it is missing, or the column is.
+std::optional<double> checked_value(const StudyTable& table, const Study& study, const char* name) {
+  const std::optional<std::size_t> column = table.column(name);
+  if (!column) return std::nullopt;
   const std::optional<std::size_t> n2 = table.column("n2");
-  const bool two_samples = n2 && study.values[*n2] != missing;
-  // With fewer there is no variance within the samples, or no unbiased effect size.
-  Sample sample;
-  sample.n1 = sample_size(table, study, n1, two_samples ? 2 : 3);
-  if (two_samples) sample.n2 = sample_size(table, study, *n2, 2);
-  return sample;
+  const std::string& text = study.values[*column];
+  if (const auto fault = value_fault(name, text, n2 ? study.values[*n2] : ""))
+    refuse(study.line,
+           std::string(name) + " of study '" + study.name + "' is '" + text + "', " + *fault);
+  return number_of(text);
 }
 
 Study study_of(const StudyTable& table, std::vector<std::string> values, std::size_t line) {
   Study study{values[*table.column("study")], line, {}, {}, std::move(values)};
-  if (study.name == missing) refuse(line, "the study has no name");
+  if (is_missing(study.name)) refuse(line, "the study has no name");
   if (const char* fault = Q_name_fault(study.name); fault != nullptr)
     refuse(line, "the study's name '" + study.name + "' " + fault);
-  study.sample = sample_of(table, study);
-  if (const std::optional<std::size_t> column = table.column("threshold_t")) {
-    study.threshold_t = study_number(table, study, *column);
-    if (study.threshold_t && (*study.threshold_t <= 0 || *study.threshold_t > max_threshold))
-      refuse(line, "threshold_t of study '" + study.name + "' is '" + study.values[*column] +
-                       "', not a number above 0 and up to 1000");
-  }
+  study.sample.n1 = int(checked_value(table, study, "n1").value());
+  study.sample.n2 = int(checked_value(table, study, "n2").value_or(0));
+  study.threshold_t = checked_value(table, study, "threshold_t");
   return study;
 }
 

@@ -11,14 +11,15 @@ constexpr Argument pp_arguments[] = {
     {.label = "mask"},
     {.label = "randomizations", .kind = Kind::whole, .least = 1, .most = 10000},
 };
-constexpr Argument mean_arguments[] = {{.label = "filter", .optional = true}};
+constexpr Argument mean_arguments[] = {
+    {.label = "filter", .kind = Kind::variable, .optional = true}};
 constexpr Argument globals_arguments[] = {
     {.label = "model", .kind = Kind::model, .optional = true},
-    {.label = "filter", .optional = true},
+    {.label = "filter", .kind = Kind::variable, .optional = true},
 };
 constexpr Argument lm_arguments[] = {
     {.label = "model", .kind = Kind::model},
-    {.label = "filter", .optional = true},
+    {.label = "filter", .kind = Kind::variable, .optional = true},
 };
 constexpr Argument threshold_arguments[] = {
     {.label = "map"},

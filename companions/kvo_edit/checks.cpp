@@ -1,5 +1,8 @@
 #include "companions/kvo_edit/checks.h"
 
+#include <algorithm>
+
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_edit/table_file.h"
 #include "util/files.h"
@@ -8,9 +11,6 @@
 #include "workspace/study_table.h"
 
 namespace {
-
-constexpr const char* PEAKS_SUFFIX = ".peaks.txt";
-constexpr const char* IMAGE_SUFFIX = ".nii.gz";
 
 Fault problem(std::string text) {
   return {Severity::problem, std::move(text)};
@@ -21,13 +21,36 @@ bool is_doubled(const std::unordered_map<std::string, long>& names, const std::s
   return found != names.end() && found->second > 1;
 }
 
+/// What a command or a dialog cannot make use of; the engine takes such a table.
+std::optional<std::string> unusable_name(const std::string& name) {
+  if (is_missing(name)) return "The variable has no name.";
+  if (const char* fault = variable_fault(name))
+    return "The name " + std::string(fault) + ", which commands cannot hold in a name.";
+  if (name == KVO_JACKKNIFE_VARIABLE)
+    return "This name is kept for jackknife analyses, which add and remove such a variable.";
+  if (name == "(none)") return "This name stands for no variable where one is chosen.";
+  return std::nullopt;
+}
+
+/// What makes the engine refuse the whole table.
+std::optional<std::string> refused_name(const Check_index& index, const std::string& name,
+                                        long allowed) {
+  if (const char* fault = storage_fault(name))
+    return "The name " + std::string(fault) + ", which the table file cannot hold in a name.";
+  const auto found = index.variable_names.find(name);
+  if (!name.empty() && found != index.variable_names.end() && found->second > allowed)
+    return "Another variable has the same name.";
+  return std::nullopt;
+}
+
 std::optional<Fault> header_fault(const Check_index& index, const Table& table, long column) {
   const std::string& name = cell(table, HEADER, column);
-  if (auto text = variable_name_fault(index, name, 1)) return problem(*std::move(text));
+  if (auto text = refused_name(index, name, 1)) return problem(*std::move(text));
   if (index.study_column < 0 && column == 0)
     return problem("No variable is called 'study', the one with the names of the studies.");
-  if (!index.has_n1 && column == index.study_column)
-    return Fault{Severity::note, "No variable is called 'n1', the one with the sample sizes."};
+  if (index.n1_column < 0 && column == std::max(index.study_column, 0L))
+    return problem("No variable is called 'n1', the one with the sample sizes.");
+  if (auto text = unusable_name(name)) return Fault{Severity::note, *std::move(text)};
   return std::nullopt;
 }
 
@@ -36,23 +59,23 @@ std::optional<Fault> study_name_fault(const Check_index& index, const std::strin
   if (const char* fault = Q_name_fault(name))
     return problem("The name of the study " + std::string(fault) + ".");
   if (is_doubled(index.study_names, name)) return problem("Another study has the same name.");
-  if (index.files.contains(name + PEAKS_SUFFIX) || index.files.contains(name + IMAGE_SUFFIX))
-    return std::nullopt;
-  return Fault{Severity::note, Q_format("The folder has no peaks file '%s%s' and no image '%s%s'.",
-                                        name.c_str(), PEAKS_SUFFIX, name.c_str(), IMAGE_SUFFIX)
-                                   .str()};
+  const bool has_peaks = index.files.contains(peaks_file_of(name));
+  if (auto fault = source_fault(name, has_peaks, index.files.contains(image_file_of(name))))
+    // A file that is missing may be yet to come.
+    return Fault{has_peaks ? Severity::problem : Severity::note, *std::move(fault)};
+  return std::nullopt;
 }
 
-std::optional<Fault> sample_size_fault(const std::string& variable, const std::string& text) {
-  if (is_missing(text)) {
-    // A study with one sample has no second size.
-    if (variable == "n2") return std::nullopt;
-    return problem("The sample size is missing.");
-  }
-  const std::optional<double> size = number_of(text);
-  if (!size) return problem("The sample size is not a number.");
-  if (*size < 1) return problem("The sample size is less than 1.");
-  return std::nullopt;
+std::optional<Fault> value_fault_of(const Check_index& index, const Table& table, long row,
+                                    long column) {
+  const std::string& variable = cell(table, HEADER, column);
+  const std::string& text = cell(table, row, column);
+  const std::string n2 = index.n2_column < 0 ? "" : cell(table, row, index.n2_column);
+  const auto fault = value_fault(variable, text, n2);
+  if (!fault) return std::nullopt;
+  const bool is_size = variable != "threshold_t";
+  if (is_size && is_missing(text)) return problem("The sample size is missing.");
+  return problem(std::string(is_size ? "The sample size is " : "The threshold is ") + *fault + ".");
 }
 
 void count_names(std::unordered_map<std::string, long>& counts, const Table& table, long column) {
@@ -65,16 +88,17 @@ void count_names(std::unordered_map<std::string, long>& counts, const Table& tab
 
 void refresh_files(Check_index& index, const std::string& folder) {
   index.files.clear();
-  for (const char* suffix : {PEAKS_SUFFIX, IMAGE_SUFFIX}) {
+  for (const std::string& ending : {peaks_file_of(""), image_file_of("")}) {
     Q_string_list names;
-    Q_ls(names, folder.c_str(), "", suffix);
+    Q_ls(names, folder.c_str(), "", ending.c_str());
     index.files.insert(names.begin(), names.end());
   }
 }
 
 void refresh_names(Check_index& index, const Table& table) {
   index.study_column = column_of(table, "study");
-  index.has_n1 = column_of(table, "n1") >= 0;
+  index.n1_column = column_of(table, "n1");
+  index.n2_column = column_of(table, "n2");
   index.variable_names.clear();
   for (const std::string& name : table.header.cells) ++index.variable_names[name];
   count_names(index.study_names, table, index.study_column);
@@ -82,18 +106,8 @@ void refresh_names(Check_index& index, const Table& table) {
 
 std::optional<std::string> variable_name_fault(const Check_index& index, const std::string& name,
                                                long allowed) {
-  if (is_missing(name)) return "The variable has no name.";
-  if (const char* fault = storage_fault(name))
-    return "The name " + std::string(fault) + ", which the table file cannot hold in a name.";
-  if (name.find_first_of("+=\"'") != std::string::npos)
-    return "The name holds a quote, '=' or '+', which commands cannot hold in a name.";
-  if (name == KVO_JACKKNIFE_VARIABLE)
-    return "This name is kept for jackknife analyses, which add and remove such a variable.";
-  if (name == "(none)") return "This name stands for no variable where one is chosen.";
-  const auto found = index.variable_names.find(name);
-  if (found != index.variable_names.end() && found->second > allowed)
-    return "Another variable has the same name.";
-  return std::nullopt;
+  if (auto text = refused_name(index, name, allowed)) return text;
+  return unusable_name(name);
 }
 
 std::optional<Fault> fault_of(const Check_index& index, const Table& table, long row, long column) {
@@ -102,10 +116,13 @@ std::optional<Fault> fault_of(const Check_index& index, const Table& table, long
   if (const char* fault = storage_fault(text))
     return problem("The cell " + std::string(fault) +
                    ", which the table file cannot hold in a cell.");
+  if (column == column_count(table) - 1)
+    if (const std::size_t cells = cells_of_long_line(table, row))
+      return problem(Q_format("The line has %zu cells, but the table has %li variables.", cells,
+                              column_count(table))
+                         .str());
   if (column == index.study_column) return study_name_fault(index, text);
-  const std::string& variable = cell(table, HEADER, column);
-  if (variable == "n1" || variable == "n2") return sample_size_fault(variable, text);
-  return std::nullopt;
+  return value_fault_of(index, table, row, column);
 }
 
 std::vector<Cell_place> all_faults(const Check_index& index, const Table& table) {

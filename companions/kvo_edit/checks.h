@@ -1,7 +1,7 @@
 #pragma once
 
-// What is wrong with a cell, in words for the user: names that are missing, doubled or not usable,
-// sample sizes that are no numbers, separators inside a cell, studies without data.
+// What is wrong with a cell, in words for the user, by the rules that the engine goes by
+// (companions/common/study_rules.h).
 
 #include <optional>
 #include <string>
@@ -12,8 +12,8 @@
 #include "companions/kvo_edit/table.h"
 
 enum class Severity {
-  note,    ///< an analysis may need more than there is
-  problem  ///< this cannot be right
+  note,    ///< an analysis may need more than there is, or cannot use it
+  problem  ///< the engine refuses the table for it
 };
 
 struct Fault {
@@ -26,7 +26,7 @@ struct Check_index {
   std::unordered_map<std::string, long> study_names;
   std::unordered_map<std::string, long> variable_names;
   long study_column = -1;
-  bool has_n1 = false;
+  long n1_column = -1, n2_column = -1;
   std::unordered_set<std::string> files;  ///< peaks files and images of the table's folder
 };
 

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
 #include "companions/kvo_edit/grid_cell.h"
 #include "companions/kvo_edit/grid_edit.h"

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "companions/common/study_rules.h"
 #include "companions/kvo_edit/grid_keys.h"
 #include "companions/kvo_edit/operations.h"
 #include "util/handles.h"

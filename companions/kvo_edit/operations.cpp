@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
 #include "util/handles.h"
 #include "util/text.h"

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "companions/common/error.h"
+#include "companions/common/study_rules.h"
 #include "companions/common/text_file.h"
-#include "companions/kvo_edit/table.h"
 #include "util/text.h"
 #include "util/whole_file.h"
 
@@ -26,7 +26,7 @@ std::string peaks_path(const std::string& table_path, const std::string& study) 
     throw Refusal("The name of the study " + std::string(fault) +
                   ", so that no file can belong to it.");
   const std::filesystem::path table = std::filesystem::absolute(table_path);
-  return table.parent_path() / (study + ".peaks.txt");
+  return table.parent_path() / peaks_file_of(study);
 }
 
 void create_peaks_file(const std::string& path) {

@@ -144,10 +144,6 @@ const std::string& cell(const Table& table, long row, long column) {
   return table_row(table, row).cells[at(column)];
 }
 
-bool is_missing(std::string_view text) {
-  return text.empty() || text == "NA";
-}
-
 long column_of(const Table& table, std::string_view name) {
   const auto& names = table.header.cells;
   const auto found = std::find(names.begin(), names.end(), name);

@@ -36,8 +36,6 @@ Table_row& table_row(Table& table, long row);
 const Table_row& table_row(const Table& table, long row);
 /// The text of a cell; row HEADER holds the names of the variables.
 const std::string& cell(const Table& table, long row, long column);
-/// Whether the front end takes the text for a missing value: it is empty or "NA".
-bool is_missing(std::string_view text);
 /// The first column of that name; -1 when there is none.
 long column_of(const Table& table, std::string_view name);
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "companions/common/error.h"
+#include "companions/common/study_rules.h"
 #include "util/lines.h"
 #include "util/q_string.h"
 #include "util/read_file.h"
@@ -160,6 +161,7 @@ std::string document_text(const Document& document) {
 }
 
 const char* storage_fault(std::string_view text) {
+  if (const char* fault = cell_fault(text)) return fault;
   for (const char character : text) {
     switch (character) {
       case ' ':
@@ -168,11 +170,6 @@ const char* storage_fault(std::string_view text) {
         return "holds a tab";
       case ',':
         return "holds a comma";
-      case '\n':
-      case '\r':
-      case '\v':
-      case '\f':
-        return "holds a line break";
       case '\0':
       case '\xff':
         return "holds a byte that is not text";
@@ -181,6 +178,17 @@ const char* storage_fault(std::string_view text) {
     }
   }
   return nullptr;
+}
+
+std::size_t cells_of_long_line(const Table& table, long row) {
+  const Table_row& cells = table_row(table, row);
+  if (!cells.source) return 0;
+  const std::vector<std::string> in_file = Q_table_split_line(cells.source->text);
+  const std::size_t variables = cells.cells.size();
+  const bool beyond = in_file.size() > variables &&
+                      std::any_of(in_file.begin() + static_cast<std::ptrdiff_t>(variables),
+                                  in_file.end(), [](const auto& cell) { return !cell.empty(); });
+  return beyond && Kept_lines(table).has(cells, row == HEADER) ? in_file.size() : 0;
 }
 
 std::string cell_description(const Table& table, long row, long column) {

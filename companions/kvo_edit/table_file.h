@@ -20,6 +20,10 @@ std::string document_text(const Document& document);
 /// Why a text cannot be a cell of the file, to follow its name: "holds a blank"; null when it can.
 const char* storage_fault(std::string_view text);
 
+/// How many cells the line that a row comes from, and will be kept as, has, when one with a text
+/// lies beyond the last variable; 0 otherwise.
+std::size_t cells_of_long_line(const Table& table, long row);
+
 /// "the variable 'n1' of the study 'Smith2004'", "the name of variable 3".
 std::string cell_description(const Table& table, long row, long column);
 

@@ -27,7 +27,7 @@ std::string text_of(const Kvo_composed& composed) {
   return composed.refusal + composed.comment + composed.command;
 }
 
-std::string hostile(const std::string& name, const std::string& character) {
+std::string refused(const std::string& name, const std::string& character) {
   return "The name '" + name + "' cannot be used in a command because it contains the character '" +
          character + "'. Please change the name and try again.";
 }
@@ -43,13 +43,13 @@ TEST(Composed, Preprocessing) {
       {{"white_matter", 0.5F, 12, "white_matter", 20},
        "# Preprocess the studies ('white_matter', anisotropy = 0.5, isotropic FWHM = 12mm, mask = "
        "'white_matter', 20 randomizations):\npp white_matter, 0.5, 12, white_matter, 20"},
-      {{"a b%s", 0, 50, "tbss", 500},
-       "# Preprocess the studies ('a b%s', anisotropy = 0.0, isotropic FWHM = 50mm, mask = "
-       "'tbss', 500 randomizations):\npp a b%s, 0.0, 50, tbss, 500"},
+      {{"a(b)%s", 0, 50, "tbss", 500},
+       "# Preprocess the studies ('a(b)%s', anisotropy = 0.0, isotropic FWHM = 50mm, mask = "
+       "'tbss', 500 randomizations):\npp \"a(b)%s\", 0.0, 50, tbss, 500"},
       {{"", 1, 20, "m", 1}, "Please select the correlation template and try again."},
       {{"t", 1, 20, "", 1}, "Please select the mask and try again."},
-      {{"$t", 1, 20, "m", 1}, hostile("$t", "$")},
-      {{"t", 1, 20, "m(1)", 1}, hostile("m(1)", "(")},
+      {{"t,", 1, 20, "m", 1}, refused("t,", ",")},
+      {{"t", 1, 20, "m=1", 1}, refused("m=1", "=")},
   };
   for (const auto& c : cases) EXPECT_EQ(text_of(kvo_compose_pp(c.answers)), c.text);
 }
@@ -96,9 +96,10 @@ TEST(Composed, Globals) {
       {{"G", {"", "", "", ""}, "f"},
        "# Calculate globals of the model 'Y = 1' of the subgroup 'f' as 'G':\nG = globals , f"},
       {{"", {"", "", "", ""}, ""}, NO_NAME},
-      {{"G", {"", "", "a;b", ""}, ""}, hostile("a;b", ";")},
-      {{"G", {"", "", "", ""}, "`f`"}, hostile("`f`", "`")},
-      {{"G{}", {"", "", "", ""}, ""}, hostile("G{}", "{")},
+      {{"G{}", {"", "", "a;b", ""}, "`f`"},
+       "# Calculate globals of the model 'Y = 1 + a;b' of the subgroup '`f`' as 'G{}':\n"
+       "\"G{}\" = globals  + \"a;b\", \"\\`f\\`\""},
+      {{"G", {"", "", "a+b", ""}, ""}, refused("a+b", "+")},
   };
   for (const auto& c : cases) EXPECT_EQ(text_of(kvo_compose_globals(c.answers)), c.text);
 }
@@ -139,14 +140,17 @@ TEST(Composed, Mean) {
        "# Calculate the mean of all the studies as 'a.rm_-rf_x-':\na.rm_-rf_x- = mean "},
       {{"<i>%s", ""}, "# Calculate the mean of all the studies as '-i-%s':\n-i-%s = mean "},
       {{"", ""}, NO_NAME},
-      {{"$(x)", ""}, hostile("$(x)", "$")},
+      {{"$(x)", "a;touch${IFS}pwned"},
+       "# Calculate the mean of the subgroup 'a;touch${IFS}pwned' as '$(x)':\n"
+       "\"\\$(x)\" = mean \"a;touch\\${IFS}pwned\""},
+      {{"#M", ""}, "# Calculate the mean of all the studies as '#M':\n\"#M\" = mean "},
+      {{"M", "it's"}, refused("it's", "'")},
       {{"a n", ""},
        "The name 'a_n' cannot be used: names that end with '_n' are kept for the negative tails of "
        "null distributions. Please change the name and try again."},
-      {{"M", "a;touch${IFS}pwned"}, hostile("a;touch${IFS}pwned", ";")},
-      {{"#M", ""},
-       "The name '#M' cannot be used in a command because it has a word that begins with the "
-       "character '#'. Please change the name and try again."},
+      {{"a\tb", ""},
+       "The name 'a\tb' cannot be used in a command because it contains a tab. Please change the "
+       "name and try again."},
   };
   for (const auto& c : cases) EXPECT_EQ(text_of(kvo_compose_mean(c.answers)), c.text);
 }
@@ -159,8 +163,7 @@ TEST(Composed, Jackknife) {
   } cases[] = {
       {{"My Mean", "female", true},
        "# Perform a jackknife analysis of the subgroup 'female' as 'My_Mean':\n"},
-      {{"M", "", true}, hostile("MJKB(", "(")},
-      {{"M)", "female", true}, hostile("M)", ")")},
+      {{"M)", "", true}, "# Perform a jackknife analysis of all the studies as 'M)':\n"},
       {{"M", "none", true}, "No studies found. Please edit table and try again."},
       {{"", "female", true}, NO_NAME},
   };
@@ -210,8 +213,11 @@ TEST(Composed, LinearModels) {
        "M = lm age + age"},
       {TWO_REGRESSORS, {"M", {"", "dose"}, ""}, "Please select the 1st regressor and try again."},
       {TWO_REGRESSORS, {"", {"", "dose"}, ""}, NO_NAME},
-      {TWO_REGRESSORS, {"M", {"age", "d|e"}, ""}, hostile("d|e", "|")},
-      {ONE_REGRESSOR, {"M", {"age"}, "f>g"}, hostile("f>g", ">")},
+      {TWO_REGRESSORS,
+       {"M", {"IQ(full)", "d|e"}, "f>g"},
+       "# Calculate the linear model 'Y = IQ(full) + d|e' of the subgroup 'f>g' as 'M':\n"
+       "M = lm \"IQ(full)\" + \"d|e\", \"f>g\""},
+      {ONE_REGRESSOR, {"M", {"a=b"}, ""}, refused("a=b", "=")},
   };
   for (const auto& c : cases)
     EXPECT_EQ(text_of(kvo_compose_lm(kvo_lm_kinds()[c.kind], c.answers)), c.text);
@@ -252,8 +258,10 @@ TEST(Composed, Threshold) {
        "# Threshold 'M' with p 0.00001, minimum peak height 0.001, minimum 100 voxels:\n"
        "threshold \"M\", p, 0.00001, 0.001, 100"},
       {"", 0.005F, 1, 10, "Please select the map and try again."},
-      {"a\"b", 0.005F, 1, 10, hostile("a\"b", "\"")},
-      {"$a", 0.005F, 1, 10, hostile("$a", "$")},
+      {"a\"b", 0.005F, 1, 10, refused("a\"b", "\"")},
+      {"$a`\\(", 0.005F, 1, 10,
+       "# Threshold '$a`\\(' with p 0.00500, minimum peak height 1.000, minimum 10 voxels:\n"
+       "threshold \"\\$a\\`\\\\(\", p, 0.00500, 1.000, 10"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(text_of(kvo_compose_threshold({c.map, c.probability, c.peak_height, c.extent})),
@@ -275,7 +283,8 @@ TEST(Composed, Masks) {
       {"Left inferior parietal (excluding supramarginal and angular) gyri", "",
        "# Create a mask from label [Left inferior parietal (excluding supramarginal and angular) "
        "gyri]:\nLeft_inferior_parietal_excluding_supramarginal_and_angular_gyri = mask label, 61"},
-      {"Left amygdala", "m(1)", hostile("m(1)", "(")},
+      {"Left amygdala", "m(1)",
+       "# Create a mask from label [Left amygdala]:\n\"m(1)\" = mask label, 41"},
       {"", "", "Please select the brain region and try again."},
   };
   for (const auto& c : labels) EXPECT_EQ(text_of(kvo_compose_label_mask(c.region, c.name)), c.text);
@@ -296,8 +305,7 @@ TEST(Composed, Masks) {
        "# Create a mask from coordinate [-70,68,-42]:\nmy_roi = mask coordinate, -70, 68, -42"},
       {{0, 0, 0},
        "~",
-       "The name '~' cannot be used in a command because it has a word that begins "
-       "with the character '~'. Please change the name and try again."},
+       "# Create a mask from coordinate [0,0,0]:\n\"~\" = mask coordinate, 0, 0, 0"},
   };
   for (const auto& c : coordinates)
     EXPECT_EQ(text_of(kvo_compose_coordinate_mask(c.coordinate, c.name)), c.text);
@@ -310,7 +318,10 @@ TEST(Composed, Extraction) {
   } cases[] = {
       {"Left_amygdala", "# Extract values within mask 'Left_amygdala':\nextract Left_amygdala"},
       {"", "Please select the mask and try again."},
-      {"a`b`", hostile("a`b`", "`")},
+      {"a`b`", "# Extract values within mask 'a`b`':\nextract \"a\\`b\\`\""},
+      {"my mask",
+       "The name 'my mask' cannot be used in a command because it contains a blank. Please change "
+       "the name and try again."},
   };
   for (const auto& c : cases) EXPECT_EQ(text_of(kvo_compose_extract(c.mask)), c.text);
 }

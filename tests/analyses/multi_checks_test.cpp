@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string hostile(const std::string& name, const std::string& character) {
+std::string refused(const std::string& name, const std::string& character) {
   return "The name '" + name + "' cannot be used in a command because it contains the character '" +
          character + "'. Please change the name and try again.";
 }
@@ -44,11 +44,12 @@ TEST(MultiChecks, OfImagesAndShortNames) {
       {"a_p.nii.gz", "", "", "", no_image(2)},
       {"a_p.nii.gz", "", "c_p.nii", "", no_image(2)},
       {"a_p.nii.gz", "", "a_p.nii.gz", "", no_image(2, "different ")},
-      {"a_p.nii.gz", "g$m", "b_p.nii.gz", "", hostile("g$m", "$")},
+      {"a_p.nii.gz", "g,m", "b_p.nii.gz", "", refused("g,m", ",")},
+      {"a_p.nii.gz", "g$m", "b_p.nii.gz", "(x)", "g$m (x)"},
       {"a_p.nii.gz", "", "b_p.nii.gz", "../x",
        "The name '../x' cannot be used in a command because it begins with the character '.'. "
        "Please change the name and try again."},
-      {"a_p.nii.gz", "", "b_p.nii.gz", "x/y", hostile("x/y", "/")},
+      {"a_p.nii.gz", "", "b_p.nii.gz", "x/y", refused("x/y", "/")},
       {"a_p.nii.gz", "-o", "b_p.nii.gz", "",
        "The name '-o' cannot be used in a command because it begins with the character '-'. Please "
        "change the name and try again."},

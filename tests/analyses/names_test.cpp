@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "test_folder.h"
@@ -36,78 +37,25 @@ TEST(Names, AreMadeSafe) {
   for (const auto& c : cases) EXPECT_EQ(kvo_safe_name(c.typed), c.safe) << c.typed;
 }
 
-TEST(Names, ThatTheShellWouldActOnAreRefused) {
-  const struct {
-    std::string name;
-    const char* fault;
-  } cases[] = {
-      {"", ""},
-      {"female", ""},
-      {"age_at-onset.2", ""},
-      {"10_-20_30", ""},
-      {"100%!^@:,+=/", ""},
-      {"d\xc3\xa9j\xc3\xa0 vu", ""},
-      {"\xe9", ""},
-      {"a~b#c", ""},
-      {"-n", ""},
-      {"$HOME", "contains the character '$'"},
-      {"a$", "contains the character '$'"},
-      {"`x`", "contains the character '`'"},
-      {"IQ(full)", "contains the character '('"},
-      {"a)", "contains the character ')'"},
-      {"{a", "contains the character '{'"},
-      {"a}", "contains the character '}'"},
-      {"a;touch${IFS}pwned", "contains the character ';'"},
-      {"a&", "contains the character '&'"},
-      {"a|b", "contains the character '|'"},
-      {"a<b", "contains the character '<'"},
-      {"a>b", "contains the character '>'"},
-      {"a'b", "contains the character '''"},
-      {"a\"b", "contains the character '\"'"},
-      {"a\\b", "contains the character '\\'"},
-      {"a*", "contains the character '*'"},
-      {"a?", "contains the character '?'"},
-      {"[a", "contains the character '['"},
-      {"a]", "contains the character ']'"},
-      {"a\nb", "contains a line feed"},
-      {"a\r", "contains a carriage return"},
-      {"a\tb", "contains a tab"},
-      {"a\x01", "contains the control character 1"},
-      {"a\x7f", "contains the control character 127"},
-      {std::string("a\0b", 3), "contains the control character 0"},
-      {"~root", "has a word that begins with the character '~'"},
-      {"a ~root", "has a word that begins with the character '~'"},
-      {"#a", "has a word that begins with the character '#'"},
-      {"a #b", "has a word that begins with the character '#'"},
-  };
-  for (const auto& c : cases) {
-    const std::string shown = c.name.c_str();  // a message ends at a zero byte
-    if (shown.size() != c.name.size())
-      EXPECT_NE(kvo_name_refusal(c.name), "");
-    else
-      EXPECT_EQ(fault(kvo_name_refusal(c.name), c.name), c.fault) << c.name;
-  }
-}
-
-/// Every byte at three places of a name: whatever is let through, the shell hands on as it is.
-TEST(Names, ThatAreLetThroughReachProgramsUnchanged) {
+/// Every byte at three places of a name: whatever is let through reaches the engine unchanged, and
+/// only what the command language has no place for is refused.
+TEST(Names, ThatTheLanguageHoldsReachProgramsUnchanged) {
   const Test_folder folder;
   std::filesystem::create_directory("empty");
   write_text("print", "#!/bin/sh\nprintf %s \"$1\" >out\n");
   std::filesystem::permissions("print", std::filesystem::perms(0755));
   write_text("ab", "");
-  int let_through = 0;
   for (int byte = 0; byte < 256; ++byte) {
     const std::string character(1, static_cast<char>(byte));
+    const bool is_held = byte > ' ' && byte != 0x7F && std::strchr(",=+\"'", byte) == nullptr;
     for (const std::string& name : {character + "b", "a" + character + "b", "a" + character}) {
-      if (character == " " || !kvo_name_refusal(name).empty()) continue;
-      ++let_through;
+      ASSERT_EQ(kvo_name_refusal(name).empty(), is_held) << byte;
+      if (!is_held) continue;
       std::filesystem::remove("out");
-      EXPECT_EQ(std::system(("./print " + name + " >empty/output 2>&1").c_str()), 0) << name;
+      EXPECT_EQ(std::system(("./print " + kvo_word(name) + " >empty/output 2>&1").c_str()), 0);
       EXPECT_EQ(read_text("out"), name) << byte;
     }
   }
-  EXPECT_GT(let_through, 3 * (26 + 26 + 10 + 128));
 }
 
 TEST(Names, OfFilesAreRefusedThatLeadElsewhere) {
@@ -129,8 +77,9 @@ TEST(Names, OfFilesAreRefusedThatLeadElsewhere) {
       {"-gm", "begins with the character '-'"},
       {"a/b", "contains the character '/'"},
       {"/gm", "contains the character '/'"},
-      {"g$m", "contains the character '$'"},
-      {"~gm", "has a word that begins with the character '~'"},
+      {"g$m", ""},
+      {"a\rb", "contains a carriage return"},
+      {"a\x01", "contains the control character 1"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(fault(kvo_file_name_refusal(c.name), c.name), c.fault) << c.name;

@@ -306,7 +306,7 @@ TEST_F(EditorWindow, SelectsVariablesByTheirNames) {
 
 TEST_F(EditorWindow, ShowsMarksAndGoesToThem) {
   write_text("a.peaks.txt", "# space: MNI\n");
-  Session session("study,n1,n2\na,1,2\nb,x,4\n");
+  Session session("study,n1,n2\na,2,2\nb,x,4\n");
   EXPECT_EQ(session.status(), "The name of study 1");
   EXPECT_THAT(gtk_label_get_text(GTK_LABEL(session.editor().counts)),
               HasSubstr("2 studies, 3 variables, 2 marks"));
@@ -315,7 +315,8 @@ TEST_F(EditorWindow, ShowsMarksAndGoesToThem) {
   EXPECT_THAT(session.status(), HasSubstr("no peaks file 'b.peaks.txt'"));
   session.key(GDK_KEY_F8);
   EXPECT_EQ(session.status(),
-            "The variable 'n1' of the study 'b': The sample size is not a number.");
+            "The variable 'n1' of the study 'b': The sample size is not a whole number from 2 to "
+            "1000000000.");
   session.type("9").key(GDK_KEY_Up).key(GDK_KEY_F8);
   EXPECT_EQ(session.grid().cursor, (Cell_place{1, 0}));
   // A file that appears meanwhile is seen when the window is looked at again.

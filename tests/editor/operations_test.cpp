@@ -9,6 +9,7 @@
 #include <functional>
 #include <random>
 
+#include "companions/common/study_rules.h"
 #include "companions/kvo_edit/table_file.h"
 
 namespace {

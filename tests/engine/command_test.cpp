@@ -61,7 +61,7 @@ TEST(Command, IsRefusedWithWhatIsWrong) {
       {"a = mean f, g", "'mean' has too many arguments"},
       {"a = mean f g", "'g' is not expected after 'f'"},
       {"a = b = mean", "'b' is not a command"},
-      {"a = mean ..", "The filter '..' begins with a full stop"},
+      {"extract ..", "The mask '..' begins with a full stop"},
       {"a = mean 'f'", "A command cannot hold quotes"},
       {"pp",
        "The template is missing. The command is: pp template, anisotropy, fwhm, mask, "

@@ -155,9 +155,10 @@ TEST(Refusal, OfPreprocessing) {
       {row("A\t-12"), "'kvo_table.txt', line 2: n1 of study 'A' is '-12', not a whole number"},
       {row("A\t12.5"), "'kvo_table.txt', line 2: n1 of study 'A' is '12.5', not a whole number"},
       {row("A\t1e308"), "'kvo_table.txt', line 2: n1 of study 'A' is '1e308', not a whole number"},
-      {row("A\tnan"), "'kvo_table.txt', line 2: n1 of study 'A' is 'nan', which is no number."},
+      {row("A\tnan"),
+       "'kvo_table.txt', line 2: n1 of study 'A' is 'nan', not a whole number from 3 to"},
       {row("A\ttwelve"),
-       "'kvo_table.txt', line 2: n1 of study 'A' is 'twelve', which is no number."},
+       "'kvo_table.txt', line 2: n1 of study 'A' is 'twelve', not a whole number from 3 to"},
       {row("A\t12\t1"),
        "'kvo_table.txt', line 2: n2 of study 'A' is '1', not a whole number from 2"},
       {row("A\t1\t12"),
@@ -166,7 +167,7 @@ TEST(Refusal, OfPreprocessing) {
        "'kvo_table.txt', line 2: n2 of study 'A' is '0', not a whole number from 2"},
       {row("A\t12\t12\t-3"), "'kvo_table.txt', line 2: threshold_t of study 'A' is '-3', not a"},
       {row("A\t12\t12\thigh"),
-       "'kvo_table.txt', line 2: threshold_t of study 'A' is 'high', which"},
+       "'kvo_table.txt', line 2: threshold_t of study 'A' is 'high', not a number above 0"},
       {folder("kvo_table.txt"), "'kvo_table.txt' is not a regular file."},
       {[] { fs::remove("kvo_table.txt"), mkfifo("kvo_table.txt", 0644); },
        "'kvo_table.txt' is not a regular file."},
@@ -295,15 +296,19 @@ TEST(Refusal, OfTheMeanAndOfItsCommand) {
       {loop("kvo_pp.txt"), "No maps found."},
   };
   const Case cases_of_reading[] = {
-      {removed("pp/A_g.nii.gz"), "'pp/A_g.nii.gz': cannot be opened: No such file"},
-      {removed("pp/B_var.nii.gz"), "'pp/B_var.nii.gz': cannot be opened: No such file"},
-      {link("/dev/zero", "pp/A_g.nii.gz"), "'pp/A_g.nii.gz': is not a regular file."},
-      {link("..", "pp"), "'pp/A_g.nii.gz': cannot be opened: No such file"},
-      {cut("pp/A_g.nii.gz", 0.2), "'pp/A_g.nii.gz': "},
+      {removed("pp/A_g.nii.gz"), "'pp/A_g.nii.gz' cannot be opened: No such file"},
+      {removed("pp/B_var.nii.gz"), "'pp/B_var.nii.gz' cannot be opened: No such file"},
+      {link("/dev/zero", "pp/A_g.nii.gz"), "'pp/A_g.nii.gz' is not a regular file."},
+      {link("..", "pp"), "'pp/A_g.nii.gz' cannot be opened: No such file"},
+      {cut("pp/A_g.nii.gz", 0.2), "'pp/A_g.nii.gz' has changed since preprocessing. Please run"},
       {[] {
-         fs::copy_file("pp/A_g.nii.gz", "pp/B_var.nii.gz", fs::copy_options::overwrite_existing);
+         fs::copy_file("pp/A_g.nii.gz", "pp/B_g.nii.gz", fs::copy_options::overwrite_existing);
        },
-       "'pp/B_var.nii.gz' has a variance in the mask that is not above 0."},
+       "'pp/B_g.nii.gz' has changed since preprocessing. Please run preprocessing again."},
+      {with_value("pp/A_var.nii.gz", 2), "'pp/A_var.nii.gz' has changed since preprocessing."},
+      {line("checksum of pp/A_g.nii.gz", "x = y"),
+       "'kvo_pp.txt' has no checksum of 'pp/A_g.nii.gz', as an earlier version leaves it. Please "
+       "run"},
       {folder("MyMean_z.nii.gz"), "'MyMean_z.nii.gz' cannot be replaced: it is a folder."},
       {folder("kvo_maps.txt"), "'kvo_maps.txt' is not a regular file."},
   };

@@ -105,6 +105,8 @@ class StudyImage(unittest.TestCase):
             "by the qform": dict(values=noise(), sform=None, code=0, qform=rotated(-40, 2.2), qcode=4),
             "integers with a slope": dict(values=(100 * noise()).astype("i2"), sform=LAS3,
                                           edit=lambda header: header.set_slope_inter(0.013, 0)),
+            "micrometres": dict(values=noise(), sform=numpy.diag([1e3, 1e3, 1e3, 1]) @ LAS3,
+                                edit=lambda header: header.set_xyzt_units("micron")),
             "Talairach": dict(values=noise(), sform=LAS3, code=3),
             "0 beyond the data": dict(values=spotted(0), sform=rotated(10, 2.7)),
             "NaN beyond the data": dict(values=spotted(numpy.nan), sform=LAS3),
@@ -120,7 +122,9 @@ class StudyImage(unittest.TestCase):
                 said = self.said(PP)
                 image = nibabel.load("A.nii.gz")
                 values = numpy.nan_to_num(image.get_fdata())
-                place = numpy.linalg.inv(image.affine) @ (LANCASTER @ mm if case.get("code") == 3 else mm)
+                # nibabel gives the affine in the header's unit of length.
+                unit = numpy.diag([1e3, 1e3, 1e3, 1] if name == "micrometres" else [1] * 4)
+                place = numpy.linalg.inv(image.affine) @ unit @ (LANCASTER @ mm if case.get("code") == 3 else mm)
                 at = lambda volume: map_coordinates(volume, place[:3], order=1, mode="grid-constant", cval=0)
                 weight = at((values != 0).astype(float))
                 has_data = weight > 0.5 - 1e-6
@@ -157,13 +161,15 @@ class StudyImage(unittest.TestCase):
             (dict(code=2), "its header does not name its space (code 2); it is taken to be in MNI space"),
             (dict(sform=None, code=0, qform=RAS2, qcode=1),
              "its header does not name its space (code 1); it is taken to be in MNI space"),
-            (dict(sform=None, code=0), "its header does not place it in space; it is taken to be in "
-             "MNI space, from left to right and with the origin in its middle. Please check the result"),
+            (dict(values=noise((53, 63, 46)), sform=None, code=0,
+                  edit=lambda h: h["pixdim"].__setitem__(slice(1, 4), 3)),
+             "its header does not place it in space; its voxels are those of a standard grid of MNI "
+             "space, and are taken to be stored from left to right. Please check the result"),
             (dict(df=19), "its header has 19 degrees of freedom, but the table has 24; the table is followed"),
         ]
         for case, doubt in cases:
             with self.subTest(str(doubt)):
-                write("A.nii.gz", noise(), **case)
+                write("A.nii.gz", **{"values": noise(), **case})
                 said = [line for line in self.said(PP) if "no data" not in line]
                 self.assertEqual(said, [f"A.nii.gz: {doubt}"] if doubt else [])
 
@@ -215,7 +221,11 @@ class StudyImage(unittest.TestCase):
             (lambda: write("A.nii.gz", noise((9, 8, 7, 2))), "'A.nii.gz': holds more than one volume."),
             (lambda: write("A.nii.gz", noise((9, 8))), "'A.nii.gz': is not a volume: it has 2 dimensions."),
             (lambda: write("A.nii.gz", noise(), code=0, edit=lambda h: h["pixdim"].__setitem__(2, nan)),
-             "'A.nii.gz': the header does not place the voxels in space."),
+             "'A.nii.gz': the header does not place the voxels in space: it has neither qform nor sform"),
+            (lambda: write("A.nii.gz", noise(), code=0, edit=lambda h: h["pixdim"].__setitem__(slice(1, 4), 2)),
+             "'A.nii.gz': the header does not place the voxels in space: it has neither qform nor sform, and "
+             f"{' x '.join(map(str, SHAPE))} voxels of 2 mm are no standard grid of MNI space. Please have the "
+             "program that made the image write its place into the header."),
             (field(srow_y=[nan] * 4), "'A.nii.gz': the header does not place the voxels in space."),
             (field(srow_x=[0, 2, 0, -60]), "'A.nii.gz': the header does not place the voxels in space."),
             (with_value(numpy.inf), "'A.nii.gz' has the value inf at -10 -8 4 mm, which cannot be a t value."),

@@ -85,6 +85,7 @@ class Convert_img : public testing::Test {
     header.intent_code = static_cast<std::int16_t>(intent_code);
     header.sform_code = static_cast<std::int16_t>(sform_code);
     header.srow_x[0] = header.srow_y[1] = header.srow_z[2] = 2;
+    header.qform_code = NIFTI_SCANNER;  // places the voxels where no sform does
     header.dim[0] = 4;
     header.dim[4] = static_cast<std::int16_t>(volumes);
     std::string values;

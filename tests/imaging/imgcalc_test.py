@@ -146,26 +146,74 @@ class Imgcalc(unittest.TestCase):
         shear[0, 1] = 0.5
         elsewhere = AFFINE @ numpy.diag([1, 1, 1, 1])
         elsewhere[:3, 3] += 20
-        centred = numpy.diag([2, 3, 4, 1.0])
-        centred[:3, 3] = [-8, -10.5, -12]
+        metres, micrometres = (numpy.diag([s, s, s, 1]) for s in (1e-3, 1e3))
+        replaced = "Replacing its qform, which places voxels up to 34.64 mm elsewhere, by its sform"
+        converted = "Converting its lengths to mm"
         cases = [
-            ("sform", (AFFINE, 2), (None, 0), AFFINE, AFFINE),
-            ("qform", (None, 0), (AFFINE, 1), AFFINE, AFFINE),
-            ("both", (AFFINE, 1), (AFFINE, 1), AFFINE, AFFINE),
-            ("sform goes before another qform", (AFFINE, 2), (elsewhere, 1), AFFINE, AFFINE),
-            ("sheared sform", (shear, 2), (None, 0), shear, None),
-            ("neither", (None, 0), (None, 0), centred, centred),
+            ("sform", (AFFINE, 2), (None, 0), 10, AFFINE, AFFINE, ""),
+            ("qform", (None, 0), (AFFINE, 1), 0, AFFINE, AFFINE, ""),
+            ("both", (AFFINE, 1), (AFFINE, 1), 10, AFFINE, AFFINE, ""),
+            ("sform goes before qform", (AFFINE, 2), (elsewhere, 1), 10, AFFINE, AFFINE, replaced),
+            ("sheared sform", (shear, 2), (None, 0), 10, shear, None, ""),
+            ("metres", (metres @ AFFINE, 2), (None, 0), 9, AFFINE, AFFINE, converted),
+            ("micrometres", (None, 0), (micrometres @ AFFINE, 2), 11, AFFINE, AFFINE, converted),
         ]
-        for what, sform, qform, sform_after, qform_after in cases:
+        for what, sform, qform, units, sform_after, qform_after, said in cases:
             with self.subTest(what):
-                fields = {"pixdim": [1, 2, 3, 4, 1, 1, 1, 1]} if what == "neither" else {}
-                path = self.image("x.nii.gz", self.noise(), sform, qform, **fields)
-                self.done(path, "-set_mni")
+                path = self.image("x.nii.gz", self.noise(), sform, qform, xyzt_units=units)
+                result = run(path, "-set_mni")
+                self.assertEqual((result.stderr, result.returncode),
+                                 (said and f"imgcalc: {said}.\n", 0))
                 header = nibabel.load(path).header
+                self.assertEqual(header["xyzt_units"], units if units in (0, 10) else 10)
                 self.assertEqual((header["sform_code"], header["qform_code"]), (4, 4))
                 numpy.testing.assert_allclose(header.get_sform(), sform_after, atol=1e-5)
                 if qform_after is not None:
                     numpy.testing.assert_allclose(header.get_qform(), qform_after, atol=1e-5)
+
+    def test_the_standard_grids_have_their_place_without_a_form(self):
+        # Where voxel (0, 0, 0) of an image from left to right is: the bounds that the makers of the
+        # templates give.
+        mni = [
+            ((91, 109, 91), 2, (-90, -126, -72)), ((181, 217, 181), 1, (-90, -126, -72)),
+            ((182, 218, 182), 1, (-91, -126, -72)), ((121, 145, 121), 1.5, (-90, -126, -72)),
+            ((113, 137, 113), 1.5, (-84, -120, -72)), ((193, 229, 193), 1, (-96, -132, -78)),
+            ((197, 233, 189), 1, (-98, -134, -72)), ((61, 73, 61), 3, (-90, -126, -72)),
+            ((79, 95, 79), 2, (-78, -112, -70)), ((79, 95, 68), 2, (-78, -112, -50)),
+            ((53, 63, 46), 3, (-78, -112, -50)),
+        ]
+        cases = [("-set_mni", "MNI", *grid, 10) for grid in mni]
+        cases += [("-set_tal", "Talairach", (161, 191, 151), 1, (-80, -110, -65), 10),
+                  ("-set_mni", "MNI", (91, 109, 91), 0.002, (-90, -126, -72), 9)]
+        for option, space, shape, size, origin, units in cases:
+            with self.subTest(shape=shape, units=units):
+                path = self.image("x.nii.gz", numpy.zeros(shape, "u1"), (None, 0), (None, 0),
+                                  pixdim=[1, size, size, size, 1, 1, 1, 1], xyzt_units=units)
+                result = run(path, option, "KVO")
+                mm = size * 1000 if units == 9 else size
+                grid = f"{' x '.join(map(str, shape))} voxels of {mm:g} mm"
+                lines = [f"aDeclaring the space of 'x.nii.gz' as {space}",
+                         f"aPlacing the {grid} as the standard grid of {space} space does, from left "
+                         "to right", "o"]
+                if units == 9:
+                    lines.insert(1, "aConverting its lengths to mm")
+                self.assertEqual(result.stdout.splitlines(), lines)
+                expected = numpy.diag([mm, mm, mm, 1.0])
+                expected[:3, 3] = origin
+                header = nibabel.load(path).header
+                numpy.testing.assert_allclose(header.get_sform(), expected, atol=1e-5)
+                numpy.testing.assert_allclose(header.get_qform(), expected, atol=1e-5)
+        other = self.image("y.nii.gz", numpy.zeros((91, 109, 91), "u1"), (None, 0), (None, 0),
+                           pixdim=[1, 2, 2, 2.1, 1, 1, 1, 1])
+        for option, space in (("-set_mni", "MNI"), ("-set_tal", "Talairach")):
+            before = content(other)
+            self.assertEqual(
+                run(other, option).stderr,
+                "imgcalc: the header of 'y.nii.gz' does not place the voxels in space: it has neither "
+                f"qform nor sform, and 91 x 109 x 91 voxels of 2 x 2 x 2.1 mm are no standard grid of "
+                f"{space} space. Please have the program that made the image write its place into the "
+                "header\n")
+            self.assertEqual(content(other), before)
 
     # statistics
 
@@ -244,6 +292,7 @@ class Imgcalc(unittest.TestCase):
             ("x.nii.gz -z2t 3", "it must be 'imgcalc PATH -z2t DF OUT'"),
             ("x.nii.gz -set_t 3x", f"'3x' {df}"),
             ("x.nii.gz -set_t nan", f"'nan' {df}"),
+            ("x.nii.gz -set_t 0x10", f"'0x10' {df}"),
             ("x.nii.gz -set_t 0", f"'0' {df}"),
             ("x.nii.gz -z2t 3 y.img", "'y.img' cannot be written: its name must end in .nii.gz or "
                                       ".nii"),

@@ -149,6 +149,14 @@ class Masks(unittest.TestCase):
                 with self.subTest(f"{tissue} at {mm}"):
                     self.assertEqual(values("mask_" + tissue)[voxel(mm)], value)
 
+    def test_shares_of_the_brain_are_those_that_the_texts_state(self):
+        brain = values("mask_brain") == 1
+        for tissue, covered in [("gray_matter", 86), ("white_matter", 58), ("cerebrospinal_fluid", 41)]:
+            self.assertEqual(round(100 * values("mask_" + tissue)[brain].mean()), covered, tissue)
+        tissues = [values("cor_" + t) for t in ("gray_matter", "white_matter", "cerebrospinal_fluid")]
+        most_probable = numpy.argmax(tissues, axis=0)[brain]
+        self.assertEqual([round(100 * (most_probable == t).mean()) for t in range(3)], [50, 39, 11])
+
     def test_masks_cover_the_regions_they_are_for(self):
         region = numpy.trunc(values("atlas_aal_frw"))
         aal = (region >= 1) & (region <= 116)

@@ -1,0 +1,33 @@
+#pragma once
+
+// What the study table and the files of its studies may be: the rules by which the engine refuses
+// them and the table editor marks them, in words that both use.
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Whether a cell holds nothing: it is empty or "NA".
+bool is_missing(std::string_view text);
+
+/// Why a cell of any column cannot stand in the table, to follow its description: "holds a line
+/// break"; null when it can.
+const char* cell_fault(std::string_view text);
+
+/// Why the text cannot be the value of a column that has a meaning: "not a whole number from 3 to
+/// 1000000000". Nothing when it can, and for columns that are anyone's variables. How small a
+/// sample may be depends on the study's `n2`, "" when the table has no such column.
+std::optional<std::string> value_fault(std::string_view column, std::string_view text,
+                                       std::string_view n2);
+
+/// Why a command cannot have the name of a variable in it, to follow the name: "holds a quote, '='
+/// or '+'"; null when it can. The table may have such a variable.
+const char* variable_fault(std::string_view name);
+
+/// The files that a study of that name has its data in, one of the two.
+std::string peaks_file_of(const std::string& study);
+std::string image_file_of(const std::string& study);
+
+/// Why a study with those of its files has no data, or too many, as a sentence; nothing when it has
+/// one of the two.
+std::optional<std::string> source_fault(const std::string& study, bool has_peaks, bool has_image);
