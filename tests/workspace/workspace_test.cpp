@@ -264,7 +264,7 @@ TEST_F(Workspace, ChangesNothingWhereTheChangeWouldEndTheProgram) {
     fs::path in_the_way;  ///< a folder where a file is to be read or written
     const char* message;
   } cases[] = {{settings_file(), "etc/linux64.ini' cannot be written"},
-               {folder / KVO_TABLE_FILE, "other/kvo_table.txt' cannot be read"}};
+               {folder / KVO_TABLE_FILE, "other/kvo_table.txt' is not a regular file"}};
   for (const auto& c : cases) {
     fs::create_directory(c.in_the_way);
     Dialog_driver user;
