@@ -40,8 +40,8 @@ class Temporary_variable {
           file_before_, " and may still have the jackknife analysis' temporary variable.");
   }
 
-  /// Runs the mean without the study; false when the table's file could not be written for it or the
-  /// user has ended the run.
+  /// Runs the mean without the study; false when the table's file could not be written for it or
+  /// the user has ended the run.
   [[nodiscard]] bool run_without(const Kvo_jackknife_run& run) {
     const Q_cell value = TABLE(row_, run.column);
     set(run.column, "NA");

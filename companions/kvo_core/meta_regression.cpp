@@ -73,8 +73,7 @@ ModelFit fit_model(const Design& design, std::span<const double> effects,
   fit.covariance = back * spread * back.transpose();
   for (Eigen::Index j = 0; j < p; ++j) {
     const double se = std::sqrt(fit.covariance(j, j)), z = estimates(j) / se;
-    fit.coefficients.push_back(
-        {estimates(j), se, z, 2 * normal_tail(std::abs(z))});
+    fit.coefficients.push_back({estimates(j), se, z, 2 * normal_tail(std::abs(z))});
   }
   // The basis without its first column spans the centred terms.
   const Column slopes = in_basis.tail(p - 1);

@@ -6,7 +6,6 @@
 
 namespace {
 
-
 PlacedPeak placed(const Peak& peak, double sigma, int reach) {
   PlacedPeak result{};
   result.g = peak.g;
