@@ -73,7 +73,7 @@ TEST(Reference, AgreesInEveryVoxel) {
   for (const char* name : {"One_0", "Two_00", "Four_0000"})
     for (const char* suffix : {"_tau2", "_I2", "_Q"}) maps.push_back(name + std::string(suffix));
   write_values("voxels.tsv", maps);
-  EXPECT_EQ(std::system(KVO_RSCRIPT " --vanilla " KVO_REFERENCE " 8 1>&2"), 0);
+  EXPECT_EQ(std::system(KVO_RSCRIPT " --vanilla '" KVO_REFERENCE "' 8 1>&2"), 0);
 }
 
 }  // namespace
