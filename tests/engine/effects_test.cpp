@@ -115,7 +115,8 @@ void write_folder_of_extractions(const Installation& engine) {
                    "extract 26_-12_4", "extract gray_matter"});
   EXPECT_EQ(read_image("mask_odd.nii.gz").description,
             "KVO 4.31 odd = mask coordinate, -91, 33.7, 109.5");
-  EXPECT_EQ(std::system((KVO_PYTHON " '" KVO_MASKS "' '" + engine.share().string() + "'").c_str()), 0);
+  EXPECT_EQ(std::system((KVO_PYTHON " '" KVO_MASKS "' '" + engine.share().string() + "'").c_str()),
+            0);
 }
 
 /// Studies and a mask whose names would do harm if they were taken for anything but names.
