@@ -42,6 +42,15 @@ void Q_strcat(Q_string& destination, const char* format, ...) {
   destination.append(text.str());
 }
 
+std::string_view Q_trimmed(std::string_view text) {
+  text = Q_trimmed_end(text);
+  return text.substr(std::min(text.find_first_not_of(Q_WHITE_SPACE), text.size()));
+}
+
+std::string_view Q_trimmed_end(std::string_view text) {
+  return text.substr(0, text.find_last_not_of(Q_WHITE_SPACE) + 1);
+}
+
 void Q_trim(Q_string& text) {
   std::string trimmed;
   trimmed.reserve(text.size());

@@ -14,6 +14,10 @@ inline constexpr std::string_view Q_WHITE_SPACE = " \t\n\v\f\r";
 /// Appends the formatted text.
 [[gnu::format(printf, 2, 3)]] void Q_strcat(Q_string& destination, const char* format, ...);
 
+/// The text without white space at both ends; without that at its end alone.
+std::string_view Q_trimmed(std::string_view text);
+std::string_view Q_trimmed_end(std::string_view text);
+
 /// Removes leading and trailing white space and makes each run of white space inside one blank.
 void Q_trim(Q_string& text);
 

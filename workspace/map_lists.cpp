@@ -32,7 +32,7 @@ int kvo3_load_nd_names() {
 }
 
 bool kvo_is_negative_tail(std::string_view name) {
-  return name.ends_with("_n");
+  return name.ends_with(KVO_NEGATIVE_TAIL);
 }
 
 Q_string_list kvo_read_map_names(std::string_view content) {

@@ -41,44 +41,21 @@ std::size_t checked_slot(const Q_table& table, long row, long column) {
   return slot_of(row, column, columns);
 }
 
-std::string trimmed(std::string_view token) {
-  if (token.find_first_of(Q_WHITE_SPACE) == std::string_view::npos) return std::string(token);
-  Q_string text(token);
+/// A cell as tables hold it: white space inside of it, which no separator is, becomes one blank.
+std::string cell_text(std::string_view cell) {
+  if (cell.find_first_of(Q_WHITE_SPACE) == std::string_view::npos) return std::string(cell);
+  Q_string text(cell);
   Q_trim(text);
   return text.str();
 }
 
-/// The tokens of a line, one after the other.
-class Tokens {
- public:
-  explicit Tokens(std::string_view line) : rest_(line) {}
-
-  /// The next token, trimmed; nothing behind the last one.
-  Q_cell next() {
-    if (ended_) return std::nullopt;
-    const std::size_t separator = rest_.find_first_of(Q_TABLE_SEPARATORS);
-    const std::string_view token = rest_.substr(0, separator);
-    ended_ = separator == std::string_view::npos;
-    if (!ended_) rest_.remove_prefix(separator + 1);
-    return trimmed(token);
-  }
-
- private:
-  std::string_view rest_;
-  bool ended_ = false;
-};
-
-std::string_view without_final_white_space(std::string_view line) {
-  return line.substr(0, line.find_last_not_of(Q_WHITE_SPACE) + 1);
-}
-
 void load_header(Q_table& table, std::string_view line) {
   Q_table_increase_nrow(table);
-  Tokens tokens(line);
-  while (Q_cell token = tokens.next()) {
+  Q_line_cells cells(line);
+  while (const auto cell = cells.next()) {
     const long column = Q_table_ncol(table);
     set_dimension(table, COLUMNS, column + 1);
-    Q_table_set(table, 0, column, *std::move(token));
+    Q_table_set(table, 0, column, cell_text(*cell));
   }
 }
 
@@ -86,11 +63,11 @@ void load_row(Q_table& table, std::string_view line) {
   const long columns = Q_table_ncol(table);
   const std::size_t first = slot_of(Q_table_nrow(table), 0, columns);
   Q_table_increase_nrow(table);
-  Tokens tokens(line);
+  Q_line_cells cells(line);
   for (long column = 0; column < columns; ++column) {
-    Q_cell token = tokens.next();
-    if (!token) return;
-    table[first + static_cast<std::size_t>(column)] = std::move(token);
+    const auto cell = cells.next();
+    if (!cell) return;
+    table[first + static_cast<std::size_t>(column)] = cell_text(*cell);
   }
 }
 
@@ -137,7 +114,7 @@ bool fits(std::string_view content) {
     const Q_line line = Q_first_line(content);
     content.remove_prefix(line.consumed);
     more = line.complete;
-    const std::string_view text = without_final_white_space(line.text);
+    const std::string_view text = Q_trimmed_end(line.text);
     if (text.empty()) continue;
     const auto is_separator = [](char c) {
       return Q_TABLE_SEPARATORS.find(c) != std::string_view::npos;
@@ -149,6 +126,15 @@ bool fits(std::string_view content) {
 }
 
 }  // namespace
+
+std::optional<std::string_view> Q_line_cells::next() {
+  if (ended_) return std::nullopt;
+  const std::size_t separator = rest_.find_first_of(Q_TABLE_SEPARATORS);
+  const std::string_view cell = rest_.substr(0, separator);
+  ended_ = separator == std::string_view::npos;
+  if (!ended_) rest_.remove_prefix(separator + 1);
+  return Q_trimmed(cell);
+}
 
 long Q_table_nrow(const Q_table& table) {
   return dimension(table, ROWS);
@@ -238,7 +224,7 @@ void Q_table_load_text(Q_table& table, std::string_view content) {
     const Q_line line = Q_first_line(content);
     content.remove_prefix(line.consumed);
     more = line.complete;
-    const std::string_view text = without_final_white_space(line.text);
+    const std::string_view text = Q_trimmed_end(line.text);
     if (text.empty()) continue;
     if (Q_table_nrow(table) < 1)
       load_header(table, text);
@@ -263,11 +249,11 @@ std::optional<std::string> Q_table_loss(std::string_view content) {
 }
 
 std::vector<std::string> Q_table_split_line(std::string_view line) {
-  const std::string_view text = without_final_white_space(line);
+  const std::string_view text = Q_trimmed_end(line);
   std::vector<std::string> cells;
   if (text.empty()) return cells;
-  Tokens tokens(text);
-  while (Q_cell token = tokens.next()) cells.push_back(*std::move(token));
+  Q_line_cells left(text);
+  while (const auto cell = left.next()) cells.push_back(cell_text(*cell));
   return cells;
 }
 

@@ -62,6 +62,19 @@ std::optional<std::string> Q_table_loss(std::string_view content);
 
 /// The characters each of which ends a cell.
 inline constexpr std::string_view Q_TABLE_SEPARATORS = "\t ,";
+
+/// The cells of a line, one after the other, as they stand in the file but for white space at their
+/// ends. Two separators in a row have an empty cell between them.
+class Q_line_cells {
+ public:
+  explicit Q_line_cells(std::string_view line) : rest_(line) {}
+  /// The next cell; nothing behind the last one.
+  std::optional<std::string_view> next();
+
+ private:
+  std::string_view rest_;
+  bool ended_ = false;
+};
 /// The cells of one line of a file, trimmed, as loading splits it: white space at the line's end
 /// does not count. None when the line is blank.
 std::vector<std::string> Q_table_split_line(std::string_view line);

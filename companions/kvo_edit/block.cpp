@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "engine/base/text_file.h"
+#include "engine/base/csv.h"
+#include "util/text.h"
 
 namespace kvo::edit {
 
@@ -46,7 +47,7 @@ std::string take_cell(std::string_view& text) {
   std::string cell;
   if (take_quoted(text, cell)) return cell;
   const std::size_t length = std::min(text.find_first_of(CELL_ENDS), text.size());
-  cell = base::trimmed(text.substr(0, length));
+  cell = Q_trimmed(text.substr(0, length));
   text.remove_prefix(length);
   return cell;
 }
@@ -72,13 +73,7 @@ std::string format_block(const Block& block) {
   for (const std::vector<std::string>& row : block) {
     for (std::size_t i = 0; i < row.size(); ++i) {
       if (i > 0) text += '\t';
-      if (!needs_quotes(row[i])) {
-        text += row[i];
-        continue;
-      }
-      text += QUOTE;
-      for (const char character : row[i]) text.append(character == QUOTE ? 2 : 1, character);
-      text += QUOTE;
+      text += needs_quotes(row[i]) ? in_quotes(row[i]) : row[i];
     }
     text += '\n';
   }

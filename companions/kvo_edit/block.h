@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "companions/kvo_edit/edit_layer.h"
+
 namespace kvo::edit {
 
 /// Rows of cells, which may differ in length.

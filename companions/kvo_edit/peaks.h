@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "companions/kvo_edit/edit_layer.h"
+
 namespace kvo::edit {
 
 /// Absolute path of the peaks file of a study whose table is at `table_path`. Throws Refusal when

@@ -10,11 +10,9 @@
 #include <variant>
 #include <vector>
 
-#include "engine/studies/studies_layer.h"
+#include "companions/kvo_edit/edit_layer.h"
 
 namespace kvo::edit {
-
-using namespace studies;
 
 /// The row number of the names of the variables; studies are counted from 0.
 inline constexpr long HEADER = -1;

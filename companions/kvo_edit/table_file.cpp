@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engine/base/refusal.h"
+#include "engine/base/text_file.h"
 #include "engine/studies/study_rules.h"
 #include "util/lines.h"
 #include "util/q_string.h"
@@ -18,13 +19,11 @@ namespace kvo::edit {
 
 namespace {
 
-constexpr const char* MISSING = "NA";
-
 /// What is on disk; nothing when there is no file.
 std::optional<std::string> content_of(const std::string& path) {
   Q_read_fault fault;
   std::optional<std::string> content = Q_table_read(path.c_str(), fault);
-  if (!content && fault.open_error != ENOENT) throw Refusal("'" + path + "' " + fault.text + ".");
+  if (!content && fault.open_error != ENOENT) throw unread(path, fault);
   return content;
 }
 
@@ -61,8 +60,7 @@ char separator_of(std::string_view header) {
 
 Table_format format_of(const Row_source& header, const Row_source& last) {
   Table_format format;
-  const std::size_t length = header.text.find_last_not_of(Q_WHITE_SPACE) + 1;
-  const std::string_view rest = header.text.substr(length);
+  const std::string_view rest = header.text.substr(Q_trimmed_end(header.text).size());
   // With a single column, the separator behind it is all that tells.
   format.separator = separator_of(header.text);
   if (rest == std::string_view(&format.separator, 1)) format.after_cells = std::string(rest);
@@ -104,7 +102,7 @@ std::string new_line(const Table_row& row, const Table_format& format) {
   std::string line;
   for (std::size_t i = 0; i < row.cells.size(); ++i) {
     if (i > 0) line += format.separator;
-    line += row.cells[i].empty() ? MISSING : row.cells[i];
+    line += row.cells[i].empty() ? missing_value : row.cells[i];
   }
   return line += format.after_cells;
 }

@@ -1,6 +1,7 @@
 #include "engine/base/command.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <string_view>
 
@@ -103,6 +104,17 @@ std::vector<Tokens> split_arguments(std::span<const std::string> tokens) {
   return arguments;
 }
 
+/// "Effect sizes: Hedges 1981; random effects: DerSimonian and Laird 1986, Raudenbush 2009."
+std::string references_text(std::span<const Reference> references) {
+  std::string text;
+  for (const auto& [part, citations] : references) {
+    text += (text.empty() ? "" : "; ") + std::string(part) + ": " + citations[0];
+    if (citations[1] != nullptr) text += std::string(", ") + citations[1];
+  }
+  text[0] = char(std::toupper(static_cast<unsigned char>(text[0])));
+  return text + ".";
+}
+
 const Verb& verb_of(const std::string& name, const std::vector<Tokens>& given,
                     std::span<const Verb> verbs) {
   const Verb* found = nullptr;
@@ -185,7 +197,7 @@ std::vector<std::string> help_lines(std::span<const Verb> verbs) {
     lines.push_back(std::string("    ") + verb.summary);
     lines.push_back(std::string("    Example: ") + verb.example);
     if (*verb.needs != '\0') lines.push_back(std::string("    Needs ") + verb.needs);
-    if (*verb.references != '\0') lines.push_back(std::string("    ") + verb.references);
+    if (!verb.references.empty()) lines.push_back("    " + references_text(verb.references));
   }
   lines.push_back("A model is: variable + variable + ... (a plus sign may stand in front).");
   lines.push_back("A filter is a variable: the studies take part where it is not 0.");

@@ -2,6 +2,7 @@
 
 // The command language: what a verb is, and how the words of a command become one.
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -29,6 +30,12 @@ struct Argument {
   double least = 0, most = 0;
 };
 
+/// What help says of a part of a verb's method: where it is published.
+struct Reference {
+  const char* part;                      ///< "random effects"
+  std::array<const char*, 2> citations;  ///< the second may be null
+};
+
 /// A verb in one form: its grammar, its help and what it does. A verb with several forms has an
 /// entry for each; they differ in a word that the first argument is.
 struct Verb {
@@ -37,8 +44,8 @@ struct Verb {
   std::span<const Argument> arguments;
   const char* summary;
   const char* example;
-  const char* needs;       ///< what must be in the working folder for it, beyond the study files
-  const char* references;  ///< published sources of the method, or ""
+  const char* needs;  ///< what must be in the working folder for it, beyond the study files
+  std::span<const Reference> references;
   /// Throws Refusal when the command cannot be carried out in the working folder.
   void (*check)(const Command&) = nullptr;
   /// Carries the command out.

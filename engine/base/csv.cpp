@@ -1,7 +1,5 @@
 #include "engine/base/csv.h"
 
-#include <string_view>
-
 #include "engine/base/text_file.h"
 
 namespace kvo::base {
@@ -18,12 +16,16 @@ std::string csv_cell(std::string_view text) {
   std::string cell(looks_like_formula(text) ? "'" : "");
   cell += text;
   if (cell.find_first_of(",\"\r\n") == std::string::npos) return cell;
-  std::string quoted(1, '"');
-  for (const char c : cell) quoted.append(c == '"' ? 2 : 1, c);
-  return quoted + '"';
+  return in_quotes(cell);
 }
 
 }  // namespace
+
+std::string in_quotes(std::string_view text) {
+  std::string quoted(1, '"');
+  for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+  return quoted + '"';
+}
 
 std::string csv_line(std::span<const std::string> cells) {
   std::string line;

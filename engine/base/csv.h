@@ -4,8 +4,12 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace kvo::base {
+
+/// The text between quotes, those inside of it doubled.
+std::string in_quotes(std::string_view text);
 
 /// A line of a table, its end included. Cells with commas, quotes or line ends are quoted. A text
 /// that a spreadsheet would take for a formula, as it begins with =, +, -, @ or a control

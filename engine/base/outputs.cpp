@@ -14,14 +14,16 @@
 #include "engine/base/exists.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
+#include "util/text.h"
 #include "util/whole_file.h"
+#include "workspace/folder_files.h"
 
 namespace kvo::base {
 
 namespace {
 
 const std::string stage = ".kvo_new";
-const std::string sub_folder = "pp";
+const std::string sub_folder = KVO_STUDY_MAPS_FOLDER;
 const std::string journal = stage + "/moves";
 const std::string move_word = "move ";
 const std::string remove_word = "remove ";
@@ -43,7 +45,7 @@ Q_fd lock_folder() {
 /// else. Names with control characters, such as the end of a line, cannot be listed in the journal.
 bool is_output_name(std::string_view name) {
   if (name.starts_with(sub_folder + "/")) name.remove_prefix(sub_folder.size() + 1);
-  return !name.empty() && name.front() != '.' && trimmed(name) == name &&
+  return !name.empty() && name.front() != '.' && Q_trimmed(name) == name &&
          std::none_of(name.begin(), name.end(), [](char c) {
            return c == '/' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
          });

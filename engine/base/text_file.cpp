@@ -7,35 +7,33 @@
 #include <cmath>
 #include <utility>
 
-#include "engine/base/refusal.h"
 #include "util/handles.h"
 #include "util/q_string.h"
-#include "util/read_file.h"
+#include "util/text.h"
 
 namespace kvo::base {
 
 namespace {
 
-constexpr std::string_view white_space = " \t\n\v\f\r";
 constexpr std::size_t max_any = std::size_t(1) << 30;
-
-[[noreturn]] void refuse(const std::string& path, const std::string& reason) {
-  throw Refusal("'" + path + "' " + reason + ".");
-}
 
 std::string content_of(const std::string& path, std::optional<std::string> content,
                        const Q_read_fault& fault) {
-  if (!content) refuse(path, fault.text);
+  if (!content) throw unread(path, fault);
   return *std::move(content);
 }
 
 }  // namespace
 
+Refusal unread(const std::string& path, const Q_read_fault& fault) {
+  return Refusal("'" + path + "' " + fault.text + ".");
+}
+
 std::string read_text(const std::string& path) {
   Q_read_fault fault;
   std::string content = content_of(path, Q_read_text(path.c_str(), fault), fault);
   if (content.find_first_of(std::string_view("\0\xFF", 2)) != std::string::npos)
-    refuse(path, "is not a text file");
+    throw Refusal("'" + path + "' is not a text file.");
   for (const TextLine& line : filled_lines(content))
     if (line.text.size() > Q_STRING_MAX)
       throw Refusal(at_line(path, line.number) + "is longer than " + std::to_string(Q_STRING_MAX) +
@@ -47,8 +45,7 @@ std::vector<TextLine> filled_lines(std::string_view text) {
   std::vector<TextLine> lines;
   for (std::size_t number = 1; !text.empty(); ++number) {
     const std::size_t end = std::min(text.find_first_of("\n\r"), text.size());
-    std::string_view line = text.substr(0, end);
-    line = line.substr(0, line.find_last_not_of(white_space) + 1);
+    const std::string_view line = Q_trimmed_end(text.substr(0, end));
     if (!line.empty()) lines.push_back({line, number});
     const std::size_t after = text.substr(end).starts_with("\r\n") ? end + 2 : end + 1;
     text.remove_prefix(std::min(after, text.size()));
@@ -56,16 +53,10 @@ std::vector<TextLine> filled_lines(std::string_view text) {
   return lines;
 }
 
-std::string_view trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(white_space);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(white_space) - first + 1);
-}
-
 std::vector<std::string_view> words(std::string_view text) {
   std::vector<std::string_view> found;
-  for (text = trimmed(text); !text.empty(); text = trimmed(text)) {
-    const std::size_t end = std::min(text.find_first_of(white_space), text.size());
+  for (text = Q_trimmed(text); !text.empty(); text = Q_trimmed(text)) {
+    const std::size_t end = std::min(text.find_first_of(Q_WHITE_SPACE), text.size());
     found.push_back(text.substr(0, end));
     text.remove_prefix(end);
   }
@@ -84,6 +75,13 @@ std::optional<double> number_of(std::string_view text) {
 std::string text_of(double number) {
   char buffer[64];
   const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, number);
+  return {buffer, end};
+}
+
+std::string decimals_of(double number) {
+  char buffer[400];
+  const auto [end, error] =
+      std::to_chars(buffer, buffer + sizeof buffer, number, std::chars_format::fixed);
   return {buffer, end};
 }
 

@@ -8,7 +8,13 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/base/refusal.h"
+#include "util/read_file.h"
+
 namespace kvo::base {
+
+/// The refusal of a file that was not read.
+Refusal unread(const std::string& path, const Q_read_fault& fault);
 
 /// The content of a text file as Q_read_text gives it. Throws Refusal, naming the file, when that
 /// fails or the file is no text (a byte of value 0 or 255, a line of more bytes than any reader of
@@ -24,17 +30,16 @@ struct TextLine {
 /// feed, a carriage return, or one followed by the other.
 std::vector<TextLine> filled_lines(std::string_view text);
 
-/// The text without white space at both ends.
-std::string_view trimmed(std::string_view text);
-
-/// The words of a text, which stand between blanks and tabs.
+/// The words of a text, which stand between white space.
 std::vector<std::string_view> words(std::string_view text);
 
 /// The number that the whole text is, in C notation; nothing when it is none or not finite.
 std::optional<double> number_of(std::string_view text);
 
-/// The shortest decimal text that reads back as the same number.
+/// The shortest text that reads back as the same number: "0.005", "1e-07"; the same without a power
+/// of ten: "0.0000001".
 std::string text_of(double number);
+std::string decimals_of(double number);
 
 /// SHA-256 of the bytes, in hexadecimal.
 std::string checksum(std::string_view bytes);

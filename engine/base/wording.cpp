@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "kvo_config.h"
 #include "util/handles.h"
+#include "util/q_string.h"
 
 namespace kvo::base {
 
@@ -98,6 +100,10 @@ std::string p_text(double p) {
   return shown;
 }
 
+std::string p_phrase(double p) {
+  return p < 1 && p >= 0.9995 ? "p > 0.999" : "p = " + p_text(p);
+}
+
 std::string count_text(std::size_t count) {
   std::string digits = std::to_string(count);
   if (digits.size() < 5) return digits;
@@ -110,6 +116,21 @@ std::string count_text(std::size_t count) {
 
 std::string counted(std::size_t count, const char* one, const char* several) {
   return count_text(count) + " " + (count == 1 ? one : several);
+}
+
+std::string listed(std::span<const std::string> names, const char* last) {
+  std::string text;
+  for (std::size_t i = 0; i < names.size(); ++i)
+    text += (i == 0 ? "" : i + 1 < names.size() ? ", " : last) + names[i];
+  return text;
+}
+
+std::string version_text() {
+  return Q_format("%.2f", KVO_VERSION).str();
+}
+
+std::string program_text() {
+  return "KVO " + version_text();
 }
 
 }  // namespace kvo::base

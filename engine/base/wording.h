@@ -3,6 +3,7 @@
 // Texts and numbers as reports show them.
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -22,11 +23,20 @@ std::string decimal_text(double value, int decimals);
 /// A probability: three decimals, two significant digits below 0.001, a power of ten below 0.0001
 /// ("2.4 × 10⁻⁷"), "–" when it is not finite.
 std::string p_text(double p);
+/// "p = 0.021"; "p > 0.999" where p_text() would say 1 of less.
+std::string p_phrase(double p);
 
 /// A whole number with narrow blanks between the thousands, as in "12 345".
 std::string count_text(std::size_t count);
 
 /// "1 study", "5 studies".
 std::string counted(std::size_t count, const char* one, const char* several);
+
+/// "a", "a and b", "a, b and c".
+std::string listed(std::span<const std::string> names, const char* last = " and ");
+
+/// The version, "4.31", and the program with it, "KVO 4.31".
+std::string version_text();
+std::string program_text();
 
 }  // namespace kvo::base

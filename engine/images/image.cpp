@@ -210,19 +210,6 @@ Nifti_header header_of(const Image& image) {
 
 }  // namespace
 
-const Grid& mni_grid() {
-  static const Grid grid = [] {
-    Grid g;
-    g.size = {91, 109, 91};
-    g.to_mm << 2, 0, 0, -90,  //
-        0, 2, 0, -126,        //
-        0, 0, 2, -72,         //
-        0, 0, 0, 1;
-    return g;
-  }();
-  return grid;
-}
-
 std::string read_description(const std::string& path) {
   return placed_image(path, value_of(path, nifti_read_info(path))).description;
 }

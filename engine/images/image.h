@@ -1,42 +1,16 @@
 #pragma once
 
-// Reading and writing of single-volume NIfTI-1 images, and the one grid that all results have.
+// Reading and writing of single-volume NIfTI-1 images.
 
-#include <Eigen/Core>
-#include <array>
-#include <cstddef>
 #include <string>
 #include <vector>
 
-#include "engine/images/images_layer.h"
+#include "engine/images/voxel_grid.h"
 
 namespace kvo::images {
 
 /// NIfTI codes of the coordinate space that an image's voxels are placed in.
 enum class Space { unknown = 0, talairach = 3, mni = 4 };
-
-/// A regular grid of voxels and its place in the head.
-struct Grid {
-  std::array<int, 3> size{};  ///< voxels along i, j, k; i runs fastest in memory
-  Eigen::Matrix4d to_mm = Eigen::Matrix4d::Identity();  ///< voxel index (i, j, k, 1) to mm
-
-  [[nodiscard]] std::size_t voxels() const {
-    return std::size_t(size[0]) * std::size_t(size[1]) * std::size_t(size[2]);
-  }
-  [[nodiscard]] std::size_t index(int i, int j, int k) const {
-    return (std::size_t(k) * std::size_t(size[1]) + std::size_t(j)) * std::size_t(size[0]) +
-           std::size_t(i);
-  }
-  bool operator==(const Grid& other) const {
-    return size == other.size && (to_mm - other.to_mm).cwiseAbs().maxCoeff() < 1e-4;
-  }
-};
-
-/// The grid of every image that the system writes: MNI space, 2 mm, 91 x 109 x 91, voxel (0, 0, 0)
-/// at (-90, -126, -72) mm, i to the right, j to the front, k up.
-const Grid& mni_grid();
-/// The edge of its voxels in mm.
-inline constexpr double voxel_mm = 2;
 
 /// How clearly a header says where the voxels are.
 struct Placement {

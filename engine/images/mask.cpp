@@ -25,22 +25,12 @@ std::string path_of(std::string file, const std::string& what, First first) {
 
 }  // namespace
 
-Voxel voxel_at(std::uint32_t grid_index) {
-  const auto [nx, ny, nz] = mni_grid().size;
-  const int index = int(grid_index);
-  return {index % nx, index / nx % ny, index / (nx * ny)};
-}
-
-std::array<int, 3> mm_of(const Voxel& voxel) {
-  return {2 * voxel.i - 90, 2 * voxel.j - 126, 2 * voxel.k - 72};
-}
-
 Voxel Mask::voxel(std::size_t n) const {
-  return voxel_at(grid_index[n]);
+  return mni_grid().voxel(grid_index[n]);
 }
 
 std::string mask_file(const std::string& name) {
-  return "mask_" + name + ".nii.gz";
+  return mask_prefix + name + ".nii.gz";
 }
 
 std::string mask_path(const std::string& name) {
@@ -80,7 +70,7 @@ Mask read_mask(const std::string& path) {
 }
 
 Mask mask_of(std::vector<bool> inside) {
-  const std::size_t plane = std::size_t(mni_grid().size[0]) * std::size_t(mni_grid().size[1]);
+  const std::size_t plane = mni_grid().plane();
   Mask mask;
   mask.inside = std::move(inside);
   for (std::size_t index = 0; index < mask.inside.size(); ++index) {

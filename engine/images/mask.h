@@ -13,14 +13,6 @@
 
 namespace kvo::images {
 
-struct Voxel {
-  int i, j, k;
-};
-
-/// The voxel of the MNI grid at that index, and its coordinate in mm.
-Voxel voxel_at(std::uint32_t grid_index);
-std::array<int, 3> mm_of(const Voxel& voxel);
-
 /// The voxels of a mask in the order of the MNI grid, so that those of a slice (of one k) stand
 /// together. A map in memory has one value for each of them.
 struct Mask {
@@ -36,6 +28,10 @@ struct Mask {
 /// The path of the mask of that name: of the installation, or else of the working folder. Throws
 /// Refusal when neither has one.
 std::string mask_path(const std::string& name);
+
+/// What the names of the files of masks begin with, and the mask of the whole brain.
+inline constexpr const char* mask_prefix = "mask_";
+inline constexpr const char* brain_mask = "brain";
 
 /// The name of the file that a mask is.
 std::string mask_file(const std::string& name);

@@ -20,31 +20,18 @@ double squared_distance_mm(const Voxel& a, const Voxel& b) {
   return (i * i + j * j + k * k) * voxel_mm * voxel_mm;
 }
 
-/// Calls `each` with the grid index of every voxel that touches the one at that index.
-template <typename Each>
-void for_neighbours(std::uint32_t index, const Each& each) {
-  const auto [nx, ny, nz] = mni_grid().size;
-  const Voxel at = voxel_at(index);
-  for (int k = std::max(at.k - 1, 0); k <= std::min(at.k + 1, nz - 1); ++k)
-    for (int j = std::max(at.j - 1, 0); j <= std::min(at.j + 1, ny - 1); ++j)
-      for (int i = std::max(at.i - 1, 0); i <= std::min(at.i + 1, nx - 1); ++i)
-        if (const auto other = std::uint32_t(mni_grid().index(i, j, k)); other != index)
-          each(other);
-}
-
 /// The voxels that can be reached from the first by steps between neighbours that `joins` lets in,
 /// itself included, in the order of the grid. Marks them as seen, and enters none that is.
 template <typename Joins>
 std::vector<std::uint32_t> reached(std::uint32_t first, std::vector<bool>& seen,
                                    const Joins& joins) {
-  std::vector<std::uint32_t> found{first};
   seen[first] = true;
-  for (std::size_t next = 0; next < found.size(); ++next)
-    for_neighbours(found[next], [&](std::uint32_t other) {
-      if (seen[other] || !joins(other)) return;
-      seen[other] = true;
-      found.push_back(other);
-    });
+  std::vector<std::uint32_t> found =
+      connected_voxels(mni_grid(), first, Touch::corners, [&](std::size_t other) {
+        if (seen[other] || !joins(other)) return false;
+        seen[other] = true;
+        return true;
+      });
   std::sort(found.begin(), found.end());
   return found;
 }
@@ -53,7 +40,7 @@ std::vector<std::uint32_t> reached(std::uint32_t first, std::vector<bool>& seen,
 Voxel middle_of(const std::vector<std::uint32_t>& plateau) {
   Eigen::Vector3d centre = Eigen::Vector3d::Zero();
   const auto place = [](std::uint32_t index) {
-    const Voxel at = voxel_at(index);
+    const Voxel at = mni_grid().voxel(index);
     return Eigen::Vector3d(at.i, at.j, at.k);
   };
   for (const std::uint32_t index : plateau) centre += place(index);
@@ -61,7 +48,7 @@ Voxel middle_of(const std::vector<std::uint32_t>& plateau) {
   const auto farther = [&](std::uint32_t a, std::uint32_t b) {
     return (place(a) - centre).squaredNorm() < (place(b) - centre).squaredNorm();
   };
-  return voxel_at(*std::min_element(plateau.begin(), plateau.end(), farther));
+  return mni_grid().voxel(*std::min_element(plateau.begin(), plateau.end(), farther));
 }
 
 /// The local maxima of a cluster by falling height, however close they are.
@@ -72,10 +59,10 @@ std::vector<LocalPeak> local_maxima(const Cluster& cluster, std::span<const floa
   for (const std::uint32_t index : cluster.grid_index) {
     if (seen[index]) continue;
     const std::vector<std::uint32_t> plateau =
-        reached(index, seen, [&](std::uint32_t other) { return z[other] == z[index]; });
+        reached(index, seen, [&](std::size_t other) { return z[other] == z[index]; });
     bool highest = true;
     for (const std::uint32_t voxel : plateau)
-      for_neighbours(voxel, [&](std::uint32_t other) {
+      for_each_neighbour(mni_grid(), voxel, Touch::corners, [&](std::size_t other) {
         highest = highest && sign * z[other] <= sign * z[index];
       });
     if (highest) peaks.push_back({.voxel = middle_of(plateau), .z = z[index]});
@@ -104,10 +91,6 @@ std::string region_text(float value) {
   return text.str();
 }
 
-std::size_t index_of(const Voxel& voxel) {
-  return mni_grid().index(voxel.i, voxel.j, voxel.k);
-}
-
 }  // namespace
 
 std::vector<Cluster> clusters_of(std::span<const float> z) {
@@ -117,7 +100,7 @@ std::vector<Cluster> clusters_of(std::span<const float> z) {
     if (in_cluster[index] || z[index] == 0) continue;
     Cluster cluster;
     cluster.positive = z[index] > 0;
-    cluster.grid_index = reached(index, in_cluster, [&](std::uint32_t other) {
+    cluster.grid_index = reached(index, in_cluster, [&](std::size_t other) {
       return z[other] != 0 && (z[other] > 0) == cluster.positive;
     });
     cluster.peaks = far_apart(local_maxima(cluster, z, on_plateau));
@@ -135,7 +118,7 @@ void add_p(std::vector<Cluster>& clusters, const TailP& positive, const TailP& n
   for (Cluster& cluster : clusters) {
     const TailP& tail = cluster.positive ? positive : negative;
     for (LocalPeak& peak : cluster.peaks) {
-      const std::size_t index = index_of(peak.voxel);
+      const std::size_t index = mni_grid().index(peak.voxel);
       peak.p = tail.p[index];
       if (!tail.pFWE.empty()) peak.pFWE = tail.pFWE[index];
     }
@@ -148,7 +131,8 @@ std::vector<float> read_atlas() {
 
 void add_regions(std::vector<Cluster>& clusters, std::span<const float> atlas) {
   for (Cluster& cluster : clusters) {
-    for (LocalPeak& peak : cluster.peaks) peak.region = region_text(atlas[index_of(peak.voxel)]);
+    for (LocalPeak& peak : cluster.peaks)
+      peak.region = region_text(atlas[mni_grid().index(peak.voxel)]);
     std::map<int, std::size_t> counts;
     for (const std::uint32_t index : cluster.grid_index)
       ++counts[atlas[index] >= 1 ? int(std::min(atlas[index], 1e6F)) : 0];

@@ -38,9 +38,6 @@ struct Cluster {
   [[nodiscard]] std::size_t voxels() const { return grid_index.size(); }
 };
 
-/// Volume of a voxel of the MNI grid in mm³.
-inline constexpr double voxel_volume = 8;
-
 /// What the regions of a cluster and of a peak say where the atlas has none.
 inline constexpr const char* outside_atlas = "outside of the atlas";
 

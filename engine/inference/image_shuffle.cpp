@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 
+#include "engine/images/gaussian.h"
 #include "engine/inference/null_distribution.h"
 #include "engine/maps/peak_map.h"
 
@@ -23,7 +24,7 @@ std::vector<double> gaussian_kernel(double sigma) {
   std::vector<double> kernel{1};
   double squares = 1;
   for (int step = 1; step <= int(std::ceil(radius_in_sigmas * sigma)); ++step) {
-    kernel.push_back(std::exp(-step * step / (2 * sigma * sigma)));
+    kernel.push_back(gaussian(step, sigma));
     squares += 2 * kernel.back() * kernel.back();
   }
   for (double& weight : kernel) weight /= std::sqrt(squares);

@@ -13,10 +13,6 @@ namespace kvo::inference {
 
 namespace {
 
-std::string file_of(const std::string& map, const MapKind& kind) {
-  return map + kind.suffix + ".nii.gz";
-}
-
 std::vector<float> read_if_there(const std::string& path) {
   return path_exists(path) ? read_p_map(path).values : std::vector<float>();
 }
@@ -37,7 +33,7 @@ Image read_p_map(const std::string& path) {
   const auto wrong = std::find_if(image.values.begin(), image.values.end(),
                                   [](float p) { return !(p > 0 && p <= 1); });
   if (wrong == image.values.end()) return image;
-  const auto [x, y, z] = mm_of(voxel_at(std::uint32_t(wrong - image.values.begin())));
+  const auto [x, y, z] = mm_of(image.grid.voxel(std::size_t(wrong - image.values.begin())));
   throw Refusal("'" + path + "': the value " + text_of(*wrong) + " at MNI " + std::to_string(x) +
                 "," + std::to_string(y) + "," + std::to_string(z) +
                 " is no p value: those are above 0 and not above 1.");
@@ -51,10 +47,10 @@ std::optional<double> p_of_no_effect(const Image& map) {
 
 BothTails read_tails(const std::string& map) {
   BothTails tails;
-  tails.positive.p = read_p_map(file_of(map, p_map)).values;
-  tails.positive.pFWE = read_if_there(file_of(map, pFWE_map));
-  tails.negative.p = read_if_there(file_of(map, negative_p_map));
-  tails.negative.pFWE = read_if_there(file_of(map, negative_pFWE_map));
+  tails.positive.p = read_p_map(map_file(map, p_map)).values;
+  tails.positive.pFWE = read_if_there(map_file(map, pFWE_map));
+  tails.negative.p = read_if_there(map_file(map, negative_p_map));
+  tails.negative.pFWE = read_if_there(map_file(map, negative_pFWE_map));
   if (tails.negative.p.empty()) tails.negative.p = mirrored(tails.positive.p, null_values_of(map));
   return tails;
 }

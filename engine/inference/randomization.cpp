@@ -6,6 +6,7 @@
 
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
+#include "engine/base/wording.h"
 #include "engine/inference/image_shuffle.h"
 #include "engine/maps/effect_maps.h"
 
@@ -70,9 +71,8 @@ struct Images {
       if (!request.images[s].empty()) with_image.push_back(s);
     count = with_image.size();
     if (count == 0) return;
-    Action action("Measuring the smoothness of " + std::to_string(count) +
-                      (count == 1 ? " image" : " images"),
-                  count, randomization_dots);
+    Action action("Measuring the smoothness of " + counted(count, "image", "images"), count,
+                  randomization_dots);
     space.emplace(meta.mask);
     in_parallel(count, [&](std::size_t i, std::size_t) {
       const std::size_t s = with_image[i];
@@ -191,7 +191,7 @@ std::string action_text(std::size_t studies, std::size_t images, std::size_t rep
   const std::string what = images == 0         ? "M" + moving
                            : images == studies ? "S" + shuffling
                                                : "M" + moving + " and s" + shuffling;
-  return what + " (" + std::to_string(repeats) + (repeats == 1 ? " time)" : " times)");
+  return what + " (" + counted(repeats, "time", "times") + ")";
 }
 
 }  // namespace

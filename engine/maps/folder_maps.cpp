@@ -8,11 +8,11 @@
 #include "engine/base/exists.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
-#include "engine/images/image.h"
+#include "engine/base/wording.h"
+#include "engine/images/mask.h"
 #include "engine/studies/study_rules.h"
-#include "kvo_config.h"
-#include "util/q_string.h"
 #include "util/text.h"
+#include "workspace/map_lists.h"
 
 namespace kvo::maps {
 
@@ -25,6 +25,10 @@ constexpr double largest_count = 1e18;
 
 }  // namespace
 
+std::string map_file(const std::string& name, const MapKind& kind) {
+  return image_file_of(name + kind.suffix);
+}
+
 std::vector<std::string> coefficient_map_names(const std::string& name, std::size_t terms) {
   if (terms == 0) return {name};
   const std::string intercept = name + "_" + std::string(terms, '0');
@@ -33,22 +37,26 @@ std::vector<std::string> coefficient_map_names(const std::string& name, std::siz
   return names;
 }
 
+void check_no_mask(const std::string& name) {
+  if (name.starts_with(mask_prefix))
+    throw Refusal("The name '" + name +
+                  "' cannot be used: names that begin with 'mask_' are kept for masks.");
+}
+
 void check_analysis_name(const std::string& name, const StudyTable& table) {
   // The name of a coefficient's map is longer than that of its model.
   if (const char* fault = Q_name_fault(name); fault != nullptr)
     throw Refusal("The name '" + name + "' " + fault + ".");
-  if (name.starts_with("mask_"))
-    throw Refusal("The name '" + name +
-                  "' cannot be used: names that begin with 'mask_' are kept for masks.");
-  if (name.ends_with(negative_suffix))
+  check_no_mask(name);
+  if (kvo_is_negative_tail(name))
     throw Refusal("The name '" + name +
                   "' cannot be used: names that end with '_n' are kept for the negative tails of "
                   "null distributions.");
   for (const Study& study : table.studies)
     for (const MapKind& kind : map_kinds)
       if (study.name == name + kind.suffix)
-        throw Refusal("The name '" + name + "' cannot be used: its map '" + study.name +
-                      ".nii.gz' would be the image of study '" + study.name + "'.");
+        throw Refusal("The name '" + name + "' cannot be used: its map '" + map_file(name, kind) +
+                      "' would be the image of study '" + study.name + "'.");
 }
 
 bool written_by_this_system(const std::string& path) {
@@ -71,30 +79,20 @@ std::string command_of_image(const std::string& path) {
 }
 
 std::vector<std::string> read_map_list() {
-  std::vector<std::string> names;
-  if (!path_exists(map_list_file)) return names;
-  const std::string text = read_text(map_list_file);
-  for (const TextLine& line : filled_lines(text)) {
-    std::string name;
-    for (const std::string_view word : words(line.text)) {
-      if (!name.empty()) name += ' ';
-      name += word;
-    }
-    names.push_back(std::move(name));
-  }
-  return names;
+  if (!path_exists(KVO_MAPS_FILE)) return {};
+  return kvo_read_map_names(read_text(KVO_MAPS_FILE));
 }
 
 std::size_t null_values_of(const std::string& map) {
-  const std::string text = read_text(null_list_file);
+  const std::string text = read_text(KVO_ND_FILE);
   for (const TextLine& line : filled_lines(text)) {
     const std::vector<std::string_view> cells = words(line.text);
     if (cells.size() < 2 || cells[0] != map) continue;
     const std::optional<double> values = number_of(cells[1]);
     if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
-    throw Refusal(at_line(null_list_file, line.number) + "there is no number of values.");
+    throw Refusal(at_line(KVO_ND_FILE, line.number) + "there is no number of values.");
   }
-  throw Refusal("'" + std::string(null_list_file) + "' has no null distribution of map '" + map +
+  throw Refusal("'" + std::string(KVO_ND_FILE) + "' has no null distribution of map '" + map +
                 "'. Please estimate the map again.");
 }
 
@@ -103,8 +101,8 @@ std::string empty_analysis_list() {
 }
 
 std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
-  if (!path_exists(analysis_list_file)) return std::nullopt;
-  const std::string text = read_text(analysis_list_file);
+  if (!path_exists(KVO_ANALYSES_FILE)) return std::nullopt;
+  const std::string text = read_text(KVO_ANALYSES_FILE);
   for (const TextLine& line : filled_lines(text)) {
     const std::vector<std::string_view> cells = words(line.text);
     if (line.number == 1 || cells[0] != map) continue;
@@ -114,12 +112,12 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
     };
     const std::size_t studies = count(1), participants = count(2);
     if (studies == 0 || participants == 0)
-      throw Refusal(at_line(analysis_list_file, line.number) +
+      throw Refusal(at_line(KVO_ANALYSES_FILE, line.number) +
                     "there are no numbers of studies and participants and no command.");
     const std::string_view rest = line.text.substr(std::size_t(cells[3].data() - line.text.data()));
     // Earlier versions end the line with the command.
     const std::size_t tab = std::min(rest.find('\t'), rest.size());
-    const std::string_view left_out = trimmed(rest.substr(tab));
+    const std::string_view left_out = Q_trimmed(rest.substr(tab));
     return AnalysisFacts{.command = std::string(rest.substr(0, tab)),
                          .studies = studies,
                          .participants = participants,
@@ -133,14 +131,14 @@ void remove_listed_maps(Outputs& outputs) {
     // Anyone can have written the list; only what is a name of ours is one.
     if (Q_name_fault(name) != nullptr) continue;
     for (const MapKind& kind : map_kinds) {
-      const std::string file = name + kind.suffix + ".nii.gz";
+      const std::string file = map_file(name, kind);
       if (written_by_this_system(file)) outputs.remove(file);
     }
   }
 }
 
 std::string image_description(const std::string& command) {
-  return std::string(written_by_us) + Q_format("%.2f ", KVO_VERSION).str() + command;
+  return program_text() + " " + command;
 }
 
 }  // namespace kvo::maps

@@ -14,12 +14,6 @@
 
 namespace kvo::maps {
 
-inline constexpr const char* map_list_file = "kvo_maps.txt";
-inline constexpr const char* null_list_file = "kvo_nd.txt";
-inline constexpr const char* analysis_list_file = "kvo_analyses.txt";
-/// What the name of a map has appended where its negative tail is spoken of.
-inline constexpr const char* negative_suffix = "_n";
-
 /// A map of an analysis: NAME_suffix.nii.gz.
 struct MapKind {
   const char* suffix;
@@ -39,9 +33,14 @@ struct AnalysisFacts {
   std::string left_out{};  ///< of a jackknife: the study that it is without
 };
 
+std::string map_file(const std::string& name, const MapKind& kind);
+
 /// The names of the maps of a linear model's coefficients, the intercept first: "NAME_00",
 /// "NAME_10", "NAME_01". Without terms the map has the name itself.
 std::vector<std::string> coefficient_map_names(const std::string& name, std::size_t terms);
+
+/// Throws Refusal when what has that name would pass for a mask.
+void check_no_mask(const std::string& name);
 
 /// Throws Refusal when the name cannot be that of an analysis: when its maps would replace a
 /// study's image or pass for masks, or when its null distribution would pass for the negative tail

@@ -45,7 +45,7 @@ std::vector<float> read_unchanged_map(const PpRecord& record, const std::string&
                                       const Mask& mask) {
   const std::string checksum = recorded(record.checksums, file);
   if (checksum.empty())
-    throw Refusal("'" + std::string(pp_record_file) + "' has no checksum of '" + file +
+    throw Refusal("'" + std::string(KVO_RECORD_FILE) + "' has no checksum of '" + file +
                   "', as an earlier version leaves it. Please run preprocessing again.");
   if (file_checksum(file) != checksum) refuse_changed("'" + file + "' has changed");
   return read_map(file, mask);
@@ -62,11 +62,11 @@ std::vector<const float*> pointers_at(const std::vector<std::vector<float>>& map
 }  // namespace
 
 std::string effect_map_file(const std::string& study) {
-  return "pp/" + study + "_g.nii.gz";
+  return std::string(KVO_STUDY_MAPS_FOLDER) + "/" + map_file(study, g_map);
 }
 
 std::string variance_map_file(const std::string& study) {
-  return "pp/" + study + "_var.nii.gz";
+  return std::string(KVO_STUDY_MAPS_FOLDER) + "/" + map_file(study, var_map);
 }
 
 MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::size_t> chosen) {
@@ -91,7 +91,7 @@ MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::si
 AnalysisFacts facts_of(const std::string& command, const MetaAnalysis& meta) {
   AnalysisFacts facts{.command = command, .studies = meta.members.size()};
   for (const Member& member : meta.members)
-    facts.participants += std::size_t(member.study.sample.n1) + std::size_t(member.study.sample.n2);
+    facts.participants += participants_of(member.study.sample);
   return facts;
 }
 

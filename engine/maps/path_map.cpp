@@ -5,18 +5,19 @@
 #include <cstdlib>
 #include <limits>
 
+#include "engine/images/gaussian.h"
+
 namespace kvo::maps {
 
 namespace {
 
-constexpr double tissue_fwhm_mm = 20;
 constexpr float no_path = std::numeric_limits<float>::infinity();
 
 // No step is shorter than a voxel. A path that goes on from one whose length is in a piece of the
 // queue of this width therefore belongs into a later piece, in floating point too, since sums and
 // halves are rounded monotonically and whole numbers are exact: the voxels of a piece need not be
 // sorted, and their list does not grow while it is read (Dinitz 1978).
-constexpr float queue_mm = 2;
+constexpr float queue_mm = voxel_mm;
 
 // The longest that a path in uniform tissue is for its straight distance, attained in the direction
 // of the vector whose length this is: along an axis, a face's diagonal and a voxel's diagonal.
@@ -35,11 +36,6 @@ double tissue_radius() {
 /// How long paths can be that matter to a peak so far from where they start.
 double longest_path(double peak_distance) {
   return longest_uniform_path * (tissue_radius() + peak_distance);
-}
-
-bool on_grid(int i, int j, int k) {
-  const auto [nx, ny, nz] = mni_grid().size;
-  return i >= 0 && i < nx && j >= 0 && j < ny && k >= 0 && k < nz;
 }
 
 std::vector<float> landscape(std::span<const float> correlation) {
@@ -88,15 +84,15 @@ PathMap::PathMap(const Mask& mask, std::span<const float> correlation, double fw
   first_step_.push_back(0);
   for (std::size_t n = 0; n < mask.size(); ++n) {
     const Voxel from = mask.voxel(n);
-    for (int step = 0; step < 27; ++step) {
-      const int di = step % 3 - 1, dj = step / 3 % 3 - 1, dk = step / 9 - 1;
-      if (step == 13 || !on_grid(from.i + di, from.j + dj, from.k + dk)) continue;
-      const std::int32_t to = number_[mni_grid().index(from.i + di, from.j + dj, from.k + dk)];
-      if (to < 0) continue;
+    for_each_neighbour(mni_grid(), mask.grid_index[n], Touch::corners, [&](std::size_t index) {
+      const std::int32_t to = number_[index];
+      if (to < 0) return;
+      const Voxel at = mni_grid().voxel(index);
+      const int di = at.i - from.i, dj = at.j - from.j, dk = at.k - from.k;
       const float rise = height[std::size_t(to)] - height[n];
       const auto squared = float(voxel_mm * voxel_mm * (di * di + dj * dj + dk * dk));
       steps_.push_back({std::uint32_t(to), std::sqrt(squared + rise * rise)});
-    }
+    });
     first_step_.push_back(std::uint32_t(steps_.size()));
   }
 }
@@ -135,7 +131,7 @@ PathMap::Closest PathMap::closest_voxel(const PlacedPeak& peak, Voxel at) const 
     if (distance < closest.distance) closest = {std::int64_t(n), distance};
   };
   // The voxel that a peak lies in has the closest centre, which is within half of its diagonal.
-  const bool inside = on_grid(at.i, at.j, at.k) && number_[mni_grid().index(at.i, at.j, at.k)] >= 0;
+  const bool inside = mni_grid().holds(at) && number_[mni_grid().index(at)] >= 0;
   for_each_voxel_within(inside ? voxel_mm : tissue_radius(), peak, at, visit);
   return closest;
 }
@@ -169,7 +165,7 @@ void PathMap::add_peak(const PlacedPeak& peak, Voxel at, Room& room) const {
   const Closest start = closest_voxel(peak, at);
   find_paths(start, room);
   const Voxel from = start.voxel < 0 ? at : mask_.voxel(std::size_t(start.voxel));
-  const double sigma = kernel_sigma(1), exponent = -1 / (2 * sigma * sigma);
+  const double sigma = sigma_of_fwhm(1), exponent = -1 / (2 * sigma * sigma);
   for_each_voxel_within(reach_, peak, at, [&](std::size_t n, Voxel voxel, double straight) {
     double u = end_of_kernel();
     if (room.path[n] != no_path)

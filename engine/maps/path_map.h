@@ -53,6 +53,9 @@
 
 namespace kvo::maps {
 
+/// The FWHM of the kernel in uniform tissue with full anisotropy, whatever FWHM is asked for.
+inline constexpr double tissue_fwhm_mm = 20;
+
 /// The FWHM of the kernel without anisotropy that reaches as far as the one with it can.
 double reaching_fwhm(double fwhm_mm, double anisotropy);
 

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "engine/images/gaussian.h"
+
 namespace kvo::maps {
 
 namespace {
@@ -19,7 +21,7 @@ PlacedPeak placed(const Peak& peak, double sigma, int reach) {
     result.offset[a] = (position - voxel[a]) * voxel_mm;
     for (int step = -reach; step <= reach; ++step) {
       const double distance = step * voxel_mm - result.offset[a];
-      result.factors[a].push_back(std::exp(-distance * distance / (2 * sigma * sigma)));
+      result.factors[a].push_back(gaussian(distance, sigma));
     }
   }
   result.voxel = {voxel[0], voxel[1], voxel[2]};
@@ -29,22 +31,16 @@ PlacedPeak placed(const Peak& peak, double sigma, int reach) {
 
 }  // namespace
 
-double kernel_sigma(double fwhm_mm) {
-  return fwhm_mm / std::sqrt(8 * std::log(2.0));
-}
-
 double kernel_radius(double fwhm_mm) {
-  return radius_in_sigmas * kernel_sigma(fwhm_mm);
+  return radius_in_sigmas * sigma_of_fwhm(fwhm_mm);
 }
 
 PeakMap::PeakMap(double fwhm_mm, const std::vector<Peak>& peaks)
     : radius_(kernel_radius(fwhm_mm)), reach_(int(radius_ / voxel_mm) + 1) {
-  for (const Peak& peak : peaks) peaks_.push_back(placed(peak, kernel_sigma(fwhm_mm), reach_));
+  for (const Peak& peak : peaks) peaks_.push_back(placed(peak, sigma_of_fwhm(fwhm_mm), reach_));
 }
 
-PeakMap::Plane::Plane()
-    : kernels(std::size_t(mni_grid().size[0]) * std::size_t(mni_grid().size[1])),
-      effects(kernels.size()) {}
+PeakMap::Plane::Plane() : kernels(mni_grid().plane()), effects(kernels.size()) {}
 
 /// Calls row(j, first, last, y-and-z factor) for the voxels first <= i <= last of each row of slice
 /// k that the kernel reaches around that voxel.

@@ -22,8 +22,7 @@ namespace kvo::maps {
 
 /// A Gaussian is cut off at so many standard deviations.
 inline constexpr double radius_in_sigmas = 3;
-/// The standard deviation in mm of the kernel of a FWHM, and the distance at which it ends.
-double kernel_sigma(double fwhm_mm);
+/// The distance at which the kernel of a FWHM ends, in mm.
 double kernel_radius(double fwhm_mm);
 
 /// A peak on the grid.

@@ -7,8 +7,8 @@
 #include "engine/base/exists.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
-#include "kvo_config.h"
-#include "util/q_string.h"
+#include "engine/base/wording.h"
+#include "engine/studies/study_rules.h"
 #include "util/text.h"
 
 namespace kvo::maps {
@@ -23,12 +23,12 @@ using Lines = std::map<std::string, std::string>;
 
 Lines read_lines() {
   Lines lines;
-  const std::string text = read_text(pp_record_file);
+  const std::string text = read_text(KVO_RECORD_FILE);
   for (const TextLine& line : filled_lines(text)) {
     const std::size_t equals = line.text.find(" = ");
     if (equals == std::string_view::npos)
-      throw Refusal(at_line(pp_record_file, line.number) + "there is no ' = '.");
-    lines.emplace(trimmed(line.text.substr(0, equals)), trimmed(line.text.substr(equals + 3)));
+      throw Refusal(at_line(KVO_RECORD_FILE, line.number) + "there is no ' = '.");
+    lines.emplace(Q_trimmed(line.text.substr(0, equals)), Q_trimmed(line.text.substr(equals + 3)));
   }
   return lines;
 }
@@ -36,13 +36,13 @@ Lines read_lines() {
 const std::string& value_of(const Lines& lines, const std::string& key) {
   const auto found = lines.find(key);
   if (found == lines.end())
-    throw Refusal("'" + std::string(pp_record_file) + "' has no line '" + key +
+    throw Refusal("'" + std::string(KVO_RECORD_FILE) + "' has no line '" + key +
                   "'. Please run preprocessing again.");
   return found->second;
 }
 
 [[noreturn]] void refuse_value(const std::string& key, const std::string& value) {
-  throw Refusal("'" + std::string(pp_record_file) + "': '" + value + "' cannot be the " + key +
+  throw Refusal("'" + std::string(KVO_RECORD_FILE) + "': '" + value + "' cannot be the " + key +
                 ". Please run preprocessing again.");
 }
 
@@ -81,7 +81,7 @@ std::string PpRecord::text() const {
   add_line(text, "mask", mask);
   add_line(text, "randomizations", std::to_string(randomizations));
   add_line(text, "seed", std::to_string(seed));
-  add_line(text, "version", Q_format("%.2f", KVO_VERSION).str());
+  add_line(text, "version", version_text());
   for (const auto& [study, facts] : studies) add_line(text, study_key + study, facts);
   for (const auto& [file, sum] : checksums) add_line(text, checksum_key + file, sum);
   return text;
@@ -89,12 +89,12 @@ std::string PpRecord::text() const {
 
 std::string table_facts(const Study& study) {
   const auto [n1, n2] = study.sample;
-  return "n1 " + std::to_string(n1) + ", n2 " + (n2 > 0 ? std::to_string(n2) : "NA") +
-         ", threshold_t " + (study.threshold_t ? text_of(*study.threshold_t) : "NA");
+  return "n1 " + std::to_string(n1) + ", n2 " + (n2 > 0 ? std::to_string(n2) : missing_value) +
+         ", threshold_t " + (study.threshold_t ? text_of(*study.threshold_t) : missing_value);
 }
 
 PpRecord read_pp_record() {
-  if (!path_exists(pp_record_file))
+  if (!path_exists(KVO_RECORD_FILE))
     throw Refusal("No maps found. Please run preprocessing and try again.");
   const Lines lines = read_lines();
   PpRecord record;

@@ -14,8 +14,6 @@
 
 namespace kvo::maps {
 
-inline constexpr const char* pp_record_file = "kvo_pp.txt";
-
 struct PpRecord {
   std::string correlation_template, mask;
   double anisotropy = 0, fwhm = 0;

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "engine/base/refusal.h"
+#include "engine/base/wording.h"
 
 namespace kvo::model {
 
@@ -30,8 +31,8 @@ void check_terms(std::span<const Term> terms, std::size_t studies) {
       refuse_term(terms[t], "is in the model twice.");
   }
   if (!terms.empty() && studies <= terms.size() + 1)
-    refuse_term(terms.back(), "makes the model too large: with " + std::to_string(terms.size()) +
-                                  (terms.size() == 1 ? " term" : " terms") + " it needs at least " +
+    refuse_term(terms.back(), "makes the model too large: with " +
+                                  counted(terms.size(), "term", "terms") + " it needs at least " +
                                   std::to_string(terms.size() + 2) +
                                   " studies that have all values, and there " +
                                   (studies == 1 ? "is " : "are ") + std::to_string(studies) + ".");

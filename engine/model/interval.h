@@ -4,6 +4,10 @@
 
 namespace kvo::model {
 
+/// The probability on either side of a 95 % interval, and the z that has it there: half of such an
+/// interval in standard errors.
+inline constexpr double interval_tail = 0.025, interval_z = 1.959963984540054;
+
 /// The bounds of a 95 % interval.
 struct Interval {
   double low, high;

@@ -7,7 +7,6 @@ namespace kvo::model {
 
 namespace {
 
-constexpr double upper_tail = 0.025;
 // Standard errors that differ by less, relatively, are the same; so are effects.
 constexpr double least_spread = 1e-7;
 
@@ -15,7 +14,7 @@ constexpr double least_spread = 1e-7;
 
 Estimate estimate_of(const Coefficient& coefficient) {
   const auto& [value, se, z, p] = coefficient;
-  const double half = normal_of_tail(upper_tail) * se;
+  const double half = interval_z * se;
   return {value, se, z, p, {value - half, value + half}};
 }
 
@@ -47,7 +46,7 @@ PooledEffect pool_effects(std::span<const Effect> effects) {
                       {},
                       weights_of(effects, fit.tau2)};
   if (effects.size() >= 3) {
-    const double half = t_of_tail(upper_tail, double(effects.size()) - 2) *
+    const double half = t_of_tail(interval_tail, double(effects.size()) - 2) *
                         std::sqrt(fit.tau2 + pooled.mean.se * pooled.mean.se);
     pooled.prediction = Interval{pooled.mean.value - half, pooled.mean.value + half};
   }

@@ -5,19 +5,13 @@
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
+#include "engine/base/wording.h"
 
 namespace kvo::model {
 
 namespace {
 
 constexpr std::size_t named_at_most = 5;
-
-std::string joined(std::span<const std::string> names, const char* last_separator) {
-  std::string text;
-  for (std::size_t i = 0; i < names.size(); ++i)
-    text += (i == 0 ? "" : i + 1 < names.size() ? ", " : last_separator) + names[i];
-  return text;
-}
 
 }  // namespace
 
@@ -63,9 +57,8 @@ void say_incomplete(const Model& model) {
     named.resize(named_at_most);
     named.push_back(std::to_string(count - named_at_most) + " more");
   }
-  say(std::to_string(count) +
-      (count == 1 ? " study is left out, as it has" : " studies are left out, as they have") +
-      " no value of " + joined(model.terms, " or ") + ": " + joined(named, " and "));
+  say(counted(count, "study is left out, as it has", "studies are left out, as they have") +
+      " no value of " + listed(model.terms, " or ") + ": " + listed(named));
 }
 
 }  // namespace kvo::model

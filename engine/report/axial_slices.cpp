@@ -75,7 +75,7 @@ float white_of(const BrainBackground& background) {
 }
 
 std::string mm_text(int k) {
-  return decimal_text(mni_grid().to_mm(2, 2) * k + mni_grid().to_mm(2, 3), 0);
+  return decimal_text(mm_of({0, 0, k})[2], 0);
 }
 
 }  // namespace

@@ -2,30 +2,25 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 
+#include "engine/base/exists.h"
 #include "engine/base/install.h"
-#include "engine/base/refusal.h"
 #include "engine/report/brain_box.h"
 
 namespace kvo::report {
 
 namespace {
 
-std::vector<float> read_if_there(const char* file) {
+std::vector<float> read_if_there(const std::string& file) {
   const std::string path = share_path(file);
-  std::error_code not_there;
-  if (!std::filesystem::exists(path, not_there)) return {};
-  Image image = read_image(path);
-  if (!(image.grid == mni_grid()))
-    throw Refusal("'" + path + "' is not on the grid of MNI space with voxels of 2 mm.");
-  return std::move(image.values);
+  if (!path_exists(path)) return {};
+  return read_on_mni_grid(path).values;
 }
 
 }  // namespace
 
 BrainBackground read_brain_background() {
-  return {read_if_there("kvo_template.nii.gz"), read_if_there("mask_brain.nii.gz")};
+  return {read_if_there("kvo_template.nii.gz"), read_if_there(mask_file(brain_mask))};
 }
 
 BrainBox box_of_map(std::span<const float> map) {

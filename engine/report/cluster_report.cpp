@@ -15,13 +15,7 @@ namespace {
 constexpr std::size_t most_peaks = 12;
 // Smaller parts of a cluster are summed up.
 constexpr double least_share = 0.01;
-constexpr double midline_mm = 4;
-
-std::array<double, 3> peak_mm(const LocalPeak& peak) {
-  const Eigen::Vector4d mm =
-      mni_grid().to_mm * Eigen::Vector4d(peak.voxel.i, peak.voxel.j, peak.voxel.k, 1);
-  return {mm[0], mm[1], mm[2]};
-}
+constexpr int midline_mm = 4;
 
 std::string with_capital(std::string text) {
   if (!text.empty()) text[0] = char(std::toupper(static_cast<unsigned char>(text[0])));
@@ -31,7 +25,7 @@ std::string with_capital(std::string text) {
 /// The region with the side that it is on, which most of the atlas's names begin with.
 std::string region_and_side(const LocalPeak& peak) {
   if (peak.region.starts_with("Left ") || peak.region.starts_with("Right ")) return peak.region;
-  const double x = peak_mm(peak)[0];
+  const int x = mm_of(peak.voxel)[0];
   return with_capital(peak.region) + (std::abs(x) < midline_mm ? " (midline)"
                                       : x < 0                  ? " (left)"
                                                                : " (right)");
@@ -46,7 +40,7 @@ bool any_corrected(std::span<const Cluster> clusters) {
 
 HtmlRow peak_row(const LocalPeak& peak, bool corrected) {
   HtmlRow row{{"", region_and_side(peak)}};
-  for (const double mm : peak_mm(peak)) row.cells.push_back(decimal_text(mm, 0));
+  for (const int mm : mm_of(peak.voxel)) row.cells.push_back(decimal_text(mm, 0));
   row.cells.push_back(decimal_text(peak.z, 2));
   row.cells.push_back(p_text(peak.p));
   if (corrected) row.cells.push_back(peak.pFWE ? p_text(*peak.pFWE) : "");
@@ -62,8 +56,7 @@ void add_cluster_rows(std::vector<HtmlRow>& rows, const Cluster& cluster, std::s
       row.leads = true;
       row.cells[0] = std::to_string(number);
       row.cells.push_back(count_text(cluster.voxels()));
-      row.cells.push_back(
-          count_text(std::size_t(std::lround(double(cluster.voxels()) * voxel_volume))));
+      row.cells.push_back(count_text(cluster.voxels() * voxel_volume));
     }
     rows.push_back(std::move(row));
   }
@@ -134,8 +127,8 @@ std::string summary(std::span<const Cluster> clusters) {
   return counted(clusters.size(), "cluster survives", "clusters survive") +
          " the thresholds: " + count_text(positive) + " positive and " +
          count_text(clusters.size() - positive) + " negative, " +
-         counted(voxels, "voxel", "voxels") + " (" +
-         count_text(std::size_t(std::lround(double(voxels) * voxel_volume))) + " mm³) in all.";
+         counted(voxels, "voxel", "voxels") + " (" + count_text(voxels * voxel_volume) +
+         " mm³) in all.";
 }
 
 void add_glass_brain(HtmlReport& page, const ClusterReport& report, const BrainMap& map) {

@@ -13,7 +13,7 @@ namespace {
 constexpr int sheet_width = 720, title_height = 28, plot_height = 340, axis_height = 46;
 constexpr int note_height = 22, margin = 14;
 constexpr double plot_left = 72, plot_right = 700;
-constexpr double confidence = 1.96, radius = 3.6;
+constexpr double radius = 3.6;
 constexpr Rgb region_colour = rgb_of(0xE1F0FF);
 
 bool is_shown(const FunnelPoint& point) {
@@ -29,7 +29,7 @@ Axes axes_for(const FunnelPlot& plot, double top) {
   for (const FunnelPoint& point : plot.points)
     if (is_shown(point)) error = std::max(error, point.standard_error);
   error = error > 0 ? error * 1.06 : 1;
-  double low = plot.pooled - confidence * error, high = plot.pooled + confidence * error;
+  double low = plot.pooled - interval_z * error, high = plot.pooled + interval_z * error;
   for (const FunnelPoint& point : plot.points) {
     if (!is_shown(point)) continue;
     low = std::min(low, point.g);
@@ -40,7 +40,7 @@ Axes axes_for(const FunnelPlot& plot, double top) {
 }
 
 void draw_region(const Canvas& canvas, const Axes& axes, double pooled) {
-  const double reach = confidence * axes.error.high;
+  const double reach = interval_z * axes.error.high;
   const double tip = axes.g.at(pooled), left = axes.g.at(pooled - reach),
                right = axes.g.at(pooled + reach), top = axes.error.from, bottom = axes.error.to;
   cairo_t* context = canvas.context();

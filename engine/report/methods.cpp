@@ -4,49 +4,16 @@
 #include <array>
 #include <cstdio>
 
+#include "engine/base/text_file.h"
 #include "engine/base/wording.h"
+#include "engine/maps/path_map.h"
+#include "engine/report/sources.h"
 
 namespace kvo::report {
 
 namespace {
 
 using Analysis = MethodsFacts::Analysis;
-
-// With full anisotropy the kernel in uniform tissue, whatever the FWHM (path_map.h).
-constexpr double uniform_tissue_fwhm = 20;
-
-/// A published source: how the text cites it, and its full reference.
-struct Source {
-  const char *citation, *reference;
-};
-
-constexpr Source hedges{"Hedges 1981",
-                        "Hedges LV (1981). Distribution theory for Glass's estimator of effect "
-                        "size and related estimators. Journal of Educational Statistics "
-                        "6:107\u2013128."};
-constexpr Source borenstein{"Borenstein et al. 2009",
-                            "Borenstein M, Hedges LV, Higgins JPT, Rothstein HR (2009). "
-                            "Introduction to Meta-Analysis. Chichester: Wiley."};
-constexpr Source dersimonian{"DerSimonian and Laird 1986",
-                             "DerSimonian R, Laird N (1986). Meta-analysis in clinical trials. "
-                             "Controlled Clinical Trials 7:177\u2013188."};
-constexpr Source egger{"Egger et al. 1997",
-                       "Egger M, Davey Smith G, Schneider M, Minder C (1997). Bias in "
-                       "meta-analysis detected by a simple, graphical test. BMJ 315:629\u2013634."};
-constexpr Source higgins{"Higgins and Thompson 2002",
-                         "Higgins JPT, Thompson SG (2002). Quantifying heterogeneity in a "
-                         "meta-analysis. Statistics in Medicine 21:1539\u20131558."};
-constexpr Source lancaster{"Lancaster et al. 2007",
-                           "Lancaster JL, Tordesillas-Gutiérrez D, Martinez M, et al. (2007). "
-                           "Bias between MNI and Talairach coordinates analyzed using the ICBM-152 "
-                           "brain template. Human Brain Mapping 28:1194\u20131205."};
-constexpr Source nichols{"Nichols et al. 2005",
-                         "Nichols T, Brett M, Andersson J, Wager T, Poline JB (2005). Valid "
-                         "conjunction inference with the minimum statistic. NeuroImage "
-                         "25:653\u2013660."};
-constexpr Source thompson{"Thompson and Higgins 2002",
-                          "Thompson SG, Higgins JPT (2002). How should meta-regression analyses be "
-                          "undertaken and interpreted? Statistics in Medicine 21:1559\u20131573."};
 
 /// Sentences, and the sources that they name.
 class Paragraph {
@@ -76,27 +43,6 @@ class Paragraph {
  private:
   Methods methods_;
 };
-
-/// A number of a command, without trailing zeros: "0.005", "20".
-std::string plain(double value) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.6g", value);
-  const bool scientific = std::string(text.data()).find('e') != std::string::npos;
-  if (scientific) std::snprintf(text.data(), text.size(), "%.8f", value);
-  std::string digits = text.data();
-  if (scientific) digits.erase(digits.find_last_not_of('0') + 1);
-  return digits;
-}
-
-/// "a", "a and b", "a, b and c".
-std::string listed(const std::vector<std::string>& names) {
-  std::string text;
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (i > 0) text += i + 1 == names.size() ? " and " : ", ";
-    text += names[i];
-  }
-  return text;
-}
 
 /// "gray matter" for the name of a template or mask "gray_matter".
 std::string readable(std::string name) {
@@ -136,11 +82,11 @@ void describe_studies(Paragraph& text, const MethodsFacts& facts) {
 
 void describe_effects(Paragraph& text) {
   text.sentence("Effect sizes were Hedges' g, corrected for small samples" +
-                text.cited({hedges, borenstein}));
+                text.cited({sources::hedges, sources::borenstein}));
 }
 
 std::string gaussian(double fwhm) {
-  return "as a Gaussian kernel of " + plain(fwhm) + " mm full width at half maximum";
+  return "as a Gaussian kernel of " + decimals_of(fwhm) + " mm full width at half maximum";
 }
 
 /// How effects spread from peaks.
@@ -149,7 +95,7 @@ void describe_kernel(Paragraph& text, const MethodsFacts& facts) {
   std::string kernel = "Around each reported peak the effect size fell off ";
   if (facts.anisotropy < 1) kernel += gaussian(facts.fwhm);
   if (facts.anisotropy > 0 && facts.anisotropy < 1)
-    kernel += ", made anisotropic (" + plain(facts.anisotropy) +
+    kernel += ", made anisotropic (" + decimals_of(facts.anisotropy) +
               " on a scale from 0 to 1) by the " + correlation +
               " correlation template: the more neighbouring voxels differ in it, the less an "
               "effect spreads from one to the other";
@@ -158,7 +104,7 @@ void describe_kernel(Paragraph& text, const MethodsFacts& facts) {
               correlation +
               " correlation template, the less an effect spreads from one to the other; in uniform "
               "tissue it fell off " +
-              gaussian(uniform_tissue_fwhm);
+              gaussian(tissue_fwhm_mm);
   text.sentence(kernel);
   text.sentence(
       "Where the kernels of several peaks overlapped, their effect sizes were averaged "
@@ -187,7 +133,7 @@ void describe_maps(Paragraph& text, const MethodsFacts& facts) {
                       : "The map of each study was estimated from the reported peak coordinates");
   if (facts.talairach)
     text.sentence("Coordinates in Talairach space were transformed to MNI space" +
-                  text.cited({lancaster}));
+                  text.cited({sources::lancaster}));
   if (with_peaks > 0) describe_kernel(text, facts);
   if (!facts.mask.empty())
     text.sentence("The analysis was confined to the mask '" + readable(facts.mask) +
@@ -207,7 +153,7 @@ void describe_model(Paragraph& text, const MethodsFacts& facts) {
         " was fitted" + unit +
         " by weighted least squares, with the method-of-moments "
         "estimate of the between-study variance" +
-        text.cited({dersimonian, thompson}));
+        text.cited({sources::dersimonian, sources::thompson}));
     if (!facts.term.empty())
       text.sentence("The results reported here are those of the coefficient of " + facts.term);
     return;
@@ -219,8 +165,8 @@ void describe_model(Paragraph& text, const MethodsFacts& facts) {
   text.sentence("Effect sizes were pooled" + unit +
                 " with a random-effects model, each study weighted by the inverse of the sum of "
                 "its own and the between-study variance" +
-                text.cited({dersimonian}) + ", and heterogeneity was described by Q and I²" +
-                text.cited({higgins}));
+                text.cited({sources::dersimonian}) +
+                ", and heterogeneity was described by Q and I²" + text.cited({sources::higgins}));
 }
 
 void describe_null(Paragraph& text, const MethodsFacts& facts) {
@@ -244,7 +190,7 @@ void describe_conjunction(Paragraph& text, const MethodsFacts& facts) {
     text.sentence(
         "In each voxel and for either direction the larger of the two p values was "
         "taken, which tests the conjunction of the two" +
-        text.cited({nichols}));
+        text.cited({sources::nichols}));
     return;
   }
   text.sentence(
@@ -252,26 +198,26 @@ void describe_conjunction(Paragraph& text, const MethodsFacts& facts) {
       "by \u221A2, as if measured with an error of unit variance, before the larger of the "
       "two p values was taken in each voxel and for either direction, which tests the "
       "conjunction of the two" +
-      text.cited({nichols}));
+      text.cited({sources::nichols}));
   if (facts.better_scenario)
     text.sentence(
         "So as not to be overly conservative, these p values were rescaled such that a "
         "tolerable p of " +
-        plain(facts.tolerable_p) + " stays as it is");
+        decimals_of(facts.tolerable_p) + " stays as it is");
 }
 
 void describe_thresholds(Paragraph& text, const MethodsFacts& facts) {
   if (!facts.thresholds) return;
   const MethodsFacts::Thresholds& thresholds = *facts.thresholds;
-  std::vector<std::string> terms = {"p < " + plain(thresholds.p) +
+  std::vector<std::string> terms = {"p < " + decimals_of(thresholds.p) +
                                     (thresholds.family_wise
                                          ? " (one-tailed, corrected for the family-wise error)"
                                          : " (one-tailed, uncorrected)")};
-  if (thresholds.peak_z) terms.push_back("a peak z of at least " + plain(*thresholds.peak_z));
-  if (thresholds.peak_p) terms.push_back("a peak p of at most " + plain(*thresholds.peak_p));
+  if (thresholds.peak_z) terms.push_back("a peak z of at least " + decimals_of(*thresholds.peak_z));
+  if (thresholds.peak_p) terms.push_back("a peak p of at most " + decimals_of(*thresholds.peak_p));
   terms.push_back("an extent of at least " + counted(thresholds.extent, "voxel", "voxels"));
   text.sentence("Voxels were considered significant at " + terms.front() +
-                ", in clusters (26-connectivity) with " + listed({terms.begin() + 1, terms.end()}));
+                ", in clusters (26-connectivity) with " + listed(std::span(terms).subspan(1)));
 }
 
 }  // namespace
@@ -291,7 +237,7 @@ Methods methods_of(const MethodsFacts& facts) {
   describe_model(text, facts);
   if (facts.analysis == Analysis::extraction && facts.studies >= 3)
     text.sentence("Asymmetry of the funnel plot was tested by the regression of Egger's test" +
-                  text.cited({egger}));
+                  text.cited({sources::egger}));
   if (facts.analysis == Analysis::mean || facts.analysis == Analysis::linear_model)
     describe_null(text, facts);
   describe_thresholds(text, facts);

@@ -7,6 +7,7 @@
 #include "engine/base/columns.h"
 #include "engine/base/csv.h"
 #include "engine/base/progress.h"
+#include "engine/base/wording.h"
 #include "util/q_string.h"
 
 namespace kvo::results {
@@ -22,7 +23,7 @@ constexpr std::size_t regions_in_console = 3;
 constexpr const char* exact = "%.7g";
 
 std::string volume_text(const Cluster& cluster) {
-  return Q_format("%.0f", double(cluster.voxels()) * voxel_volume).str();
+  return std::to_string(cluster.voxels() * voxel_volume);
 }
 
 std::string share_text(std::size_t voxels, const Cluster& cluster) {
@@ -57,11 +58,6 @@ Row csv_row(const std::string& map, std::size_t number, const Cluster& cluster, 
           regions_text(cluster)};
 }
 
-/// Five decimals, as thresholds have them, or two digits of what is smaller.
-std::string plain_p_text(double p) {
-  return Q_format(p < 0.00001 ? "%.1e" : "%.5f", p).str();
-}
-
 Row console_row(std::size_t number, const Cluster& cluster, std::size_t nth, bool corrected) {
   const LocalPeak& peak = cluster.peaks[nth];
   const auto [x, y, z] = mm_of(peak.voxel);
@@ -70,8 +66,8 @@ Row console_row(std::size_t number, const Cluster& cluster, std::size_t nth, boo
                      : Row{"", "", "", ""};
   row.push_back(Q_format("%d,%d,%d", x, y, z).str());
   row.push_back(Q_format("%.3f", peak.z).str());
-  row.push_back(plain_p_text(peak.p));
-  if (corrected) row.push_back(peak.pFWE ? Q_format("%.4f", *peak.pFWE).str() : "");
+  row.push_back(p_text(peak.p));
+  if (corrected) row.push_back(peak.pFWE ? p_text(*peak.pFWE) : "");
   row.push_back(peak.region);
   return row;
 }

@@ -10,30 +10,20 @@ namespace kvo::results {
 
 namespace {
 
-// Half of a 95 % interval in standard errors.
-constexpr double normal_975 = 1.959963984540054;
-
 std::string interval_text(const Interval& interval) {
   return decimal_text(interval.low, 3) + " to " + decimal_text(interval.high, 3);
 }
 
 Interval interval_of(const Effect& effect) {
-  const double half = normal_975 * std::sqrt(effect.variance);
+  const double half = interval_z * std::sqrt(effect.variance);
   return {effect.g - half, effect.g + half};
 }
 
 std::string quoted_for_file(const std::string& text) {
-  if (text.find_first_of("#\"") == std::string::npos) return text;
-  std::string quoted(1, '"');
-  for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
-  return quoted + '"';
+  return text.find_first_of("#\"") == std::string::npos ? text : in_quotes(text);
 }
 
 }  // namespace
-
-std::size_t participants_of(Sample sample) {
-  return std::size_t(sample.n1) + std::size_t(sample.n2);
-}
 
 std::size_t participants_of(std::span<const StudyEffect> studies) {
   std::size_t participants = 0;
@@ -46,12 +36,6 @@ std::vector<Effect> effects_of(std::span<const StudyEffect> studies) {
   effects.reserve(studies.size());
   for (const StudyEffect& study : studies) effects.push_back(study.effect);
   return effects;
-}
-
-std::string p_phrase(double p) {
-  if (p < 1 && p >= 0.9995) return "p > 0.999";
-  const std::string text = p_text(p);
-  return (text.starts_with('<') ? "p " : "p = ") + text;
 }
 
 std::string estimate_text(const Estimate& estimate) {

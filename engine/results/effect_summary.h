@@ -22,12 +22,9 @@ struct StudyEffect {
   Effect effect;
 };
 
-std::size_t participants_of(Sample sample);
 std::size_t participants_of(std::span<const StudyEffect> studies);
 std::vector<Effect> effects_of(std::span<const StudyEffect> studies);
 
-/// "p = 0.021", "p < 0.000001".
-std::string p_phrase(double p);
 /// "0.214 (95 % interval 0.102 to 0.326), z = 3.75, p = 0.00018".
 std::string estimate_text(const Estimate& estimate);
 /// "Q = 12.30 (df = 20, p = 0.905), I² = 0.0 %, H² = 1.00, τ² = 0.0000".

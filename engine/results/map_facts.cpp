@@ -6,14 +6,13 @@
 
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
+#include "engine/base/wording.h"
 #include "engine/images/image.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/pp_record.h"
 #include "engine/model/study_model.h"
 #include "engine/studies/study_image.h"
 #include "engine/studies/study_peaks.h"
-#include "kvo_config.h"
-#include "util/q_string.h"
 #include "workspace/study_table.h"
 
 namespace kvo::results {
@@ -121,7 +120,7 @@ MapFacts facts_of_map(const std::string& map, std::span<const Verb> verbs) {
        {"Mask", record.mask},
        {"Randomizations",
         std::to_string(record.randomizations) + ", seed " + std::to_string(record.seed)},
-       {"Program", Q_format("KVO %.2f", KVO_VERSION).str()}});
+       {"Program", program_text()}});
   return known;
 }
 

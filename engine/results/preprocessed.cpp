@@ -16,11 +16,13 @@ namespace {
 void remove_old_study_maps(Outputs& outputs) {
   std::error_code ignored;
   std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator("pp", ignored))
+  const std::string folder = KVO_STUDY_MAPS_FOLDER;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
     names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   for (const std::string& name : names)
-    if (name.ends_with("_g.nii.gz") || name.ends_with("_var.nii.gz")) outputs.remove("pp/" + name);
+    if (name.ends_with(map_file("", g_map)) || name.ends_with(map_file("", var_map)))
+      outputs.remove(folder + "/" + name);
 }
 
 }  // namespace
@@ -54,10 +56,10 @@ void write_preprocessed(Outputs& outputs, PpRecord record, std::span<const Study
     record.checksums[effect_map_file(files.study)] = files.effects_checksum;
     record.checksums[variance_map_file(files.study)] = files.variances_checksum;
   }
-  outputs.write_text(pp_record_file, record.text());
-  outputs.write_text(map_list_file, "");
-  outputs.write_text(null_list_file, empty_null_list());
-  outputs.write_text(analysis_list_file, empty_analysis_list());
+  outputs.write_text(KVO_RECORD_FILE, record.text());
+  outputs.write_text(KVO_MAPS_FILE, "");
+  outputs.write_text(KVO_ND_FILE, empty_null_list());
+  outputs.write_text(KVO_ANALYSES_FILE, empty_analysis_list());
 }
 
 }  // namespace kvo::results

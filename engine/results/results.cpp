@@ -8,6 +8,7 @@
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/base/text_file.h"
+#include "engine/studies/study_rules.h"
 
 namespace kvo::results {
 
@@ -17,8 +18,8 @@ namespace {
 constexpr std::size_t least_for_family_wise = 20;
 
 std::string null_row(const std::string& name, const NullDistribution& null, Tail tail) {
-  std::string row =
-      name + (tail == Tail::negative ? negative_suffix : "") + "\t" + std::to_string(null.values());
+  std::string row = name + (tail == Tail::negative ? KVO_NEGATIVE_TAIL : "") + "\t" +
+                    std::to_string(null.values());
   for (const double share : NullDistribution::stored_shares()) {
     row += '\t';
     row += text_of(null.quantile(share, tail));
@@ -60,7 +61,7 @@ std::string list_without(const char* file, std::string list, std::span<const std
 void remove_others(Outputs& outputs, std::span<const NamedMap> maps) {
   for (const NamedMap& map : maps)
     for (const MapKind& kind : map_kinds) {
-      const std::string file = map.name + kind.suffix + ".nii.gz";
+      const std::string file = map_file(map.name, kind);
       const bool again = std::any_of(maps.begin(), maps.end(), [&](const NamedMap& other) {
         return other.name + other.kind.suffix == map.name + kind.suffix;
       });
@@ -85,21 +86,21 @@ void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const Analysis
   for (const ListedMap& map : maps) {
     if (std::find(names.begin(), names.end(), map.name) == names.end()) names.push_back(map.name);
     replaced.push_back(map.name);
-    replaced.push_back(map.name + negative_suffix);
+    replaced.push_back(map.name + KVO_NEGATIVE_TAIL);
     null_rows += null_row(map.name, map.null, Tail::positive);
     null_rows += null_row(map.name, map.null, Tail::negative);
     analysis_rows += map.name + "\t" + std::to_string(facts.studies) + "\t" +
                      std::to_string(facts.participants) + "\t" + facts.command + "\t" +
-                     (facts.left_out.empty() ? "NA" : facts.left_out) + "\n";
+                     (facts.left_out.empty() ? missing_value : facts.left_out) + "\n";
   }
   std::string list;
   for (const std::string& each : names) list += each + "\n";
-  outputs.write_text(map_list_file, list);
-  outputs.write_text(null_list_file,
-                     list_without(null_list_file, empty_null_list(), replaced) + null_rows);
+  outputs.write_text(KVO_MAPS_FILE, list);
+  outputs.write_text(KVO_ND_FILE,
+                     list_without(KVO_ND_FILE, empty_null_list(), replaced) + null_rows);
   outputs.write_text(
-      analysis_list_file,
-      list_without(analysis_list_file, empty_analysis_list(), replaced) + analysis_rows);
+      KVO_ANALYSES_FILE,
+      list_without(KVO_ANALYSES_FILE, empty_analysis_list(), replaced) + analysis_rows);
 }
 
 void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
@@ -116,8 +117,7 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
   Action action("Writing the maps of " + command.name, maps.size());
   std::vector<std::string> paths;
   paths.reserve(maps.size());
-  for (const NamedMap& map : maps)
-    paths.push_back(outputs.path_of(map.name + map.kind.suffix + ".nii.gz"));
+  for (const NamedMap& map : maps) paths.push_back(outputs.path_of(map_file(map.name, map.kind)));
   remove_others(outputs, maps);
   const std::string description = image_description(command.text());
   in_parallel(maps.size(), [&](std::size_t i, std::size_t) {

@@ -3,6 +3,8 @@
 // Standardized mean differences from t statistics (Hedges 1981, Journal of Educational Statistics
 // 6:107; Borenstein et al. 2009, Introduction to Meta-Analysis, chapter 4).
 
+#include <cstddef>
+
 #include "engine/studies/studies_layer.h"
 
 namespace kvo::studies {
@@ -12,6 +14,10 @@ struct Sample {
   int n1 = 0, n2 = 0;
   bool operator==(const Sample&) const = default;
 };
+
+inline std::size_t participants_of(Sample sample) {
+  return std::size_t(sample.n1) + std::size_t(sample.n2);
+}
 
 /// No t statistic of a study is as large; numbers beyond are slips of the pen or something else.
 inline constexpr double max_t = 10000;

@@ -9,29 +9,21 @@
 #include "engine/base/text_file.h"
 #include "engine/studies/study_rules.h"
 #include "util/text.h"
+#include "workspace/text_table.h"
 
 namespace kvo::studies {
 
 namespace {
 
-constexpr std::string_view separators = " \t,";
-constexpr const char* missing = "NA";
-// Short rows are filled up to the header's length, so that a small file could ask for any memory.
-constexpr std::size_t max_cells = 5000000;
-
 [[noreturn]] void refuse(std::size_t line, const std::string& what) {
-  throw Refusal(at_line(study_table_file, line) + what + ".");
+  throw Refusal(at_line(KVO_TABLE_FILE, line) + what + ".");
 }
 
-/// Every separator ends a cell, so that two in a row have an empty one between them.
 std::vector<std::string> cells_of(std::string_view line) {
   std::vector<std::string> cells;
-  for (;;) {
-    const std::size_t end = line.find_first_of(separators);
-    cells.emplace_back(trimmed(line.substr(0, end)));
-    if (end == std::string_view::npos) return cells;
-    line.remove_prefix(end + 1);
-  }
+  Q_line_cells left(line);
+  while (const auto cell = left.next()) cells.emplace_back(*cell);
+  return cells;
 }
 
 void check_header(const StudyTable& table, std::size_t line) {
@@ -58,7 +50,7 @@ std::vector<std::string> row_of(std::string_view text, std::size_t line, std::si
   cells.resize(columns);
   for (std::string& cell : cells) {
     if (const char* fault = cell_fault(cell)) refuse(line, "a cell " + std::string(fault));
-    if (cell.empty()) cell = missing;
+    if (cell.empty()) cell = missing_value;
   }
   return cells;
 }
@@ -95,14 +87,15 @@ std::optional<std::size_t> StudyTable::column(std::string_view name) const {
 }
 
 StudyTable read_study_table() {
-  const std::string text = read_text(study_table_file);
+  const std::string text = read_text(KVO_TABLE_FILE);
   const std::vector<TextLine> lines = filled_lines(text);
   StudyTable table;
-  if (lines.size() < 2) throw Refusal("'" + std::string(study_table_file) + "' holds no studies.");
+  if (lines.size() < 2) throw Refusal("'" + std::string(KVO_TABLE_FILE) + "' holds no studies.");
   table.columns = cells_of(lines[0].text);
   check_header(table, lines[0].number);
-  if (lines.size() > max_cells / table.columns.size())
-    throw Refusal("'" + std::string(study_table_file) +
+  // Short rows are filled up to the header's length, so that a small file could ask for any memory.
+  if (lines.size() > Q_TABLE_MAX_CELLS / table.columns.size())
+    throw Refusal("'" + std::string(KVO_TABLE_FILE) +
                   "' is too large: " + std::to_string(lines.size() - 1) + " studies with " +
                   std::to_string(table.columns.size()) + " columns.");
   std::unordered_map<std::string, std::size_t> line_of_name;
@@ -119,13 +112,13 @@ StudyTable read_study_table() {
 
 std::size_t required_column(const StudyTable& table, const std::string& name) {
   if (const std::optional<std::size_t> column = table.column(name)) return *column;
-  throw Refusal("'" + std::string(study_table_file) + "' has no variable '" + name + "'.");
+  throw Refusal("'" + std::string(KVO_TABLE_FILE) + "' has no variable '" + name + "'.");
 }
 
 std::optional<double> study_number(const StudyTable& table, const Study& study,
                                    std::size_t column) {
   const std::string& text = study.values[column];
-  if (text == missing) return std::nullopt;
+  if (text == missing_value) return std::nullopt;
   const std::optional<double> number = number_of(text);
   if (!number)
     refuse(study.line, table.columns[column] + " of study '" + study.name + "' is '" + text +

@@ -9,10 +9,9 @@
 
 #include "engine/studies/effect_size.h"
 #include "engine/studies/studies_layer.h"
+#include "workspace/folder_files.h"
 
 namespace kvo::studies {
-
-inline constexpr const char* study_table_file = "kvo_table.txt";
 
 struct Study {
   std::string name;

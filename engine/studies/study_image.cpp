@@ -9,6 +9,7 @@
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/images/talairach.h"
+#include "engine/images/trilinear.h"
 #include "engine/studies/study_rules.h"
 #include "nifti/nifti_header.h"
 #include "util/q_string.h"
@@ -55,10 +56,7 @@ void check_values(const std::string& file, const Image& image) {
   for (std::size_t v = 0; v < image.values.size(); ++v) {
     const float value = image.values[v];
     if (std::abs(value) > float(max_t)) {
-      const std::size_t nx = std::size_t(image.grid.size[0]), ny = std::size_t(image.grid.size[1]);
-      const std::size_t i = v % nx, j = v / nx % ny, k = v / (nx * ny);
-      const Eigen::Vector4d mm =
-          image.grid.to_mm * Eigen::Vector4d(double(i), double(j), double(k), 1);
+      const Eigen::Vector3d mm = image.grid.mm(image.grid.voxel(v));
       throw Refusal("'" + file + "' has the value " + rounded(value) + " at " + rounded(mm[0]) +
                     " " + rounded(mm[1]) + " " + rounded(mm[2]) +
                     " mm, which cannot be a t value.");
@@ -93,32 +91,16 @@ std::vector<std::string> doubts_about(const Image& image, const Study& study) {
 
 /// The value of an image at a place between its voxels, by the rules of the header.
 float value_at(const Image& image, const Eigen::Vector3d& place) {
-  const auto& size = image.grid.size;
-  std::array<int, 3> first{};
-  std::array<std::array<double, 2>, 3> weights{};
-  for (unsigned axis = 0; axis < 3; ++axis) {
-    if (!(place[axis] > -1 && place[axis] < size[axis])) return no_data;
-    const double below = std::floor(place[axis]);
-    first[axis] = int(below);
-    weights[axis] = {1 - (place[axis] - below), place[axis] - below};
-  }
+  for (unsigned axis = 0; axis < 3; ++axis)
+    if (!(place[axis] > -1 && place[axis] < image.grid.size[axis])) return no_data;
   double sum = 0, total = 0;
-  for (unsigned corner = 0; corner < 8; ++corner) {
-    std::array<int, 3> voxel{};
-    double weight = 1;
-    bool on_grid = true;
-    for (unsigned axis = 0; axis < 3; ++axis) {
-      const unsigned step = corner >> axis & 1U;
-      voxel[axis] = first[axis] + int(step);
-      weight *= weights[axis][step];
-      on_grid = on_grid && voxel[axis] >= 0 && voxel[axis] < size[axis];
-    }
-    if (!on_grid || weight == 0) continue;
-    const float value = image.values[image.grid.index(voxel[0], voxel[1], voxel[2])];
-    if (!has_data(value)) continue;
+  for_each_corner(place, [&](const Voxel& corner, double weight) {
+    if (!image.grid.holds(corner)) return;
+    const float value = image.values[image.grid.index(corner)];
+    if (!has_data(value)) return;
     sum += weight * double(value);
     total += weight;
-  }
+  });
   return total < least_weight ? no_data : float(sum / total);
 }
 

@@ -9,6 +9,7 @@
 #include "engine/images/image.h"
 #include "engine/images/talairach.h"
 #include "engine/studies/study_rules.h"
+#include "util/text.h"
 
 namespace kvo::studies {
 
@@ -40,9 +41,9 @@ struct Reader {
   }
 
   void read_comment(const TextLine& line, std::string_view comment) {
-    comment = trimmed(comment);
+    comment = Q_trimmed(comment);
     if (!same_ignoring_case(comment.substr(0, space_key.size()), space_key)) return;
-    const std::string_view name = trimmed(comment.substr(space_key.size()));
+    const std::string_view name = Q_trimmed(comment.substr(space_key.size()));
     const Space named = same_ignoring_case(name, "MNI")         ? Space::mni
                         : same_ignoring_case(name, "Talairach") ? Space::talairach
                                                                 : Space::unknown;
@@ -96,7 +97,7 @@ struct Reader {
   void read_line(const TextLine& line) {
     const std::size_t comment = line.text.find('#');
     if (comment != std::string_view::npos) read_comment(line, line.text.substr(comment + 1));
-    const std::string_view peak = trimmed(line.text.substr(0, comment));
+    const std::string_view peak = Q_trimmed(line.text.substr(0, comment));
     if (!peak.empty()) read_peak(line, peak);
   }
 };

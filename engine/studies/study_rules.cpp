@@ -17,7 +17,7 @@ constexpr int least_of_one_sample = 3, least_of_two = 2;
 }  // namespace
 
 bool is_missing(std::string_view text) {
-  return text.empty() || text == "NA";
+  return text.empty() || text == missing_value;
 }
 
 const char* cell_fault(std::string_view text) {

@@ -11,6 +11,9 @@
 
 namespace kvo::studies {
 
+/// What stands where there is no value.
+inline constexpr const char* missing_value = "NA";
+
 /// Whether a cell holds nothing: it is empty or "NA".
 bool is_missing(std::string_view text);
 

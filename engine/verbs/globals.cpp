@@ -37,8 +37,8 @@ double standard_deviation(const StudyTable& table, const Study& study, const cha
   const std::size_t column = *table.column(name);
   const double sd = study_number(table, study, column).value();
   if (sd > 0) return sd;
-  throw Refusal(at_line(study_table_file, study.line) + name + " of study '" + study.name +
-                "' is '" + study.values[column] + "', not a number above 0.");
+  throw Refusal(at_line(KVO_TABLE_FILE, study.line) + name + " of study '" + study.name + "' is '" +
+                study.values[column] + "', not a number above 0.");
 }
 
 Effect effect_of(const StudyTable& table, const Study& study, bool two_samples) {
@@ -57,7 +57,7 @@ Effect effect_of(const StudyTable& table, const Study& study, bool two_samples) 
   const double g = hedges_g(t, study.sample);
   const double variance = variance_of_g(study.sample).at(g);
   if (!std::isfinite(g) || !std::isfinite(variance))
-    throw Refusal(at_line(study_table_file, study.line) + "the means and standard deviations of '" +
+    throw Refusal(at_line(KVO_TABLE_FILE, study.line) + "the means and standard deviations of '" +
                   study.name + "' give no effect size.");
   return {g, variance};
 }

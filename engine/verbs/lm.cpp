@@ -9,6 +9,7 @@
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
+#include "engine/base/wording.h"
 #include "engine/inference/randomization.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
@@ -104,7 +105,7 @@ LinearModelMaps maps_of(const Design& design, const StudyMaps& studies, std::siz
 }
 
 std::string doing(const ModelRequest& request, std::size_t studies) {
-  const std::string count = std::to_string(studies) + (studies == 1 ? " study" : " studies");
+  const std::string count = counted(studies, "study", "studies");
   return request.terms.empty() ? "Calculating the mean of " + count
                                : "Fitting " + request.terms + " to " + count;
 }

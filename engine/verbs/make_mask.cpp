@@ -9,6 +9,7 @@
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
+#include "engine/base/wording.h"
 #include "engine/inference/clusters.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/results.h"
@@ -20,7 +21,6 @@ namespace kvo::verbs {
 
 namespace {
 
-constexpr const char* brain_mask = "brain";
 constexpr double radius = 10;  // mm
 
 /// A mask of the user's, or one that other commands would not see, must not be lost sight of.
@@ -30,7 +30,7 @@ void check_mask_name(const std::string& name) {
     throw Refusal("The name '" + name + "' cannot be used: " + why);
   };
   if (entry_exists(share_path(file))) refuse("the installation has a mask of that name.");
-  if (entry_exists(study_table_file))
+  if (entry_exists(KVO_TABLE_FILE))
     for (const Study& study : read_study_table().studies)
       if (image_file(study) == file)
         refuse("'" + file + "' would be the image of study '" + study.name + "'.");
@@ -67,8 +67,8 @@ Mask sphere_mask(const Eigen::Vector3d& centre) {
   for (int k = 0; k < grid.size[2]; ++k)
     for (int j = 0; j < grid.size[1]; ++j)
       for (int i = 0; i < grid.size[0]; ++i) {
-        const Eigen::Vector4d mm = grid.to_mm * Eigen::Vector4d(i, j, k, 1);
-        inside[grid.index(i, j, k)] = (mm.head<3>() - centre).squaredNorm() <= radius * radius;
+        const Voxel at{i, j, k};
+        inside[grid.index(at)] = (grid.mm(at) - centre).squaredNorm() <= radius * radius;
       }
   return mask_of(std::move(inside));
 }
@@ -88,10 +88,6 @@ Mask prepare_coordinate(const Command& command) {
   return mask;
 }
 
-std::string voxels_text(std::size_t voxels) {
-  return std::to_string(voxels) + (voxels == 1 ? " voxel" : " voxels");
-}
-
 void say_outside_brain(const Mask& mask) {
   const std::string path = share_path(mask_file(brain_mask));
   if (!entry_exists(path)) return;
@@ -102,13 +98,12 @@ void say_outside_brain(const Mask& mask) {
   if (outside == mask.size())
     say("None of them lies in the brain");
   else if (outside > 0)
-    say(std::to_string(outside) + " of them " + (outside == 1 ? "lies" : "lie") +
-        " outside of the brain");
+    say(counted(outside, "of them lies", "of them lie") + " outside of the brain");
 }
 
 /// The checksum of the mask when it is the one that the maps were made in; nothing otherwise.
 std::optional<std::string> recorded_checksum(const std::string& name) {
-  if (!entry_exists(pp_record_file)) return std::nullopt;
+  if (!entry_exists(KVO_RECORD_FILE)) return std::nullopt;
   try {
     const PpRecord record = read_pp_record();
     const auto found = record.checksums.find(mask_file(name));
@@ -141,7 +136,7 @@ void check_mask_label(const Command& command) {
 
 void run_mask_label(const Command& command) {
   const Mask mask = prepare_label(command);
-  say(region_name(int(command.number(1))) + ": " + voxels_text(mask.size()));
+  say(region_name(int(command.number(1))) + ": " + counted(mask.size(), "voxel", "voxels"));
   write_mask(command, mask);
 }
 
@@ -151,7 +146,7 @@ void check_mask_coordinate(const Command& command) {
 
 void run_mask_coordinate(const Command& command) {
   const Mask mask = prepare_coordinate(command);
-  say("10 mm around " + coordinate_text(command) + ": " + voxels_text(mask.size()));
+  say("10 mm around " + coordinate_text(command) + ": " + counted(mask.size(), "voxel", "voxels"));
   say_outside_brain(mask);
   write_mask(command, mask);
 }

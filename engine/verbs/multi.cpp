@@ -5,12 +5,11 @@
 
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
+#include "engine/base/wording.h"
 #include "engine/inference/conjunction.h"
 #include "engine/results/cluster_result.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
-#include "kvo_config.h"
-#include "util/q_string.h"
 
 namespace kvo::verbs {
 
@@ -59,15 +58,13 @@ std::string p_base_of(const MultiRequest& request) {
 }
 
 std::string p_file(const std::string& name) {
-  return name + p_map.suffix + ".nii.gz";
+  return map_file(name, p_map);
 }
 
 void check_names(const MultiRequest& request) {
   if (request.first == request.second)
     throw Refusal("The two meta-analyses have the same name '" + request.first + "'.");
-  if (request.first.starts_with("mask_"))
-    throw Refusal("The name '" + request.first +
-                  "' cannot be used: names that begin with 'mask_' are kept for masks.");
+  check_no_mask(request.first);
   check_result_name(base_of(request));
   check_result_name(p_base_of(request));
 }
@@ -136,7 +133,7 @@ ClusterReport report_of(const Command& command, const MultiRequest& request,
                   {"Conjunction", mode_words(request.mode)},
                   {"Thresholds", criteria},
                   {"Voxels with a p below 1 in both", std::to_string(conjunction.voxels)},
-                  {"Program", Q_format("KVO %.2f", KVO_VERSION).str()}};
+                  {"Program", program_text()}};
   report.commands = {command.text()};
   report.methods = methods_of(methods);
   return report;
@@ -161,8 +158,7 @@ void run_multi(const Command& command) {
   result.map = request.first + " and " + request.second;
   result.base = base_of(request);
   result.criteria = "p < " + request.p_text + ", peak p at most " + request.peak_text +
-                    ", at least " + std::to_string(request.extent) +
-                    (request.extent == 1 ? " voxel" : " voxels");
+                    ", at least " + counted(request.extent, "voxel", "voxels");
   Outputs outputs;
   Action action("Combining " + result.map);
   const MultiInputs inputs = prepare_multi(request);

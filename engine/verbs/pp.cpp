@@ -77,7 +77,7 @@ PpInputs prepare_pp(const Command& command) {
     record.checksums[template_file(record.correlation_template)] = file_checksum(path);
   }
   const StudyTable table = read_study_table();
-  record.checksums[study_table_file] = file_checksum(study_table_file);
+  record.checksums[KVO_TABLE_FILE] = file_checksum(KVO_TABLE_FILE);
   for (const Study& study : table.studies) {
     const StudyInput& input = inputs.studies.emplace_back(input_of(study));
     record.studies[study.name] = table_facts(study);
@@ -88,12 +88,9 @@ PpInputs prepare_pp(const Command& command) {
 
 /// How many peaks of a study lie where the analysis does not look, in words; "" for none.
 std::string peaks_outside(const Study& study, const PeakMap& map, const Mask& mask) {
-  const auto [nx, ny, nz] = mni_grid().size;
   std::size_t outside = 0, beyond = 0;
   for (const PlacedPeak& peak : map.peaks()) {
-    const auto [i, j, k] = peak.voxel;
-    const bool on_grid = i >= 0 && i < nx && j >= 0 && j < ny && k >= 0 && k < nz;
-    if (on_grid && mask.inside[mni_grid().index(i, j, k)]) continue;
+    if (mni_grid().holds(peak.voxel) && mask.inside[mni_grid().index(peak.voxel)]) continue;
     ++outside;
     if (!map.reaches(peak, mask)) ++beyond;
   }
@@ -114,8 +111,7 @@ void say_first(std::span<const StudyOutput> studies, std::string StudyOutput::*r
   const std::size_t listed = std::min(texts.size(), most_lines);
   for (std::size_t t = 0; t < listed; ++t) say(texts[t]);
   if (const std::size_t more = texts.size() - listed; more > 0)
-    say("\u2026 and " + std::to_string(more) + " more " + (more == 1 ? "study" : "studies") + " " +
-        what);
+    say("\u2026 and " + counted(more, "more study", "more studies") + " " + what);
 }
 
 /// Remarks what is unclear about a study's image, and what it lacks.
@@ -139,9 +135,7 @@ std::vector<float> effects_of(const StudyInput& input, const EffectMaps& effects
 void make_maps(const PpInputs& inputs, const EffectMaps& effects, const std::string& description,
                std::vector<StudyOutput>& outputs) {
   const std::vector<StudyInput>& studies = inputs.studies;
-  Action action("Preprocessing " + std::to_string(studies.size()) +
-                    (studies.size() == 1 ? " study" : " studies"),
-                studies.size(), 30);
+  Action action("Preprocessing " + counted(studies.size(), "study", "studies"), studies.size(), 30);
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
     const std::vector<float> g = effects_of(studies[s], effects, inputs.mask, outputs[s]);
     write_study_maps(outputs[s].files, studies[s].study, inputs.mask, g, description);

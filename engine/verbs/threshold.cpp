@@ -6,11 +6,13 @@
 
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
+#include "engine/base/wording.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/cluster_result.h"
 #include "engine/results/map_facts.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
+#include "workspace/map_lists.h"
 
 namespace kvo::verbs {
 
@@ -47,7 +49,7 @@ void check_map(const std::string& map) {
   for (const std::string& each : maps) list += (list.empty() ? "" : ", ") + each;
   const std::string_view whole =
       std::string_view(map).substr(0, map.size() - std::min<std::size_t>(map.size(), 2));
-  if (map.ends_with(negative_suffix) && std::find(maps.begin(), maps.end(), whole) != maps.end())
+  if (kvo_is_negative_tail(map) && std::find(maps.begin(), maps.end(), whole) != maps.end())
     throw Refusal("'" + map + "' is the negative tail of map '" + std::string(whole) +
                   "'. Please threshold that: both directions are looked at.");
   throw Refusal(
@@ -69,7 +71,7 @@ ZMap prepare_threshold(const ThresholdRequest& request) {
   check_map(request.map);
   ZMap map;
   map.mask = read_mask(mask_path(record.mask));
-  map.z = read_map(request.map + z_map.suffix + ".nii.gz", map.mask);
+  map.z = read_map(map_file(request.map, z_map), map.mask);
   map.tails = read_tails(request.map);
   map.atlas = read_atlas();
   return map;
@@ -121,8 +123,7 @@ void run_threshold(const Command& command) {
   result.map = request.map;
   result.base = base_of(request);
   result.criteria = "p < " + request.p_text + ", peak |z| at least " + request.height_text +
-                    ", at least " + std::to_string(request.extent) +
-                    (request.extent == 1 ? " voxel" : " voxels");
+                    ", at least " + counted(request.extent, "voxel", "voxels");
   Outputs outputs;
   Action action("Thresholding " + result.map);
   const ZMap map = prepare_threshold(request);

@@ -1,5 +1,7 @@
 #include "engine/verbs/verbs.h"
 
+#include "engine/report/sources.h"
+
 namespace kvo::verbs {
 
 namespace {
@@ -52,48 +54,76 @@ constexpr Argument mask_coordinate_arguments[] = {
 };
 constexpr Argument extract_arguments[] = {{.label = "mask"}};
 
+constexpr Reference effect_sizes{"effect sizes", {sources::hedges.citation}},
+    talairach{"Talairach to MNI", {sources::lancaster.citation}},
+    random_effects{"random effects", {sources::dersimonian.citation}},
+    regression{"random effects", {sources::dersimonian.citation, sources::raudenbush.citation}},
+    heterogeneity{"heterogeneity", {sources::higgins.citation}},
+    moments{"meta-regression by the method of moments",
+            {sources::dersimonian.citation, sources::raudenbush.citation}},
+    conjunction{"conjunction", {sources::nichols.citation}},
+    prediction{"prediction interval", {sources::prediction.citation}},
+    asymmetry{"funnel plot asymmetry", {sources::egger.citation}};
+constexpr Reference pp_references[] = {effect_sizes, talairach};
+constexpr Reference globals_references[] = {effect_sizes, regression};
+constexpr Reference mean_references[] = {random_effects, heterogeneity};
+constexpr Reference lm_references[] = {moments};
+constexpr Reference multi_references[] = {conjunction};
+constexpr Reference extract_references[] = {random_effects, prediction, asymmetry};
+
 constexpr Verb verbs[] = {
     {"pp", false, pp_arguments,
      "Preprocesses the studies of kvo_table.txt: a map of effects and one of variances for each. "
      "Removes the maps of an earlier meta-analysis.",
-     "pp gray_matter, 1.0, 20, gray_matter, 50", "",
-     "Effect sizes: Hedges 1981; Talairach to MNI: Lancaster et al. 2007.", check_pp, run_pp},
+     "pp gray_matter, 1.0, 20, gray_matter, 50", "", pp_references, check_pp, run_pp},
     {"globals", true, globals_arguments,
      "Meta-analysis of the studies' global values, or of those of a subgroup.",
      "MyGlobals = globals + age, adults",
      "the variables mean1 and sd1 (of two samples also mean2 and sd2); the example also age and "
      "adults.",
-     "Effect sizes: Hedges 1981; random effects: DerSimonian and Laird 1986, Raudenbush 2009.",
-     check_globals, run_globals},
+     globals_references, check_globals, run_globals},
     {"mean", true, mean_arguments, "The mean map of the studies, or of those of a subgroup.",
-     "MyMean = mean", "the maps of pp.",
-     "Random effects: DerSimonian and Laird 1986; heterogeneity: Higgins and Thompson 2002.",
-     check_mean, run_mean},
+     "MyMean = mean", "the maps of pp.", mean_references, check_mean, run_mean},
     {"lm", true, lm_arguments, "A linear model of the studies, or of those of a subgroup.",
      "MyModel = lm age + patients, adults",
-     "the maps of pp; the example also the variables age, patients and adults.",
-     "Meta-regression by the method of moments: DerSimonian and Laird 1986; Raudenbush 2009.",
+     "the maps of pp; the example also the variables age, patients and adults.", lm_references,
      check_lm, run_lm},
-    {"threshold", false, threshold_arguments,
+    {"threshold",
+     false,
+     threshold_arguments,
      "The clusters of a map beyond a probability, a peak z and a number of voxels.",
-     "threshold MyMean, p, 0.005, 1, 10", "the map of a mean or a linear model.", "",
-     check_threshold, run_threshold},
+     "threshold MyMean, p, 0.005, 1, 10",
+     "the map of a mean or a linear model.",
+     {},
+     check_threshold,
+     run_threshold},
     {"multi", false, multi_arguments,
      "The conjunction of two meta-analyses. error: 1 to assume error in the p values, else 0; "
      "scenario: 2 to decrease them as in a better scenario, else 0.",
      "multi meta1, meta2, 0.0025, 0.00025, 10, 1, 2, 0.1",
-     "the p map of each, meta1_p.nii.gz and meta2_p.nii.gz in the example.",
-     "Conjunction: Nichols et al. 2005.", check_multi, run_multi},
-    {"mask", true, mask_label_arguments, "A mask of a region of the atlas.",
-     "Right_insula = mask label, 30", "", "", check_mask_label, run_mask_label},
-    {"mask", true, mask_coordinate_arguments, "A mask of the 10 mm around an MNI coordinate.",
-     "Thalamus = mask coordinate, 10, -20, 6", "", "", check_mask_coordinate, run_mask_coordinate},
+     "the p map of each, meta1_p.nii.gz and meta2_p.nii.gz in the example.", multi_references,
+     check_multi, run_multi},
+    {"mask",
+     true,
+     mask_label_arguments,
+     "A mask of a region of the atlas.",
+     "Right_insula = mask label, 30",
+     "",
+     {},
+     check_mask_label,
+     run_mask_label},
+    {"mask",
+     true,
+     mask_coordinate_arguments,
+     "A mask of the 10 mm around an MNI coordinate.",
+     "Thalamus = mask coordinate, 10, -20, 6",
+     "",
+     {},
+     check_mask_coordinate,
+     run_mask_coordinate},
     {"extract", false, extract_arguments,
      "The mean values of the studies inside a mask, and their pool.", "extract Right_insula",
-     "the maps of pp, and the mask.",
-     "Random effects: DerSimonian and Laird 1986; prediction interval: Higgins et al. 2009; funnel "
-     "plot asymmetry: Egger et al. 1997.",
-     check_extract, run_extract},
+     "the maps of pp, and the mask.", extract_references, check_extract, run_extract},
 };
 
 }  // namespace

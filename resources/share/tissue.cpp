@@ -5,6 +5,8 @@
 #include <cmath>
 #include <numeric>
 
+#include "engine/images/trilinear.h"
+
 namespace kvo::share {
 
 namespace {
@@ -31,13 +33,8 @@ std::vector<double> histogram_within(const Image& head, const Mask& mask) {
     for (int j = 0; j < head.grid.size[1]; ++j)
       for (int i = 0; i < head.grid.size[0]; ++i, ++index) {
         const Eigen::Vector4d at = (to_voxel * Eigen::Vector4d(i, j, k, 1)).array() + 0.5;
-        std::array<int, 3> v{};
-        bool inside = true;
-        for (std::size_t d = 0; d < 3; ++d) {
-          v[d] = int(std::floor(at[Eigen::Index(d)]));
-          inside = inside && v[d] >= 0 && v[d] < mni_grid().size[d];
-        }
-        if (!inside || mask[mni_grid().index(v[0], v[1], v[2])] == 0) continue;
+        const Voxel v{whole_below(at[0]), whole_below(at[1]), whole_below(at[2])};
+        if (!mni_grid().holds(v) || mask[mni_grid().index(v)] == 0) continue;
         const float intensity = std::clamp(std::round(head.values[index]), 0.0F, 255.0F);
         histogram[std::size_t(intensity)] += 1;
       }

@@ -6,27 +6,23 @@
 #include <cmath>
 #include <utility>
 
+#include "engine/images/gaussian.h"
+#include "engine/images/trilinear.h"
+
 namespace kvo::share {
 
 namespace {
 
 constexpr std::array<double, 4> point_offsets_mm{-0.75, -0.25, 0.25, 0.75};
-using Voxel = std::array<int, 3>;
+/// A voxel whose numbers are worked with axis by axis.
+using Place = std::array<int, 3>;
 
-bool inside(const Grid& grid, const Voxel& v) {
-  for (std::size_t d = 0; d < 3; ++d)
-    if (v[d] < 0 || v[d] >= grid.size[d]) return false;
-  return true;
+Voxel voxel_of(const Place& place) {
+  return {place[0], place[1], place[2]};
 }
 
-float value_at(const Grid& grid, const std::vector<float>& values, const Voxel& v) {
-  return inside(grid, v) ? values[grid.index(v[0], v[1], v[2])] : 0.0F;
-}
-
-/// The largest whole number that is not above it; std::floor is a call for most processors.
-int whole_below(double x) {
-  const int whole = int(x);
-  return whole - int(double(whole) > x);
+float value_at(const Grid& grid, const std::vector<float>& values, const Voxel& at) {
+  return grid.holds(at) ? values[grid.index(at)] : 0.0F;
 }
 
 float nearest_value(const Grid& grid, const std::vector<float>& values, const Eigen::Vector3d& at) {
@@ -37,21 +33,10 @@ float nearest_value(const Grid& grid, const std::vector<float>& values, const Ei
 
 float trilinear_value(const Grid& grid, const std::vector<float>& values,
                       const Eigen::Vector3d& at) {
-  const Voxel low{whole_below(at.x()), whole_below(at.y()), whole_below(at.z())};
-  std::array<std::array<double, 2>, 3> weights{};
-  for (int d = 0; d < 3; ++d) {
-    const double part = at[d] - low[std::size_t(d)];
-    weights[std::size_t(d)] = {1 - part, part};
-  }
   double sum = 0;
-  for (const int k : {0, 1})
-    for (const int j : {0, 1})
-      for (const int i : {0, 1}) {
-        const double weight =
-            weights[0][std::size_t(i)] * weights[1][std::size_t(j)] * weights[2][std::size_t(k)];
-        if (weight > 0)
-          sum += weight * double(value_at(grid, values, {low[0] + i, low[1] + j, low[2] + k}));
-      }
+  for_each_corner(at, [&](const Voxel& corner, double weight) {
+    sum += weight * double(value_at(grid, values, corner));
+  });
   return float(sum);
 }
 
@@ -61,14 +46,7 @@ void for_each_voxel(Visit visit) {
   const Grid& grid = mni_grid();
   for (int k = 0; k < grid.size[2]; ++k)
     for (int j = 0; j < grid.size[1]; ++j)
-      for (int i = 0; i < grid.size[0]; ++i) visit(Voxel{i, j, k}, grid.index(i, j, k));
-}
-
-Voxel voxel_of(std::size_t index) {
-  const Grid& grid = mni_grid();
-  const std::size_t nx = std::size_t(grid.size[0]);
-  const std::size_t ny = std::size_t(grid.size[1]);
-  return {int(index % nx), int(index / nx % ny), int(index / nx / ny)};
+      for (int i = 0; i < grid.size[0]; ++i) visit(Place{i, j, k}, grid.index(i, j, k));
 }
 
 std::vector<Voxel> ball(double radius_mm) {
@@ -83,23 +61,10 @@ std::vector<Voxel> ball(double radius_mm) {
 }
 
 /// Moves the voxels that a walk through faces reaches from `start` out of `left`; returns them.
-std::vector<std::size_t> take_part(Mask& left, std::size_t start) {
-  static const std::vector<Voxel> faces = ball(voxel_mm);
-  const Grid& grid = mni_grid();
-  std::vector<std::size_t> part{start};
+std::vector<std::uint32_t> take_part(Mask& left, std::size_t start) {
   left[start] = 0;
-  for (std::size_t next = 0; next < part.size(); ++next) {
-    const Voxel v = voxel_of(part[next]);
-    for (const Voxel& face : faces) {
-      const Voxel neighbour{v[0] + face[0], v[1] + face[1], v[2] + face[2]};
-      if (!inside(grid, neighbour)) continue;
-      const std::size_t index = grid.index(neighbour[0], neighbour[1], neighbour[2]);
-      if (left[index] == 0) continue;
-      left[index] = 0;
-      part.push_back(index);
-    }
-  }
-  return part;
+  return connected_voxels(mni_grid(), start, Touch::faces,
+                          [&](std::size_t index) { return std::exchange(left[index], 0) != 0; });
 }
 
 Mask inverse(Mask mask) {
@@ -108,12 +73,12 @@ Mask inverse(Mask mask) {
 }
 
 /// Second derivatives by central differences, in units of one voxel.
-Eigen::Matrix3d hessian(const Volume& volume, const Voxel& v) {
+Eigen::Matrix3d hessian(const Volume& volume, const Place& v) {
   const auto at = [&](int axis_a, int step_a, int axis_b, int step_b) {
-    Voxel w = v;
+    Place w = v;
     w[std::size_t(axis_a)] += step_a;
     w[std::size_t(axis_b)] += step_b;
-    return double(value_at(mni_grid(), volume, w));
+    return double(value_at(mni_grid(), volume, voxel_of(w)));
   };
   Eigen::Matrix3d h;
   for (int a = 0; a < 3; ++a) {
@@ -164,12 +129,12 @@ std::size_t count(const Mask& mask) {
 }
 
 Volume smooth(const Volume& volume, double fwhm_mm) {
-  const double sigma = fwhm_mm / voxel_mm / std::sqrt(8 * std::log(2.0));
+  const double sigma = sigma_of_fwhm(fwhm_mm / voxel_mm);
   const int reach = int(std::ceil(4 * sigma));
   std::vector<double> kernel;
   double sum = 0;
   for (int step = -reach; step <= reach; ++step) {
-    kernel.push_back(std::exp(-0.5 * step * step / (sigma * sigma)));
+    kernel.push_back(gaussian(step, sigma));
     sum += kernel.back();
   }
   for (double& weight : kernel) weight /= sum;
@@ -177,11 +142,11 @@ Volume smooth(const Volume& volume, double fwhm_mm) {
   Volume smoothed = volume;
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const Volume before = std::exchange(smoothed, Volume(volume.size()));
-    for_each_voxel([&](Voxel v, std::size_t index) {
+    for_each_voxel([&](Place v, std::size_t index) {
       v[axis] -= reach;
       double value = 0;
       for (const double weight : kernel) {
-        value += weight * double(value_at(mni_grid(), before, v));
+        value += weight * double(value_at(mni_grid(), before, voxel_of(v)));
         ++v[axis];
       }
       smoothed[index] = float(value);
@@ -194,11 +159,11 @@ Mask dilate(const Mask& mask, double radius_mm) {
   const std::vector<Voxel> offsets = ball(radius_mm);
   const Grid& grid = mni_grid();
   Mask dilated(mask.size(), 0);
-  for_each_voxel([&](const Voxel& v, std::size_t index) {
+  for_each_voxel([&](const Place& v, std::size_t index) {
     if (mask[index] == 0) return;
     for (const Voxel& offset : offsets) {
-      const Voxel w{v[0] + offset[0], v[1] + offset[1], v[2] + offset[2]};
-      if (inside(grid, w)) dilated[grid.index(w[0], w[1], w[2])] = 1;
+      const Voxel w{v[0] + offset.i, v[1] + offset.j, v[2] + offset.k};
+      if (grid.holds(w)) dilated[grid.index(w)] = 1;
     }
   });
   return dilated;
@@ -210,21 +175,21 @@ Mask erode(const Mask& mask, double radius_mm) {
 
 Mask largest_part(const Mask& mask) {
   Mask left = mask;
-  std::vector<std::size_t> largest;
+  std::vector<std::uint32_t> largest;
   for (std::size_t index = 0; index < left.size(); ++index) {
     if (left[index] == 0) continue;
-    std::vector<std::size_t> part = take_part(left, index);
+    std::vector<std::uint32_t> part = take_part(left, index);
     if (part.size() > largest.size()) largest = std::move(part);
   }
   Mask result(mask.size(), 0);
-  for (const std::size_t index : largest) result[index] = 1;
+  for (const std::uint32_t index : largest) result[index] = 1;
   return result;
 }
 
 Mask fill_holes(const Mask& mask) {
   const Grid& grid = mni_grid();
   Mask holes = inverse(mask);
-  for_each_voxel([&](const Voxel& v, std::size_t index) {
+  for_each_voxel([&](const Place& v, std::size_t index) {
     const bool at_border = std::any_of(v.begin(), v.end(), [](int x) { return x == 0; }) ||
                            v[0] == grid.size[0] - 1 || v[1] == grid.size[1] - 1 ||
                            v[2] == grid.size[2] - 1;
@@ -237,7 +202,7 @@ Mask fill_holes(const Mask& mask) {
 
 Mask sheet_centres(const Volume& volume, const Mask& within) {
   Mask centres(volume.size(), 0);
-  for_each_voxel([&](const Voxel& v, std::size_t index) {
+  for_each_voxel([&](const Place& v, std::size_t index) {
     if (within[index] == 0) return;
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> curvature(hessian(volume, v));
     if (curvature.eigenvalues()[0] >= 0) return;

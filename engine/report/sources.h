@@ -1,0 +1,59 @@
+#pragma once
+
+// The published sources of the methods: how texts cite them, and their full references.
+
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
+
+struct Source {
+  const char *citation, *reference;
+};
+
+namespace sources {
+
+inline constexpr Source hedges{
+    "Hedges 1981",
+    "Hedges LV (1981). Distribution theory for Glass's estimator of effect "
+    "size and related estimators. Journal of Educational Statistics "
+    "6:107\u2013128."};
+inline constexpr Source borenstein{"Borenstein et al. 2009",
+                                   "Borenstein M, Hedges LV, Higgins JPT, Rothstein HR (2009). "
+                                   "Introduction to Meta-Analysis. Chichester: Wiley."};
+inline constexpr Source dersimonian{
+    "DerSimonian and Laird 1986",
+    "DerSimonian R, Laird N (1986). Meta-analysis in clinical trials. "
+    "Controlled Clinical Trials 7:177\u2013188."};
+inline constexpr Source egger{
+    "Egger et al. 1997",
+    "Egger M, Davey Smith G, Schneider M, Minder C (1997). Bias in "
+    "meta-analysis detected by a simple, graphical test. BMJ 315:629\u2013634."};
+inline constexpr Source higgins{"Higgins and Thompson 2002",
+                                "Higgins JPT, Thompson SG (2002). Quantifying heterogeneity in a "
+                                "meta-analysis. Statistics in Medicine 21:1539\u20131558."};
+inline constexpr Source lancaster{
+    "Lancaster et al. 2007",
+    "Lancaster JL, Tordesillas-Gutiérrez D, Martinez M, et al. (2007). "
+    "Bias between MNI and Talairach coordinates analyzed using the ICBM-152 "
+    "brain template. Human Brain Mapping 28:1194\u20131205."};
+inline constexpr Source nichols{"Nichols et al. 2005",
+                                "Nichols T, Brett M, Andersson J, Wager T, Poline JB (2005). Valid "
+                                "conjunction inference with the minimum statistic. NeuroImage "
+                                "25:653\u2013660."};
+inline constexpr Source thompson{
+    "Thompson and Higgins 2002",
+    "Thompson SG, Higgins JPT (2002). How should meta-regression analyses be "
+    "undertaken and interpreted? Statistics in Medicine 21:1559\u20131573."};
+inline constexpr Source prediction{
+    "Higgins et al. 2009",
+    "Higgins JPT, Thompson SG, Spiegelhalter DJ (2009). A re-evaluation of random-effects "
+    "meta-analysis. Journal of the Royal Statistical Society: Series A 172:137\u2013159."};
+inline constexpr Source raudenbush{
+    "Raudenbush 2009",
+    "Raudenbush SW (2009). Analyzing effect sizes: random-effects models. In: Cooper H, Hedges LV, "
+    "Valentine JC (eds) The Handbook of Research Synthesis and Meta-Analysis, 2nd ed. New York: "
+    "Russell Sage Foundation, 295\u2013315."};
+
+}  // namespace sources
+
+}  // namespace kvo::report
