@@ -4,8 +4,8 @@
 #include <optional>
 #include <string_view>
 
-#include "companions/common/error.h"
-#include "companions/common/text_file.h"
+#include "engine/base/refusal.h"
+#include "engine/base/text_file.h"
 #include "util/q_string.h"
 
 namespace {

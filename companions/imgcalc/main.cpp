@@ -6,11 +6,11 @@
 #include <new>
 #include <span>
 
-#include "companions/common/cancel.h"
-#include "companions/common/error.h"
-#include "companions/common/progress.h"
 #include "companions/imgcalc/command_line.h"
-#include "companions/imgcalc/operations.h"
+#include "companions/imgcalc/image_operations.h"
+#include "engine/base/cancel.h"
+#include "engine/base/progress.h"
+#include "engine/base/refusal.h"
 #include "kvo_config.h"
 
 namespace {

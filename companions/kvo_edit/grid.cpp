@@ -4,12 +4,12 @@
 #include <utility>
 #include <vector>
 
-#include "companions/common/study_rules.h"
-#include "companions/common/text_file.h"
 #include "companions/kvo_edit/grid_cell.h"
 #include "companions/kvo_edit/grid_edit.h"
 #include "companions/kvo_edit/grid_keys.h"
 #include "companions/kvo_edit/grid_pointer.h"
+#include "engine/base/text_file.h"
+#include "engine/studies/study_rules.h"
 #include "util/handles.h"
 
 namespace {

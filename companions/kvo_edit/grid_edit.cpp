@@ -4,9 +4,9 @@
 
 #include <utility>
 
-#include "companions/common/study_rules.h"
 #include "companions/kvo_edit/grid_keys.h"
 #include "companions/kvo_edit/operations.h"
+#include "engine/studies/study_rules.h"
 #include "util/handles.h"
 
 namespace {

@@ -2,9 +2,9 @@
 """Fails when a folder includes one above it.
 
 The folders build on each other in one direction:
-    util <- dialogs <- shell's services <- workspace <- imaging <- analyses, integrations
+    util <- nifti <- dialogs <- shell's services <- workspace <- imaging <- analyses, integrations
          <- shell's main
-The companion programs build on util and on those units of workspace and imaging that show no
+The engine and the companion programs build on util, nifti and those units of workspace that show no
 window; the editor alone may show windows.
 """
 
@@ -16,13 +16,11 @@ from pathlib import Path
 # Units of shell/ that stand above everything; the others are the services that all build on.
 SHELL_MAIN = {"main", "main_window", "actions"}
 
-LAYERS = ["util", "dialogs", "shell", "workspace",
+LAYERS = ["util", "nifti", "dialogs", "shell", "workspace",
           "imaging", ("analyses", "integrations"), "shell main"]
 # Data, with the programs that make it; only the top needs it.
-DATA = {"resources": {"resources", "util", "companions/common"}}
-COMPANION_BASE = {"util", "workspace", "imaging"}
-# The checks before a run are made from the engine's own declaration of its verbs.
-COMPANIONS_ON_OTHERS = {"companions/kvo_parse": {"companions/kvo_core"}}
+DATA = {"resources": {"resources", "util", "engine"}}
+COMPANION_BASE = {"util", "nifti", "workspace", "engine"}
 COMPANIONS_WITH_WINDOWS = {"companions/kvo_edit"}
 SOURCES = {".h", ".cpp"}
 GENERATED = {"kvo_config.h"}
@@ -74,13 +72,11 @@ class Tree:
         allowed = allowed_folders()
         for path, (own, system) in self.includes.items():
             folder = folder_of(path)
-            is_companion = folder.startswith("companions/")
+            is_companion = folder == "engine" or folder.startswith("companions/")
             if folder not in allowed and not is_companion:
                 yield f"{path}: the folder has no place in the order"
                 continue
-            may_use = (COMPANION_BASE | {folder, "companions/common"}
-                       | COMPANIONS_ON_OTHERS.get(folder, set()) if is_companion
-                       else allowed[folder])
+            may_use = COMPANION_BASE | {folder} if is_companion else allowed[folder]
             if folder in COMPANIONS_WITH_WINDOWS:
                 may_use = may_use | {"dialogs", "resources"}
             for target in own:
@@ -135,8 +131,8 @@ CASES = [
     ({"workspace/w.cpp": '#include "kvo_config.h"\n// #include "analyses/m.h"'}, ""),
     ({"workspace/w.cpp": '#include "workspace/none.h"'}, "which is not there"),
     ({"extras/e.cpp": ""}, "has no place"),
-    ({"companions/tool/m.cpp": '#include "companions/common/c.h"\n#include "workspace/w.h"',
-      "companions/common/c.h": "", "workspace/w.h": "", "workspace/w.cpp": ""}, ""),
+    ({"companions/tool/m.cpp": '#include "engine/base/c.h"\n#include "workspace/w.h"',
+      "engine/base/c.h": "", "workspace/w.h": "", "workspace/w.cpp": ""}, ""),
     ({"companions/tool/m.cpp": '#include "companions/other/o.h"', "companions/other/o.h": ""},
      "may not include companions/other"),
     ({"companions/tool/m.cpp": '#include "shell/console.h"', "shell/console.h": ""},
@@ -145,6 +141,8 @@ CASES = [
       "workspace/w.cpp": '#include "shell/console.h"', "shell/console.h": ""},
      "shows windows by way of"),
     ({"companions/tool/m.cpp": "#include <pango/pangocairo.h>"}, ""),
+    ({"engine/base/e.cpp": '#include "companions/tool/m.h"', "companions/tool/m.h": ""},
+     "engine may not include companions/tool"),
     ({"companions/tool/m.cpp": "#include <gdk/gdk.h>"}, "shows windows"),
     ({"companions/kvo_edit/m.cpp": '#include <gtk/gtk.h>\n#include "dialogs/message.h"',
       "dialogs/message.h": ""}, ""),

@@ -7,9 +7,9 @@
 #include <random>
 #include <sstream>
 
-#include "companions/common/study_rules.h"
 #include "companions/kvo_edit/operations.h"
 #include "companions/kvo_edit/table_file.h"
+#include "engine/studies/study_rules.h"
 #include "table.h"
 #include "workspace/text_table.h"
 

@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "companions/common/error.h"
 #include "companions/kvo_edit/operations.h"
+#include "engine/base/refusal.h"
 #include "file_size_limit.h"
 #include "test_folder.h"
 

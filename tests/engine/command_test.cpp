@@ -1,8 +1,8 @@
-#include "companions/kvo_core/command.h"
+#include "engine/base/command.h"
 
 #include <gtest/gtest.h>
 
-#include "companions/kvo_core/verbs.h"
+#include "engine/verbs/verbs.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "companions/common/outputs.h"
+#include "engine/base/outputs.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 
-#include "companions/common/error.h"
-#include "companions/common/progress.h"
+#include "engine/base/progress.h"
+#include "engine/base/refusal.h"
 #include "test_folder.h"
 
 namespace {

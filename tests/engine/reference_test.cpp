@@ -10,8 +10,8 @@
 #include <random>
 #include <sstream>
 
-#include "companions/kvo_core/mask.h"
-#include "companions/kvo_core/random_effects.h"
+#include "engine/images/mask.h"
+#include "engine/model/random_effects.h"
 #include "runner.h"
 
 namespace {
