@@ -1,5 +1,4 @@
-"""Studies that are images: their effects beside SciPy's interpolation of what nibabel reads, and
-what is said of images that are unclear or refused.
+"""Studies that are images: their effects beside SciPy's interpolation, and what is said of unclear ones.
 
 Usage: study_image_test.py KVO_PARSE KVO_CORE
 """
@@ -11,6 +10,7 @@ import unittest
 import nibabel
 import numpy
 from scipy.ndimage import gaussian_filter, map_coordinates
+from scipy.spatial.transform import Rotation
 from scipy.special import gammaln
 
 from engine_folder import AFFINE as GRID, EngineFolder, save
@@ -31,13 +31,8 @@ def affine(columns, origin):
 
 
 def rotated(degrees, size):
-    a, b = numpy.radians(degrees), numpy.radians(degrees / 2)
-    about_z = numpy.array([[numpy.cos(a), -numpy.sin(a), 0], [numpy.sin(a), numpy.cos(a), 0], [0, 0, 1]])
-    about_x = numpy.array([[1, 0, 0], [0, numpy.cos(b), -numpy.sin(b)], [0, numpy.sin(b), numpy.cos(b)]])
-    matrix = numpy.eye(4)
-    matrix[:3, :3] = about_z @ about_x * size
-    matrix[:3, 3] = matrix[:3, :3] @ [-25, -26, -24] + [3, -6, 4]
-    return matrix
+    axes = size * Rotation.from_euler("ZX", [degrees, degrees / 2], degrees=True).as_matrix()
+    return affine(axes.T, axes @ [-25, -26, -24] + [3, -6, 4])
 
 
 LAS3 = affine([[-3, 0, 0], [0, 3, 0], [0, 0, 3]], [66.5, -71, -40])
