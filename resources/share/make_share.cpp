@@ -16,11 +16,13 @@ namespace {
 // Takes the one subject's noise out of the templates, not the borders between the tissues.
 constexpr double template_fwhm_mm = 4;
 
-// A tissue's mask is where its template is at least this: just below one half, because smoothing takes
-// from a tissue that is thin. It holds 96 % of the gray matter's voxels and 97 % of the white's.
+// A tissue's mask is where its template is at least this: just below one half, because smoothing
+// takes from a tissue that is thin. It holds 96 % of the gray matter's voxels and 97 % of the
+// white's.
 constexpr float tissue_threshold = 0.4F;
 
-// Below it fractional anisotropy is not that of white matter (Smith et al. 2006, NeuroImage 31:1487).
+// Below it fractional anisotropy is not that of white matter (Smith et al. 2006, NeuroImage
+// 31:1487).
 constexpr float skeleton_threshold = 0.2F;
 
 // What diffusion studies of healthy adults find, in round numbers: fractional anisotropy of fluid,
