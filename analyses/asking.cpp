@@ -5,7 +5,7 @@
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 

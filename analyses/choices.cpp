@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "analyses/names.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 

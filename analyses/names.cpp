@@ -4,7 +4,7 @@
 
 #include "util/process.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "tests/support/test_folder.h"
 #include "util/read_file.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include "util/files.h"
 #include "util/process.h"
 #include "util/text.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
-#include "workspace/study_table.h"
 
 namespace {
 

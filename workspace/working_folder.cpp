@@ -14,9 +14,9 @@
 #include "util/handles.h"
 #include "util/text.h"
 #include "util/whole_file.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
-#include "workspace/study_table.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "companions/kvo_core/results.h"
 #include "companions/kvo_core/study_image.h"
 #include "companions/kvo_core/verbs.h"
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "companions/kvo_core/verbs.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

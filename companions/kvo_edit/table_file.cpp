@@ -12,7 +12,7 @@
 #include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include "dialog_driver.h"
 #include "dialogs/help.h"
 #include "panes.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
-#include "workspace/study_table.h"
 
 using Arguments = std::vector<std::string>;
 using Options = std::vector<std::string>;

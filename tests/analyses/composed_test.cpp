@@ -14,8 +14,8 @@
 #include "analyses/pp.h"
 #include "analyses/threshold.h"
 #include "test_folder.h"
-#include "workspace/region_labels.h"
-#include "workspace/study_table.h"
+#include "workspace/files/region_labels.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

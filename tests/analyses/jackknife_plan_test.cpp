@@ -7,7 +7,7 @@
 #include <set>
 
 #include "util/text.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

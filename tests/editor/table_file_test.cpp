@@ -15,7 +15,7 @@
 #include "companions/common/error.h"
 #include "companions/kvo_edit/operations.h"
 #include "test_folder.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "shell/main_window.h"
+#include "shell/main/main_window.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "shell/actions.h"
 #include "shell/console.h"
+#include "shell/main/actions.h"
 #include "shell/window.h"
 #include "util/handles.h"
 

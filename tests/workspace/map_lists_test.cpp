@@ -1,6 +1,6 @@
 // The engine's lists: what each kind of line becomes, and what a second load leaves.
 
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 #include <gtest/gtest.h>
 

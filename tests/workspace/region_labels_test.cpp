@@ -1,6 +1,6 @@
 // The names of the brain regions, against a list of their own.
 
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The settings file's format: what each line sets, what is written and what a file cannot hold.
 
-#include "workspace/settings_file.h"
+#include "workspace/files/settings_file.h"
 
 #include <gtest/gtest.h>
 

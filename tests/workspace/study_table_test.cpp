@@ -1,7 +1,7 @@
 // The study table: what a file becomes, the variables that are offered, and what an interrupted
 // jackknife leaves.
 
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 #include <gtest/gtest.h>
 

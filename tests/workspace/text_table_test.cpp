@@ -1,6 +1,6 @@
 // Text tables: what each kind of line becomes, the operations' checks, and files written back.
 
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -12,9 +12,9 @@
 #include "file_size_limit.h"
 #include "panes.h"
 #include "workspace/edit_table.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
-#include "workspace/study_table.h"
 #include "workspace/working_folder.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "shell/main_window.h"
+#include "shell/main/main_window.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -7,9 +7,9 @@
 #include "dialogs/help.h"
 #include "kvo_config.h"
 #include "resources/images.h"
-#include "shell/actions.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
+#include "shell/main/actions.h"
 #include "shell/markup.h"
 #include "shell/window.h"
 #include "util/handles.h"

@@ -1,4 +1,4 @@
-#include "workspace/settings_file.h"
+#include "workspace/files/settings_file.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 #include <algorithm>
 #include <charconv>

@@ -11,14 +11,14 @@
 #include "integrations/update_check.h"
 #include "shell/batch.h"
 #include "shell/console.h"
-#include "shell/main_window.h"
+#include "shell/main/main_window.h"
 #include "shell/run_output.h"
 #include "util/error.h"
 #include "util/files.h"
 #include "util/site_address.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
-#include "workspace/study_table.h"
 #include "workspace/working_folder.h"
 
 namespace {

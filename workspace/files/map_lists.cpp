@@ -1,4 +1,4 @@
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 #include <utility>
 
