@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "dialogs/help.h"
+
 namespace {
 
 constexpr guint POLL_MS = 5;
@@ -115,6 +117,59 @@ void choose_file(GtkWidget* chooser, const std::string& path) {
     gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(chooser), path.c_str());
   EXPECT_TRUE(has_selected(chooser, path))
       << "'" << path << "' could not be selected, but '" << chosen_file(chooser) << "' is";
+}
+
+std::vector<std::string> parted(const std::string& text, const std::string& separator) {
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  for (std::size_t end = 0; end != std::string::npos; start = end + separator.size()) {
+    end = text.find(separator, start);
+    parts.push_back(text.substr(start, end == std::string::npos ? end : end - start));
+  }
+  return parts;
+}
+
+std::string joined(const std::vector<std::string>& texts, const char* separator) {
+  std::string result;
+  for (const std::string& text : texts) result += (result.empty() ? "" : separator) + text;
+  return result;
+}
+
+/// One action of a played dialog; whether it answers the dialog.
+bool act(Shown_dialog& dialog, const std::string& action) {
+  const std::size_t equals = action.find('=');
+  if (equals != std::string::npos)
+    return dialog.set(action.substr(0, equals), action.substr(equals + 1)), false;
+  if (action.starts_with('(')) return dialog.choose(action.substr(1, action.size() - 2)), false;
+  if (action.starts_with('@')) return dialog.select(action.substr(1)), false;
+  if (action.empty()) return false;
+  if (action == "Enter")
+    dialog.key(GDK_KEY_Return);
+  else if (action == "Escape")
+    dialog.key(GDK_KEY_Escape);
+  else if (action == "Close")
+    dialog.close();
+  else
+    dialog.press(action);
+  return true;
+}
+
+/// The options as shown() gives them.
+std::string options_text(const std::vector<std::string>& options) {
+  constexpr std::size_t MOST = 12;
+  return options.empty() || options.size() > MOST ? "" : " <" + joined(options, ", ") + ">";
+}
+
+std::string description(const Shown_dialog& dialog) {
+  std::vector<std::string> fields;
+  for (const std::string& label : dialog.labels())
+    fields.push_back(label + ": " + dialog.value(label) +
+                     (GTK_IS_COMBO_BOX(dialog.field(label)) ? options_text(dialog.options(label))
+                                                            : std::string()));
+  if (!radio_buttons(dialog.widget()).empty())
+    fields.push_back(dialog.chosen() + options_text(dialog.options()));
+  return Qs_HelpTopic.str() + " " + dialog.message() + (fields.empty() ? "" : " ") +
+         joined(fields, "; ");
 }
 
 void set_coordinate(GtkWidget* row, const std::string& coordinate) {
@@ -338,11 +393,14 @@ Dialog_driver& Dialog_driver::answer(std::vector<std::pair<std::string, std::str
   });
 }
 
-Dialog_driver& Dialog_driver::choose(std::string option) {
-  return then([option = std::move(option)](Shown_dialog& dialog) {
-    dialog.choose(option);
-    dialog.press("OK");
-  });
+Dialog_driver& Dialog_driver::play(const std::string& dialogs) {
+  for (const std::string& dialog : parted(dialogs, " | "))
+    then([actions = parted(dialog, "; ")](Shown_dialog& shown) {
+      bool answered = false;
+      for (const std::string& action : actions) answered = act(shown, action);
+      if (!answered) shown.press(shown.buttons().back());
+    });
+  return *this;
 }
 
 void Dialog_driver::look_for_dialog() {
@@ -362,6 +420,7 @@ void Dialog_driver::drive(GtkWidget* dialog) {
   g_signal_connect(dialog, "response", G_CALLBACK(mark_answered), nullptr);
   Shown_dialog shown(dialog);
   messages_.push_back(shown.message());
+  shown_ += (shown_.empty() ? "" : " | ") + description(shown);
   if (scripts_.empty()) {
     ADD_FAILURE() << "a dialog that no script answers: " << shown.message();
   } else {
@@ -373,4 +432,13 @@ void Dialog_driver::drive(GtkWidget* dialog) {
         << "not answered: " << messages_.back();
   }
   if (!is_marked(dialog, ANSWERED)) gtk_dialog_response(GTK_DIALOG(dialog), GTK_RESPONSE_NONE);
+}
+
+void every_refusal(const std::string& answers, const std::function<void()>& ask) {
+  for (const char* refusal : {"Cancel", "Escape", "Close"}) {
+    SCOPED_TRACE(refusal);
+    Dialog_driver user;
+    user.play(answers + (answers.empty() ? "" : "; ") + refusal);
+    ask();
+  }
 }

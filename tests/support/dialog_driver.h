@@ -4,9 +4,11 @@
 // the names of the buttons, on a real display.
 //
 //   Dialog_driver user;
-//   user.answer({{"Name", "mean"}, {"FWHM (mm)", "20"}}).answer({}, "Cancel");
+//   user.play("Name=mean; Jackknife=yes | Cancel");
 //   kvo3_mean();
-//   EXPECT_THAT(user.messages(), ElementsAre("[ MEAN ANALYSIS ]", "[ OVERWRITE? ]"));
+//   EXPECT_EQ(user.shown(),
+//             "mean [ MEAN ANALYSIS ] Name: MyMean; Filter: (none) <(none), age>; Jackknife: no | "
+//             "mean [ OVERWRITE? ]");
 
 #include <gdk/gdkkeysyms.h>
 #include <gtk/gtk.h>
@@ -101,11 +103,17 @@ class Dialog_driver {
   /// Adds a script that sets fields, given as label and value, and presses a button.
   Dialog_driver& answer(std::vector<std::pair<std::string, std::string>> fields,
                         std::string button = "OK");
-  /// Adds a script that clicks a radio button and presses OK.
-  Dialog_driver& choose(std::string option);
+  /// Adds the scripts of the dialogs that " | " parts. In a dialog "; " parts what is done: a field
+  /// is set by "Label=value", a radio button clicked by "(option)", a file selected by "@path". A
+  /// last word is the button to press, or "Enter", "Escape" or "Close"; without one it is the
+  /// rightmost button.
+  Dialog_driver& play(const std::string& dialogs);
 
   /// The message of each dialog seen so far.
   [[nodiscard]] const std::vector<std::string>& messages() const { return messages_; }
+  /// The dialogs seen so far, parted by " | ", as they opened: of each the help topic, the message,
+  /// and the fields with their values and, where there are not too many, their options.
+  [[nodiscard]] const std::string& shown() const { return shown_; }
   /// How many scripts have not had their dialog yet.
   [[nodiscard]] std::size_t waiting() const { return scripts_.size(); }
 
@@ -115,5 +123,9 @@ class Dialog_driver {
 
   std::deque<Script> scripts_;
   std::vector<std::string> messages_;
+  std::string shown_;
   Q_source source_;
 };
+
+/// Asks once for each way to refuse a dialog, when some of it has been answered as by play().
+void every_refusal(const std::string& answers, const std::function<void()>& ask);
