@@ -12,6 +12,7 @@
 #include "file_size_limit.h"
 #include "panes.h"
 #include "workspace/edit_table.h"
+#include "workspace/files/file_names.h"
 #include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
