@@ -1,6 +1,6 @@
 #include "imaging/convert_actions.h"
 
-#include "imaging/nifti_header.h"
+#include "nifti/nifti_header.h"
 #include "util/process.h"
 
 namespace {
