@@ -10,7 +10,7 @@
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
-#include "imaging/nifti_file.h"
+#include "nifti/nifti_file.h"
 #include "workspace/files/region_labels.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <cstdio>
 #include <functional>
 
-#include "companions/kvo_core/mask.h"
-#include "companions/kvo_core/meta_regression.h"
-#include "companions/kvo_core/pooling.h"
+#include "engine/images/mask.h"
+#include "engine/model/meta_regression.h"
+#include "engine/model/pooling.h"
 
 namespace {
 

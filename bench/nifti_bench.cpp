@@ -16,8 +16,8 @@
 #include <cstring>
 #include <vector>
 
-#include "imaging/byte_order.h"
-#include "imaging/nifti_file.h"
+#include "nifti/byte_order.h"
+#include "nifti/nifti_file.h"
 #include "test_folder.h"
 
 namespace {

@@ -10,6 +10,7 @@
 
 #include "tests/support/test_folder.h"
 #include "util/read_file.h"
+#include "workspace/files/file_names.h"
 #include "workspace/files/study_table.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "imaging/nifti_file.h"
+#include "nifti/nifti_file.h"
 
 /// The most volumes that the program takes from one file.
 inline constexpr std::size_t Q_MAX_VOLUMES = 3000;

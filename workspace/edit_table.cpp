@@ -1,4 +1,5 @@
 #include "workspace/edit_table.h"
+#include "workspace/files/file_names.h"
 
 #include <gtk/gtk.h>
 #include <sys/wait.h>
@@ -10,7 +11,6 @@
 #include "util/files.h"
 #include "util/process.h"
 #include "util/text.h"
-#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 
 namespace {

@@ -6,11 +6,11 @@
 #include <new>
 #include <span>
 
-#include "companions/common/cancel.h"
-#include "companions/common/error.h"
-#include "companions/common/progress.h"
 #include "companions/imgcalc/command_line.h"
-#include "companions/imgcalc/operations.h"
+#include "companions/imgcalc/image_operations.h"
+#include "engine/base/cancel.h"
+#include "engine/base/progress.h"
+#include "engine/base/refusal.h"
 #include "kvo_config.h"
 
 namespace {
@@ -30,7 +30,7 @@ int fail(bool with_progress, const std::string& reason) {
 }
 
 int run(std::span<const char* const> words, bool with_progress) {
-  const Command command = parse_command(words);
+  const Image_command command = parse_command(words);
   if (with_progress) write_progress('a', description_of(command));
   carry_out(command, [&](const std::string& text) {
     if (with_progress)

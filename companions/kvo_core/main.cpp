@@ -1,9 +1,9 @@
 // Carries out one command of the suite's language in the current folder. The words of the command
 // are the arguments; how it goes on is told on standard output. Started by kvo_parse.
 
-#include "companions/common/outcome.h"
-#include "companions/common/progress.h"
-#include "companions/kvo_core/verbs.h"
+#include "engine/base/outcome.h"
+#include "engine/base/progress.h"
+#include "engine/verbs/verbs.h"
 
 int main(int argc, char** argv) {
   return exit_status_of([&] {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "companions/common/text_file.h"
+#include "engine/base/text_file.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "companions/common/study_rules.h"
-#include "companions/common/text_file.h"
 #include "companions/kvo_edit/table_file.h"
+#include "engine/base/text_file.h"
+#include "engine/studies/study_rules.h"
 #include "util/files.h"
 #include "util/q_string.h"
 #include "util/text.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 // What is wrong with a cell, in words for the user, by the rules that the engine goes by
-// (companions/common/study_rules.h).
+// (engine/studies/study_rules.h).
 
 #include <optional>
 #include <string>

@@ -5,11 +5,11 @@
 #include <filesystem>
 #include <utility>
 
-#include "companions/common/error.h"
 #include "companions/kvo_edit/editor_actions.h"
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/grid_edit.h"
 #include "companions/kvo_edit/table_file.h"
+#include "engine/base/refusal.h"
 #include "util/handles.h"
 #include "util/q_string.h"
 

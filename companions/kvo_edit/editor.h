@@ -15,7 +15,7 @@
 struct Editor {
   Document document;
   Check_index index;
-  std::unique_ptr<Grid> grid;
+  std::unique_ptr<Table_grid> grid;
   GtkWidget* window = nullptr;
   GtkUIManager* manager = nullptr;
   GtkActionGroup* actions = nullptr;

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
-#include "companions/common/error.h"
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/grid_edit.h"
 #include "companions/kvo_edit/operations.h"
 #include "companions/kvo_edit/peaks.h"
 #include "companions/kvo_edit/peaks_opener.h"
+#include "engine/base/refusal.h"
 #include "util/handles.h"
 
 const char* const editor_ui_description = R"(

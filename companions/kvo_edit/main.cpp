@@ -8,10 +8,10 @@
 #include <string>
 #include <string_view>
 
-#include "companions/common/error.h"
 #include "companions/kvo_edit/editor.h"
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/table_file.h"
+#include "engine/base/refusal.h"
 #include "kvo_config.h"
 #include "resources/images.h"
 #include "util/files.h"

@@ -7,8 +7,8 @@
 #include <optional>
 #include <utility>
 
-#include "companions/common/study_rules.h"
-#include "companions/common/text_file.h"
+#include "engine/base/text_file.h"
+#include "engine/studies/study_rules.h"
 #include "util/handles.h"
 #include "util/text.h"
 

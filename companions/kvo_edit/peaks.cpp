@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <string_view>
 
-#include "companions/common/error.h"
-#include "companions/common/study_rules.h"
-#include "companions/common/text_file.h"
+#include "engine/base/refusal.h"
+#include "engine/base/text_file.h"
+#include "engine/studies/study_rules.h"
 #include "util/text.h"
 #include "util/whole_file.h"
 

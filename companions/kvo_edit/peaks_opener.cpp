@@ -2,10 +2,10 @@
 
 #include <filesystem>
 
-#include "companions/common/error.h"
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/grid_edit.h"
 #include "companions/kvo_edit/peaks.h"
+#include "engine/base/refusal.h"
 #include "util/handles.h"
 
 namespace {

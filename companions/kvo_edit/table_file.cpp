@@ -5,8 +5,8 @@
 #include <cstring>
 #include <utility>
 
-#include "companions/common/error.h"
-#include "companions/common/study_rules.h"
+#include "engine/base/refusal.h"
+#include "engine/studies/study_rules.h"
 #include "util/lines.h"
 #include "util/q_string.h"
 #include "util/read_file.h"

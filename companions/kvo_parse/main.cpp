@@ -4,12 +4,12 @@
 
 #include <string>
 
-#include "companions/common/install.h"
-#include "companions/common/outcome.h"
-#include "companions/common/outputs.h"
-#include "companions/common/progress.h"
-#include "companions/kvo_core/verbs.h"
 #include "companions/kvo_parse/supervise.h"
+#include "engine/base/install.h"
+#include "engine/base/outcome.h"
+#include "engine/base/outputs.h"
+#include "engine/base/progress.h"
+#include "engine/verbs/verbs.h"
 
 namespace {
 

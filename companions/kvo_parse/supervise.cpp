@@ -16,10 +16,10 @@
 #include <optional>
 #include <string_view>
 
-#include "companions/common/cancel.h"
-#include "companions/common/error.h"
-#include "companions/common/outputs.h"
-#include "companions/common/progress.h"
+#include "engine/base/cancel.h"
+#include "engine/base/outputs.h"
+#include "engine/base/progress.h"
+#include "engine/base/refusal.h"
 #include "util/handles.h"
 #include "util/process.h"
 

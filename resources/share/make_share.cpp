@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "companions/common/error.h"
+#include "engine/base/refusal.h"
 #include "resources/share/regions.h"
 #include "resources/share/tissue.h"
 

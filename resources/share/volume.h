@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "companions/common/nifti.h"
+#include "engine/images/image.h"
 
 using Volume = std::vector<float>;       ///< one value for each voxel of mni_grid()
 using Mask = std::vector<std::uint8_t>;  ///< 1 in the voxels of the mask, 0 elsewhere

@@ -53,7 +53,7 @@ GtkWidget* new_panes() {
   const int height = gdk_screen_get_height(gdk_screen_get_default()) - HEIGHT_BESIDE_CONSOLE;
   gtk_widget_set_size_request(console, -1, height > 0 ? height : -1);
   gtk_paned_add1(GTK_PANED(paned), console);
-  gtk_paned_add2(GTK_PANED(paned), Q_new_pane(1, true));
+  gtk_paned_add2(GTK_PANED(paned), Q_new_pane(Q_BATCH_PANE, true));
   return paned;
 }
 

@@ -13,6 +13,7 @@
 #include "dialog_driver.h"
 #include "dialogs/help.h"
 #include "panes.h"
+#include "workspace/files/file_names.h"
 #include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"

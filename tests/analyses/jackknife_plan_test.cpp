@@ -26,7 +26,7 @@ Q_string_list maps(const Kvo_jackknife_plan& plan) {
 
 TEST(JackknifePlan, LeavesOutEachStudyOfTheSubgroup) {
   const Q_table table = kvotable_read(
-      "female study all none text\n1 A 1 0 2x\n0 B 1 NA x2\nNA C 1 0 -1\n1 D 1 0 0.0\n");
+      "female study all none text\n1 A 1 0 2x\n0 B 1 NA 0x2\nNA C 1 0 -1\n1 D 1 0 0.0\n");
   const struct {
     const char* filter;
     std::vector<long> columns;

@@ -8,6 +8,7 @@
 #include "analysis_window.h"
 #include "file_size_limit.h"
 #include "shell/busy.h"
+#include "workspace/files/file_names.h"
 
 namespace {
 

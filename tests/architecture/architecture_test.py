@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Fails when a folder includes what the table of docs/architecture.md does not let it include."""
+"""Fails when a folder includes what the table of docs/architecture.md does not let it include, and
+when two headers, or two types that any unit can name, have the same name."""
 
 import re
 import sys
@@ -18,6 +19,9 @@ TOOLKIT_HEADERS = re.compile(r"(gtk|gdk)/|gdk-pixbuf")
 GENERATED = {"kvo_config.h"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
+# As clang-format lays them out. Types of an unnamed namespace are their unit's own.
+UNNAMED = re.compile(r"^namespace \{\n(?:.*\n)?\}$|^namespace \{$.*?^\}  // namespace$", re.MULTILINE | re.DOTALL)
+TYPE = re.compile(r"^(?:struct|class|enum(?: class)?) (\w+)[^;{=(]*\{", re.MULTILINE)
 
 
 def read_table(text):
@@ -47,6 +51,7 @@ class Tree:
         for folder, named in self.named.items():
             for other in sorted(named - used[folder] - {ANYTHING}):
                 yield f"{TABLE}: {folder} does not include {other}, which its row names"
+        yield from self.name_problems()
 
     def include_problems(self, used):
         """Adds to `used` what the files of each folder include."""
@@ -74,6 +79,17 @@ class Tree:
                 elif other not in may_use[folder]:
                     yield f"{path}: {folder} may not include {other} ({own or system})"
 
+    def name_problems(self):
+        places = defaultdict(list)
+        for path, text in self.sources.items():
+            if path.suffix == ".h":
+                places["header " + path.name].append(path)
+            for name in TYPE.findall(UNNAMED.sub("", text)):
+                places["type " + name].append(path)
+        for name, paths in places.items():
+            if len(paths) > 1:
+                yield f"the {name} is there twice: {', '.join(map(str, paths))}"
+
 
 CASES_TABLE = """
 | `low/` | | – |
@@ -84,7 +100,7 @@ CASES_TABLE = """
 """
 # Of a tree that keeps to that table, the files that are put in, and a part of the first complaint;
 # no complaint when that is empty.
-WHOLE = {"low/a.h": "", "files/f.cpp": '#include "low/a.h"', "files/f.h": "",
+WHOLE = {"low/a.h": "", "files/f.cpp": '#include "low/a.h"', "files/f.h": "class F {\n};",
          "shown/s.cpp": '#include <gtk/gtk.h>\n#include "files/f.h"', "shown/s.h": "",
          "shown/main/m.cpp": '#include "shown/s.h"\n'}
 CASES = [
@@ -101,6 +117,11 @@ CASES = [
     ({"low/part/p.cpp": ""}, "has no row for low/part"),
     ({"files/f.cpp": ""}, "files does not include low, which its row names"),
     ({TABLE: CASES_TABLE + "| `late/` | | `later` |\n| `later/` | | – |\n"}, "which has no row above it"),
+    ({"shown/a.h": ""}, "the header a.h is there twice: low/a.h, shown/a.h"),
+    ({"low/b.cpp": "struct F : Base {\n};"}, "the type F is there twice: files/f.h, low/b.cpp"),
+    ({"low/b.cpp": "enum class F { A };"}, "the type F is there twice"),
+    ({"low/b.cpp": "class F;\nstruct F make() {\n}\nnamespace {\nstruct F {\n};\n}  // namespace"}, ""),
+    ({"low/b.cpp": "namespace {\nint n;\n}\nstruct F {\n};"}, "the type F is there twice"),
 ]
 
 

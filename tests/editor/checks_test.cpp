@@ -8,10 +8,10 @@
 #include <filesystem>
 #include <random>
 
-#include "companions/common/error.h"
-#include "companions/kvo_core/study_source.h"
 #include "companions/kvo_edit/peaks.h"
 #include "companions/kvo_edit/table_file.h"
+#include "engine/base/refusal.h"
+#include "engine/studies/study_source.h"
 #include "test_folder.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <functional>
 #include <random>
 
-#include "companions/common/study_rules.h"
 #include "companions/kvo_edit/table_file.h"
+#include "engine/studies/study_rules.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <random>
 
-#include "companions/common/error.h"
 #include "companions/kvo_edit/operations.h"
+#include "engine/base/refusal.h"
 #include "test_folder.h"
 #include "workspace/files/text_table.h"
 

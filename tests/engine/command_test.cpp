@@ -1,10 +1,10 @@
-#include "companions/kvo_core/command.h"
+#include "engine/base/command.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "companions/common/error.h"
-#include "companions/kvo_core/verbs.h"
+#include "engine/base/refusal.h"
+#include "engine/verbs/verbs.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <random>
 
-#include "companions/common/csv.h"
-#include "companions/kvo_core/random_effects.h"
+#include "engine/base/csv.h"
+#include "engine/model/random_effects.h"
 #include "runner.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "companions/kvo_core/image_shuffle.h"
+#include "engine/inference/image_shuffle.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "companions/kvo_core/null_distribution.h"
+#include "engine/inference/null_distribution.h"
 
 #include <gtest/gtest.h>
 

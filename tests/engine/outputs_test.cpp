@@ -1,4 +1,4 @@
-#include "companions/common/outputs.h"
+#include "engine/base/outputs.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 
 #include <cerrno>
 
-#include "companions/common/error.h"
-#include "companions/common/progress.h"
+#include "engine/base/progress.h"
+#include "engine/base/refusal.h"
 #include "test_folder.h"
 
 namespace {

@@ -12,10 +12,10 @@
 #include <cstdio>
 #include <sstream>
 
-#include "companions/common/outcome.h"
-#include "companions/common/outputs.h"
-#include "companions/common/progress.h"
-#include "companions/kvo_core/verbs.h"
+#include "engine/base/outcome.h"
+#include "engine/base/outputs.h"
+#include "engine/base/progress.h"
+#include "engine/verbs/verbs.h"
 
 namespace fs = std::filesystem;
 

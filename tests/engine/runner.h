@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "companions/common/nifti.h"
+#include "engine/images/image.h"
 #include "test_folder.h"
 #include "util/handles.h"
 

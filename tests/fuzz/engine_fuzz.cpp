@@ -5,11 +5,11 @@
 #include <cstdint>
 
 #include "check.h"
-#include "companions/common/error.h"
-#include "companions/kvo_core/peaks.h"
-#include "companions/kvo_core/pp_record.h"
-#include "companions/kvo_core/results.h"
-#include "companions/kvo_core/study_table.h"
+#include "engine/base/refusal.h"
+#include "engine/maps/folder_maps.h"
+#include "engine/maps/pp_record.h"
+#include "engine/studies/study.h"
+#include "engine/studies/study_peaks.h"
 #include "test_folder.h"
 
 namespace {

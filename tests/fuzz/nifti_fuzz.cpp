@@ -14,8 +14,8 @@
 #include <string_view>
 
 #include "check.h"
-#include "imaging/nifti_affine.h"
-#include "imaging/nifti_file.h"
+#include "nifti/nifti_affine.h"
+#include "nifti/nifti_file.h"
 
 namespace {
 

@@ -14,9 +14,9 @@
 #include "imaging/convert_actions.h"
 #include "imaging/convert_t.h"
 #include "imaging/exec_imgcalc.h"
-#include "imaging/nifti_file.h"
 #include "kvo_config.h"
 #include "made_image.h"
+#include "nifti/nifti_file.h"
 #include "panes.h"
 #include "shell/busy.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "imaging/nifti_header.h"
+#include "nifti/nifti_header.h"
 #include "test_folder.h"
 #include "util/handles.h"
 

@@ -1,7 +1,7 @@
 // What the reader takes and refuses, with the exact messages. That the values are right is checked
 // against independent software elsewhere.
 
-#include "imaging/nifti_file.h"
+#include "nifti/nifti_file.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>

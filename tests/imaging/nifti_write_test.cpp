@@ -1,7 +1,7 @@
 // Writing of images and of headers: what is written reads the same, and a disk that takes no more
 // leaves everything as it was. That other software can read it is checked elsewhere.
 
-#include "imaging/nifti_write.h"
+#include "nifti/nifti_write.h"
 
 #include <gmock/gmock.h>
 

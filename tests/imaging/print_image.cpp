@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "imaging/nifti_file.h"
+#include "nifti/nifti_file.h"
 
 int main(int argc, char** argv) {
   Nifti_options options;

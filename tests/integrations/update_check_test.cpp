@@ -78,8 +78,9 @@ TEST(Version, IsNewerAsANumber) {
   for (const char* newer :
        {"4.32", "4.319", "4.315", "4.3199999", "4.4", "5", "10.0", "  4.32  ", "4.32beta"})
     EXPECT_TRUE(kvo_is_newer_version(newer)) << newer;
-  for (const char* not_newer : {"4.31", "4.310", "4.3", "-5", "v4.32", "version 4.32", "4,32", "",
-                                "\xff\x34.32", "Information", "nan", "1e999", "<html>4.32</html>"})
+  for (const char* not_newer :
+       {"4.31", "4.310", "4.3", "-5", "v4.32", "version 4.32", "4,32", "", "\xff\x34.32",
+        "Information", "nan", "1e999", "0x9", "<html>4.32</html>"})
     EXPECT_FALSE(kvo_is_newer_version(not_newer)) << not_newer;
 }
 

@@ -6,8 +6,6 @@
 #include "util/text.h"
 #include "workspace/files/text_table.h"
 
-/// The study table's file in the working folder.
-inline constexpr const char* KVO_TABLE_FILE = "kvo_table.txt";
 /// The variable that a jackknife adds to the table for as long as it runs.
 inline constexpr const char* KVO_JACKKNIFE_VARIABLE = "TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS";
 

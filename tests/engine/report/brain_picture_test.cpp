@@ -7,9 +7,9 @@
 #include <cmath>
 #include <limits>
 
-#include "companions/kvo_core/report/brain_picture.h"
-#include "companions/kvo_core/report/colour_scale.h"
-#include "companions/kvo_core/report/png.h"
+#include "engine/report/brain_picture.h"
+#include "engine/report/colour_scale.h"
+#include "engine/report/png.h"
 #include "pixels.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "companions/kvo_core/report/methods.h"
+#include "engine/report/methods.h"
 #include "util/handles.h"
 
 namespace {

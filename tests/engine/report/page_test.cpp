@@ -7,8 +7,8 @@
 #include <map>
 #include <set>
 
-#include "companions/kvo_core/report/cluster_report.h"
-#include "companions/kvo_core/report/text.h"
+#include "engine/base/wording.h"
+#include "engine/report/cluster_report.h"
 
 namespace {
 

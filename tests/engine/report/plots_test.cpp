@@ -5,8 +5,8 @@
 #include <cmath>
 #include <limits>
 
-#include "companions/kvo_core/report/plot_style.h"
-#include "companions/kvo_core/report/plots.h"
+#include "engine/report/plot_style.h"
+#include "engine/report/plots.h"
 #include "pixels.h"
 
 namespace {

@@ -1,0 +1,38 @@
+#include "engine/base/distributions.h"
+
+#include <algorithm>
+#include <boost/math/distributions/chi_squared.hpp>
+#include <boost/math/distributions/normal.hpp>
+#include <boost/math/distributions/students_t.hpp>
+#include <boost/math/special_functions/gamma.hpp>
+
+using boost::math::complement;
+
+double normal_tail(double z) {
+  return cdf(complement(boost::math::normal(), z));
+}
+
+double normal_of_tail(double upper_p) {
+  return quantile(complement(boost::math::normal(), upper_p));
+}
+
+double normal_quantile(double p) {
+  return quantile(boost::math::normal(), p);
+}
+
+double t_tail(double t, double df) {
+  return cdf(complement(boost::math::students_t(df), t));
+}
+
+double t_of_tail(double upper_p, double df) {
+  return quantile(complement(boost::math::students_t(df), upper_p));
+}
+
+double chi_squared_tail(double Q, double df) {
+  if (df < 1) return 1;
+  return cdf(complement(boost::math::chi_squared(df), std::max(Q, 0.0)));
+}
+
+double gamma_ratio_half(double a) {
+  return boost::math::tgamma_delta_ratio(a, 0.5);
+}

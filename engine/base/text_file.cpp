@@ -1,0 +1,101 @@
+#include "engine/base/text_file.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+#include "engine/base/refusal.h"
+#include "util/handles.h"
+#include "util/q_string.h"
+#include "util/read_file.h"
+
+namespace {
+
+constexpr std::string_view white_space = " \t\n\v\f\r";
+constexpr std::size_t max_any = std::size_t(1) << 30;
+
+[[noreturn]] void refuse(const std::string& path, const std::string& reason) {
+  throw Refusal("'" + path + "' " + reason + ".");
+}
+
+std::string content_of(const std::string& path, std::optional<std::string> content,
+                       const Q_read_fault& fault) {
+  if (!content) refuse(path, fault.text);
+  return *std::move(content);
+}
+
+}  // namespace
+
+std::string read_text(const std::string& path) {
+  Q_read_fault fault;
+  std::string content = content_of(path, Q_read_text(path.c_str(), fault), fault);
+  if (content.find_first_of(std::string_view("\0\xFF", 2)) != std::string::npos)
+    refuse(path, "is not a text file");
+  for (const TextLine& line : filled_lines(content))
+    if (line.text.size() > Q_STRING_MAX)
+      throw Refusal(at_line(path, line.number) + "is longer than " + std::to_string(Q_STRING_MAX) +
+                    " bytes.");
+  return content;
+}
+
+std::vector<TextLine> filled_lines(std::string_view text) {
+  std::vector<TextLine> lines;
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    const std::size_t end = std::min(text.find_first_of("\n\r"), text.size());
+    std::string_view line = text.substr(0, end);
+    line = line.substr(0, line.find_last_not_of(white_space) + 1);
+    if (!line.empty()) lines.push_back({line, number});
+    const std::size_t after = text.substr(end).starts_with("\r\n") ? end + 2 : end + 1;
+    text.remove_prefix(std::min(after, text.size()));
+  }
+  return lines;
+}
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(white_space);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(white_space) - first + 1);
+}
+
+std::vector<std::string_view> words(std::string_view text) {
+  std::vector<std::string_view> found;
+  for (text = trimmed(text); !text.empty(); text = trimmed(text)) {
+    const std::size_t end = std::min(text.find_first_of(white_space), text.size());
+    found.push_back(text.substr(0, end));
+    text.remove_prefix(end);
+  }
+  return found;
+}
+
+std::optional<double> number_of(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(number))
+    return std::nullopt;
+  return number;
+}
+
+std::string text_of(double number) {
+  char buffer[64];
+  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, number);
+  return {buffer, end};
+}
+
+std::string checksum(std::string_view bytes) {
+  const Q_g_memory<char> text(g_compute_checksum_for_data(
+      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
+  return text.get();
+}
+
+std::string file_checksum(const std::string& path) {
+  Q_read_fault fault;
+  return checksum(content_of(path, Q_read_file(path.c_str(), max_any, fault), fault));
+}
+
+std::string at_line(const std::string& path, std::size_t line) {
+  return "'" + path + "', line " + std::to_string(line) + ": ";
+}

@@ -1,0 +1,111 @@
+#include "engine/base/wording.h"
+
+#include <glib.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "util/handles.h"
+
+namespace {
+
+constexpr const char* minus_sign = "\u2212";
+constexpr const char* replacement = "\uFFFD";
+constexpr const char* not_a_number = "\u2013";
+constexpr const char* narrow_blank = "\u202F";
+constexpr std::array<const char*, 10> superscripts = {"\u2070", "\u00B9", "\u00B2", "\u00B3",
+                                                      "\u2074", "\u2075", "\u2076", "\u2077",
+                                                      "\u2078", "\u2079"};
+
+bool is_shown(gunichar character) {
+  const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
+  return !control && character != 0xFFFE && character != 0xFFFF;
+}
+
+std::string fixed(double value, int decimals) {
+  char text[400];
+  std::snprintf(text, sizeof text, "%.*f", decimals, value);
+  return text;
+}
+
+}  // namespace
+
+std::string printable_text(std::string_view text) {
+  if (text.empty()) return {};
+  const Q_g_memory<char> valid(g_utf8_make_valid(text.data(), gssize(text.size())));
+  std::string shown;
+  shown.reserve(text.size());
+  for (const char* at = valid.get(); *at != '\0';) {
+    const char* next = g_utf8_next_char(at);
+    if (*at == '\t' || *at == '\n' || *at == '\r')
+      shown += ' ';
+    else if (is_shown(g_utf8_get_char(at)))
+      shown.append(at, next);
+    else
+      shown += replacement;
+    at = next;
+  }
+  return shown;
+}
+
+std::string html_escaped(std::string_view text) {
+  std::string escaped;
+  for (const char byte : printable_text(text)) switch (byte) {
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '"':
+        escaped += "&quot;";
+        break;
+      case '\'':
+        escaped += "&#39;";
+        break;
+      default:
+        escaped += byte;
+    }
+  return escaped;
+}
+
+std::string decimal_text(double value, int decimals) {
+  if (!std::isfinite(value)) return not_a_number;
+  const std::string digits = fixed(std::abs(value), decimals);
+  const bool zero = digits.find_first_not_of("0.") == std::string::npos;
+  return (value < 0 && !zero ? minus_sign : "") + digits;
+}
+
+std::string p_text(double p) {
+  if (!std::isfinite(p)) return not_a_number;
+  if (p >= 0.001 || p <= 0) return fixed(p, 3);
+  if (p >= 0.0001) return fixed(p, 5);
+  char scientific[32];
+  std::snprintf(scientific, sizeof scientific, "%.1e", p);
+  const std::string_view text = scientific;
+  const std::size_t exponent = text.find('e');
+  std::string shown(text.substr(0, exponent));
+  shown += " \u00D7 10\u207B";
+  for (const char digit : std::to_string(-std::atoi(scientific + exponent + 1)))
+    shown += superscripts[std::size_t(digit - '0')];
+  return shown;
+}
+
+std::string count_text(std::size_t count) {
+  std::string digits = std::to_string(count);
+  if (digits.size() < 5) return digits;
+  for (std::size_t at = digits.size() - 3; at > 0 && at < digits.size(); at -= 3) {
+    digits.insert(at, narrow_blank);
+    if (at < 3) break;
+  }
+  return digits;
+}
+
+std::string counted(std::size_t count, const char* one, const char* several) {
+  return count_text(count) + " " + (count == 1 ? one : several);
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+// The voxels that an analysis is about.
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "engine/images/image.h"
+
+struct Voxel {
+  int i, j, k;
+};
+
+/// The voxel of the MNI grid at that index, and its coordinate in mm.
+Voxel voxel_at(std::uint32_t grid_index);
+std::array<int, 3> mm_of(const Voxel& voxel);
+
+/// The voxels of a mask in the order of the MNI grid, so that those of a slice (of one k) stand
+/// together. A map in memory has one value for each of them.
+struct Mask {
+  std::vector<std::uint32_t> grid_index;
+  std::vector<std::size_t> slice_begin;  ///< first voxel of each k, and the end of the last
+  std::vector<bool> inside;              ///< for each voxel of the grid
+
+  [[nodiscard]] std::size_t size() const { return grid_index.size(); }
+  [[nodiscard]] std::size_t slices() const { return slice_begin.size() - 1; }
+  [[nodiscard]] Voxel voxel(std::size_t n) const;
+};
+
+/// The path of the mask of that name: of the installation, or else of the working folder. Throws
+/// Refusal when neither has one.
+std::string mask_path(const std::string& name);
+
+/// The name of the file that a mask is.
+std::string mask_file(const std::string& name);
+
+/// The path of the mask of that name: of the working folder, or else of the installation. For what
+/// the user makes there, which need not be an analysis mask. Throws Refusal likewise.
+std::string own_mask_path(const std::string& name);
+
+/// The path of the correlation template of that name, as of a mask by mask_path().
+std::string template_path(const std::string& name);
+/// What a record calls it, wherever it is.
+std::string template_file(const std::string& name);
+
+/// Reads an image. Throws Refusal, naming the file, when it is not on the MNI grid.
+Image read_on_mni_grid(const std::string& path);
+
+/// Reads a mask: the voxels that are above 0. Throws Refusal when the image is not on the MNI grid
+/// or no voxel is.
+Mask read_mask(const std::string& path);
+
+/// The mask of some voxels of the grid, which may be none.
+Mask mask_of(std::vector<bool> inside);
+
+/// The values of an image on the MNI grid in the voxels of the mask. Throws Refusal, naming the
+/// file, when it is on another grid or a value in the mask is not finite.
+std::vector<float> read_map(const std::string& path, const Mask& mask);
+
+/// Writes a map as an image that is `outside` beyond the mask.
+void write_map(const std::string& path, const Mask& mask, const std::vector<float>& map,
+               const std::string& description, int intent_code = 0, float outside = 0,
+               float intent_p1 = 0);

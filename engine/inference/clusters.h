@@ -1,0 +1,62 @@
+#pragma once
+
+// The clusters of a thresholded map, their local peaks and the brain regions that they lie in.
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "engine/images/mask.h"
+#include "engine/inference/p_maps.h"
+
+/// How many voxels of a cluster lie in a region of the atlas.
+struct RegionShare {
+  std::string region;
+  std::size_t voxels;
+};
+
+/// A voxel of a cluster whose |z| no neighbour exceeds.
+struct LocalPeak {
+  Voxel voxel;
+  double z = 0;
+  double p = 1;                  ///< one-tailed, in the peak's own direction
+  std::optional<double> pFWE{};  ///< the same, corrected for the family-wise error
+  std::string region{};          ///< with its Brodmann area, if any
+};
+
+struct Cluster {
+  bool positive = true;
+  std::vector<std::uint32_t> grid_index;  ///< its voxels in the order of the MNI grid
+  std::vector<LocalPeak> peaks;           ///< by falling |z|; never empty
+  std::vector<RegionShare> regions;       ///< by falling number of voxels
+
+  [[nodiscard]] std::size_t voxels() const { return grid_index.size(); }
+};
+
+/// Volume of a voxel of the MNI grid in mm³.
+inline constexpr double voxel_volume = 8;
+
+/// What the regions of a cluster and of a peak say where the atlas has none.
+inline constexpr const char* outside_atlas = "outside of the atlas";
+
+/// The clusters of a map on the MNI grid: voxels of one sign that touch by a face, an edge or a
+/// corner; 0 belongs to none. Positive clusters come first, then the larger, then those of the
+/// higher peak, then those first in the grid.
+///
+/// Peaks have voxel and z. They are local maxima of |z| among the 26 neighbours; of a plateau the
+/// voxel closest to its centre is one. Those closer than 8 mm to a higher one are left out.
+std::vector<Cluster> clusters_of(std::span<const float> z);
+
+/// Gives the peaks their p values.
+void add_p(std::vector<Cluster>& clusters, const TailP& positive, const TailP& negative);
+
+/// The values of the installation's atlas on the MNI grid: whole part the region, first two
+/// decimals the Brodmann area. Throws Refusal, naming the file, when it is not there or not on the
+/// grid.
+std::vector<float> read_atlas();
+
+/// Names the regions of peaks and clusters. A cluster's are counted by whole regions, whatever the
+/// Brodmann area.
+void add_regions(std::vector<Cluster>& clusters, std::span<const float> atlas);

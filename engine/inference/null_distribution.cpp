@@ -1,0 +1,166 @@
+#include "engine/inference/null_distribution.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <numeric>
+
+#include "engine/base/text_file.h"
+
+namespace {
+
+constexpr int bins_per_unit = 1024;
+constexpr int max_z = 64;
+constexpr std::size_t bins = std::size_t(2) * max_z * bins_per_unit;
+
+/// The bin of a value, the outermost one for values beyond; never falls as the value rises.
+std::size_t bin_of(float value) {
+  const float position =
+      std::clamp((value + float(max_z)) * float(bins_per_unit), 0.0F, float(bins - 1));
+  return std::size_t(position);
+}
+
+double bin_edge(std::size_t bin) {
+  return double(bin) / bins_per_unit - max_z;
+}
+
+std::uint64_t mixed(std::uint64_t x) {
+  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ULL;
+  x = (x ^ (x >> 27)) * 0x94D049BB133111EBULL;
+  return x ^ (x >> 31);
+}
+
+constexpr std::uint64_t golden_gamma = 0x9E3779B97F4A7C15ULL;
+
+}  // namespace
+
+NullDistribution::NullDistribution(const std::vector<float>& observed, std::size_t randomizations,
+                                   std::size_t threads)
+    : observed_(observed), sorted_(observed), bin_begin_(bins + 1), threads_(threads) {
+  std::sort(sorted_.begin(), sorted_.end());
+  for (const float value : sorted_) ++bin_begin_[bin_of(value) + 1];
+  for (std::size_t bin = 0; bin < bins; ++bin) bin_begin_[bin + 1] += bin_begin_[bin];
+  for (NullCounts& counts : threads_) {
+    counts.by_rank.resize(2 * sorted_.size() + 1);
+    counts.by_bin.resize(bins);
+    counts.largest.resize(randomizations, -std::numeric_limits<float>::infinity());
+    counts.smallest.resize(randomizations, std::numeric_limits<float>::infinity());
+  }
+}
+
+void NullDistribution::count(std::span<const float> values, std::size_t randomization,
+                             std::size_t thread) {
+  NullCounts& counts = threads_[thread];
+  float &largest = counts.largest[randomization], &smallest = counts.smallest[randomization];
+  for (const float value : values) {
+    const std::size_t bin = bin_of(value);
+    ++counts.by_bin[bin];
+    // Its rank is how many observed values are not above it; all but those of its own bin are
+    // known.
+    std::uint32_t rank = bin_begin_[bin];
+    const std::uint32_t end = bin_begin_[bin + 1];
+    if (rank != end)
+      rank = std::uint32_t(std::upper_bound(sorted_.begin() + rank, sorted_.begin() + end, value) -
+                           sorted_.begin());
+    // Twice the rank, and one less for what equals an observed value: it counts in both tails.
+    const bool equal = rank > 0 && sorted_[rank - 1] == value;
+    ++counts.by_rank[2 * std::size_t(rank) - (equal ? 1 : 0)];
+    largest = std::max(largest, value);
+    smallest = std::min(smallest, value);
+  }
+}
+
+void NullDistribution::finish() {
+  NullCounts& all = threads_.front();
+  for (std::size_t t = 1; t < threads_.size(); ++t) {
+    const NullCounts& counts = threads_[t];
+    for (std::size_t i = 0; i < all.by_rank.size(); ++i) all.by_rank[i] += counts.by_rank[i];
+    for (std::size_t i = 0; i < all.by_bin.size(); ++i) all.by_bin[i] += counts.by_bin[i];
+    for (std::size_t i = 0; i < all.largest.size(); ++i) {
+      all.largest[i] = std::max(all.largest[i], counts.largest[i]);
+      all.smallest[i] = std::min(all.smallest[i], counts.smallest[i]);
+    }
+  }
+  threads_.resize(1);
+  for (const std::uint64_t count : all.by_bin) values_ += count;
+  std::sort(all.largest.begin(), all.largest.end());
+  std::sort(all.smallest.begin(), all.smallest.end());
+}
+
+std::vector<float> NullDistribution::p(Tail tail) const {
+  std::vector<std::uint64_t> beyond = threads_.front().by_rank;
+  if (tail == Tail::positive)
+    std::partial_sum(beyond.rbegin(), beyond.rend(), beyond.rbegin());
+  else
+    std::partial_sum(beyond.begin(), beyond.end(), beyond.begin());
+  std::vector<float> p;
+  p.reserve(observed_.size());
+  for (const float value : observed_) {
+    const auto rank = std::upper_bound(sorted_.begin(), sorted_.end(), value) - sorted_.begin();
+    const std::uint64_t count = beyond[2 * std::size_t(rank) - 1];
+    p.push_back(float((1.0 + double(count)) / (1.0 + double(values_))));
+  }
+  return p;
+}
+
+std::vector<float> NullDistribution::p_family_wise(Tail tail) const {
+  const NullCounts& counts = threads_.front();
+  std::vector<float> p;
+  p.reserve(observed_.size());
+  for (const float value : observed_) {
+    const auto beyond =
+        tail == Tail::positive
+            ? counts.largest.end() -
+                  std::lower_bound(counts.largest.begin(), counts.largest.end(), value)
+            : std::upper_bound(counts.smallest.begin(), counts.smallest.end(), value) -
+                  counts.smallest.begin();
+    p.push_back(float((1.0 + double(beyond)) / (1.0 + double(counts.largest.size()))));
+  }
+  return p;
+}
+
+double NullDistribution::quantile(double share, Tail tail) const {
+  const std::vector<std::uint64_t>& counts = threads_.front().by_bin;
+  const double most = share * double(values_);
+  std::uint64_t beyond = 0;
+  if (tail == Tail::negative) {
+    std::size_t bin = 0;
+    while (bin < bins && double(beyond + counts[bin]) <= most) beyond += counts[bin++];
+    return bin_edge(bin);
+  }
+  std::size_t bin = bins;
+  while (bin > 0 && double(beyond + counts[bin - 1]) <= most) beyond += counts[--bin];
+  return bin_edge(bin);
+}
+
+const std::vector<double>& NullDistribution::stored_shares() {
+  static const std::vector<double> shares = [] {
+    std::vector<double> list{0.5, 0.4, 0.3, 0.2};
+    for (int step = 20; step <= 140; ++step) {
+      // To three digits, so that the header reads well: 0.1, 0.0891, 0.0794 ...
+      char text[16];
+      std::snprintf(text, sizeof text, "%.3g", std::pow(10.0, -step / 20.0));
+      list.push_back(number_of(text).value());
+    }
+    return list;
+  }();
+  return shares;
+}
+
+RandomStream::RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash)
+    : state_(mixed(mixed(mixed(seed + golden_gamma) ^ name_hash) + randomization * golden_gamma)) {}
+
+std::uint64_t RandomStream::bits() {
+  return mixed(state_ += golden_gamma);
+}
+
+std::uint32_t RandomStream::below(std::uint32_t limit) {
+  return std::uint32_t(((bits() >> 32) * limit) >> 32);
+}
+
+std::uint64_t name_hash(const std::string& name) {
+  std::uint64_t hash = 0xCBF29CE484222325ULL;
+  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
+  return hash;
+}

@@ -1,0 +1,58 @@
+#include "engine/inference/p_maps.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "engine/base/exists.h"
+#include "engine/base/refusal.h"
+#include "engine/base/text_file.h"
+#include "engine/images/mask.h"
+#include "engine/maps/folder_maps.h"
+
+namespace {
+
+std::string file_of(const std::string& map, const MapKind& kind) {
+  return map + kind.suffix + ".nii.gz";
+}
+
+std::vector<float> read_if_there(const std::string& path) {
+  return path_exists(path) ? read_p_map(path).values : std::vector<float>();
+}
+
+std::vector<float> mirrored(const std::vector<float>& p, std::size_t null_values) {
+  const double smallest = 1 / (1 + double(null_values));
+  std::vector<float> negative;
+  negative.reserve(p.size());
+  for (const float value : p)
+    negative.push_back(float(std::min(1 - double(value) + smallest, 1.0)));
+  return negative;
+}
+
+}  // namespace
+
+Image read_p_map(const std::string& path) {
+  Image image = read_on_mni_grid(path);
+  const auto wrong = std::find_if(image.values.begin(), image.values.end(),
+                                  [](float p) { return !(p > 0 && p <= 1); });
+  if (wrong == image.values.end()) return image;
+  const auto [x, y, z] = mm_of(voxel_at(std::uint32_t(wrong - image.values.begin())));
+  throw Refusal("'" + path + "': the value " + text_of(*wrong) + " at MNI " + std::to_string(x) +
+                "," + std::to_string(y) + "," + std::to_string(z) +
+                " is no p value: those are above 0 and not above 1.");
+}
+
+std::optional<double> p_of_no_effect(const Image& map) {
+  if (map.intent_code != p_map.intent_code || !(map.intent_p1 > 0 && map.intent_p1 <= 1))
+    return std::nullopt;
+  return map.intent_p1;
+}
+
+BothTails read_tails(const std::string& map) {
+  BothTails tails;
+  tails.positive.p = read_p_map(file_of(map, p_map)).values;
+  tails.positive.pFWE = read_if_there(file_of(map, pFWE_map));
+  tails.negative.p = read_if_there(file_of(map, negative_p_map));
+  tails.negative.pFWE = read_if_there(file_of(map, negative_pFWE_map));
+  if (tails.negative.p.empty()) tails.negative.p = mirrored(tails.positive.p, null_values_of(map));
+  return tails;
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+// p maps as other commands read them.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/images/image.h"
+
+/// p values for each voxel of the MNI grid, one-tailed, of one direction.
+struct TailP {
+  std::vector<float> p, pFWE;  ///< pFWE is empty when there is none
+};
+
+/// Reads an image of p values. Throws Refusal, naming the file and the voxel, when it is not on the
+/// MNI grid or a value is not above 0 and up to 1.
+Image read_p_map(const std::string& path);
+
+/// What the header of a p map says is the p of no effect, of a z of 0, which need not be 0.5: where
+/// few studies find effects in the other direction, it is close to 1. Larger values are of the
+/// other direction, smaller ones of the map's own. Nothing when an earlier version or another
+/// program has written the map.
+std::optional<double> p_of_no_effect(const Image& map);
+
+/// The p values of an analysis' map in both directions.
+struct BothTails {
+  TailP positive, negative;
+};
+
+/// Reads the p maps of a map of the working folder. Where an earlier version has written none of
+/// the negative direction, that is 1 - p + 1 / (1 + null values), which is exact up to null values
+/// that equal the observed one. Throws Refusal when one cannot be read.
+BothTails read_tails(const std::string& map);

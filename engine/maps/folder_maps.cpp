@@ -1,0 +1,127 @@
+#include "engine/maps/folder_maps.h"
+
+#include <sys/stat.h>
+
+#include <string_view>
+
+#include "engine/base/exists.h"
+#include "engine/base/refusal.h"
+#include "engine/base/text_file.h"
+#include "engine/images/image.h"
+#include "kvo_config.h"
+#include "util/q_string.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr std::string_view written_by_us = "KVO ";
+constexpr std::size_t longest_description = 79;  // bytes of the header's field
+// No list has counts beyond this one, which every unsigned number of 64 bits still holds.
+constexpr double largest_count = 1e18;
+
+}  // namespace
+
+void check_analysis_name(const std::string& name, const StudyTable& table) {
+  // The name of a coefficient's map is longer than that of its model.
+  if (const char* fault = Q_name_fault(name); fault != nullptr)
+    throw Refusal("The name '" + name + "' " + fault + ".");
+  if (name.starts_with("mask_"))
+    throw Refusal("The name '" + name +
+                  "' cannot be used: names that begin with 'mask_' are kept for masks.");
+  if (name.ends_with(negative_suffix))
+    throw Refusal("The name '" + name +
+                  "' cannot be used: names that end with '_n' are kept for the negative tails of "
+                  "null distributions.");
+  for (const Study& study : table.studies)
+    for (const MapKind& kind : map_kinds)
+      if (study.name == name + kind.suffix)
+        throw Refusal("The name '" + name + "' cannot be used: its map '" + study.name +
+                      ".nii.gz' would be the image of study '" + study.name + "'.");
+}
+
+bool written_by_this_system(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  try {
+    return read_description(path).starts_with(written_by_us);
+  } catch (const Refusal&) {
+    return false;
+  }
+}
+
+std::string command_of_image(const std::string& path) {
+  const std::string description = read_description(path);
+  const std::size_t command = description.find(' ', written_by_us.size());
+  if (!description.starts_with(written_by_us) || command == std::string::npos ||
+      description.size() >= longest_description)
+    return "";
+  return description.substr(command + 1);
+}
+
+std::vector<std::string> read_map_list() {
+  std::vector<std::string> names;
+  if (!path_exists(map_list_file)) return names;
+  const std::string text = read_text(map_list_file);
+  for (const TextLine& line : filled_lines(text)) {
+    std::string name;
+    for (const std::string_view word : words(line.text)) {
+      if (!name.empty()) name += ' ';
+      name += word;
+    }
+    names.push_back(std::move(name));
+  }
+  return names;
+}
+
+std::size_t null_values_of(const std::string& map) {
+  const std::string text = read_text(null_list_file);
+  for (const TextLine& line : filled_lines(text)) {
+    const std::vector<std::string_view> cells = words(line.text);
+    if (cells.size() < 2 || cells[0] != map) continue;
+    const std::optional<double> values = number_of(cells[1]);
+    if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
+    throw Refusal(at_line(null_list_file, line.number) + "there is no number of values.");
+  }
+  throw Refusal("'" + std::string(null_list_file) + "' has no null distribution of map '" + map +
+                "'. Please estimate the map again.");
+}
+
+std::string empty_analysis_list() {
+  return "map\tstudies\tparticipants\tcommand\n";
+}
+
+std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
+  if (!path_exists(analysis_list_file)) return std::nullopt;
+  const std::string text = read_text(analysis_list_file);
+  for (const TextLine& line : filled_lines(text)) {
+    const std::vector<std::string_view> cells = words(line.text);
+    if (line.number == 1 || cells[0] != map) continue;
+    const auto count = [&](std::size_t cell) {
+      const std::optional<double> number = cells.size() > 3 ? number_of(cells[cell]) : std::nullopt;
+      return number.value_or(0) >= 1 && *number < largest_count ? std::size_t(*number) : 0;
+    };
+    const std::size_t studies = count(1), participants = count(2);
+    if (studies == 0 || participants == 0)
+      throw Refusal(at_line(analysis_list_file, line.number) +
+                    "there are no numbers of studies and participants and no command.");
+    return AnalysisFacts{
+        std::string(line.text.substr(std::size_t(cells[3].data() - line.text.data()))), studies,
+        participants};
+  }
+  return std::nullopt;
+}
+
+void remove_listed_maps(Outputs& outputs) {
+  for (const std::string& name : read_map_list()) {
+    // Anyone can have written the list; only what is a name of ours is one.
+    if (Q_name_fault(name) != nullptr) continue;
+    for (const MapKind& kind : map_kinds) {
+      const std::string file = name + kind.suffix + ".nii.gz";
+      if (written_by_this_system(file)) outputs.remove(file);
+    }
+  }
+}
+
+std::string image_description(const std::string& command) {
+  return std::string(written_by_us) + Q_format("%.2f ", KVO_VERSION).str() + command;
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+// The maps of the analyses in the working folder: which kinds there are, and what the folder's
+// lists say of them.
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/base/outputs.h"
+#include "engine/studies/study.h"
+
+inline constexpr const char* map_list_file = "kvo_maps.txt";
+inline constexpr const char* null_list_file = "kvo_nd.txt";
+inline constexpr const char* analysis_list_file = "kvo_analyses.txt";
+/// What the name of a map has appended where its negative tail is spoken of.
+inline constexpr const char* negative_suffix = "_n";
+
+/// A map of an analysis: NAME_suffix.nii.gz.
+struct MapKind {
+  const char* suffix;
+  int intent_code;  ///< of NIfTI: what the values are
+  float outside;    ///< the value beyond the mask
+};
+inline constexpr MapKind g_map{"_g", 1001, 0}, var_map{"_var", 1001, 0}, z_map{"_z", 5, 0},
+    p_map{"_p", 22, 1}, tau2_map{"_tau2", 1001, 0}, I2_map{"_I2", 0, 0}, Q_map{"_Q", 0, 0},
+    pFWE_map{"_pFWE", 22, 1}, negative_p_map{"_n_p", 22, 1}, negative_pFWE_map{"_n_pFWE", 22, 1};
+inline constexpr std::array map_kinds{g_map,  var_map, z_map,    p_map,          tau2_map,
+                                      I2_map, Q_map,   pFWE_map, negative_p_map, negative_pFWE_map};
+
+/// What an analysis was: its command, and who took part.
+struct AnalysisFacts {
+  std::string command;
+  std::size_t studies = 0, participants = 0;
+};
+
+/// Throws Refusal when the name cannot be that of an analysis: when its maps would replace a
+/// study's image or pass for masks, or when its null distribution would pass for the negative tail
+/// of another.
+void check_analysis_name(const std::string& name, const StudyTable& table);
+
+/// Whether the image is a file (and no link) that this system has written.
+bool written_by_this_system(const std::string& path);
+
+/// The command that an image of this system was made by, as image_description() has it; "" when
+/// another program wrote the image or the header had no room for the whole command.
+std::string command_of_image(const std::string& path);
+
+/// The map names of "kvo_maps.txt", in its order; none when there is no file.
+std::vector<std::string> read_map_list();
+
+/// How many values the null distribution of the map has. Throws Refusal when "kvo_nd.txt" does not
+/// say it.
+std::size_t null_values_of(const std::string& map);
+
+/// The text of "kvo_analyses.txt" for no analysis.
+std::string empty_analysis_list();
+
+/// What "kvo_analyses.txt" says of the analysis that the map is of; nothing when it has no such
+/// line. Throws Refusal when the line is not as it should be.
+std::optional<AnalysisFacts> read_analysis_facts(const std::string& map);
+
+/// Has the maps of all the analyses of the folder removed that this system has written.
+void remove_listed_maps(Outputs& outputs);
+
+/// "KVO 4.31 " and the command, for the header of an image.
+std::string image_description(const std::string& command);

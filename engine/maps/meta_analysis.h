@@ -1,0 +1,62 @@
+#pragma once
+
+// The meta-analysis of the working folder as preprocessing left it, for the analyses that follow.
+
+#include <string>
+#include <vector>
+
+#include "engine/images/mask.h"
+#include "engine/maps/folder_maps.h"
+#include "engine/maps/pp_record.h"
+#include "engine/studies/study.h"
+#include "engine/studies/study_peaks.h"
+
+/// An analysis gives its tasks so many voxels at a time.
+inline constexpr std::size_t piece_voxels = 4096;
+
+/// The names of a study's maps.
+std::string effect_map_file(const std::string& study);
+std::string variance_map_file(const std::string& study);
+
+/// A study that takes part in an analysis.
+struct Member {
+  Study study;
+  std::vector<Peak> peaks;  ///< none of a study that has an image
+  bool has_image = false;
+};
+
+struct MetaAnalysis {
+  PpRecord record;
+  Mask mask;
+  std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
+  std::vector<Member> members;
+  std::size_t left_out = 0;  ///< studies of the table that take no part
+};
+
+/// Reads everything but the maps. Throws Refusal when there was no preprocessing, when an input of
+/// a study that the filter lets through has changed since or was not preprocessed, and when the
+/// table or the filter is not as it should be.
+MetaAnalysis open_meta_analysis(const std::string& filter);
+/// The same for studies of the table by their indices, one at least.
+MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::size_t> chosen);
+
+/// The command, and how many studies and participants take part.
+AnalysisFacts facts_of(const std::string& command, const MetaAnalysis& meta);
+
+/// The maps of the studies in the voxels of the mask.
+struct StudyMaps {
+  std::vector<std::vector<float>> g, var;
+  /// Pointers to voxel `begin` of each map.
+  [[nodiscard]] std::vector<const float*> effects(std::size_t begin) const;
+  [[nodiscard]] std::vector<const float*> variances(std::size_t begin) const;
+};
+
+/// The effects and the variances of a study in the voxels of a mask. Throws Refusal, naming the
+/// file, when it is missing, is no longer what preprocessing left, or was left by a version that
+/// recorded no checksum of it, and when it holds what cannot be a variance.
+std::vector<float> read_effects(const PpRecord& record, const std::string& study, const Mask& mask);
+std::vector<float> read_variances(const PpRecord& record, const std::string& study,
+                                  const Mask& mask);
+
+/// Reads the maps, showing progress. Throws Refusal as read_effects() and read_variances() do.
+StudyMaps read_study_maps(const MetaAnalysis& meta);

@@ -1,0 +1,195 @@
+#include "engine/maps/path_map.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+namespace {
+
+constexpr double tissue_fwhm_mm = 20;
+constexpr float no_path = std::numeric_limits<float>::infinity();
+
+// No step is shorter than a voxel. A path that goes on from one whose length is in a piece of the
+// queue of this width therefore belongs into a later piece, in floating point too, since sums and
+// halves are rounded monotonically and whole numbers are exact: the voxels of a piece need not be
+// sorted, and their list does not grow while it is read (Dinitz 1978).
+constexpr float queue_mm = 2;
+
+// The longest that a path in uniform tissue is for its straight distance, attained in the direction
+// of the vector whose length this is: along an axis, a face's diagonal and a voxel's diagonal.
+const double longest_uniform_path =
+    std::hypot(1.0, std::sqrt(2.0) - 1, std::sqrt(3.0) - std::sqrt(2.0));
+
+/// The distance at which a kernel ends, in its FWHM.
+double end_of_kernel() {
+  return kernel_radius(1);
+}
+
+double tissue_radius() {
+  return kernel_radius(tissue_fwhm_mm);
+}
+
+/// How long paths can be that matter to a peak so far from where they start.
+double longest_path(double peak_distance) {
+  return longest_uniform_path * (tissue_radius() + peak_distance);
+}
+
+bool on_grid(int i, int j, int k) {
+  const auto [nx, ny, nz] = mni_grid().size;
+  return i >= 0 && i < nx && j >= 0 && j < ny && k >= 0 && k < nz;
+}
+
+std::vector<float> landscape(std::span<const float> correlation) {
+  const auto [least, most] = std::minmax_element(correlation.begin(), correlation.end());
+  const double range = double(*most) - double(*least), low = *least;
+  std::vector<float> height;
+  height.reserve(correlation.size());
+  for (const float value : correlation)
+    height.push_back(range > 0 ? float(tissue_fwhm_mm * ((value - low) / range)) : 0.0F);
+  return height;
+}
+
+/// By how many mm a path of that length between two voxels is too long, their distance being
+/// straight and the template uniform when it is 0.
+double excess(double path, Voxel from, Voxel to) {
+  const int di = std::abs(to.i - from.i), dj = std::abs(to.j - from.j),
+            dk = std::abs(to.k - from.k);
+  const int longest = std::max({di, dj, dk}), shortest = std::min({di, dj, dk});
+  if (longest == 0) return 0;
+  const int middle = di + dj + dk - longest - shortest;
+  const double uniform = voxel_mm * (longest + (std::sqrt(2.0) - 1) * middle +
+                                     (std::sqrt(3.0) - std::sqrt(2.0)) * shortest);
+  const double straight = voxel_mm * std::sqrt(double(di * di + dj * dj + dk * dk));
+  // Rounded, a sum of steps may come out as a trifle shorter.
+  return std::max(0.0, straight * (path / uniform - 1));
+}
+
+}  // namespace
+
+double reaching_fwhm(double fwhm_mm, double anisotropy) {
+  if (anisotropy == 1) return tissue_fwhm_mm;
+  const double uniform = fwhm_mm / (1 - anisotropy + anisotropy * fwhm_mm / tissue_fwhm_mm);
+  // Where no path leads the kernel of the FWHM goes on.
+  return std::max(fwhm_mm, uniform);
+}
+
+PathMap::PathMap(const Mask& mask, std::span<const float> correlation, double fwhm_mm,
+                 double anisotropy)
+    : mask_(mask),
+      number_(mni_grid().voxels(), -1),
+      anisotropy_(anisotropy),
+      fwhm_(fwhm_mm),
+      reach_(kernel_radius(reaching_fwhm(fwhm_mm, anisotropy))) {
+  const std::vector<float> height = landscape(correlation);
+  for (std::size_t n = 0; n < mask.size(); ++n) number_[mask.grid_index[n]] = std::int32_t(n);
+  first_step_.push_back(0);
+  for (std::size_t n = 0; n < mask.size(); ++n) {
+    const Voxel from = mask.voxel(n);
+    for (int step = 0; step < 27; ++step) {
+      const int di = step % 3 - 1, dj = step / 3 % 3 - 1, dk = step / 9 - 1;
+      if (step == 13 || !on_grid(from.i + di, from.j + dj, from.k + dk)) continue;
+      const std::int32_t to = number_[mni_grid().index(from.i + di, from.j + dj, from.k + dk)];
+      if (to < 0) continue;
+      const float rise = height[std::size_t(to)] - height[n];
+      const auto squared = float(voxel_mm * voxel_mm * (di * di + dj * dj + dk * dk));
+      steps_.push_back({std::uint32_t(to), std::sqrt(squared + rise * rise)});
+    }
+    first_step_.push_back(std::uint32_t(steps_.size()));
+  }
+}
+
+PathMap::Room::Room(const PathMap& map)
+    : sums(map.mask_.size()),
+      path(map.mask_.size(), no_path),
+      queue(std::size_t(longest_path(tissue_radius()) / double(queue_mm)) + 1) {}
+
+/// Calls visit(number in the mask, voxel, straight distance) for the voxels of the mask that are
+/// closer to the peak.
+template <typename Visit>
+void PathMap::for_each_voxel_within(double radius, const PlacedPeak& peak, Voxel at,
+                                    const Visit& visit) const {
+  const int reach = int(radius / voxel_mm) + 1;
+  const auto [nx, ny, nz] = mni_grid().size;
+  for (int k = std::max(0, at.k - reach); k <= std::min(nz - 1, at.k + reach); ++k) {
+    const double dz = (k - at.k) * voxel_mm - peak.offset[2];
+    for (int j = std::max(0, at.j - reach); j <= std::min(ny - 1, at.j + reach); ++j) {
+      const double dy = (j - at.j) * voxel_mm - peak.offset[1];
+      const double left = radius * radius - dz * dz - dy * dy;
+      if (left <= 0) continue;
+      const std::int32_t* numbers = number_.data() + mni_grid().index(0, j, k);
+      for (int i = std::max(0, at.i - reach); i <= std::min(nx - 1, at.i + reach); ++i) {
+        const double dx = (i - at.i) * voxel_mm - peak.offset[0];
+        if (numbers[i] >= 0 && dx * dx < left)
+          visit(std::size_t(numbers[i]), Voxel{i, j, k}, std::sqrt(dx * dx + dy * dy + dz * dz));
+      }
+    }
+  }
+}
+
+PathMap::Closest PathMap::closest_voxel(const PlacedPeak& peak, Voxel at) const {
+  Closest closest{-1, tissue_radius()};
+  const auto visit = [&](std::size_t n, Voxel, double distance) {
+    if (distance < closest.distance) closest = {std::int64_t(n), distance};
+  };
+  // The voxel that a peak lies in has the closest centre, which is within half of its diagonal.
+  const bool inside = on_grid(at.i, at.j, at.k) && number_[mni_grid().index(at.i, at.j, at.k)] >= 0;
+  for_each_voxel_within(inside ? voxel_mm : tissue_radius(), peak, at, visit);
+  return closest;
+}
+
+void PathMap::find_paths(const Closest& start, Room& room) const {
+  if (start.voxel < 0) return;
+  const auto limit = float(longest_path(start.distance));
+  const auto shorten = [&](std::uint32_t n, float length) {
+    if (length >= room.path[n]) return;
+    if (room.path[n] == no_path) room.found.push_back(n);
+    room.path[n] = length;
+    // No step further would end below the limit.
+    if (length + queue_mm < limit) room.queue[std::size_t(length / queue_mm)].push_back(n);
+  };
+  shorten(std::uint32_t(start.voxel), 0);
+  for (std::size_t piece = 0; piece < room.queue.size(); ++piece) {
+    for (const std::uint32_t n : room.queue[piece]) {
+      // A path that was shortened out of this piece has been gone on with from its new one.
+      const float length = room.path[n];
+      if (std::size_t(length / queue_mm) != piece) continue;
+      for (std::uint32_t s = first_step_[n]; s < first_step_[n + 1]; ++s) {
+        const float longer = length + steps_[s].length;
+        if (longer < limit) shorten(steps_[s].to, longer);
+      }
+    }
+    room.queue[piece].clear();
+  }
+}
+
+void PathMap::add_peak(const PlacedPeak& peak, Voxel at, Room& room) const {
+  const Closest start = closest_voxel(peak, at);
+  find_paths(start, room);
+  const Voxel from = start.voxel < 0 ? at : mask_.voxel(std::size_t(start.voxel));
+  const double sigma = kernel_sigma(1), exponent = -1 / (2 * sigma * sigma);
+  for_each_voxel_within(reach_, peak, at, [&](std::size_t n, Voxel voxel, double straight) {
+    double u = end_of_kernel();
+    if (room.path[n] != no_path)
+      u = std::min(u, (straight + excess(double(room.path[n]), from, voxel)) / tissue_fwhm_mm);
+    u = (1 - anisotropy_) * straight / fwhm_ + anisotropy_ * u;
+    if (u >= end_of_kernel()) return;
+    const double kernel = std::exp(exponent * u * u);
+    if (room.sums[n].kernels == 0) room.summed.push_back(std::uint32_t(n));
+    room.sums[n].kernels += kernel;
+    room.sums[n].effects += kernel * kernel * peak.g;
+  });
+  for (const std::uint32_t n : room.found) room.path[n] = no_path;
+  room.found.clear();
+}
+
+void PathMap::effects(std::span<const PlacedPeak> peaks, std::span<const Voxel> voxels, Room& room,
+                      float* g) const {
+  for (std::size_t p = 0; p < peaks.size(); ++p) add_peak(peaks[p], voxels[p], room);
+  std::fill(g, g + mask_.size(), 0.0F);
+  for (const std::uint32_t n : room.summed) {
+    g[n] = float(room.sums[n].effects / room.sums[n].kernels);
+    room.sums[n] = {};
+  }
+  room.summed.clear();
+}

@@ -1,0 +1,6 @@
+#pragma once
+
+// The statistics of studies at one place: designs, pooling, meta-regression, tests of heterogeneity
+// and asymmetry.
+//
+// It knows numbers and the variables of the study table: no images, no files of results.

@@ -1,0 +1,98 @@
+#include "engine/model/random_effects.h"
+
+#include <cmath>
+#include "engine/base/distributions.h"
+
+namespace {
+
+constexpr double upper_tail = 0.025;
+// Standard errors that differ by less, relatively, are the same; so are effects.
+constexpr double least_spread = 1e-7;
+
+}  // namespace
+
+Estimate estimate_of(const Coefficient& coefficient) {
+  const auto& [value, se, z, p] = coefficient;
+  const double half = normal_of_tail(upper_tail) * se;
+  return {value, se, z, p, {value - half, value + half}};
+}
+
+Heterogeneity heterogeneity_of(const ModelFit& fit) {
+  return {fit.QE, fit.QE_p, fit.tau2, fit.I2, fit.H2, std::size_t(fit.QE_df)};
+}
+
+ModelFit fit_effects(const Design& design, std::span<const Effect> effects) {
+  std::vector<double> g, variances;
+  for (const Effect& effect : effects) {
+    g.push_back(effect.g);
+    variances.push_back(effect.variance);
+  }
+  return fit_model(design, g, variances);
+}
+
+std::vector<double> weights_of(std::span<const Effect> effects, double tau2) {
+  double sum = 0;
+  for (const Effect& effect : effects) sum += 1 / (effect.variance + tau2);
+  std::vector<double> weights;
+  for (const Effect& effect : effects) weights.push_back(100 / (effect.variance + tau2) / sum);
+  return weights;
+}
+
+PooledEffect pool_effects(std::span<const Effect> effects) {
+  const ModelFit fit = fit_effects(make_design({}, effects.size()), effects);
+  PooledEffect pooled{estimate_of(fit.coefficients.front()),
+                      heterogeneity_of(fit),
+                      {},
+                      weights_of(effects, fit.tau2)};
+  if (effects.size() >= 3) {
+    const double half = t_of_tail(upper_tail, double(effects.size()) - 2) *
+                        std::sqrt(fit.tau2 + pooled.mean.se * pooled.mean.se);
+    pooled.prediction = Interval{pooled.mean.value - half, pooled.mean.value + half};
+  }
+  return pooled;
+}
+
+std::vector<PooledEffect> leave_one_out(std::span<const Effect> effects) {
+  std::vector<PooledEffect> pools;
+  for (std::size_t left_out = 0; effects.size() > 1 && left_out < effects.size(); ++left_out) {
+    std::vector<Effect> rest(effects.begin(), effects.end());
+    rest.erase(rest.begin() + std::ptrdiff_t(left_out));
+    pools.push_back(pool_effects(rest));
+  }
+  return pools;
+}
+
+EggerOutcome egger_test(std::span<const Effect> effects) {
+  if (effects.size() < 3) return {{}, "there are fewer than 3 studies"};
+  double sum = 0, mean_se = 0, mean_g = 0;
+  for (const auto& [g, variance] : effects) {
+    sum += 1 / variance;
+    mean_se += 1 / std::sqrt(variance);
+    mean_g += g / variance;
+  }
+  mean_se /= sum;
+  mean_g /= sum;
+  double se_se = 0, se_g = 0, g_g = 0;
+  for (const auto& [g, variance] : effects) {
+    const double se = std::sqrt(variance) - mean_se;
+    se_se += se * se / variance;
+    se_g += se * (g - mean_g) / variance;
+    g_g += g * g / variance;
+  }
+  if (se_se <= least_spread * least_spread * sum * mean_se * mean_se)
+    return {{}, "all studies have the same standard error"};
+  EggerTest test{};
+  test.df = effects.size() - 2;
+  test.slope = se_g / se_se;
+  test.intercept = mean_g - test.slope * mean_se;
+  double residual = 0;
+  for (const auto& [g, variance] : effects) {
+    const double rest = g - mean_g - test.slope * (std::sqrt(variance) - mean_se);
+    residual += rest * rest / variance;
+  }
+  if (residual <= least_spread * least_spread * g_g) return {{}, "the effects do not scatter"};
+  test.se = std::sqrt(residual / double(test.df) / se_se);
+  test.t = test.slope / test.se;
+  test.p = 2 * t_tail(std::fabs(test.t), double(test.df));
+  return {test, ""};
+}

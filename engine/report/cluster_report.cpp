@@ -1,0 +1,177 @@
+#include "engine/report/cluster_report.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+
+#include "engine/base/wording.h"
+
+namespace {
+
+// More of them would make the table a long one; the lowest are left out.
+constexpr std::size_t most_peaks = 12;
+// Smaller parts of a cluster are summed up.
+constexpr double least_share = 0.01;
+constexpr double midline_mm = 4;
+
+std::array<double, 3> peak_mm(const LocalPeak& peak) {
+  const Eigen::Vector4d mm =
+      mni_grid().to_mm * Eigen::Vector4d(peak.voxel.i, peak.voxel.j, peak.voxel.k, 1);
+  return {mm[0], mm[1], mm[2]};
+}
+
+std::string with_capital(std::string text) {
+  if (!text.empty()) text[0] = char(std::toupper(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+/// The region with the side that it is on, which most of the atlas's names begin with.
+std::string region_and_side(const LocalPeak& peak) {
+  if (peak.region.starts_with("Left ") || peak.region.starts_with("Right ")) return peak.region;
+  const double x = peak_mm(peak)[0];
+  return with_capital(peak.region) + (std::abs(x) < midline_mm ? " (midline)"
+                                      : x < 0                  ? " (left)"
+                                                               : " (right)");
+}
+
+bool any_corrected(std::span<const Cluster> clusters) {
+  return std::any_of(clusters.begin(), clusters.end(), [](const Cluster& cluster) {
+    return std::any_of(cluster.peaks.begin(), cluster.peaks.end(),
+                       [](const LocalPeak& peak) { return peak.pFWE.has_value(); });
+  });
+}
+
+HtmlRow peak_row(const LocalPeak& peak, bool corrected) {
+  HtmlRow row{{"", region_and_side(peak)}};
+  for (const double mm : peak_mm(peak)) row.cells.push_back(decimal_text(mm, 0));
+  row.cells.push_back(decimal_text(peak.z, 2));
+  row.cells.push_back(p_text(peak.p));
+  if (corrected) row.cells.push_back(peak.pFWE ? p_text(*peak.pFWE) : "");
+  return row;
+}
+
+void add_cluster_rows(std::vector<HtmlRow>& rows, const Cluster& cluster, std::size_t number,
+                      bool corrected) {
+  const std::size_t shown = std::min(cluster.peaks.size(), most_peaks);
+  for (std::size_t i = 0; i < shown; ++i) {
+    HtmlRow row = peak_row(cluster.peaks[i], corrected);
+    if (i == 0) {
+      row.leads = true;
+      row.cells[0] = std::to_string(number);
+      row.cells.push_back(count_text(cluster.voxels()));
+      row.cells.push_back(
+          count_text(std::size_t(std::lround(double(cluster.voxels()) * voxel_volume))));
+    }
+    rows.push_back(std::move(row));
+  }
+  if (const std::size_t left = cluster.peaks.size() - shown; left > 0)
+    rows.push_back({{"", "and " + counted(left, "lower peak", "lower peaks")}});
+}
+
+HtmlTable cluster_table(const ClusterReport& report) {
+  const bool corrected = any_corrected(report.clusters);
+  HtmlTable table;
+  table.caption =
+      "Each cluster with its highest peak, and below it its further local peaks. Coordinates in mm "
+      "of MNI space; p one-tailed.";
+  table.columns = {{"No."},     {"Region"},  {"x", true},
+                   {"y", true}, {"z", true}, {"Peak " + report.statistic, true},
+                   {"p", true}};
+  if (corrected) table.columns.push_back({"p (FWE)", true});
+  table.columns.push_back({"Voxels", true});
+  table.columns.push_back({"mm³", true});
+  std::size_t number = 0;
+  for (const Cluster& cluster : report.clusters)
+    add_cluster_rows(table.rows, cluster, ++number, corrected);
+  return table;
+}
+
+std::string share_text(double share) {
+  return decimal_text(100 * share, 1) + " %";
+}
+
+HtmlTable region_table(std::span<const Cluster> clusters) {
+  HtmlTable table{"Where the voxels of each cluster lie.",
+                  {{"No."}, {"Region"}, {"Voxels", true}, {"Share", true}},
+                  {}};
+  std::size_t number = 0;
+  for (const Cluster& cluster : clusters) {
+    ++number;
+    const auto all = double(cluster.voxels());
+    std::size_t others = 0, other_voxels = 0;
+    bool leads = true;
+    for (const RegionShare& region : cluster.regions) {
+      const double share = double(region.voxels) / all;
+      if (share < least_share) {
+        ++others;
+        other_voxels += region.voxels;
+        continue;
+      }
+      table.rows.push_back({{leads ? std::to_string(number) : "", with_capital(region.region),
+                             count_text(region.voxels), share_text(share)},
+                            leads,
+                            share});
+      leads = false;
+    }
+    if (others > 0)
+      table.rows.push_back(
+          {{leads ? std::to_string(number) : "", counted(others, "smaller part", "smaller parts"),
+            count_text(other_voxels), share_text(double(other_voxels) / all)},
+           leads,
+           double(other_voxels) / all});
+  }
+  return table;
+}
+
+std::string summary(std::span<const Cluster> clusters) {
+  std::size_t voxels = 0;
+  for (const Cluster& cluster : clusters) voxels += cluster.voxels();
+  const auto positive = std::size_t(std::count_if(
+      clusters.begin(), clusters.end(), [](const Cluster& cluster) { return cluster.positive; }));
+  return counted(clusters.size(), "cluster survives", "clusters survive") +
+         " the thresholds: " + count_text(positive) + " positive and " +
+         count_text(clusters.size() - positive) + " negative, " +
+         counted(voxels, "voxel", "voxels") + " (" +
+         count_text(std::size_t(std::lround(double(voxels) * voxel_volume))) + " mm³) in all.";
+}
+
+void add_glass_brain(HtmlReport& page, const ClusterReport& report, const BrainMap& map) {
+  std::vector<BrainMark> marks;
+  for (const Cluster& cluster : report.clusters)
+    marks.push_back({cluster.peaks.front().voxel, std::to_string(marks.size() + 1)});
+  page.picture(glass_brain(map, report.background, marks),
+               "Glass brain: the largest magnitudes along each line of sight. Numbers stand at the "
+               "highest peaks of the clusters; those that would cover others are left out. Left "
+               "is left (neurological convention).");
+}
+
+void add_slices(HtmlReport& page, const ClusterReport& report, const BrainMap& map) {
+  page.picture(axial_slices(map, report.background),
+               "Axial slices over the template, z in mm of MNI space. Left is left (neurological "
+               "convention).");
+}
+
+}  // namespace
+
+std::string cluster_report(const ClusterReport& report) {
+  HtmlReport page(report.title, report.subtitle);
+  const BrainMap map{report.z, report.statistic};
+  if (report.clusters.empty()) {
+    page.notice("Nothing survives the thresholds: there is no cluster to report.");
+  } else {
+    page.paragraph(summary(report.clusters));
+    add_glass_brain(page, report, map);
+    page.heading("Clusters and local peaks");
+    page.table(cluster_table(report));
+    page.heading("Slices");
+    add_slices(page, report, map);
+    page.heading("Breakdown by region");
+    page.table(region_table(report.clusters));
+  }
+  page.heading("What was run");
+  page.facts(report.facts);
+  page.commands(report.commands);
+  page.methods(report.methods);
+  return page.finish();
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+// The report of a thresholded map.
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "engine/inference/clusters.h"
+#include "engine/report/brain_picture.h"
+#include "engine/report/html.h"
+#include "engine/report/methods.h"
+
+struct ClusterReport {
+  std::string title;                  ///< the map
+  std::string subtitle;               ///< the thresholds in a few words
+  std::vector<Fact> facts;            ///< what was run
+  std::vector<std::string> commands;  ///< that led here, in their order
+  Methods methods;
+  std::span<const Cluster> clusters;  ///< in the order of the table
+  std::span<const float> z;           ///< of the whole MNI grid; 0 where it is not significant
+  std::string statistic = "z";        ///< what the values are called
+  BrainBackground background;         ///< as read_brain_background() reads it
+};
+
+/// The whole HTML file. Without clusters it says that nothing survives the thresholds, and what was
+/// run.
+std::string cluster_report(const ClusterReport& report);

@@ -1,0 +1,137 @@
+#include "engine/report/html.h"
+
+#include <glib.h>
+
+#include <initializer_list>
+#include <utility>
+
+#include "engine/base/wording.h"
+#include "engine/report/html_style.h"
+#include "util/handles.h"
+
+namespace {
+
+std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string text;
+  for (const std::string_view part : parts) text += part;
+  return text;
+}
+
+std::string element(std::string_view name, std::string_view text) {
+  return joined({"<", name, ">", html_escaped(text), "</", name, ">\n"});
+}
+
+std::string base64(const std::string& bytes) {
+  const Q_g_memory<char> text(
+      g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
+  return text.get();
+}
+
+std::string cell(std::string_view name, const HtmlColumn& column, std::string_view text) {
+  return joined(
+      {"<", name, column.number ? " class=\"number\">" : ">", html_escaped(text), "</", name, ">"});
+}
+
+std::string cell_with_bar(double share, std::string_view text) {
+  return joined({"<td class=\"number share\" style=\"--share:", decimal_text(share, 3), "\">",
+                 html_escaped(text), "</td>"});
+}
+
+}  // namespace
+
+HtmlReport::HtmlReport(std::string_view title, std::string_view subtitle) {
+  // No policy would let a text that got through as markup load or run anything.
+  page_ =
+      "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
+      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
+      "style-src 'unsafe-inline'\"/>\n"
+      "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
+      "<meta name=\"color-scheme\" content=\"light dark\"/>\n" +
+      element("title", title) + "<style>\n" + html_style +
+      "</style>\n</head>\n<body>\n<main>\n<header>\n" + element("h1", title);
+  if (!subtitle.empty()) page_ += "<p class=\"subtitle\">" + html_escaped(subtitle) + "</p>\n";
+  page_ += "</header>\n";
+}
+
+void HtmlReport::heading(std::string_view text) {
+  open_part();
+  heading_ = element("h2", text);
+}
+
+void HtmlReport::open_part() {
+  page_ += heading_;
+  heading_.clear();
+}
+
+void HtmlReport::paragraph(std::string_view text) {
+  open_part();
+  page_ += element("p", text);
+}
+
+void HtmlReport::notice(std::string_view text) {
+  open_part();
+  page_ += "<p class=\"notice\" role=\"note\">" + html_escaped(text) + "</p>\n";
+}
+
+void HtmlReport::methods(const Methods& methods) {
+  heading("Methods");
+  paragraph("A paragraph that an article can adapt:");
+  page_ += joined({"<blockquote>", html_escaped(methods.paragraph), "</blockquote>\n"});
+  if (methods.sources.empty()) return;
+  page_ += "<ul class=\"sources\">\n";
+  for (const std::string& source : methods.sources) page_ += element("li", source);
+  page_ += "</ul>\n";
+}
+
+void HtmlReport::facts(std::span<const Fact> facts) {
+  if (facts.empty()) return;
+  open_part();
+  page_ += "<table class=\"facts\"><tbody>\n";
+  for (const Fact& fact : facts)
+    page_ += "<tr><th scope=\"row\">" + html_escaped(fact.label) + "</th><td>" +
+             html_escaped(fact.text) + "</td></tr>\n";
+  page_ += "</tbody></table>\n";
+}
+
+void HtmlReport::commands(std::span<const std::string> commands) {
+  if (commands.empty()) return;
+  open_part();
+  page_ += "<ol class=\"commands\">\n";
+  for (const std::string& command : commands)
+    page_ += "<li><code>" + html_escaped(command) + "</code></li>\n";
+  page_ += "</ol>\n";
+}
+
+void HtmlReport::table(const HtmlTable& table) {
+  open_part();
+  if (!table.caption.empty())
+    page_ += joined({"<p class=\"caption\">", html_escaped(table.caption), "</p>\n"});
+  page_ += "<div class=\"wide\"><table>\n<thead><tr>";
+  for (const HtmlColumn& column : table.columns) page_ += cell("th", column, column.title);
+  page_ += "</tr></thead>\n<tbody>\n";
+  for (const HtmlRow& row : table.rows) {
+    page_ += row.leads ? "<tr class=\"leads\">" : "<tr>";
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+      const std::string_view text = i < row.cells.size() ? row.cells[i] : std::string_view();
+      const bool has_bar = row.share > 0 && i + 1 == table.columns.size();
+      page_ += has_bar ? cell_with_bar(row.share, text) : cell("td", table.columns[i], text);
+    }
+    page_ += "</tr>\n";
+  }
+  page_ += "</tbody>\n</table></div>\n";
+}
+
+void HtmlReport::picture(const Picture& picture, std::string_view caption) {
+  page_ += joined({"<figure>", std::exchange(heading_, ""), "<img src=\"data:image/png;base64,",
+                   base64(picture.png), "\" alt=\"", html_escaped(picture.alt), "\" width=\"",
+                   std::to_string(picture.width), "\" height=\"", std::to_string(picture.height),
+                   "\"/>\n"});
+  if (!caption.empty()) page_ += element("figcaption", caption);
+  page_ += "</figure>\n";
+}
+
+std::string HtmlReport::finish() {
+  open_part();
+  page_ += "</main>\n</body>\n</html>\n";
+  return std::move(page_);
+}

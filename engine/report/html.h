@@ -1,0 +1,66 @@
+#pragma once
+
+// A report as a single HTML file: no scripts, nothing from elsewhere, for screens of any width,
+// light or dark, and for A4 paper. It is well-formed XML too, which strict readers take.
+//
+// All texts are plain text, from wherever they come: they are shown as they are, never as markup.
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/report/methods.h"
+#include "engine/report/picture.h"
+
+/// A thing that is known of an analysis, such as "Studies" and "25".
+struct Fact {
+  std::string label, text;
+};
+
+struct HtmlColumn {
+  std::string title;
+  bool number = false;  ///< whether the cells are numbers, to be aligned at their right
+};
+
+struct HtmlRow {
+  std::vector<std::string> cells;  ///< one for each column
+  /// Whether the row begins a group: what follows up to the next such row belongs to it.
+  bool leads = false;
+  double share = 0;  ///< 0 to 1; above 0 it is drawn as a bar behind the last cell
+};
+
+struct HtmlTable {
+  std::string caption;  ///< may be empty
+  std::vector<HtmlColumn> columns;
+  std::vector<HtmlRow> rows;
+};
+
+/// The page, from top to bottom.
+class HtmlReport {
+ public:
+  HtmlReport(std::string_view title, std::string_view subtitle);
+
+  /// The heading of what is added next, from which a page break does not part it.
+  void heading(std::string_view text);
+  void paragraph(std::string_view text);
+  /// A paragraph that stands out: a result that one must not miss.
+  void notice(std::string_view text);
+  /// The paragraph on methods under a heading of its own, set apart from the page's text, with its
+  /// sources.
+  void methods(const Methods& methods);
+  void facts(std::span<const Fact> facts);
+  /// Commands, a line each, in the order in which they were run.
+  void commands(std::span<const std::string> commands);
+  void table(const HtmlTable& table);
+  void picture(const Picture& picture, std::string_view caption);
+
+  /// The whole file. Nothing can be added after that.
+  std::string finish();
+
+ private:
+  void open_part();
+
+  std::string page_;
+  std::string heading_;  ///< markup that is to go before the next part, or inside of a picture
+};

@@ -1,0 +1,54 @@
+#pragma once
+
+// Plots of the studies of a meta-analysis.
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/model/interval.h"
+#include "engine/report/picture.h"
+
+struct ForestRow {
+  std::string study;
+  std::size_t n = 0;  ///< participants; 0 when unknown
+  double g;
+  Interval interval;  ///< 95 %
+  double weight;      ///< share in the pooled estimate, in %
+};
+
+struct ForestPlot {
+  std::string title;
+  std::vector<ForestRow> rows;
+  /// The pooled estimate, when there is one, and its 95 % interval.
+  std::optional<double> pooled;
+  Interval pooled_interval{};
+  std::optional<Interval> prediction;  ///< the 95 % prediction interval of a further study
+  std::string heterogeneity;           ///< such as "Q = 12.1, df = 9, p = 0.21; I² = 25.6 %"
+  std::string axis = "Hedges' g";
+};
+
+/// A forest plot: a line for each study with its name, number of participants, estimate with its
+/// interval and weight, the area of its square as its weight, and the pooled estimate as a diamond.
+/// Many studies take several pictures, each with the axis; the pooled estimate is on the last.
+/// Without rows there is no picture.
+std::vector<Picture> forest_plot(const ForestPlot& plot);
+
+struct FunnelPoint {
+  std::string study;
+  double g, standard_error;
+};
+
+struct FunnelPlot {
+  std::string title;
+  std::vector<FunnelPoint> points;
+  double pooled = 0;
+  std::string note;  ///< a line below the plot, such as the result of Egger's test
+  std::string axis = "Hedges' g";
+};
+
+/// A funnel plot: estimates against their standard errors, which grow downwards, with the pooled
+/// estimate and the region pooled ± 1.96 standard errors (Sterne and Egger 2001, Journal of
+/// Clinical Epidemiology 54:1046).
+Picture funnel_plot(const FunnelPlot& plot);

@@ -1,0 +1,193 @@
+#include "engine/results/effect_summary.h"
+
+#include <cmath>
+
+#include "engine/base/csv.h"
+#include "engine/base/wording.h"
+#include "util/q_string.h"
+
+namespace {
+
+// Half of a 95 % interval in standard errors.
+constexpr double normal_975 = 1.959963984540054;
+
+std::string interval_text(const Interval& interval) {
+  return decimal_text(interval.low, 3) + " to " + decimal_text(interval.high, 3);
+}
+
+Interval interval_of(const Effect& effect) {
+  const double half = normal_975 * std::sqrt(effect.variance);
+  return {effect.g - half, effect.g + half};
+}
+
+std::string quoted_for_file(const std::string& text) {
+  if (text.find_first_of("#\"") == std::string::npos) return text;
+  std::string quoted(1, '"');
+  for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+  return quoted + '"';
+}
+
+}  // namespace
+
+std::size_t participants_of(Sample sample) {
+  return std::size_t(sample.n1) + std::size_t(sample.n2);
+}
+
+std::size_t participants_of(std::span<const StudyEffect> studies) {
+  std::size_t participants = 0;
+  for (const StudyEffect& study : studies) participants += study.n;
+  return participants;
+}
+
+std::vector<Effect> effects_of(std::span<const StudyEffect> studies) {
+  std::vector<Effect> effects;
+  effects.reserve(studies.size());
+  for (const StudyEffect& study : studies) effects.push_back(study.effect);
+  return effects;
+}
+
+std::string p_phrase(double p) {
+  if (p < 1 && p >= 0.9995) return "p > 0.999";
+  const std::string text = p_text(p);
+  return (text.starts_with('<') ? "p " : "p = ") + text;
+}
+
+std::string estimate_text(const Estimate& estimate) {
+  return decimal_text(estimate.value, 3) + " (95 % interval " + interval_text(estimate.interval) +
+         "), z = " + decimal_text(estimate.z, 2) + ", " + p_phrase(estimate.p);
+}
+
+std::string heterogeneity_text(const Heterogeneity& heterogeneity) {
+  if (heterogeneity.df == 0) return "not to be measured with a single study";
+  return "Q = " + decimal_text(heterogeneity.Q, 2) + " (df = " + std::to_string(heterogeneity.df) +
+         ", " + p_phrase(heterogeneity.p) + "), I² = " + decimal_text(heterogeneity.I2, 1) +
+         " %, H² = " + decimal_text(heterogeneity.H2, 2) +
+         ", τ² = " + decimal_text(heterogeneity.tau2, 4);
+}
+
+std::string egger_text(const EggerOutcome& outcome) {
+  if (!outcome.test) return "not possible, as " + outcome.why_not;
+  const EggerTest& test = *outcome.test;
+  return "slope " + decimal_text(test.slope, 2) + ", t = " + decimal_text(test.t, 2) +
+         " (df = " + std::to_string(test.df) + ", " + p_phrase(test.p) + ")";
+}
+
+std::string file_number(double value) {
+  return Q_format("%.10g", value).str();
+}
+
+void ResultTable::row(std::span<const std::string> cells) {
+  for (const std::string& cell : cells) {
+    if (&cell != cells.data()) text_ += '\t';
+    text_ += quoted_for_file(cell);
+  }
+  text_ += '\n';
+}
+
+void ResultTable::value(std::string_view key, std::string_view text) {
+  text_.append("# ").append(key).append(" = ").append(text).append("\n");
+}
+
+void ResultTable::values(const Heterogeneity& heterogeneity) {
+  value("Q", heterogeneity.Q);
+  value("Q_df", double(heterogeneity.df));
+  value("Q_p", heterogeneity.p);
+  value("I2", heterogeneity.I2);
+  value("H2", heterogeneity.H2);
+  value("tau2", heterogeneity.tau2);
+}
+
+void ResultTable::values(const EggerOutcome& outcome) {
+  if (!outcome.test) return value("egger", egger_text(outcome));
+  value("egger_slope", outcome.test->slope);
+  value("egger_standard_error", outcome.test->se);
+  value("egger_t", outcome.test->t);
+  value("egger_df", double(outcome.test->df));
+  value("egger_p", outcome.test->p);
+  value("egger_intercept", outcome.test->intercept);
+}
+
+std::vector<std::vector<std::string>> effect_rows(std::span<const StudyEffect> studies,
+                                                  std::span<const double> weights) {
+  std::vector<std::vector<std::string>> rows = {
+      {"study", "n", "g", "variance", "standard_error", "weight"}};
+  for (std::size_t i = 0; i < studies.size(); ++i) {
+    const auto& [study, n, effect] = studies[i];
+    rows.push_back({study, std::to_string(n), file_number(effect.g), file_number(effect.variance),
+                    file_number(std::sqrt(effect.variance)), file_number(weights[i])});
+  }
+  return rows;
+}
+
+std::string effect_csv(std::span<const std::vector<std::string>> rows) {
+  std::string csv;
+  for (const std::vector<std::string>& row : rows) csv += csv_line(row);
+  return csv;
+}
+
+HtmlTable effect_html(std::span<const StudyEffect> studies, std::span<const double> weights) {
+  HtmlTable table;
+  table.columns = {{"Study"},           {"n", true},
+                   {"Hedges' g", true}, {"95 % interval", true},
+                   {"Variance", true},  {"Standard error", true},
+                   {"Weight (%)", true}};
+  for (std::size_t i = 0; i < studies.size(); ++i) {
+    const auto& [study, n, effect] = studies[i];
+    table.rows.push_back(
+        {{study, count_text(n), decimal_text(effect.g, 3), interval_text(interval_of(effect)),
+          decimal_text(effect.variance, 4), decimal_text(std::sqrt(effect.variance), 3),
+          decimal_text(weights[i], 2)}});
+  }
+  return table;
+}
+
+HtmlTable leave_one_out_html(std::span<const StudyEffect> studies,
+                             std::span<const PooledEffect> pools) {
+  HtmlTable table;
+  table.columns = {{"Left out"}, {"Hedges' g", true}, {"95 % interval", true}, {"z", true},
+                   {"p", true},  {"Q", true},         {"I² (%)", true},        {"τ²", true}};
+  for (std::size_t i = 0; i < pools.size(); ++i) {
+    const auto& [mean, heterogeneity, prediction, weights] = pools[i];
+    table.rows.push_back(
+        {{studies[i].study, decimal_text(mean.value, 3), interval_text(mean.interval),
+          decimal_text(mean.z, 2), p_text(mean.p), decimal_text(heterogeneity.Q, 2),
+          decimal_text(heterogeneity.I2, 1), decimal_text(heterogeneity.tau2, 4)}});
+  }
+  return table;
+}
+
+ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const double> weights) {
+  ForestPlot plot;
+  for (std::size_t i = 0; i < studies.size(); ++i) {
+    const auto& [study, n, effect] = studies[i];
+    plot.rows.push_back({study, n, effect.g, interval_of(effect), weights[i]});
+  }
+  return plot;
+}
+
+void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
+                    const PooledEffect& pool, const EggerOutcome& egger) {
+  ForestPlot forest = forest_of(studies, pool.weights);
+  forest.pooled = pool.mean.value;
+  forest.pooled_interval = pool.mean.interval;
+  forest.prediction = pool.prediction;
+  forest.heterogeneity = heterogeneity_text(pool.heterogeneity);
+  report.heading("Forest plot");
+  for (const Picture& picture : forest_plot(forest))
+    report.picture(picture,
+                   "Hedges' g with its 95 % interval; squares by weight, the diamond is the pooled "
+                   "effect.");
+  FunnelPlot funnel;
+  for (const auto& [study, n, effect] : studies)
+    funnel.points.push_back({study, effect.g, std::sqrt(effect.variance)});
+  funnel.pooled = pool.mean.value;
+  funnel.note = "Egger's test: " + egger_text(egger);
+  report.heading("Funnel plot");
+  report.picture(funnel_plot(funnel),
+                 "Effects against their standard errors, with the pooled effect ± 1.96 standard "
+                 "errors.");
+  report.paragraph(
+      "Egger's regression test (effect on standard error, weighted by the inverse variance, t test "
+      "of the slope): " +
+      egger_text(egger) + ".");
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+// What an analysis of one effect a study has to say, as lines of text, tables and plots.
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "engine/model/random_effects.h"
+#include "engine/report/html.h"
+#include "engine/report/plots.h"
+#include "engine/studies/study.h"
+
+struct StudyEffect {
+  std::string study;
+  std::size_t n;  ///< participants
+  Effect effect;
+};
+
+std::size_t participants_of(Sample sample);
+std::size_t participants_of(std::span<const StudyEffect> studies);
+std::vector<Effect> effects_of(std::span<const StudyEffect> studies);
+
+/// "p = 0.021", "p < 0.000001".
+std::string p_phrase(double p);
+/// "0.214 (95 % interval 0.102 to 0.326), z = 3.75, p = 0.00018".
+std::string estimate_text(const Estimate& estimate);
+/// "Q = 12.30 (df = 20, p = 0.905), I² = 0.0 %, H² = 1.00, τ² = 0.0000".
+std::string heterogeneity_text(const Heterogeneity& heterogeneity);
+/// "slope 1.21, t = 2.30 (df = 19, p = 0.033)", or why there is no test.
+std::string egger_text(const EggerOutcome& outcome);
+
+/// A number of a file: ten digits.
+std::string file_number(double value);
+
+/// A table as text that spreadsheets and R's read.delim(comment.char = "#") read: rows of cells
+/// between tabs, the header first, and then lines "# key = value". A text is quoted where it would
+/// begin a comment.
+class ResultTable {
+ public:
+  explicit ResultTable(std::span<const std::string> header) { row(header); }
+  void row(std::span<const std::string> cells);
+  void value(std::string_view key, std::string_view text);
+  void value(std::string_view key, double number) { value(key, file_number(number)); }
+  void values(const Heterogeneity& heterogeneity);
+  void values(const EggerOutcome& outcome);
+  [[nodiscard]] const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
+/// The header and the rows of the studies: study, n, g, variance, standard error, weight in %.
+std::vector<std::vector<std::string>> effect_rows(std::span<const StudyEffect> studies,
+                                                  std::span<const double> weights);
+
+/// Such rows as comma-separated values.
+std::string effect_csv(std::span<const std::vector<std::string>> rows);
+
+HtmlTable effect_html(std::span<const StudyEffect> studies, std::span<const double> weights);
+HtmlTable leave_one_out_html(std::span<const StudyEffect> studies,
+                             std::span<const PooledEffect> pools);
+/// The forest plot of the studies alone, for a model that has no single pooled effect.
+ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const double> weights);
+/// Adds the forest plot and the funnel plot of a pool to a report.
+void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
+                    const PooledEffect& pool, const EggerOutcome& egger);

@@ -1,0 +1,126 @@
+#include "engine/results/results.h"
+
+#include <algorithm>
+#include <limits>
+#include <string_view>
+
+#include "engine/base/exists.h"
+#include "engine/base/parallel.h"
+#include "engine/base/progress.h"
+#include "engine/base/text_file.h"
+
+namespace {
+
+// With fewer randomizations the smallest family-wise p that is possible is above 0.05.
+constexpr std::size_t least_for_family_wise = 20;
+
+std::string null_row(const std::string& name, const NullDistribution& null, Tail tail) {
+  std::string row =
+      name + (tail == Tail::negative ? negative_suffix : "") + "\t" + std::to_string(null.values());
+  for (const double share : NullDistribution::stored_shares()) {
+    row += '\t';
+    row += text_of(null.quantile(share, tail));
+  }
+  return row + "\n";
+}
+
+NamedMap p_map_of(const std::string& name, const MapKind& kind, const NullDistribution& null,
+                  Tail tail) {
+  constexpr float below_one = 1 - std::numeric_limits<float>::epsilon() / 2;
+  NamedMap map{name, kind, null.p(tail)};
+  for (std::size_t n = 0; n < map.map.size(); ++n) {
+    const float z = null.observed()[n];
+    float& p = map.map[n];
+    if (tail == Tail::positive ? z < 0 : z > 0)
+      p = std::min(p, below_one);
+    else
+      map.intent_p1 = std::max(map.intent_p1, p);
+  }
+  return map;
+}
+
+/// A list of maps, which has a header, without the lines of some maps.
+std::string list_without(const char* file, std::string list, std::span<const std::string> names) {
+  if (!path_exists(file)) return list;
+  const std::string text = read_text(file);
+  const std::vector<TextLine> lines = filled_lines(text);
+  for (std::size_t i = 1; i < lines.size(); ++i) {
+    const std::string_view first = words(lines[i].text).front();
+    if (std::find(names.begin(), names.end(), first) != names.end()) continue;
+    list += lines[i].text;
+    list += '\n';
+  }
+  return list;
+}
+
+/// Has what an earlier analysis left under the names of maps removed, but for those that are there
+/// again.
+void remove_others(Outputs& outputs, std::span<const NamedMap> maps) {
+  for (const NamedMap& map : maps)
+    for (const MapKind& kind : map_kinds) {
+      const std::string file = map.name + kind.suffix + ".nii.gz";
+      const bool again = std::any_of(maps.begin(), maps.end(), [&](const NamedMap& other) {
+        return other.name + other.kind.suffix == map.name + kind.suffix;
+      });
+      if (!again && written_by_this_system(file)) outputs.remove(file);
+    }
+}
+
+}  // namespace
+
+std::string empty_null_list() {
+  std::string header = "name\tvalues";
+  for (const double share : NullDistribution::stored_shares()) {
+    header += '\t';
+    header += text_of(share);
+  }
+  return header + "\n";
+}
+
+void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const AnalysisFacts& facts) {
+  std::vector<std::string> names = read_map_list(), replaced;
+  std::string null_rows, analysis_rows;
+  for (const ListedMap& map : maps) {
+    if (std::find(names.begin(), names.end(), map.name) == names.end()) names.push_back(map.name);
+    replaced.push_back(map.name);
+    replaced.push_back(map.name + negative_suffix);
+    null_rows += null_row(map.name, map.null, Tail::positive);
+    null_rows += null_row(map.name, map.null, Tail::negative);
+    analysis_rows += map.name + "\t" + std::to_string(facts.studies) + "\t" +
+                     std::to_string(facts.participants) + "\t" + facts.command + "\n";
+  }
+  std::string list;
+  for (const std::string& each : names) list += each + "\n";
+  outputs.write_text(map_list_file, list);
+  outputs.write_text(null_list_file,
+                     list_without(null_list_file, empty_null_list(), replaced) + null_rows);
+  outputs.write_text(
+      analysis_list_file,
+      list_without(analysis_list_file, empty_analysis_list(), replaced) + analysis_rows);
+}
+
+void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
+                std::size_t randomizations) {
+  maps.push_back(p_map_of(name, p_map, null, Tail::positive));
+  maps.push_back(p_map_of(name, negative_p_map, null, Tail::negative));
+  if (randomizations < least_for_family_wise) return;
+  maps.push_back({name, pFWE_map, null.p_family_wise(Tail::positive)});
+  maps.push_back({name, negative_pFWE_map, null.p_family_wise(Tail::negative)});
+}
+
+void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
+                std::span<const NamedMap> maps) {
+  Action action("Writing the maps of " + command.name, maps.size());
+  std::vector<std::string> paths;
+  paths.reserve(maps.size());
+  for (const NamedMap& map : maps)
+    paths.push_back(outputs.path_of(map.name + map.kind.suffix + ".nii.gz"));
+  remove_others(outputs, maps);
+  const std::string description = image_description(command.text());
+  in_parallel(maps.size(), [&](std::size_t i, std::size_t) {
+    write_map(paths[i], mask, maps[i].map, description, maps[i].kind.intent_code,
+              maps[i].kind.outside, maps[i].intent_p1);
+    action.step();
+  });
+  action.finish();
+}

@@ -1,0 +1,6 @@
+#pragma once
+
+// What a command leaves for its user: maps with their lines in the folder's lists, tables, and what
+// a report tells of them.
+//
+// It knows no verb: which command it was is handed to it.

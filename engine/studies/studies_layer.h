@@ -1,0 +1,6 @@
+#pragma once
+
+// The studies of a working folder as the user gives them: the table and its rules, the files with
+// peaks or an image, effect sizes.
+//
+// It knows no preprocessing, and nothing of how studies are brought together.

@@ -1,0 +1,47 @@
+#pragma once
+
+// The study table of the working folder, as far as the statistics need it.
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/studies/effect_size.h"
+
+inline constexpr const char* study_table_file = "kvo_table.txt";
+
+struct Study {
+  std::string name;
+  std::size_t line;  ///< of the table's file
+  Sample sample;
+  std::optional<double> threshold_t;  ///< the study's own significance threshold
+  std::vector<std::string> values;    ///< one for each column; "NA" when missing
+};
+
+struct StudyTable {
+  std::vector<std::string> columns;
+  std::vector<Study> studies;
+
+  /// Index of a column, nothing when there is none of that name.
+  [[nodiscard]] std::optional<std::size_t> column(std::string_view name) const;
+};
+
+/// Reads and checks the table of the working folder. Throws Refusal, naming the line, when it has
+/// no studies, a name that is missing, double or unfit to be a file's, a sample size that is no
+/// whole number or too small for a variance, or a line that does not fit the header.
+StudyTable read_study_table();
+
+/// Index of a column. Throws Refusal when there is none of that name.
+std::size_t required_column(const StudyTable& table, const std::string& name);
+
+/// A number in a study's column, nothing when it is missing. Throws Refusal when it is no number.
+std::optional<double> study_number(const StudyTable& table, const Study& study, std::size_t column);
+
+/// Indices of the studies that a filter lets through: all when it is "", else those whose value in
+/// the column of that name is a number other than 0. Throws Refusal when there is no such column, a
+/// value is neither a number nor missing, or no study is left.
+std::vector<std::size_t> filtered_studies(const StudyTable& table, const std::string& filter);
+
+/// Tells the user how many of all studies the filter leaves out, if any.
+void say_filtered(std::size_t left_out, std::size_t all);

@@ -1,0 +1,29 @@
+#pragma once
+
+// The peaks file of a study: where its effects were found, and how large they were.
+
+#include <Eigen/Core>
+#include <string>
+#include <vector>
+
+#include "engine/studies/study.h"
+
+struct Peak {
+  Eigen::Vector3d mm;  ///< in MNI space
+  double g;            ///< Hedges' g
+};
+
+struct StudyPeaks {
+  std::vector<Peak> peaks;
+  std::string checksum;          ///< of the file
+  bool talairach = false;        ///< whether the file has Talairach coordinates
+  bool unknown_heights = false;  ///< whether a peak has no t value
+};
+
+std::string peaks_file(const Study& study);
+
+/// Reads the study's peaks file. Talairach coordinates are taken to MNI space. A peak of unknown
+/// height has the height that just reached significance: the study's threshold_t, else the t value
+/// whose one-tailed p is 0.001. Throws Refusal, naming the line, when the file is not as it should
+/// be, has no line with the space, or places a peak far outside of any head.
+StudyPeaks read_peaks(const Study& study);

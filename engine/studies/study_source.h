@@ -1,0 +1,15 @@
+#pragma once
+
+// Which file of the working folder says what a study found.
+
+#include <string>
+
+#include "engine/studies/study.h"
+
+struct StudySource {
+  bool is_image;  ///< an image of t statistics, else a file of peaks
+  std::string file;
+};
+
+/// The study's file. Throws Refusal when it has none, or both.
+StudySource study_source(const Study& study);

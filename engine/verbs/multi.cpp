@@ -1,0 +1,177 @@
+// Where two meta-analyses agree, from their p maps alone.
+
+#include <algorithm>
+#include <string_view>
+
+#include "engine/base/progress.h"
+#include "engine/base/refusal.h"
+#include "engine/inference/conjunction.h"
+#include "engine/results/cluster_result.h"
+#include "engine/results/results.h"
+#include "engine/verbs/verbs.h"
+#include "kvo_config.h"
+#include "util/q_string.h"
+
+namespace {
+
+/// The arguments by their meaning.
+struct Request {
+  std::string first, second;
+  float p, peak_p;
+  std::size_t extent;
+  ConjunctionMode mode;
+  std::string p_text, peak_text, mode_text;
+};
+
+Request request_of(const Command& command) {
+  Request request{.first = command.arguments[0],
+                  .second = command.arguments[1],
+                  .p = float(command.number(2)),
+                  .peak_p = float(command.number(3)),
+                  .extent = std::size_t(command.number(4)),
+                  .mode = {.error = command.number(5) != 0,
+                           .scenario = command.number(6) != 0,
+                           .tolerable = command.number(7)},
+                  .p_text = threshold_text(command.number(2), 5),
+                  .peak_text = threshold_text(command.number(3), 5),
+                  .mode_text = {}};
+  request.mode_text = std::to_string(int(command.number(5))) + "_" +
+                      std::to_string(int(command.number(6))) + "_" +
+                      threshold_text(command.number(7), 5);
+  return request;
+}
+
+std::string beginning_of(const Request& request) {
+  return request.first + "_" + request.second + "_multi_";
+}
+
+std::string base_of(const Request& request) {
+  return beginning_of(request) + "z_p_" + request.p_text + "_" + request.peak_text + "_" +
+         std::to_string(request.extent) + "_" + request.mode_text;
+}
+
+/// Of the p of the conjunction. Not "..._p.nii.gz", which would pass for the p map of a
+/// meta-analysis: 1 minus this is no p of the other direction.
+std::string p_base_of(const Request& request) {
+  return beginning_of(request) + "p_values_" + request.mode_text;
+}
+
+std::string p_file(const std::string& name) {
+  return name + p_map.suffix + ".nii.gz";
+}
+
+void check_names(const Request& request) {
+  if (request.first == request.second)
+    throw Refusal("The two meta-analyses have the same name '" + request.first + "'.");
+  if (request.first.starts_with("mask_"))
+    throw Refusal("The name '" + request.first +
+                  "' cannot be used: names that begin with 'mask_' are kept for masks.");
+  check_result_name(base_of(request));
+  check_result_name(p_base_of(request));
+}
+
+struct PMaps {
+  Image first, second;
+};
+
+PMaps read_images(const Request& request) {
+  PMaps images{read_p_map(p_file(request.first)), read_p_map(p_file(request.second))};
+  for (std::size_t i = 0; i < images.first.values.size(); ++i)
+    if (images.first.values[i] != 1 && images.second.values[i] != 1) return images;
+  throw Refusal("'" + p_file(request.first) + "' and '" + p_file(request.second) +
+                "' have no voxel in common: in each, one of them is 1.");
+}
+
+void write_p(Outputs& outputs, const Command& command, const Request& request,
+             const BothTails& tails) {
+  Image image;
+  image.grid = mni_grid();
+  image.intent_code = p_map.intent_code;
+  image.description = image_description(command.text());
+  image.values = tails.positive.p;
+  for (std::size_t i = 0; i < image.values.size(); ++i)
+    image.values[i] = std::min(image.values[i], tails.negative.p[i]);
+  write_image(outputs.path_of(p_base_of(request) + ".nii.gz"), image);
+}
+
+std::string mode_words(const ConjunctionMode& mode) {
+  if (!mode.error) return "simple overlap";
+  if (!mode.scenario) return "error assumed in the p values";
+  return "error assumed in the p values, as in a better scenario with a tolerable p of " +
+         threshold_text(mode.tolerable, 5);
+}
+
+ClusterReport report_of(const Command& command, const Request& request, const PMaps& images,
+                        const Conjunction& conjunction, const std::string& criteria) {
+  MethodsFacts methods;
+  methods.analysis = MethodsFacts::Analysis::conjunction;
+  methods.first = request.first;
+  methods.second = request.second;
+  methods.error_assumed = request.mode.error;
+  methods.better_scenario = request.mode.error && request.mode.scenario;
+  methods.tolerable_p = request.mode.tolerable;
+  MethodsFacts::Thresholds thresholds;
+  thresholds.p = command.number(2);
+  thresholds.peak_p = command.number(3);
+  thresholds.extent = request.extent;
+  methods.thresholds = thresholds;
+  ClusterReport report;
+  const auto source = [](const std::string& name, const Image& image) {
+    const std::string file = p_file(name);
+    return image.description.empty() ? file : file + " (" + image.description + ")";
+  };
+  report.facts = {{"Meta-analysis 1", source(request.first, images.first)},
+                  {"Meta-analysis 2", source(request.second, images.second)},
+                  {"Conjunction", mode_words(request.mode)},
+                  {"Thresholds", criteria},
+                  {"Voxels with a p below 1 in both", std::to_string(conjunction.voxels)},
+                  {"Program", Q_format("KVO %.2f", KVO_VERSION).str()}};
+  report.commands = {command.text()};
+  report.methods = methods_of(methods);
+  return report;
+}
+
+/// Whether a voxel of the cluster has a p up to the limit.
+bool has_p(const Cluster& cluster, const BothTails& tails, float limit) {
+  const TailP& tail = cluster.positive ? tails.positive : tails.negative;
+  return std::any_of(cluster.grid_index.begin(), cluster.grid_index.end(),
+                     [&](std::uint32_t index) { return tail.p[index] <= limit; });
+}
+
+}  // namespace
+
+void check_multi(const Command& command) {
+  const Request request = request_of(command);
+  check_names(request);
+  read_images(request);
+  read_atlas();
+}
+
+void run_multi(const Command& command) {
+  const Request request = request_of(command);
+  check_names(request);
+  ClusterResult result;
+  result.map = request.first + " and " + request.second;
+  result.base = base_of(request);
+  result.criteria = "p < " + request.p_text + ", peak p at most " + request.peak_text +
+                    ", at least " + std::to_string(request.extent) +
+                    (request.extent == 1 ? " voxel" : " voxels");
+  Outputs outputs;
+  Action action("Combining " + result.map);
+  const PMaps images = read_images(request);
+  const Conjunction conjunction = conjunction_of(images.first, images.second, request.mode);
+  result.z = conjunction_z(conjunction, request.p);
+  keep_clusters(
+      result, request.extent,
+      [&](const Cluster& cluster) { return has_p(cluster, conjunction.tails, request.peak_p); },
+      conjunction.tails);
+  write_p(outputs, command, request, conjunction.tails);
+  action.finish();
+  write_result(outputs, command, result,
+               report_of(command, request, images, conjunction, result.criteria));
+  outputs.commit();
+  say(std::to_string(conjunction.voxels) + " voxels take part, with a p below 1 in both; " +
+      mode_words(request.mode));
+  say_result(result);
+  say("p:      " + p_base_of(request) + ".nii.gz");
+}

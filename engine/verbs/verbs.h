@@ -1,0 +1,29 @@
+#pragma once
+
+// All verbs of the command language. Each verb has a file of its own, which defines what
+// it checks and what it does; the table here says all else.
+
+#include <span>
+
+#include "engine/base/command.h"
+
+std::span<const Verb> all_verbs();
+
+void check_pp(const Command& command);
+void run_pp(const Command& command);
+void check_threshold(const Command& command);
+void run_threshold(const Command& command);
+void check_multi(const Command& command);
+void run_multi(const Command& command);
+void check_mean(const Command& command);
+void run_mean(const Command& command);
+void check_lm(const Command& command);
+void run_lm(const Command& command);
+void check_mask_label(const Command& command);
+void run_mask_label(const Command& command);
+void check_mask_coordinate(const Command& command);
+void run_mask_coordinate(const Command& command);
+void check_extract(const Command& command);
+void run_extract(const Command& command);
+void check_globals(const Command& command);
+void run_globals(const Command& command);

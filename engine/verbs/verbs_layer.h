@@ -1,0 +1,6 @@
+#pragma once
+
+// The verbs of the command language: each checks a command against the working folder and carries
+// it out with what the layers before it offer.
+//
+// Only programs stand above it.
