@@ -24,6 +24,8 @@
 // Last, as its macros are words that others use.
 #include <gdk/gdkx.h>
 
+using namespace kvo::edit;
+
 namespace {
 
 constexpr long VARIABLES = 30;

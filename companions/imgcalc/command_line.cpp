@@ -8,6 +8,8 @@
 #include "engine/base/text_file.h"
 #include "util/q_string.h"
 
+namespace kvo::imgcalc {
+
 namespace {
 
 constexpr double LEAST_DF = 1;
@@ -129,3 +131,5 @@ std::string help_text() {
       "Exit status: 0 when the image was converted, 1 when it was left as it was.\n";
   return text;
 }
+
+}  // namespace kvo::imgcalc

@@ -5,6 +5,12 @@
 #include <span>
 #include <string>
 
+#include "engine/images/images_layer.h"
+
+namespace kvo::imgcalc {
+
+using namespace images;
+
 enum class Operation {
   compress,
   set_t,
@@ -35,3 +41,5 @@ std::string description_of(const Image_command& command);
 
 /// The text of --help.
 std::string help_text();
+
+}  // namespace kvo::imgcalc

@@ -15,6 +15,8 @@
 #include "nifti/nifti_write.h"
 #include "util/q_string.h"
 
+namespace kvo::imgcalc {
+
 namespace {
 
 /// Voxels that one thread converts before it looks for more.
@@ -168,3 +170,5 @@ void carry_out(const Image_command& command, const Say& say) {
       return convert_values(command, t_of_log10_p);
   }
 }
+
+}  // namespace kvo::imgcalc

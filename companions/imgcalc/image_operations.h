@@ -9,6 +9,8 @@
 #include "companions/imgcalc/command_line.h"
 #include "nifti/nifti_header.h"
 
+namespace kvo::imgcalc {
+
 /// Takes a sentence, without its full stop, on what is done beyond what was asked for.
 using Say = std::function<void(const std::string&)>;
 
@@ -26,3 +28,5 @@ void declare_values(Nifti_header& header, std::int16_t intent_code, double param
 /// path, when the header places the voxels at no sensible points.
 void declare_space(Nifti_header& header, std::int16_t space_code, const std::string& path,
                    const Say& say);
+
+}  // namespace kvo::imgcalc

@@ -13,6 +13,8 @@
 #include "engine/base/refusal.h"
 #include "kvo_config.h"
 
+using namespace kvo::imgcalc;
+
 namespace {
 
 void write_progress(char kind, const std::string& text) {

@@ -12,6 +12,8 @@
 #include "engine/studies/study_rules.h"
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr const char* NAME = "kvo-edit-grid";
@@ -337,3 +339,5 @@ void grid_move_to(Table_grid& grid, long row, long column, bool extends) {
   grid_redraw(grid);
   grid.events.moved();
 }
+
+}  // namespace kvo::edit

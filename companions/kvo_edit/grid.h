@@ -14,6 +14,8 @@
 #include "companions/kvo_edit/document.h"
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 /// What the grid tells its window.
 struct Grid_events {
   std::function<void()> changed;                         ///< the document has been changed
@@ -60,3 +62,5 @@ void grid_move_to(Table_grid& grid, long row, long column, bool extends = false)
 void grid_start_edit(Table_grid& grid, const std::optional<std::string>& text = std::nullopt);
 /// Ends editing, if there is any, and stores what has been typed or not.
 void grid_finish_edit(Table_grid& grid, bool stores);
+
+}  // namespace kvo::edit

@@ -9,6 +9,8 @@
 #include "engine/studies/study_rules.h"
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 namespace {
 
 gboolean on_focus_out(GtkWidget* /*entry*/, GdkEvent* /*event*/, gpointer data) {
@@ -100,3 +102,5 @@ void grid_finish_edit(Table_grid& grid, bool stores) {
   set_text(*grid.document, edit->place.row, edit->place.column, text);
   if (grid.document->undo_steps.size() != steps) grid.events.changed();
 }
+
+}  // namespace kvo::edit

@@ -9,6 +9,8 @@
 
 #include "companions/kvo_edit/grid.h"
 
+namespace kvo::edit {
+
 struct Grid_edit {
   Cell_place place;
   std::optional<std::string> text;  ///< what to begin with instead of the cell's text
@@ -22,3 +24,5 @@ struct Grid_edit {
 GtkWidget* grid_edit_new_entry(gpointer grid);
 /// The valid UTF-8 that stands for the text in widgets.
 std::string shown_text(const std::string& text);
+
+}  // namespace kvo::edit

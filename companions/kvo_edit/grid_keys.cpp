@@ -7,6 +7,8 @@
 #include "companions/kvo_edit/grid_edit.h"
 #include "companions/kvo_edit/operations.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr GdkModifierType NO_TYPING =
@@ -182,3 +184,5 @@ gboolean grid_edit_key(Table_grid& grid, const GdkEventKey& event) {
   }
   return TRUE;
 }
+
+}  // namespace kvo::edit

@@ -9,6 +9,8 @@
 #include "companions/kvo_edit/operations.h"
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr guint LEFT = 1;
@@ -185,3 +187,5 @@ void grid_connect_header(Table_grid& grid, GtkTreeViewColumn* column) {
   g_object_set_data(G_OBJECT(column->button), "column", column);
   g_signal_connect(column->button, "button-press-event", G_CALLBACK(on_header_press), &grid);
 }
+
+}  // namespace kvo::edit

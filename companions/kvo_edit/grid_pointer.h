@@ -9,6 +9,8 @@
 
 #include "companions/kvo_edit/grid.h"
 
+namespace kvo::edit {
+
 /// The name under which each column of the view holds the position of its variable as data, or
 /// one of the others.
 inline constexpr const char* GRID_POSITION = "kvo-edit-position";
@@ -21,3 +23,5 @@ void grid_connect_header(Table_grid& grid, GtkTreeViewColumn* column);
 
 /// The cell, possibly of the column GRID_NUMBERS, at a place of the view's inner window.
 std::optional<Cell_place> grid_place_at(const Table_grid& grid, int x, int y);
+
+}  // namespace kvo::edit

@@ -11,6 +11,8 @@
 #include "resources/share/regions.h"
 #include "resources/share/tissue.h"
 
+using namespace kvo::share;
+
 namespace {
 
 // Takes the one subject's noise out of the templates, not the borders between the tissues.

@@ -15,6 +15,8 @@
 #include "dialog_driver.h"
 #include "test_folder.h"
 
+using namespace kvo::edit;
+
 namespace {
 
 using testing::ElementsAre;
