@@ -67,17 +67,6 @@ class Shown_dialog {
   GtkWidget* dialog_;
 };
 
-/// All ways to refuse a dialog.
-struct Refusal {
-  const char* name;
-  void (*act)(Shown_dialog&);
-};
-inline constexpr Refusal REFUSALS[] = {
-    {"Cancel", [](Shown_dialog& dialog) { dialog.press("Cancel"); }},
-    {"Escape", [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Escape); }},
-    {"close button", [](Shown_dialog& dialog) { dialog.close(); }},
-};
-
 /// Wait until a file chooser, which loads folders meanwhile, has a file or folder selected, or is
 /// in a folder; whether it does.
 bool has_selected(GtkWidget* chooser, const std::string& path);
