@@ -52,9 +52,9 @@ TEST(Input, ShowsTheDefaultsAndGivesThemBack) {
     EXPECT_THAT(dialog.buttons(), ElementsAre("Help", "Cancel", "OK"));
     dialog.press("OK");
   });
-  EXPECT_EQ(Q_input("MEAN <ANALYSIS> & more\nPlease <b>enter</b>\na name.", 7, items), 1);
+  EXPECT_EQ(Q_input("MEAN <b>ANALYSIS</b>\nPlease <b>enter</b>\na name.", 7, items), 1);
   EXPECT_EQ(user.shown(),
-            "mean [ MEAN <ANALYSIS> & more ] Jackknife: yes; Image: ; Probability: 1.0; Filter: "
+            "mean [ MEAN <b>ANALYSIS</b> ] Jackknife: yes; Image: ; Probability: 1.0; Filter: "
             "groupA <(none), groupA, groupB>; Space: MNI <MNI, Talairach>; Name:   the \t 5% <b> "
             "caf\xc3\xa9 ; Coordinate: 12 -3 0");
   EXPECT_EQ(answers(items),

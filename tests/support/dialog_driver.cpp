@@ -210,7 +210,12 @@ std::vector<GtkWidget*> widgets_inside(GtkWidget* container) {
 }
 
 std::string Shown_dialog::message() const {
-  return property(dialog_, GTK_IS_MESSAGE_DIALOG(dialog_) ? "text" : "title");
+  if (!GTK_IS_MESSAGE_DIALOG(dialog_)) return property(dialog_, "title");
+  std::string text;
+  for (GtkWidget* label :
+       widgets_inside(gtk_message_dialog_get_message_area(GTK_MESSAGE_DIALOG(dialog_))))
+    if (gtk_widget_get_visible(label)) text += gtk_label_get_text(GTK_LABEL(label));
+  return text;
 }
 
 std::string Shown_dialog::explanation() const {
