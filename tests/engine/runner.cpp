@@ -23,11 +23,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::vector<std::string> words_of(const std::string& text) {
-  std::istringstream stream(text);
-  return {std::istream_iterator<std::string>(stream), {}};
-}
-
 std::vector<std::string> lines_of(const std::string& text) {
   std::istringstream stream(text);
   std::vector<std::string> lines;
@@ -111,14 +106,10 @@ int carry_out(const std::string& text) {
 
 Running_command Installation::start(const std::string& command,
                                     const std::function<void()>& prepare) const {
-  std::vector<std::string> words = words_of(command);
-  words.insert(words.begin(), program("kvo_parse"));
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  const std::string program_path = program("kvo_parse");
   return launch([&] {
     if (prepare) prepare();
-    execv(arguments[0], arguments.data());
+    execl(program_path.c_str(), program_path.c_str(), command.c_str(), nullptr);
   });
 }
 
@@ -153,13 +144,18 @@ Outcome Installation::expect_refused(const std::string& command, const std::stri
 }
 
 void Installation::save() const {
-  fs::remove_all(folder_.path() / "saved");
-  fs::copy(work(), folder_.path() / "saved", fs::copy_options::recursive);
+  fs::create_directories(folder_.path() / "saved");
+  for (const char* part : {"work", "share"}) {
+    fs::remove_all(folder_.path() / "saved" / part);
+    fs::copy(folder_.path() / part, folder_.path() / "saved" / part, fs::copy_options::recursive);
+  }
 }
 
 void Installation::restore() const {
-  remove_everything();
-  fs::copy(folder_.path() / "saved", ".", fs::copy_options::recursive);
+  for (const char* part : {"work", "share"}) {
+    for (const auto& entry : fs::directory_iterator(folder_.path() / part)) fs::remove_all(entry);
+    fs::copy(folder_.path() / "saved" / part, folder_.path() / part, fs::copy_options::recursive);
+  }
 }
 
 void remove_everything() {
