@@ -11,7 +11,7 @@
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 #include "nifti/nifti_file.h"
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/whole_file.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
-#include "workspace/study_table.h"
 
 namespace {
 

@@ -1,12 +1,11 @@
 #include "analyses/jackknife_plan.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <set>
 
 #include "analyses/names.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 
@@ -23,7 +22,7 @@ std::vector<long> included_columns(const Q_table& study_table, const std::string
   const long row = filter.empty() ? -1 : Q_get_table_row_pos_or_die(study_table, filter.c_str());
   std::vector<long> included;
   for (long column = 1; column < columns; ++column)
-    if (row < 0 || std::strtod(cell(study_table, row, column).c_str(), nullptr) != 0)
+    if (row < 0 || Q_leading_number(cell(study_table, row, column)) != 0)
       included.push_back(column);
   return included;
 }

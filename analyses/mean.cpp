@@ -12,9 +12,10 @@
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 #include "shell/busy.h"
+#include "workspace/files/file_names.h"
+#include "workspace/files/map_lists.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
-#include "workspace/map_lists.h"
-#include "workspace/study_table.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "util/process.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 
@@ -28,15 +28,10 @@ bool holds(std::string_view set, char character) {
   return set.find(character) != std::string_view::npos;
 }
 
-bool is_control(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return byte < ' ' || byte == 0x7F;
-}
-
 std::string described(char character) {
   for (const Named_character& row : NAMED)
     if (row.character == character) return row.name;
-  if (is_control(character))
+  if (Q_is_control(character))
     return Q_format("the control character %i", static_cast<int>(character)).str();
   return Q_format("the character '%c'", character).str();
 }
@@ -64,7 +59,7 @@ std::string kvo_safe_name(std::string_view typed) {
 
 std::string kvo_name_refusal(std::string_view name) {
   for (const char character : name)
-    if (holds(NOT_IN_NAMES, character) || is_control(character))
+    if (holds(NOT_IN_NAMES, character) || Q_is_control(character))
       return refusal(name, "contains", character);
   return "";
 }
@@ -95,6 +90,6 @@ std::string kvo_file_name_refusal(std::string_view name) {
 
 std::string kvo_path_refusal(std::string_view path) {
   for (const char character : path)
-    if (is_control(character)) return refusal(path, "contains", character);
+    if (Q_is_control(character)) return refusal(path, "contains", character);
   return "";
 }

@@ -13,9 +13,9 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dialogs/frame.h"
 #include "dialogs/message.h"
@@ -26,6 +26,7 @@
 #include "util/process.h"
 #include "util/q_string.h"
 #include "util/read_file.h"
+#include "util/text.h"
 
 namespace {
 
@@ -104,12 +105,10 @@ struct Description {
 std::optional<Description> description_in(const Reply& reply) {
   bool describes = !reply.whole;
   for (const std::string_view line : Q_split_lines(reply.text)) {
-    std::istringstream words{std::string(line)};
-    std::string name;
-    Description description;
-    words >> name >> description.size >> description.checksum;
-    if (name == update_name()) return description;
-    describes = describes || name.starts_with("update");
+    const std::vector<std::string_view> words = Q_words(line);
+    const auto word = [&words](std::size_t i) { return i < words.size() ? words[i] : ""; };
+    if (word(0) == update_name()) return Description{std::string(word(1)), std::string(word(2))};
+    describes = describes || word(0).starts_with("update");
   }
   return describes ? std::optional(Description()) : std::nullopt;
 }
@@ -126,7 +125,8 @@ std::string mismatch(const char* path, const Description& description) {
   if (!content) return "it " + fault.text;
   const std::string size = std::to_string(content->size());
   if (size != description.size)
-    return "it has " + size + " bytes instead of the " + description.size + " that the site states";
+    return "it has " + Q_counted(content->size(), "byte", "bytes") + " instead of the " +
+           description.size + " that the site states";
   const Q_g_memory<char> checksum(g_compute_checksum_for_data(
       G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(content->data()), content->size()));
   return description.checksum == checksum.get()
@@ -178,7 +178,7 @@ std::string download(const char* site, const std::optional<Description>& descrip
 }  // namespace
 
 bool kvo_is_newer_version(const char* reply_line) {
-  const double version = std::strtod(reply_line, nullptr);
+  const double version = Q_leading_number(reply_line);
   return std::isfinite(version) && std::floor(version * 100) > KVO_VERSION * 100;
 }
 

@@ -142,7 +142,7 @@ bool kvo3_exec_core(bool record, const char* format, ...) {
     return !Q_console_gone();
   }
   Q_print(Q_BLUE, 0, "%s\n", markup.c_str());
-  if (record) Q_print("", 1, "%s\n\n", markup.c_str());
+  if (record) Q_print("", Q_BATCH_PANE, "%s\n\n", markup.c_str());
   return !Q_console_gone() && run(command.str());
 }
 
@@ -163,7 +163,7 @@ gboolean kvo3_core(GtkWidget* entry, GdkEventKey* event, gpointer /*data*/) {
   gtk_entry_set_text(GTK_ENTRY(entry), "");
   gtk_combo_box_append_text(GTK_COMBO_BOX(gtk_widget_get_parent(entry)), command.c_str());
   Q_trim(command);
-  Q_print("", 1, "# User command:\n");
+  Q_print("", Q_BATCH_PANE, "# User command:\n");
   kvo3_exec_core(true, "%s", command.c_str());
   return FALSE;
 }

@@ -58,7 +58,7 @@ int wait_for_all(pid_t shell) {
 std::string Q_shell_quoted(std::string_view text) {
   std::string quoted = "\"";
   for (const char character : text) {
-    if (std::string_view("\"$`\\").find(character) != std::string_view::npos) quoted += '\\';
+    if (Q_ACTS_IN_QUOTES.find(character) != std::string_view::npos) quoted += '\\';
     quoted += character;
   }
   return quoted + '"';

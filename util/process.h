@@ -9,7 +9,9 @@
 #include "util/handles.h"
 #include "util/q_string.h"
 
-/// The text in double quotes for the shell, with the characters escaped that act inside them.
+/// The characters that act inside the double quotes of a shell command.
+inline constexpr std::string_view Q_ACTS_IN_QUOTES = "\"$`\\";
+/// The text in double quotes for the shell, with those characters escaped.
 std::string Q_shell_quoted(std::string_view text);
 
 /// Starts the formatted command through the shell and returns a stream that reads its standard

@@ -1,4 +1,5 @@
 #include "workspace/edit_table.h"
+#include "workspace/files/file_names.h"
 
 #include <gtk/gtk.h>
 #include <sys/wait.h>
@@ -11,7 +12,6 @@
 #include "util/process.h"
 #include "util/text.h"
 #include "workspace/load_table.h"
-#include "workspace/study_table.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
 #include "workspace/working_folder.h"
+#include "workspace/files/file_names.h"
 
 #include <unistd.h>
 
@@ -14,9 +15,9 @@
 #include "util/handles.h"
 #include "util/text.h"
 #include "util/whole_file.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
-#include "workspace/study_table.h"
 
 namespace {
 
@@ -60,6 +61,13 @@ void kvo_show_title() {
   Q_set_title("KVO v%.2f - %s", KVO_VERSION, folder.get());
 }
 
+void kvo_show_folder() {
+  Q_remove_dead_outputs();
+  kvotable_load(KVO_TABLE_FILE);
+  kvo_show_title();
+  kvo3_batch_print();
+}
+
 void kvo3_cd() {
   Qs_HelpTopic = "folder";
   Q_string folder = kvo_s_user_dir;
@@ -70,10 +78,7 @@ void kvo3_cd() {
     return;
   }
   kvo_enter_folder(folder.c_str());
-  Q_remove_dead_outputs();
-  kvotable_load(KVO_TABLE_FILE);
-  kvo_show_title();
-  kvo3_batch_print();
+  kvo_show_folder();
 }
 
 void kvo3_check_user_dir() {

@@ -15,6 +15,10 @@ void kvo_enter_folder(const char* folder);
 /// Shows the version and the working folder as the main window's title.
 void kvo_show_title();
 
+/// Shows the working folder's study table, title and batch, and removes what a program that was
+/// killed has left there.
+void kvo_show_folder();
+
 /// Handler of the menu action that changes the meta-analysis: asks for a folder, enters it and
 /// shows its study table, title and batch. Cancel changes nothing.
 void kvo3_cd();

@@ -12,7 +12,9 @@
 #include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
+
+namespace kvo::edit {
 
 namespace {
 
@@ -244,3 +246,5 @@ void save_document(Document& document) {
   document.on_disk = std::move(text);
   document.saved_at = document.undo_steps.size();
 }
+
+}  // namespace kvo::edit

@@ -7,7 +7,9 @@
 
 #include "engine/base/install.h"
 #include "util/q_string.h"
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
+
+namespace kvo::inference {
 
 namespace {
 
@@ -158,3 +160,5 @@ void add_regions(std::vector<Cluster>& clusters, std::span<const float> atlas) {
         [](const RegionShare& a, const RegionShare& b) { return a.voxels > b.voxels; });
   }
 }
+
+}  // namespace kvo::inference

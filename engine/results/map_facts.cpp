@@ -14,7 +14,9 @@
 #include "engine/studies/study_peaks.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
+
+namespace kvo::results {
 
 namespace {
 
@@ -130,3 +132,5 @@ MapFacts facts_of_map(const std::string& map, std::span<const Verb> verbs) {
        {"Program", Q_format("KVO %.2f", KVO_VERSION).str()}});
   return known;
 }
+
+}  // namespace kvo::results

@@ -14,7 +14,9 @@
 #include "engine/results/results.h"
 #include "engine/studies/study_image.h"
 #include "engine/verbs/verbs.h"
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
+
+namespace kvo::verbs {
 
 namespace {
 
@@ -150,3 +152,5 @@ void run_mask_coordinate(const Command& command) {
   say_outside_brain(mask);
   write_mask(command, mask);
 }
+
+}  // namespace kvo::verbs

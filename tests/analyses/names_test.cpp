@@ -22,21 +22,6 @@ std::string fault(const std::string& reason, const std::string& name) {
   return reason.substr(start.size(), reason.size() - start.size() - end.size());
 }
 
-TEST(Names, AreMadeSafe) {
-  const struct {
-    const char* typed;
-    const char* safe;
-  } cases[] = {
-      {"MyMean", "MyMean"},
-      {"My Mean", "My_Mean"},
-      {"mean 1: a/b", "mean_1._a-b"},
-      {"Left cerebellum, crus I", "Left_cerebellum._crus_I"},
-      {"a;b&c|d>e'f\"g\\h*i?", "a.b-c-d-e-f-g-h-i."},
-      {"", ""},
-  };
-  for (const auto& c : cases) EXPECT_EQ(kvo_safe_name(c.typed), c.safe) << c.typed;
-}
-
 /// Every byte at three places of a name: whatever is let through reaches the engine unchanged, and
 /// only what the command language has no place for is refused.
 TEST(Names, ThatTheLanguageHoldsReachProgramsUnchanged) {
@@ -63,20 +48,15 @@ TEST(Names, OfFilesAreRefusedThatLeadElsewhere) {
     std::string name;
     const char* fault;
   } cases[] = {
-      {"gm", ""},
       {"a.b-c", ""},
       {"", "is empty"},
       {"gray matter", "contains a blank"},
-      {"a,b", "contains the character ','"},
-      {"a=b", "contains the character '='"},
       {"a+b", "contains the character '+'"},
       {std::string(201, 'a'), "is longer than 200 bytes"},
       {"\xe9", "is not valid UTF-8"},
       {"..", "begins with the character '.'"},
-      {".gm", "begins with the character '.'"},
       {"-gm", "begins with the character '-'"},
       {"a/b", "contains the character '/'"},
-      {"/gm", "contains the character '/'"},
       {"g$m", ""},
       {"a\rb", "contains a carriage return"},
       {"a\x01", "contains the control character 1"},

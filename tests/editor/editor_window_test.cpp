@@ -17,6 +17,8 @@
 #include "dialog_driver.h"
 #include "test_folder.h"
 
+using namespace kvo::edit;
+
 namespace {
 
 using testing::ElementsAre;
@@ -42,7 +44,7 @@ class Session {
   }
 
   Editor& editor() { return *editor_; }
-  Grid& grid() { return *editor_->grid; }
+  Table_grid& grid() { return *editor_->grid; }
   std::string title() { return gtk_window_get_title(GTK_WINDOW(editor_->window)); }
   std::string status() { return gtk_label_get_text(GTK_LABEL(editor_->status)); }
   std::string table() { return document_text(editor_->document); }

@@ -12,6 +12,8 @@
 #include "file_size_limit.h"
 #include "test_folder.h"
 
+using namespace kvo::edit;
+
 namespace {
 
 namespace fs = std::filesystem;

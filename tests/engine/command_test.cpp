@@ -4,6 +4,8 @@
 
 #include "engine/verbs/verbs.h"
 
+using namespace kvo::verbs;
+
 namespace {
 
 TEST(Command, IsUnderstoodHoweverItIsSpaced) {

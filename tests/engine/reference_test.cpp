@@ -14,6 +14,8 @@
 #include "engine/model/random_effects.h"
 #include "runner.h"
 
+using namespace kvo::images;
+
 namespace {
 
 namespace fs = std::filesystem;

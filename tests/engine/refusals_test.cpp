@@ -11,6 +11,8 @@
 #include "runner.h"
 #include "table.h"
 
+using namespace kvo::images;
+
 namespace {
 
 namespace fs = std::filesystem;

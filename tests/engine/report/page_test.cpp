@@ -11,6 +11,8 @@
 #include "engine/report/cluster_report.h"
 #include "table.h"
 
+using namespace kvo::report;
+
 namespace {
 
 using testing::Contains;

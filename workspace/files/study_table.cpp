@@ -1,4 +1,4 @@
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 #include <algorithm>
 #include <utility>

@@ -8,10 +8,6 @@
 
 #include "util/text.h"
 
-/// Their files in the working folder. That the first exists shows that the folder is preprocessed.
-inline constexpr const char* KVO_MAPS_FILE = "kvo_maps.txt";
-inline constexpr const char* KVO_ND_FILE = "kvo_nd.txt";
-
 /// Names of the maps, in the order of the file, and their number.
 extern Q_string_list kvo_vs_maps;
 extern std::int32_t kvo_maps;

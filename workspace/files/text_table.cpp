@@ -1,4 +1,4 @@
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 #include <algorithm>
 #include <charconv>
@@ -41,13 +41,6 @@ std::size_t checked_slot(const Q_table& table, long row, long column) {
   return slot_of(row, column, columns);
 }
 
-std::string trimmed(std::string_view token) {
-  if (token.find_first_of(Q_WHITE_SPACE) == std::string_view::npos) return std::string(token);
-  Q_string text(token);
-  Q_trim(text);
-  return text.str();
-}
-
 /// The tokens of a line, one after the other.
 class Tokens {
  public:
@@ -60,7 +53,7 @@ class Tokens {
     const std::string_view token = rest_.substr(0, separator);
     ended_ = separator == std::string_view::npos;
     if (!ended_) rest_.remove_prefix(separator + 1);
-    return trimmed(token);
+    return Q_trimmed(token);
   }
 
  private:
@@ -112,11 +105,8 @@ std::string loss_of(std::string_view content, const Q_line& line, std::size_t co
   if (columns == 0 ||
       std::all_of(beyond, cells.end(), [](const auto& cell) { return cell.empty(); }))
     return "";
-  return Q_format(
-             "there are %zu cells, but the header has %zu columns (each blank, tab or comma begins "
-             "a new cell)",
-             cells.size(), columns)
-      .str();
+  return "there are " + Q_counted(cells.size(), "cell", "cells") + ", but the header has " +
+         Q_counted(columns, "column", "columns") + " (each blank, tab or comma begins a new cell)";
 }
 
 /// The new row's slots may have been left by a row that the table had before.

@@ -1,4 +1,4 @@
-#include "shell/actions.h"
+#include "shell/main/actions.h"
 
 #include "analyses/create_mask.h"
 #include "analyses/extract.h"
@@ -15,7 +15,7 @@
 #include "integrations/spm_extension.h"
 #include "integrations/update_check.h"
 #include "shell/batch.h"
-#include "shell/main_window.h"
+#include "shell/main/main_window.h"
 #include "workspace/edit_table.h"
 #include "workspace/working_folder.h"
 

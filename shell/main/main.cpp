@@ -9,16 +9,12 @@
 #include "dialogs/message.h"
 #include "integrations/brain_viewer.h"
 #include "integrations/update_check.h"
-#include "shell/batch.h"
 #include "shell/console.h"
-#include "shell/main_window.h"
-#include "shell/run_output.h"
+#include "shell/main/main_window.h"
 #include "util/error.h"
 #include "util/files.h"
 #include "util/site_address.h"
-#include "workspace/load_table.h"
 #include "workspace/settings.h"
-#include "workspace/study_table.h"
 #include "workspace/working_folder.h"
 
 namespace {
@@ -27,17 +23,6 @@ constexpr const char* COMPANIONS[] = {"imgcalc", "kvo_core", "kvo_edit", "kvo_pa
 
 void show_error(const char* text) {
   Q_input_warning("%s", text);
-}
-
-/// Reads what belongs to the user and to the working folder, and shows it.
-void load_workspace() {
-  kvo_load_kvo_ini();
-  kvo3_check_user_dir();
-  Q_remove_dead_outputs();
-  kvo3_check_brain_viewer();
-  kvotable_load(KVO_TABLE_FILE);
-  kvo_show_title();
-  kvo3_batch_print();
 }
 
 void make_companions_executable() {
@@ -59,7 +44,10 @@ int main(int argc, char** argv) {
   Q_set_error_presenter(show_error);
 
   kvo3_main();
-  load_workspace();
+  kvo_load_kvo_ini();
+  kvo3_check_user_dir();
+  kvo3_check_brain_viewer();
+  kvo_show_folder();
   Q_print("", 0, "Waiting for the user to click a button or menu item or to type a command...\n\n");
   Qs_HelpTopic = "Changes";
   if (!kvo3_new_update()) kvo3_about();

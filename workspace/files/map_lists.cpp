@@ -1,10 +1,11 @@
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 #include <utility>
 
 #include "util/files.h"
 #include "util/lines.h"
 #include "util/read_file.h"
+#include "workspace/files/file_names.h"
 
 Q_string_list kvo_vs_maps;
 std::int32_t kvo_maps = 0;
@@ -38,9 +39,8 @@ bool kvo_is_negative_tail(std::string_view name) {
 Q_string_list kvo_read_map_names(std::string_view content) {
   Q_string_list names;
   for (const std::string_view raw : Q_split_lines(content)) {
-    Q_string line(raw);
-    Q_trim(line);
-    if (!line.empty()) names.push_back(line.str());
+    std::string line = Q_trimmed(raw);
+    if (!line.empty()) names.push_back(std::move(line));
   }
   return names;
 }

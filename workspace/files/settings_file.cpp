@@ -1,4 +1,4 @@
-#include "workspace/settings_file.h"
+#include "workspace/files/settings_file.h"
 
 #include <algorithm>
 #include <optional>
@@ -27,25 +27,19 @@ std::string_view take_run(std::string_view& text) {
   return run;
 }
 
-Q_string trimmed_text(std::string_view raw) {
-  Q_string text(raw);
-  Q_trim(text);
-  return text;
-}
-
 void read_line(std::string_view raw, Kvo_settings& settings) {
-  const Q_string line = trimmed_text(raw);
-  std::string_view rest = line.str();
-  const Q_string key = trimmed_text(take_run(rest));
+  const std::string line = Q_trimmed(raw);
+  std::string_view rest = line;
+  const std::string key = Q_trimmed(take_run(rest));
   const std::string_view value = take_run(rest);
   if (value.empty()) return;
   for (const Setting& setting : SETTINGS)
-    if (key == setting.key) settings.*setting.value = trimmed_text(value);
+    if (key == setting.key) settings.*setting.value = Q_string(Q_trimmed(value));
 }
 
 std::string on_one_line(std::string text) {
-  const auto ends_line = [](char byte) { return byte == '\n' || byte == '\r' || byte == '\xFF'; };
-  std::replace_if(text.begin(), text.end(), ends_line, ' ');
+  std::ranges::replace_if(
+      text, [](char byte) { return Q_LINE_ENDS.find(byte) != std::string_view::npos; }, ' ');
   return text;
 }
 

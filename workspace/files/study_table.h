@@ -4,10 +4,8 @@
 // transposed: a row for each variable with its name in column 0, a column for each study.
 
 #include "util/text.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
-/// The study table's file in the working folder.
-inline constexpr const char* KVO_TABLE_FILE = "kvo_table.txt";
 /// The variable that a jackknife adds to the table for as long as it runs.
 inline constexpr const char* KVO_JACKKNIFE_VARIABLE = "TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS";
 

@@ -1,4 +1,4 @@
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
 
 #include <array>
 #include <cmath>

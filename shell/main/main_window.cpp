@@ -1,4 +1,4 @@
-#include "shell/main_window.h"
+#include "shell/main/main_window.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -7,9 +7,9 @@
 #include "dialogs/help.h"
 #include "kvo_config.h"
 #include "resources/images.h"
-#include "shell/actions.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
+#include "shell/main/actions.h"
 #include "shell/markup.h"
 #include "shell/window.h"
 #include "util/handles.h"
@@ -53,7 +53,7 @@ GtkWidget* new_panes() {
   const int height = gdk_screen_get_height(gdk_screen_get_default()) - HEIGHT_BESIDE_CONSOLE;
   gtk_widget_set_size_request(console, -1, height > 0 ? height : -1);
   gtk_paned_add1(GTK_PANED(paned), console);
-  gtk_paned_add2(GTK_PANED(paned), Q_new_pane(1, true));
+  gtk_paned_add2(GTK_PANED(paned), Q_new_pane(Q_BATCH_PANE, true));
   return paned;
 }
 
