@@ -11,7 +11,9 @@
 #include "companions/kvo_edit/table_file.h"
 #include "engine/studies/study_rules.h"
 #include "table.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
+
+using namespace kvo::edit;
 
 namespace {
 

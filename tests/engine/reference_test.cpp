@@ -15,6 +15,7 @@
 #include "runner.h"
 
 using namespace kvo::images;
+using namespace kvo::model;
 
 namespace {
 

@@ -16,6 +16,7 @@ using namespace kvo::images;
 namespace {
 
 namespace fs = std::filesystem;
+
 void compress(const std::string& path, const std::string& bytes) {
   const Q_gz_file file(gzopen(path.c_str(), "wb1"));
   gzwrite(file.get(), bytes.data(), unsigned(bytes.size()));

@@ -16,6 +16,9 @@
 #include "engine/report/plots.h"
 #include "engine/report/png.h"
 
+using namespace kvo::images;
+using namespace kvo::report;
+
 namespace {
 
 struct Pixels {
