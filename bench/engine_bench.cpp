@@ -13,6 +13,8 @@
 #include "engine/model/meta_regression.h"
 #include "engine/model/pooling.h"
 
+using namespace kvo::model;
+
 namespace {
 
 double seconds() {

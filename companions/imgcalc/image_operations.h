@@ -9,12 +9,14 @@
 #include "companions/imgcalc/command_line.h"
 #include "nifti/nifti_header.h"
 
+namespace kvo::imgcalc {
+
 /// Takes a sentence, without its full stop, on what is done beyond what was asked for.
 using Say = std::function<void(const std::string&)>;
 
 /// Carries out a command. Throws Refusal, with all files as they were, when an image cannot be read
 /// or written, and Cancelled when a signal has asked for the end.
-void carry_out(const Image_command& command, const Say& say);
+void carry_out(const Command& command, const Say& say);
 
 /// Declares what the values are, with a parameter that is the degrees of freedom of t statistics.
 void declare_values(Nifti_header& header, std::int16_t intent_code, double parameter);
@@ -26,3 +28,5 @@ void declare_values(Nifti_header& header, std::int16_t intent_code, double param
 /// path, when the header places the voxels at no sensible points.
 void declare_space(Nifti_header& header, std::int16_t space_code, const std::string& path,
                    const Say& say);
+
+}  // namespace kvo::imgcalc

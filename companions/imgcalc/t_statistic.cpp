@@ -6,6 +6,8 @@
 #include <limits>
 #include <numbers>
 
+namespace kvo::imgcalc {
+
 namespace {
 
 constexpr double TINY = 1e-300;
@@ -119,3 +121,5 @@ double t_of_log10_p(double log10_p, double df) {
     t = std::copysign(t_of_central_part(std::abs(central), df), central);
   return std::copysign(1.0, log10_p) * t;
 }
+
+}  // namespace kvo::imgcalc

@@ -5,6 +5,8 @@
 #include "engine/base/progress.h"
 #include "engine/verbs/verbs.h"
 
+using namespace kvo::verbs;
+
 int main(int argc, char** argv) {
   return exit_status_of([&] {
     const Command command = parse_command(joined_words(argc, argv), all_verbs());

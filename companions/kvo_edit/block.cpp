@@ -4,6 +4,8 @@
 
 #include "engine/base/text_file.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr char QUOTE = '"';
@@ -44,7 +46,7 @@ std::string take_cell(std::string_view& text) {
   std::string cell;
   if (take_quoted(text, cell)) return cell;
   const std::size_t length = std::min(text.find_first_of(CELL_ENDS), text.size());
-  cell = trimmed(text.substr(0, length));
+  cell = base::trimmed(text.substr(0, length));
   text.remove_prefix(length);
   return cell;
 }
@@ -82,3 +84,5 @@ std::string format_block(const Block& block) {
   }
   return text;
 }
+
+}  // namespace kvo::edit

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+namespace kvo::edit {
+
 /// Rows of cells, which may differ in length.
 using Block = std::vector<std::vector<std::string>>;
 
@@ -18,3 +20,5 @@ Block parse_block(std::string_view text);
 
 /// The text that holds a block, each row ended by a line feed.
 std::string format_block(const Block& block);
+
+}  // namespace kvo::edit

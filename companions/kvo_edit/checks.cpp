@@ -10,6 +10,8 @@
 #include "util/text.h"
 #include "workspace/files/study_table.h"
 
+namespace kvo::edit {
+
 namespace {
 
 Fault problem(std::string text) {
@@ -132,3 +134,5 @@ std::vector<Cell_place> all_faults(const Check_index& index, const Table& table)
       if (fault_of(index, table, row, column)) places.push_back({row, column});
   return places;
 }
+
+}  // namespace kvo::edit

@@ -11,6 +11,8 @@
 
 #include "companions/kvo_edit/table.h"
 
+namespace kvo::edit {
+
 enum class Severity {
   note,    ///< an analysis may need more than there is, or cannot use it
   problem  ///< the engine refuses the table for it
@@ -49,3 +51,5 @@ struct Cell_place {
 };
 /// The places of all faults, row by row from the names on.
 std::vector<Cell_place> all_faults(const Check_index& index, const Table& table);
+
+}  // namespace kvo::edit

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace kvo::edit {
+
 namespace {
 
 std::vector<Edit> apply_all(Table& table, std::vector<Edit> edits) {
@@ -46,3 +48,5 @@ std::optional<Cell_range> redo(Document& document) {
 bool has_changes(const Document& document) {
   return document.saved_at != document.undo_steps.size();
 }
+
+}  // namespace kvo::edit

@@ -10,6 +10,8 @@
 
 #include "companions/kvo_edit/table.h"
 
+namespace kvo::edit {
+
 /// How the lines of the file are written.
 struct Table_format {
   char separator = '\t';
@@ -45,3 +47,5 @@ std::optional<Cell_range> redo(Document& document);
 
 /// Whether the table differs from what was loaded or saved last.
 bool has_changes(const Document& document);
+
+}  // namespace kvo::edit

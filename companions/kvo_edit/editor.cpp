@@ -13,6 +13,8 @@
 #include "util/handles.h"
 #include "util/q_string.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr int DEFAULT_WIDTH = 900;   // pixels
@@ -270,3 +272,5 @@ bool editor_close(Editor& editor) {
   if (gtk_main_level() > 0) gtk_main_quit();
   return true;
 }
+
+}  // namespace kvo::edit

@@ -12,10 +12,12 @@
 #include "companions/kvo_edit/grid.h"
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 struct Editor {
   Document document;
   Check_index index;
-  std::unique_ptr<Table_grid> grid;
+  std::unique_ptr<Grid> grid;
   GtkWidget* window = nullptr;
   GtkUIManager* manager = nullptr;
   GtkActionGroup* actions = nullptr;
@@ -41,3 +43,5 @@ bool editor_close(Editor& editor);
 bool editor_save(Editor& editor);
 /// Puts the file's content of now into the editor.
 void editor_reload(Editor& editor);
+
+}  // namespace kvo::edit

@@ -10,6 +10,8 @@
 #include "engine/base/refusal.h"
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 const char* const editor_ui_description = R"(
 <ui>
   <menubar name='menubar'>
@@ -398,3 +400,5 @@ void editor_rename_variable(Editor& editor, long column) {
   set_text(editor.document, HEADER, column, *name);
   editor_refresh(editor);
 }
+
+}  // namespace kvo::edit

@@ -4,6 +4,8 @@
 
 #include "companions/kvo_edit/editor.h"
 
+namespace kvo::edit {
+
 /// Menus, toolbar ("/toolbar") and the menus of the context ("/cells", "/menubar"), for
 /// GtkUIManager.
 extern const char* const editor_ui_description;
@@ -14,3 +16,5 @@ GtkActionGroup* editor_new_actions(Editor& editor);
 void editor_adjust_actions(Editor& editor);
 /// Asks for the name of a variable and changes it.
 void editor_rename_variable(Editor& editor, long column);
+
+}  // namespace kvo::edit

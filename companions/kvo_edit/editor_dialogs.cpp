@@ -1,5 +1,7 @@
 #include "companions/kvo_edit/editor_dialogs.h"
 
+namespace kvo::edit {
+
 namespace {
 
 GtkWidget* new_message(GtkWidget* window, GtkMessageType type, const std::string& text,
@@ -110,3 +112,5 @@ void say_help(GtkWidget* window) {
   gtk_dialog_add_button(GTK_DIALOG(dialog), GTK_STOCK_CLOSE, GTK_RESPONSE_OK);
   run_and_destroy(dialog);
 }
+
+}  // namespace kvo::edit

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+namespace kvo::edit {
+
 /// Says that something could not be done, and why.
 void say_failure(GtkWidget* window, const std::string& what, const std::string& why);
 
@@ -29,3 +31,5 @@ std::optional<std::string> ask_name(
 
 /// Says which keys do what, and what the marks mean.
 void say_help(GtkWidget* window);
+
+}  // namespace kvo::edit

@@ -4,6 +4,8 @@
 
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr double CORNER = 6;  // pixels
@@ -98,3 +100,5 @@ void grid_cell_set_marks(GtkCellRenderer* renderer, const GdkColor* frame, const
   store_color(grid_cell->has_frame, grid_cell->frame, frame);
   store_color(grid_cell->has_corner, grid_cell->corner, corner);
 }
+
+}  // namespace kvo::edit

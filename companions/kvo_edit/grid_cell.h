@@ -6,6 +6,8 @@
 
 #include <gtk/gtk.h>
 
+namespace kvo::edit {
+
 /// Makes the entry, shown but nowhere put yet, in which the cell that the view asks for is edited;
 /// null when it is not to be edited.
 using Grid_entry_maker = GtkWidget* (*)(gpointer data);
@@ -16,3 +18,5 @@ GtkCellRenderer* grid_cell_new(Grid_entry_maker maker, gpointer data);
 
 /// What the next cell to be drawn has beside its text; null for no frame, for no corner.
 void grid_cell_set_marks(GtkCellRenderer* renderer, const GdkColor* frame, const GdkColor* corner);
+
+}  // namespace kvo::edit

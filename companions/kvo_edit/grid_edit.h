@@ -9,6 +9,8 @@
 
 #include "companions/kvo_edit/grid.h"
 
+namespace kvo::edit {
+
 struct Grid_edit {
   Cell_place place;
   std::optional<std::string> text;  ///< what to begin with instead of the cell's text
@@ -17,8 +19,10 @@ struct Grid_edit {
   bool in_menu = false;  ///< the entry's own menu has the focus
 };
 
-/// The maker of the entry (grid_cell.h); the data is the Table_grid, whose `edit` says what to
+/// The maker of the entry (grid_cell.h); the data is the Grid, whose `edit` says what to
 /// edit.
 GtkWidget* grid_edit_new_entry(gpointer grid);
 /// The valid UTF-8 that stands for the text in widgets.
 std::string shown_text(const std::string& text);
+
+}  // namespace kvo::edit

@@ -17,6 +17,8 @@
 #include "util/files.h"
 #include "util/handles.h"
 
+using namespace kvo::edit;
+
 namespace {
 
 constexpr const char* HELP =

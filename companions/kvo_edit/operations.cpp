@@ -12,6 +12,8 @@
 #include "util/handles.h"
 #include "util/text.h"
 
+namespace kvo::edit {
+
 namespace {
 
 /// Collects the cells that really change.
@@ -293,3 +295,5 @@ Cell_range paste_block(Document& document, const Cell_range& range, const Block&
 std::string new_variable_name(const Table& table) {
   return unused_name(table.header.cells);
 }
+
+}  // namespace kvo::edit

@@ -9,6 +9,8 @@
 #include "companions/kvo_edit/block.h"
 #include "companions/kvo_edit/document.h"
 
+namespace kvo::edit {
+
 /// Stores the text in a cell, or as the name of a variable (row HEADER). A text for a missing value
 /// in a cell that misses its value is no change.
 void set_text(Document& document, long row, long column, const std::string& text);
@@ -46,3 +48,5 @@ Cell_range paste_block(Document& document, const Cell_range& range, const Block&
 
 /// "variable1", or with the next number that no variable's name has.
 std::string new_variable_name(const Table& table);
+
+}  // namespace kvo::edit

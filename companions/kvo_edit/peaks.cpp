@@ -11,6 +11,8 @@
 #include "util/text.h"
 #include "util/whole_file.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr std::string_view NEW_FILE =
@@ -33,3 +35,5 @@ void create_peaks_file(const std::string& path) {
   if (!Q_create_whole(path.c_str(), NEW_FILE))
     throw Refusal("'" + path + "' cannot be made: " + std::strerror(errno) + ".");
 }
+
+}  // namespace kvo::edit

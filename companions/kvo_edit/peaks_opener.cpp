@@ -8,6 +8,8 @@
 #include "engine/base/refusal.h"
 #include "util/handles.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr const char* OPENER = "xdg-open";
@@ -61,3 +63,5 @@ void offer_and_open_peaks(GtkWidget* window, const std::string& path) {
   }
   open_with_desktop(window, path);
 }
+
+}  // namespace kvo::edit

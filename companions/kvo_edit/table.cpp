@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace kvo::edit {
+
 namespace {
 
 std::size_t at(long position) {
@@ -153,3 +155,5 @@ long column_of(const Table& table, std::string_view name) {
 Edit apply_edit(Table& table, Edit edit) {
   return std::visit([&](auto& kind) { return apply(table, std::move(kind)); }, edit);
 }
+
+}  // namespace kvo::edit

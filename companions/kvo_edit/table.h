@@ -10,6 +10,12 @@
 #include <variant>
 #include <vector>
 
+#include "engine/studies/studies_layer.h"
+
+namespace kvo::edit {
+
+using namespace studies;
+
 /// The row number of the names of the variables; studies are counted from 0.
 inline constexpr long HEADER = -1;
 
@@ -90,3 +96,5 @@ using Edit = std::variant<Set_cells, Insert_rows, Remove_rows, Insert_columns, R
 
 /// Makes the edit, whose positions must exist, and returns the one that takes it back.
 Edit apply_edit(Table& table, Edit edit);
+
+}  // namespace kvo::edit

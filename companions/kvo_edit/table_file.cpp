@@ -14,6 +14,8 @@
 #include "util/whole_file.h"
 #include "workspace/files/text_table.h"
 
+namespace kvo::edit {
+
 namespace {
 
 constexpr const char* MISSING = "NA";
@@ -244,3 +246,5 @@ void save_document(Document& document) {
   document.on_disk = std::move(text);
   document.saved_at = document.undo_steps.size();
 }
+
+}  // namespace kvo::edit

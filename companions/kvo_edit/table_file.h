@@ -8,6 +8,8 @@
 
 #include "companions/kvo_edit/document.h"
 
+namespace kvo::edit {
+
 /// The document of a file. One that does not exist, or is empty, gives the variables "study" and
 /// "n1" and no studies. Throws Refusal, naming the file, when it is no file or cannot be read.
 Document open_document(const std::string& path);
@@ -42,3 +44,5 @@ bool changed_on_disk(const Document& document);
 /// Writes the file whole or not at all, whatever is there now. Throws Refusal with the reason when
 /// a cell cannot be saved or the file cannot be written; the file is then as it was.
 void save_document(Document& document);
+
+}  // namespace kvo::edit

@@ -11,6 +11,8 @@
 #include "engine/base/progress.h"
 #include "engine/verbs/verbs.h"
 
+using namespace kvo::verbs;
+
 namespace {
 
 bool run(const std::string& text) {
@@ -23,7 +25,7 @@ bool run(const std::string& text) {
   recover_folder();
   command.verb->check(command);
   check_folder_writable();
-  return supervise(companion_path("kvo_core"), {text});
+  return kvo::parse::supervise(companion_path("kvo_core"), {text});
 }
 
 }  // namespace

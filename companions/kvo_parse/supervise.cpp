@@ -23,6 +23,8 @@
 #include "util/handles.h"
 #include "util/process.h"
 
+namespace kvo::parse {
+
 namespace {
 
 /// How long a child may take to end, once it was told to cancel or has closed its output.
@@ -185,3 +187,5 @@ bool supervise(const std::string& program, const std::vector<std::string>& argum
     say_warning("The engine ended before it finished: " + Q_wait_status_text(status) + ".");
   return false;
 }
+
+}  // namespace kvo::parse

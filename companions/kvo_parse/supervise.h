@@ -5,6 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "engine/base/base_layer.h"
+
+namespace kvo::parse {
+
+using namespace base;
+
 /// Starts the program with those arguments, without a shell, and passes its lines on to standard
 /// output, up to its closing line. A cancel signal is handed down to it, and it is killed when it
 /// is still there 10 s later, whatever it writes meanwhile. When it ends without having closed its
@@ -12,3 +18,5 @@
 /// happened. When this process is killed, the child is told to cancel. Returns whether the command
 /// went well.
 bool supervise(const std::string& program, const std::vector<std::string>& arguments);
+
+}  // namespace kvo::parse

@@ -5,3 +5,5 @@
 // files, the wording of numbers, the command language.
 //
 // It knows nothing of brains, studies or maps.
+
+namespace kvo::base {}

@@ -5,6 +5,8 @@
 
 #include "engine/base/refusal.h"
 
+namespace kvo::base {
+
 namespace {
 std::atomic<bool> requested = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "it is set by a signal handler");
@@ -25,3 +27,5 @@ bool cancel_requested() {
 void stop_if_cancelled() {
   if (requested) throw Cancelled{};
 }
+
+}  // namespace kvo::base

@@ -2,6 +2,8 @@
 
 // The wish to end a run early, which arrives as a signal.
 
+namespace kvo::base {
+
 /// From now on SIGTERM, SIGINT and SIGHUP only set a flag, and writing to a pipe that nobody reads
 /// fails instead of ending the process.
 void catch_cancel_signals();
@@ -11,3 +13,5 @@ bool cancel_requested();
 
 /// Throws Cancelled when one of those signals has arrived.
 void stop_if_cancelled();
+
+}  // namespace kvo::base

@@ -7,6 +7,8 @@
 #include "engine/base/progress.h"
 #include "util/handles.h"
 
+namespace kvo::base {
+
 namespace {
 
 /// How many character cells of a monospaced line the text takes.
@@ -44,3 +46,5 @@ std::vector<std::string> aligned_lines(std::span<const std::vector<std::string>>
 void say_table(std::span<const std::vector<std::string>> rows, std::string_view alignment) {
   for (const std::string& line : aligned_lines(rows, alignment)) say(line);
 }
+
+}  // namespace kvo::base

@@ -8,6 +8,8 @@
 #include "engine/base/text_file.h"
 #include "util/text.h"
 
+namespace kvo::base {
+
 namespace {
 
 /// A name, a number or one of the characters ",", "=" and "+".
@@ -190,3 +192,5 @@ std::vector<std::string> help_lines(std::span<const Verb> verbs) {
   lines.push_back("Variables are columns of kvo_table.txt. They are yours to add and to name.");
   return lines;
 }
+
+}  // namespace kvo::base

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace kvo::base {
+
 struct Command;
 
 /// What an argument may be.
@@ -64,3 +66,5 @@ std::string grammar_of(const Verb& verb);
 
 /// The lines of text that explain the verbs, each with its grammar and an example.
 std::vector<std::string> help_lines(std::span<const Verb> verbs);
+
+}  // namespace kvo::base

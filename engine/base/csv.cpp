@@ -4,6 +4,8 @@
 
 #include "engine/base/text_file.h"
 
+namespace kvo::base {
+
 namespace {
 
 bool looks_like_formula(std::string_view cell) {
@@ -31,3 +33,5 @@ std::string csv_line(std::span<const std::string> cells) {
   }
   return line + '\n';
 }
+
+}  // namespace kvo::base

@@ -5,7 +5,11 @@
 #include <span>
 #include <string>
 
+namespace kvo::base {
+
 /// A line of a table, its end included. Cells with commas, quotes or line ends are quoted. A text
 /// that a spreadsheet would take for a formula, as it begins with =, +, -, @ or a control
 /// character, has an apostrophe put before it; a number stays as it is.
 std::string csv_line(std::span<const std::string> cells);
+
+}  // namespace kvo::base

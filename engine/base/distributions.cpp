@@ -6,6 +6,8 @@
 #include <boost/math/distributions/students_t.hpp>
 #include <boost/math/special_functions/gamma.hpp>
 
+namespace kvo::base {
+
 using boost::math::complement;
 
 double normal_tail(double z) {
@@ -36,3 +38,5 @@ double chi_squared_tail(double Q, double df) {
 double gamma_ratio_half(double a) {
   return boost::math::tgamma_delta_ratio(a, 0.5);
 }
+
+}  // namespace kvo::base

@@ -1,6 +1,8 @@
 #pragma once
 
-/// The reference distributions of the engine, all by Boost.Math.
+// The reference distributions of the engine, all by Boost.Math.
+
+namespace kvo::base {
 
 /// The upper tail of the standard normal distribution beyond z, and the z that has such a tail:
 /// both exact where the tail is small.
@@ -18,3 +20,5 @@ double chi_squared_tail(double Q, double df);
 
 /// gamma(a) / gamma(a + 1/2), which neither overflows nor cancels.
 double gamma_ratio_half(double a);
+
+}  // namespace kvo::base

@@ -4,6 +4,8 @@
 
 #include <string>
 
+namespace kvo::base {
+
 /// Whether there is something at the end of the path, links followed.
 inline bool path_exists(const std::string& path) {
   struct stat status {};
@@ -15,3 +17,5 @@ inline bool entry_exists(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0;
 }
+
+}  // namespace kvo::base

@@ -7,6 +7,8 @@
 #include "engine/base/refusal.h"
 #include "util/files.h"
 
+namespace kvo::base {
+
 namespace {
 
 std::filesystem::path program_folder() {
@@ -27,3 +29,5 @@ std::string companion_path(const std::string& program) {
 std::string share_path(const std::string& file) {
   return program_folder().parent_path().parent_path() / "share" / file;
 }
+
+}  // namespace kvo::base

@@ -9,6 +9,8 @@
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 
+namespace kvo::base {
+
 std::string joined_words(int argc, char** argv) {
   std::string text;
   for (int i = 1; i < argc; ++i) {
@@ -38,3 +40,5 @@ int exit_status_of(const std::function<bool()>& work) {
   }
   return 1;
 }
+
+}  // namespace kvo::base

@@ -5,6 +5,8 @@
 #include <functional>
 #include <string>
 
+namespace kvo::base {
+
 /// The arguments of the program joined with single blanks.
 std::string joined_words(int argc, char** argv);
 
@@ -12,3 +14,5 @@ std::string joined_words(int argc, char** argv);
 /// exception. The work closes its report itself otherwise, and returns whether all went well.
 /// Returns the exit status of the program.
 int exit_status_of(const std::function<bool()>& work);
+
+}  // namespace kvo::base

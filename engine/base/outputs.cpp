@@ -16,6 +16,8 @@
 #include "engine/base/text_file.h"
 #include "util/whole_file.h"
 
+namespace kvo::base {
+
 namespace {
 
 const std::string stage = ".kvo_new";
@@ -213,3 +215,5 @@ void Outputs::commit() {
   }
   make_moves();
 }
+
+}  // namespace kvo::base

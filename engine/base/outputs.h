@@ -11,6 +11,8 @@
 
 #include "util/handles.h"
 
+namespace kvo::base {
+
 enum class Leftovers { none, discarded, completed };
 
 /// Brings the working folder in order after a command that was killed: discards outputs that were
@@ -50,3 +52,5 @@ class Outputs {
   Q_fd lock_;
   std::vector<std::string> moved_, removed_;
 };
+
+}  // namespace kvo::base

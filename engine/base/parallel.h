@@ -9,6 +9,8 @@
 
 #include "engine/base/cancel.h"
 
+namespace kvo::base {
+
 /// Calls work(i, thread) once for each i below `count`, on as many threads as OpenMP offers, each
 /// piece given to the thread that is free first; `thread` is below omp_get_max_threads(). The
 /// pieces must not depend on each other. Of the exceptions that they throw the one of the lowest i
@@ -33,3 +35,5 @@ void in_parallel(std::size_t count, const Work& work) {
   if (failure) std::rethrow_exception(failure);
   stop_if_cancelled();
 }
+
+}  // namespace kvo::base

@@ -10,6 +10,8 @@
 #include "util/handles.h"
 #include "util/q_string.h"
 
+namespace kvo::base {
+
 namespace {
 
 // Seconds between two dots, so that the console is never busy with them.
@@ -109,3 +111,5 @@ void Action::step() {
 void Action::finish() {
   write_line("o");
 }
+
+}  // namespace kvo::base

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+namespace kvo::base {
+
 /// Text as Pango markup: special characters escaped, bytes that are not UTF-8 replaced, control
 /// characters made blanks, and cut where the readers of the protocol would cut it.
 std::string markup_of(std::string_view text);
@@ -41,3 +43,5 @@ class Action {
   std::size_t done_ = 0, shown_ = 0;
   double last_dot_;
 };
+
+}  // namespace kvo::base

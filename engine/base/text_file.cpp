@@ -12,6 +12,8 @@
 #include "util/q_string.h"
 #include "util/read_file.h"
 
+namespace kvo::base {
+
 namespace {
 
 constexpr std::string_view white_space = " \t\n\v\f\r";
@@ -99,3 +101,5 @@ std::string file_checksum(const std::string& path) {
 std::string at_line(const std::string& path, std::size_t line) {
   return "'" + path + "', line " + std::to_string(line) + ": ";
 }
+
+}  // namespace kvo::base

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+namespace kvo::base {
+
 /// The content of a text file as Q_read_text gives it. Throws Refusal, naming the file, when that
 /// fails or the file is no text (a byte of value 0 or 255, a line of more bytes than any reader of
 /// the suite takes in).
@@ -42,3 +44,5 @@ std::string file_checksum(const std::string& path);
 
 /// "'path', line 7: " for the beginning of a refusal.
 std::string at_line(const std::string& path, std::size_t line);
+
+}  // namespace kvo::base

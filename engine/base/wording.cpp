@@ -9,6 +9,8 @@
 
 #include "util/handles.h"
 
+namespace kvo::base {
+
 namespace {
 
 constexpr const char* minus_sign = "\u2212";
@@ -109,3 +111,5 @@ std::string count_text(std::size_t count) {
 std::string counted(std::size_t count, const char* one, const char* several) {
   return count_text(count) + " " + (count == 1 ? one : several);
 }
+
+}  // namespace kvo::base

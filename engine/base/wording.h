@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+namespace kvo::base {
+
 /// A text that may come from anywhere as valid UTF-8 that XML takes: bytes that are no UTF-8 and
 /// control characters become U+FFFD; tabs and line ends become blanks.
 std::string printable_text(std::string_view text);
@@ -26,3 +28,5 @@ std::string count_text(std::size_t count);
 
 /// "1 study", "5 studies".
 std::string counted(std::size_t count, const char* one, const char* several);
+
+}  // namespace kvo::base

@@ -18,6 +18,8 @@
 #include "nifti/nifti_write.h"
 #include "util/handles.h"
 
+namespace kvo::images {
+
 namespace {
 
 /// Room for a head at a quarter of a mm, and not for what a few compressed bytes can swell to.
@@ -258,3 +260,5 @@ void write_image(const std::string& path, const Image& image) {
       close(file.release()) != 0)
     refuse_writing(path);
 }
+
+}  // namespace kvo::images

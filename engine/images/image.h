@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/images/images_layer.h"
+
+namespace kvo::images {
+
 /// NIfTI codes of the coordinate space that an image's voxels are placed in.
 enum class Space { unknown = 0, talairach = 3, mni = 4 };
 
@@ -75,3 +79,5 @@ Space read_space(const std::string& path);
 /// first. Throws Refusal, naming the file, when the disk refuses; a file begun by then is left for
 /// the caller, who writes below a temporary name.
 void write_image(const std::string& path, const Image& image);
+
+}  // namespace kvo::images

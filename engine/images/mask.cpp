@@ -7,6 +7,8 @@
 #include "engine/base/install.h"
 #include "engine/base/refusal.h"
 
+namespace kvo::images {
+
 namespace {
 
 enum class First { installation, working_folder };
@@ -110,3 +112,5 @@ void write_map(const std::string& path, const Mask& mask, const std::vector<floa
   for (std::size_t n = 0; n < mask.size(); ++n) image.values[mask.grid_index[n]] = map[n];
   write_image(path, image);
 }
+
+}  // namespace kvo::images

@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "engine/images/image.h"
+#include "engine/images/images_layer.h"
+
+namespace kvo::images {
 
 struct Voxel {
   int i, j, k;
@@ -63,3 +66,5 @@ std::vector<float> read_map(const std::string& path, const Mask& mask);
 void write_map(const std::string& path, const Mask& mask, const std::vector<float>& map,
                const std::string& description, int intent_code = 0, float outside = 0,
                float intent_p1 = 0);
+
+}  // namespace kvo::images

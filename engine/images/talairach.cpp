@@ -3,6 +3,8 @@
 #include <Eigen/Geometry>
 #include <Eigen/LU>
 
+namespace kvo::images {
+
 const Eigen::Matrix4d& talairach_of_mni() {
   static const Eigen::Matrix4d affine = [] {
     Eigen::Matrix4d a;
@@ -18,3 +20,5 @@ const Eigen::Matrix4d& talairach_of_mni() {
 Eigen::Vector3d mni_of_talairach(const Eigen::Vector3d& mm) {
   return (talairach_of_mni().inverse() * mm.homogeneous()).head<3>();
 }
+
+}  // namespace kvo::images

@@ -5,8 +5,14 @@
 
 #include <Eigen/Core>
 
+#include "engine/images/images_layer.h"
+
+namespace kvo::images {
+
 /// Takes (x, y, z, 1) in mm from MNI space to Talairach space.
 const Eigen::Matrix4d& talairach_of_mni();
 
 /// The MNI coordinates of Talairach coordinates.
 Eigen::Vector3d mni_of_talairach(const Eigen::Vector3d& mm);
+
+}  // namespace kvo::images

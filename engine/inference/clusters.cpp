@@ -9,6 +9,8 @@
 #include "util/q_string.h"
 #include "workspace/files/region_labels.h"
 
+namespace kvo::inference {
+
 namespace {
 
 constexpr double least_distance_mm = 8;
@@ -158,3 +160,5 @@ void add_regions(std::vector<Cluster>& clusters, std::span<const float> atlas) {
         [](const RegionShare& a, const RegionShare& b) { return a.voxels > b.voxels; });
   }
 }
+
+}  // namespace kvo::inference

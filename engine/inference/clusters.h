@@ -9,7 +9,10 @@
 #include <vector>
 
 #include "engine/images/mask.h"
+#include "engine/inference/inference_layer.h"
 #include "engine/inference/p_maps.h"
+
+namespace kvo::inference {
 
 /// How many voxels of a cluster lie in a region of the atlas.
 struct RegionShare {
@@ -60,3 +63,5 @@ std::vector<float> read_atlas();
 /// Names the regions of peaks and clusters. A cluster's are counted by whole regions, whatever the
 /// Brodmann area.
 void add_regions(std::vector<Cluster>& clusters, std::span<const float> atlas);
+
+}  // namespace kvo::inference

@@ -4,6 +4,8 @@
 #include <cmath>
 #include "engine/base/distributions.h"
 
+namespace kvo::inference {
+
 namespace {
 
 double shrunk(double p) {
@@ -80,3 +82,5 @@ std::vector<float> conjunction_z(const Conjunction& conjunction, float p) {
   }
   return z;
 }
+
+}  // namespace kvo::inference

@@ -6,7 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/inference/inference_layer.h"
 #include "engine/inference/p_maps.h"
+
+namespace kvo::inference {
 
 /// How a one-tailed p of a meta-analysis counts.
 ///
@@ -39,3 +42,5 @@ Conjunction conjunction_of(const Image& first, const Image& second, const Conjun
 
 /// The signed z of a conjunction where its p is below the threshold, else 0.
 std::vector<float> conjunction_z(const Conjunction& conjunction, float p);
+
+}  // namespace kvo::inference

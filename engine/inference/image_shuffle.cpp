@@ -7,6 +7,8 @@
 #include "engine/inference/null_distribution.h"
 #include "engine/maps/peak_map.h"
 
+namespace kvo::inference {
+
 namespace {
 
 /// A larger kernel would be wider than a lobe of the brain.
@@ -244,3 +246,5 @@ void ImageShuffle::shuffle(std::uint64_t randomization, Room& room, float* map) 
   if (count < space_.box_index_.size()) std::fill_n(map, space_.box_index_.size(), 0.0F);
   for (std::size_t n = 0; n < count; ++n) map[std::uint32_t(room.ranked[n])] = values_[n];
 }
+
+}  // namespace kvo::inference

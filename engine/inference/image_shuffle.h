@@ -24,6 +24,9 @@
 #include <vector>
 
 #include "engine/images/mask.h"
+#include "engine/inference/inference_layer.h"
+
+namespace kvo::inference {
 
 /// What the images in a mask share.
 class ShuffleSpace {
@@ -69,3 +72,5 @@ class ImageShuffle {
   std::vector<std::uint32_t> voxels_;          ///< with data, of the mask; none when all have
   std::array<std::vector<float>, 3> kernels_;  ///< of each axis, from the middle outwards
 };
+
+}  // namespace kvo::inference

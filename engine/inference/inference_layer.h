@@ -4,3 +4,9 @@
 // conjunctions, clusters with their regions.
 //
 // It writes nothing.
+
+#include "engine/model/model_layer.h"
+
+namespace kvo::inference {
+using namespace model;
+}

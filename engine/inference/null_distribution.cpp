@@ -8,6 +8,8 @@
 
 #include "engine/base/text_file.h"
 
+namespace kvo::inference {
+
 namespace {
 
 constexpr int bins_per_unit = 1024;
@@ -164,3 +166,5 @@ std::uint64_t name_hash(const std::string& name) {
   for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
   return hash;
 }
+
+}  // namespace kvo::inference

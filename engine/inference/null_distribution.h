@@ -13,6 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/inference/inference_layer.h"
+
+namespace kvo::inference {
+
 /// The side of the distribution that a p value speaks of.
 enum class Tail { positive, negative };
 
@@ -75,3 +79,5 @@ class RandomStream {
 
 /// A hash of a study's name that is the same everywhere (FNV-1a).
 std::uint64_t name_hash(const std::string& name);
+
+}  // namespace kvo::inference

@@ -9,6 +9,8 @@
 #include "engine/images/mask.h"
 #include "engine/maps/folder_maps.h"
 
+namespace kvo::inference {
+
 namespace {
 
 std::string file_of(const std::string& map, const MapKind& kind) {
@@ -56,3 +58,5 @@ BothTails read_tails(const std::string& map) {
   if (tails.negative.p.empty()) tails.negative.p = mirrored(tails.positive.p, null_values_of(map));
   return tails;
 }
+
+}  // namespace kvo::inference

@@ -7,6 +7,9 @@
 #include <vector>
 
 #include "engine/images/image.h"
+#include "engine/inference/inference_layer.h"
+
+namespace kvo::inference {
 
 /// p values for each voxel of the MNI grid, one-tailed, of one direction.
 struct TailP {
@@ -32,3 +35,5 @@ struct BothTails {
 /// the negative direction, that is 1 - p + 1 / (1 + null values), which is exact up to null values
 /// that equal the observed one. Throws Refusal when one cannot be read.
 BothTails read_tails(const std::string& map);
+
+}  // namespace kvo::inference

@@ -10,6 +10,8 @@
 #include "engine/maps/path_map.h"
 #include "engine/maps/peak_map.h"
 
+namespace kvo::inference {
+
 namespace {
 
 constexpr std::size_t randomization_dots = 30;
@@ -215,3 +217,5 @@ std::vector<NullDistribution> randomized(const MetaAnalysis& meta,
   action.finish();
   return nulls;
 }
+
+}  // namespace kvo::inference

@@ -7,8 +7,11 @@
 #include <span>
 #include <vector>
 
+#include "engine/inference/inference_layer.h"
 #include "engine/inference/null_distribution.h"
 #include "engine/maps/meta_analysis.h"
+
+namespace kvo::inference {
 
 /// A statistic of the studies' effects and variances at some voxels: writes as many z values for
 /// each map that it has.
@@ -23,3 +26,5 @@ using Statistic =
 std::vector<NullDistribution> randomized(const MetaAnalysis& meta,
                                          std::span<const std::vector<float>> observed,
                                          const Statistic& statistic);
+
+}  // namespace kvo::inference

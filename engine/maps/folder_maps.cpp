@@ -12,6 +12,8 @@
 #include "util/q_string.h"
 #include "util/text.h"
 
+namespace kvo::maps {
+
 namespace {
 
 constexpr std::string_view written_by_us = "KVO ";
@@ -125,3 +127,5 @@ void remove_listed_maps(Outputs& outputs) {
 std::string image_description(const std::string& command) {
   return std::string(written_by_us) + Q_format("%.2f ", KVO_VERSION).str() + command;
 }
+
+}  // namespace kvo::maps

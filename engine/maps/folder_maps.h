@@ -9,7 +9,10 @@
 #include <vector>
 
 #include "engine/base/outputs.h"
+#include "engine/maps/maps_layer.h"
 #include "engine/studies/study.h"
+
+namespace kvo::maps {
 
 inline constexpr const char* map_list_file = "kvo_maps.txt";
 inline constexpr const char* null_list_file = "kvo_nd.txt";
@@ -66,3 +69,5 @@ void remove_listed_maps(Outputs& outputs);
 
 /// "KVO 4.31 " and the command, for the header of an image.
 std::string image_description(const std::string& command);
+
+}  // namespace kvo::maps

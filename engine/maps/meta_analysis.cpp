@@ -8,6 +8,8 @@
 #include "engine/base/text_file.h"
 #include "engine/studies/study_source.h"
 
+namespace kvo::maps {
+
 namespace {
 
 [[noreturn]] void refuse_changed(const std::string& what) {
@@ -140,3 +142,5 @@ StudyMaps read_study_maps(const MetaAnalysis& meta) {
   action.finish();
   return maps;
 }
+
+}  // namespace kvo::maps

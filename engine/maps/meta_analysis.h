@@ -7,9 +7,12 @@
 
 #include "engine/images/mask.h"
 #include "engine/maps/folder_maps.h"
+#include "engine/maps/maps_layer.h"
 #include "engine/maps/pp_record.h"
 #include "engine/studies/study.h"
 #include "engine/studies/study_peaks.h"
+
+namespace kvo::maps {
 
 /// An analysis gives its tasks so many voxels at a time.
 inline constexpr std::size_t piece_voxels = 4096;
@@ -60,3 +63,5 @@ std::vector<float> read_variances(const PpRecord& record, const std::string& stu
 
 /// Reads the maps, showing progress. Throws Refusal as read_effects() and read_variances() do.
 StudyMaps read_study_maps(const MetaAnalysis& meta);
+
+}  // namespace kvo::maps

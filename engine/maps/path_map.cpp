@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <limits>
 
+namespace kvo::maps {
+
 namespace {
 
 constexpr double tissue_fwhm_mm = 20;
@@ -193,3 +195,5 @@ void PathMap::effects(std::span<const PlacedPeak> peaks, std::span<const Voxel> 
   }
   room.summed.clear();
 }
+
+}  // namespace kvo::maps

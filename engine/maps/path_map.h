@@ -48,7 +48,10 @@
 #include <vector>
 
 #include "engine/images/mask.h"
+#include "engine/maps/maps_layer.h"
 #include "engine/maps/peak_map.h"
+
+namespace kvo::maps {
 
 /// The FWHM of the kernel without anisotropy that reaches as far as the one with it can.
 double reaching_fwhm(double fwhm_mm, double anisotropy);
@@ -100,3 +103,5 @@ class PathMap {
   std::vector<Step> steps_;
   double anisotropy_, fwhm_, reach_;
 };
+
+}  // namespace kvo::maps

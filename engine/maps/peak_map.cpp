@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
+namespace kvo::maps {
+
 namespace {
 
 PlacedPeak placed(const Peak& peak, double sigma, int reach) {
@@ -111,3 +113,5 @@ bool PeakMap::reaches(const PlacedPeak& peak, const Mask& mask) const {
     });
   return found;
 }
+
+}  // namespace kvo::maps

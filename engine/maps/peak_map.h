@@ -15,7 +15,10 @@
 #include <vector>
 
 #include "engine/images/mask.h"
+#include "engine/maps/maps_layer.h"
 #include "engine/studies/study_peaks.h"
+
+namespace kvo::maps {
 
 /// A Gaussian is cut off at so many standard deviations.
 inline constexpr double radius_in_sigmas = 3;
@@ -62,3 +65,5 @@ class PeakMap {
   int reach_;
   std::vector<PlacedPeak> peaks_;
 };
+
+}  // namespace kvo::maps

@@ -11,6 +11,8 @@
 #include "util/q_string.h"
 #include "util/text.h"
 
+namespace kvo::maps {
+
 namespace {
 
 constexpr const char* checksum_key = "checksum of ";
@@ -113,3 +115,5 @@ PpRecord read_pp_record() {
   }
   return record;
 }
+
+}  // namespace kvo::maps

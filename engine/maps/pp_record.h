@@ -9,7 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/maps/maps_layer.h"
 #include "engine/studies/study.h"
+
+namespace kvo::maps {
 
 inline constexpr const char* pp_record_file = "kvo_pp.txt";
 
@@ -31,3 +34,5 @@ std::string map_facts(const Study& study);
 /// Reads the record. Throws Refusal when preprocessing has not been run in the folder, or when the
 /// file is not as preprocessing leaves it.
 PpRecord read_pp_record();
+
+}  // namespace kvo::maps

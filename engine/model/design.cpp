@@ -6,6 +6,8 @@
 
 #include "engine/base/refusal.h"
 
+namespace kvo::model {
+
 namespace {
 
 // A term that keeps less than this share of itself beside the terms before it is nothing but
@@ -81,3 +83,5 @@ Design make_design(std::span<const Term> terms, std::size_t studies) {
   design.back = forward.triangularView<Eigen::Upper>().solve(Eigen::MatrixXd::Identity(p, p));
   return design;
 }
+
+}  // namespace kvo::model

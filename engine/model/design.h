@@ -9,6 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/model/model_layer.h"
+
+namespace kvo::model {
+
 inline constexpr std::size_t max_terms = 4;
 
 /// A variable of a model, with a value for each study.
@@ -35,3 +39,5 @@ struct Design {
 /// or follows from the terms before it, or when no study is left over to estimate the residual
 /// heterogeneity from (with no term, one study is enough).
 Design make_design(std::span<const Term> terms, std::size_t studies);
+
+}  // namespace kvo::model

@@ -5,6 +5,8 @@
 #include <cmath>
 #include "engine/base/distributions.h"
 
+namespace kvo::model {
+
 namespace {
 
 using Square =
@@ -83,3 +85,5 @@ ModelFit fit_model(const Design& design, std::span<const double> effects,
   fit.QM_p = chi_squared_tail(fit.QM, fit.QM_df);
   return fit;
 }
+
+}  // namespace kvo::model

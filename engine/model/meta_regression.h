@@ -18,6 +18,9 @@
 #include <vector>
 
 #include "engine/model/design.h"
+#include "engine/model/model_layer.h"
+
+namespace kvo::model {
 
 /// An estimated coefficient with its standard error, z = estimate / se, and two-tailed p.
 struct Coefficient {
@@ -51,3 +54,5 @@ struct ModelMaps {
 void fit_model_maps(const Design& design, std::span<const float* const> effects,
                     std::span<const float* const> variances, std::size_t voxels,
                     const ModelMaps& maps);
+
+}  // namespace kvo::model

@@ -5,6 +5,8 @@
 #include <vector>
 #include "engine/base/vectors.h"
 
+namespace kvo::model {
+
 namespace {
 
 // The sums of a block stay in the first-level cache while all studies pass over them.
@@ -266,3 +268,5 @@ void fit_model_maps(const Design& design, std::span<const float* const> effects,
     }
   fit(design, {effects.data(), variances.data(), basis.data(), products.data()}, voxels, maps);
 }
+
+}  // namespace kvo::model

@@ -4,3 +4,9 @@
 // and asymmetry.
 //
 // It knows numbers and the variables of the study table: no images, no files of results.
+
+#include "engine/maps/maps_layer.h"
+
+namespace kvo::model {
+using namespace maps;
+}

@@ -5,6 +5,8 @@
 
 #include "engine/base/vectors.h"
 
+namespace kvo::model {
+
 namespace {
 
 // The sums of a block stay in the first-level cache while all studies pass over them.
@@ -121,3 +123,5 @@ void pool(std::span<const float* const> g, std::span<const float* const> var, st
     store(sw, swg, Q, tau2, begin, n, df, maps);
   }
 }
+
+}  // namespace kvo::model

@@ -10,6 +10,10 @@
 #include <cstddef>
 #include <span>
 
+#include "engine/model/model_layer.h"
+
+namespace kvo::model {
+
 /// Where pooled values go: one array of as many values as there are voxels for each; all but z may
 /// be null, which leaves that result out.
 struct PooledMaps {
@@ -21,3 +25,5 @@ struct PooledMaps {
 /// lead to. Needs at least one study; with one, Q, tau2 and I2 are 0.
 void pool(std::span<const float* const> g, std::span<const float* const> var, std::size_t voxels,
           const PooledMaps& maps);
+
+}  // namespace kvo::model

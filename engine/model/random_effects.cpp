@@ -3,6 +3,8 @@
 #include <cmath>
 #include "engine/base/distributions.h"
 
+namespace kvo::model {
+
 namespace {
 
 constexpr double upper_tail = 0.025;
@@ -96,3 +98,5 @@ EggerOutcome egger_test(std::span<const Effect> effects) {
   test.p = 2 * t_tail(std::fabs(test.t), double(test.df));
   return {test, ""};
 }
+
+}  // namespace kvo::model

@@ -12,6 +12,9 @@
 
 #include "engine/model/interval.h"
 #include "engine/model/meta_regression.h"
+#include "engine/model/model_layer.h"
+
+namespace kvo::model {
 
 /// A study's effect and its variance, which is above 0.
 struct Effect {
@@ -73,3 +76,5 @@ struct EggerOutcome {
   std::string why_not;
 };
 EggerOutcome egger_test(std::span<const Effect> effects);
+
+}  // namespace kvo::model

@@ -6,6 +6,8 @@
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 
+namespace kvo::model {
+
 namespace {
 
 constexpr std::size_t named_at_most = 5;
@@ -65,3 +67,5 @@ void say_incomplete(const Model& model) {
       (count == 1 ? " study is left out, as it has" : " studies are left out, as they have") +
       " no value of " + joined(model.terms, " or ") + ": " + joined(named, " and "));
 }
+
+}  // namespace kvo::model

@@ -7,7 +7,10 @@
 #include <vector>
 
 #include "engine/model/design.h"
+#include "engine/model/model_layer.h"
 #include "engine/studies/study.h"
+
+namespace kvo::model {
 
 /// The variables of "age + dose".
 std::vector<std::string> model_variables(const std::string& text);
@@ -27,3 +30,5 @@ Model read_model(const StudyTable& table, const std::string& text,
 
 /// Tells the user which studies are left out for want of a value, if any.
 void say_incomplete(const Model& model);
+
+}  // namespace kvo::model

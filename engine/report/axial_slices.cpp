@@ -8,6 +8,8 @@
 #include "engine/report/colour_scale.h"
 #include "engine/report/voxel_plane.h"
 
+namespace kvo::report {
+
 namespace {
 
 constexpr int sheet_width = 720, margin = 8, label_height = 16;
@@ -114,3 +116,5 @@ Picture axial_slices(const BrainMap& map, const BrainBackground& background) {
                         mm_text(levels.first + (levels.count - 1) * levels.step) + " mm. " +
                         scale.words(map.statistic));
 }
+
+}  // namespace kvo::report

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+namespace kvo::report {
+
 Ticks ticks_between(double low, double high, int most) {
   const double range = high - low;
   if (!std::isfinite(range) || range <= 0) return {};
@@ -21,3 +23,5 @@ Ticks ticks_between(double low, double high, int most) {
     ticks.values.push_back(n * step);
   return ticks;
 }
+
+}  // namespace kvo::report

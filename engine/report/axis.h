@@ -4,6 +4,10 @@
 
 #include <vector>
 
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
+
 /// Places on an axis at round numbers, and how many decimals those need.
 struct Ticks {
   std::vector<double> values;
@@ -23,3 +27,5 @@ struct Axis {
   }
   [[nodiscard]] bool shows(double value) const { return value >= low && value <= high; }
 };
+
+}  // namespace kvo::report

@@ -6,6 +6,9 @@
 #include <span>
 
 #include "engine/report/brain_picture.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 struct BrainBox {
   std::array<int, 3> low{}, high{-1, -1, -1};  ///< the first and the last voxel of each axis
@@ -20,3 +23,5 @@ BrainBox box_of_map(std::span<const float> map);
 /// The smallest box around the brain and what is in the map, with a voxel more on each side where
 /// the grid has it; the whole grid when it is not known where the brain is.
 BrainBox brain_box(const BrainMap& map, const BrainBackground& background);
+
+}  // namespace kvo::report

@@ -8,6 +8,8 @@
 #include "engine/base/refusal.h"
 #include "engine/report/brain_box.h"
 
+namespace kvo::report {
+
 namespace {
 
 std::vector<float> read_if_there(const char* file) {
@@ -59,3 +61,5 @@ BrainBox brain_box(const BrainMap& map, const BrainBackground& background) {
   }
   return box;
 }
+
+}  // namespace kvo::report

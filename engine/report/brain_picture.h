@@ -8,6 +8,9 @@
 
 #include "engine/images/mask.h"
 #include "engine/report/picture.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 /// What maps are drawn on: values of the MNI grid. Either may be empty: it is left out.
 struct BrainBackground {
@@ -41,3 +44,5 @@ Picture axial_slices(const BrainMap& map, const BrainBackground& background);
 /// the colour bar. Of marks that would cover one another, the first are drawn.
 Picture glass_brain(const BrainMap& map, const BrainBackground& background,
                     std::span<const BrainMark> marks);
+
+}  // namespace kvo::report

@@ -8,6 +8,8 @@
 #include "engine/base/wording.h"
 #include "engine/report/png.h"
 
+namespace kvo::report {
+
 namespace {
 
 constexpr const char* font_name = "DejaVu Sans";
@@ -111,3 +113,5 @@ Picture Canvas::picture(std::string alt) const {
           .height = height_,
           .alt = std::move(alt)};
 }
+
+}  // namespace kvo::report

@@ -10,7 +10,10 @@
 #include <string_view>
 
 #include "engine/report/picture.h"
+#include "engine/report/report_layer.h"
 #include "util/handles.h"
+
+namespace kvo::report {
 
 /// Pixels of the file for each of the page, along either axis.
 inline constexpr int picture_scale = 2;
@@ -61,3 +64,5 @@ class Canvas {
   std::unique_ptr<cairo_surface_t, Q_call<cairo_surface_destroy>> surface_;
   std::unique_ptr<cairo_t, Q_call<cairo_destroy>> context_;
 };
+
+}  // namespace kvo::report

@@ -7,6 +7,8 @@
 
 #include "engine/base/wording.h"
 
+namespace kvo::report {
+
 namespace {
 
 // More of them would make the table a long one; the lowest are left out.
@@ -175,3 +177,5 @@ std::string cluster_report(const ClusterReport& report) {
   page.methods(report.methods);
   return page.finish();
 }
+
+}  // namespace kvo::report

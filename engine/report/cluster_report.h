@@ -10,6 +10,9 @@
 #include "engine/report/brain_picture.h"
 #include "engine/report/html.h"
 #include "engine/report/methods.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 struct ClusterReport {
   std::string title;                  ///< the map
@@ -26,3 +29,5 @@ struct ClusterReport {
 /// The whole HTML file. Without clusters it says that nothing survives the thresholds, and what was
 /// run.
 std::string cluster_report(const ClusterReport& report);
+
+}  // namespace kvo::report

@@ -7,6 +7,8 @@
 #include "engine/base/wording.h"
 #include "engine/report/axis.h"
 
+namespace kvo::report {
+
 namespace {
 
 constexpr std::array<std::array<int, 3>, 5> positive_stops = {{{0xA8, 0x2A, 0x00},
@@ -113,3 +115,5 @@ void ColourScale::draw_bar(const Canvas& canvas, double x, double y,
               (has_positive_ ? "Positive " : "Negative ") + statistic, has_positive_);
   }
 }
+
+}  // namespace kvo::report

@@ -9,6 +9,9 @@
 #include <string>
 
 #include "engine/report/canvas.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 /// How many colours either sign has.
 inline constexpr int colour_levels = 64;
@@ -44,3 +47,5 @@ class ColourScale {
 
 /// The colour of a level from 0 to colour_levels - 1.
 std::uint32_t level_colour(int level, bool positive);
+
+}  // namespace kvo::report

@@ -6,6 +6,8 @@
 #include "engine/report/plot_style.h"
 #include "engine/report/plots.h"
 
+namespace kvo::report {
+
 namespace {
 
 constexpr int sheet_width = 720, margin = 14;
@@ -206,3 +208,5 @@ std::vector<Picture> forest_plot(const ForestPlot& plot) {
                                  std::min(begin + rows.in_picture, plot.rows.size())));
   return pictures;
 }
+
+}  // namespace kvo::report

@@ -6,6 +6,8 @@
 #include "engine/report/plot_style.h"
 #include "engine/report/plots.h"
 
+namespace kvo::report {
+
 namespace {
 
 constexpr int sheet_width = 720, title_height = 28, plot_height = 340, axis_height = 46;
@@ -108,3 +110,5 @@ Picture funnel_plot(const FunnelPlot& plot) {
                                   " around the pooled " + plot.axis + " of " +
                                   decimal_text(plot.pooled, 2) + ".");
 }
+
+}  // namespace kvo::report

@@ -8,6 +8,8 @@
 #include "engine/report/colour_scale.h"
 #include "engine/report/voxel_plane.h"
 
+namespace kvo::report {
+
 namespace {
 
 constexpr int sheet_width = 720, margin = 10, title_height = 22, space = 14;
@@ -168,3 +170,5 @@ Picture glass_brain(const BrainMap& map, const BrainBackground& background,
   return canvas.picture("Glass brain in sagittal, coronal and axial view. " +
                         scale.words(map.statistic));
 }
+
+}  // namespace kvo::report

@@ -9,6 +9,8 @@
 #include "engine/report/html_style.h"
 #include "util/handles.h"
 
+namespace kvo::report {
+
 namespace {
 
 std::string joined(std::initializer_list<std::string_view> parts) {
@@ -135,3 +137,5 @@ std::string HtmlReport::finish() {
   page_ += "</main>\n</body>\n</html>\n";
   return std::move(page_);
 }
+
+}  // namespace kvo::report

@@ -12,6 +12,9 @@
 
 #include "engine/report/methods.h"
 #include "engine/report/picture.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 /// A thing that is known of an analysis, such as "Studies" and "25".
 struct Fact {
@@ -64,3 +67,5 @@ class HtmlReport {
   std::string page_;
   std::string heading_;  ///< markup that is to go before the next part, or inside of a picture
 };
+
+}  // namespace kvo::report

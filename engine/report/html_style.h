@@ -2,6 +2,10 @@
 
 // The look of reports.
 
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
+
 /// Style sheet; goes into a style element, so it has none of the characters that XML escapes.
 inline constexpr const char* html_style = R"(
 :root { color-scheme: light dark; --page: #fff; --text: #1c2128; --dim: #57606a; --line: #d0d7de;
@@ -71,3 +75,5 @@ figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
   p { orphans: 3; widows: 3; }
 }
 )";
+
+}  // namespace kvo::report

@@ -6,6 +6,8 @@
 
 #include "engine/base/wording.h"
 
+namespace kvo::report {
+
 namespace {
 
 using Analysis = MethodsFacts::Analysis;
@@ -295,3 +297,5 @@ Methods methods_of(const MethodsFacts& facts) {
   describe_thresholds(text, facts);
   return text.finish();
 }
+
+}  // namespace kvo::report

@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
+
 struct MethodsFacts {
   enum class Analysis { mean, linear_model, conjunction, extraction, globals };
   Analysis analysis = Analysis::mean;
@@ -49,3 +53,5 @@ struct Methods {
   std::vector<std::string> sources;  ///< alphabetical
 };
 Methods methods_of(const MethodsFacts& facts);
+
+}  // namespace kvo::report

@@ -5,8 +5,14 @@
 
 #include <string>
 
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
+
 struct Picture {
   std::string png;            ///< the file's bytes
   int width = 0, height = 0;  ///< in pixels of a page: half of those of the file
   std::string alt;            ///< what is to be seen, for those who do not see it; plain text
 };
+
+}  // namespace kvo::report

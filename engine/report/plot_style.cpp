@@ -5,6 +5,8 @@
 
 #include "engine/base/wording.h"
 
+namespace kvo::report {
+
 void draw_dashed(const Canvas& canvas, double x1, double y1, double x2, double y2) {
   constexpr std::array<double, 2> dashes = {4, 3};
   cairo_save(canvas.context());
@@ -42,3 +44,5 @@ Picture plot_picture(const Canvas& canvas, std::string alt) {
     }
   return canvas.picture(std::move(alt));
 }
+
+}  // namespace kvo::report

@@ -4,6 +4,9 @@
 
 #include "engine/report/axis.h"
 #include "engine/report/canvas.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 inline constexpr Rgb paper = rgb_of(0xFFFFFF), ink = rgb_of(0x1E1E1E), dim_ink = rgb_of(0x5A5A5A),
                      faint = rgb_of(0xC3C3C3), data_colour = rgb_of(0x1E5AA5),
@@ -17,3 +20,5 @@ void draw_horizontal_axis(const Canvas& canvas, const Axis& axis, double y, std:
 /// The picture of a plot. The blends along its edges are rounded, so that few enough colours are
 /// left for a small file.
 Picture plot_picture(const Canvas& canvas, std::string alt);
+
+}  // namespace kvo::report

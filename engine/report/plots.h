@@ -9,6 +9,9 @@
 
 #include "engine/model/interval.h"
 #include "engine/report/picture.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 struct ForestRow {
   std::string study;
@@ -52,3 +55,5 @@ struct FunnelPlot {
 /// estimate and the region pooled ± 1.96 standard errors (Sterne and Egger 2001, Journal of
 /// Clinical Epidemiology 54:1046).
 Picture funnel_plot(const FunnelPlot& plot);
+
+}  // namespace kvo::report

@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
+namespace kvo::report {
+
 namespace {
 
 constexpr std::string_view signature = "\x89PNG\r\n\x1a\n";
@@ -117,3 +119,5 @@ std::string png_of(const std::uint32_t* pixels, int width, int height, int strid
   append_chunk(file, "IEND", "");
   return file;
 }
+
+}  // namespace kvo::report

@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 
+namespace kvo::report {
+
 namespace {
 
 constexpr std::uint32_t grey_step = 3;
@@ -89,3 +91,5 @@ void limit_greys(const Canvas& canvas) {
       if ((pixel & 0xFFFFFFU) == (value << 16 | value << 8 | value)) pixel = grey_of(value);
     }
 }
+
+}  // namespace kvo::report

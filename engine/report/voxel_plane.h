@@ -6,6 +6,9 @@
 
 #include "engine/report/canvas.h"
 #include "engine/report/colour_scale.h"
+#include "engine/report/report_layer.h"
+
+namespace kvo::report {
 
 /// Values of voxels row by row from the upper left.
 struct VoxelPlane {
@@ -34,3 +37,5 @@ void draw_plane(const Canvas& canvas, int x, int y, int size, const VoxelPlane& 
 /// Rounds all greys of the sheet so that with those of both scales a picture has less than 256
 /// colours.
 void limit_greys(const Canvas& canvas);
+
+}  // namespace kvo::report

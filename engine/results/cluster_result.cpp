@@ -11,6 +11,8 @@
 #include "engine/results/results.h"
 #include "util/q_string.h"
 
+namespace kvo::results {
+
 namespace {
 
 // A file name has at most 255 bytes; a temporary name is somewhat longer than the final one.
@@ -90,3 +92,5 @@ void say_result(const ClusterResult& result) {
   say("Table:  " + result.base + ".csv");
   say("Report: " + result.base + ".html");
 }
+
+}  // namespace kvo::results

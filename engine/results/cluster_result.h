@@ -10,6 +10,9 @@
 #include "engine/base/outputs.h"
 #include "engine/inference/clusters.h"
 #include "engine/report/cluster_report.h"
+#include "engine/results/results_layer.h"
+
+namespace kvo::results {
 
 struct ClusterResult {
   std::string map;       ///< what has been thresholded, for the reader
@@ -39,3 +42,5 @@ void write_result(Outputs& outputs, const Command& command, const ClusterResult&
 
 /// Says the table and the names of the files.
 void say_result(const ClusterResult& result);
+
+}  // namespace kvo::results

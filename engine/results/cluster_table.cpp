@@ -9,6 +9,8 @@
 #include "engine/base/progress.h"
 #include "util/q_string.h"
 
+namespace kvo::results {
+
 namespace {
 
 using Row = std::vector<std::string>;
@@ -141,3 +143,5 @@ void say_clusters(std::span<const Cluster> clusters) {
   if (shown.size() < clusters.size())
     say(std::to_string(clusters.size() - shown.size()) + " smaller clusters are in the files");
 }
+
+}  // namespace kvo::results

@@ -7,6 +7,9 @@
 #include <string>
 
 #include "engine/inference/clusters.h"
+#include "engine/results/results_layer.h"
+
+namespace kvo::results {
 
 /// Comma-separated values with a header line that names the units: a line for each local peak, with
 /// what is known of its cluster.
@@ -15,3 +18,5 @@ std::string cluster_csv(const std::string& map, std::span<const Cluster> cluster
 /// Says the table: the largest clusters of each direction, up to three peaks of each, and the
 /// regions that hold most of it.
 void say_clusters(std::span<const Cluster> clusters);
+
+}  // namespace kvo::results

@@ -6,6 +6,8 @@
 #include "engine/base/wording.h"
 #include "util/q_string.h"
 
+namespace kvo::results {
+
 namespace {
 
 // Half of a 95 % interval in standard errors.
@@ -191,3 +193,5 @@ void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
       "of the slope): " +
       egger_text(egger) + ".");
 }
+
+}  // namespace kvo::results

@@ -11,7 +11,10 @@
 #include "engine/model/random_effects.h"
 #include "engine/report/html.h"
 #include "engine/report/plots.h"
+#include "engine/results/results_layer.h"
 #include "engine/studies/study.h"
+
+namespace kvo::results {
 
 struct StudyEffect {
   std::string study;
@@ -67,3 +70,5 @@ ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const doubl
 /// Adds the forest plot and the funnel plot of a pool to a report.
 void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
                     const PooledEffect& pool, const EggerOutcome& egger);
+
+}  // namespace kvo::results

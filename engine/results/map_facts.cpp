@@ -16,6 +16,8 @@
 #include "util/q_string.h"
 #include "workspace/files/study_table.h"
 
+namespace kvo::results {
+
 namespace {
 
 /// The term of a linear model whose map has such digits in its name: "" for the intercept.
@@ -130,3 +132,5 @@ MapFacts facts_of_map(const std::string& map, std::span<const Verb> verbs) {
        {"Program", Q_format("KVO %.2f", KVO_VERSION).str()}});
   return known;
 }
+
+}  // namespace kvo::results

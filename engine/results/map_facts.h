@@ -9,6 +9,9 @@
 #include "engine/base/command.h"
 #include "engine/report/html.h"
 #include "engine/report/methods.h"
+#include "engine/results/results_layer.h"
+
+namespace kvo::results {
 
 struct MapFacts {
   std::vector<Fact> facts;            ///< analysis, studies, preprocessing
@@ -22,3 +25,5 @@ struct MapFacts {
 /// those that the analysis may have been made by. Throws Refusal when the record of preprocessing
 /// is missing or not as it should be.
 MapFacts facts_of_map(const std::string& map, std::span<const Verb> verbs);
+
+}  // namespace kvo::results

@@ -9,6 +9,8 @@
 #include "engine/base/progress.h"
 #include "engine/base/text_file.h"
 
+namespace kvo::results {
+
 namespace {
 
 // With fewer randomizations the smallest family-wise p that is possible is above 0.05.
@@ -124,3 +126,5 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
   });
   action.finish();
 }
+
+}  // namespace kvo::results

@@ -11,6 +11,9 @@
 #include "engine/images/mask.h"
 #include "engine/inference/null_distribution.h"
 #include "engine/maps/folder_maps.h"
+#include "engine/results/results_layer.h"
+
+namespace kvo::results {
 
 /// A map of an analysis in memory: NAME_suffix.nii.gz.
 struct NamedMap {
@@ -43,3 +46,5 @@ void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const Null
 /// one of the names are removed.
 void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
                 std::span<const NamedMap> maps);
+
+}  // namespace kvo::results

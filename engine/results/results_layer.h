@@ -4,3 +4,9 @@
 // a report tells of them.
 //
 // It knows no verb: which command it was is handed to it.
+
+#include "engine/report/report_layer.h"
+
+namespace kvo::results {
+using namespace report;
+}

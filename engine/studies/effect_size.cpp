@@ -3,6 +3,8 @@
 #include <cmath>
 #include "engine/base/distributions.h"
 
+namespace kvo::studies {
+
 double degrees_of_freedom(Sample sample) {
   return sample.n2 > 0 ? double(sample.n1) + sample.n2 - 2 : sample.n1 - 1.0;
 }
@@ -23,3 +25,5 @@ VarianceOfG variance_of_g(Sample sample) {
 double t_of_p(double upper_p, Sample sample) {
   return t_of_tail(upper_p, degrees_of_freedom(sample));
 }
+
+}  // namespace kvo::studies

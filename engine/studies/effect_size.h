@@ -3,6 +3,10 @@
 // Standardized mean differences from t statistics (Hedges 1981, Journal of Educational Statistics
 // 6:107; Borenstein et al. 2009, Introduction to Meta-Analysis, chapter 4).
 
+#include "engine/studies/studies_layer.h"
+
+namespace kvo::studies {
+
 /// The sizes of a study's samples; n2 is 0 in a one-sample study.
 struct Sample {
   int n1 = 0, n2 = 0;
@@ -29,3 +33,5 @@ VarianceOfG variance_of_g(Sample sample);
 
 /// The t value that leaves the probability above it.
 double t_of_p(double upper_p, Sample sample);
+
+}  // namespace kvo::studies

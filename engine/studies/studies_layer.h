@@ -4,3 +4,9 @@
 // peaks or an image, effect sizes.
 //
 // It knows no preprocessing, and nothing of how studies are brought together.
+
+#include "engine/images/images_layer.h"
+
+namespace kvo::studies {
+using namespace images;
+}

@@ -10,6 +10,8 @@
 #include "engine/studies/study_rules.h"
 #include "util/text.h"
 
+namespace kvo::studies {
+
 namespace {
 
 constexpr std::string_view separators = " \t,";
@@ -146,3 +148,5 @@ void say_filtered(std::size_t left_out, std::size_t all) {
     say("The filter leaves out " + std::to_string(left_out) + " of " + std::to_string(all) +
         " studies");
 }
+
+}  // namespace kvo::studies

@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "engine/studies/effect_size.h"
+#include "engine/studies/studies_layer.h"
+
+namespace kvo::studies {
 
 inline constexpr const char* study_table_file = "kvo_table.txt";
 
@@ -45,3 +48,5 @@ std::vector<std::size_t> filtered_studies(const StudyTable& table, const std::st
 
 /// Tells the user how many of all studies the filter leaves out, if any.
 void say_filtered(std::size_t left_out, std::size_t all);
+
+}  // namespace kvo::studies

@@ -13,6 +13,8 @@
 #include "nifti/nifti_header.h"
 #include "util/q_string.h"
 
+namespace kvo::studies {
+
 namespace {
 
 constexpr double doubtful_mm = 1;
@@ -148,3 +150,5 @@ StudyImage read_study_image(const Study& study, const Mask& mask) {
   if (result.without_data == mask.size()) throw Refusal("'" + file + "' has no data in the mask.");
   return result;
 }
+
+}  // namespace kvo::studies

@@ -13,7 +13,10 @@
 #include <vector>
 
 #include "engine/images/mask.h"
+#include "engine/studies/studies_layer.h"
 #include "engine/studies/study.h"
+
+namespace kvo::studies {
 
 struct StudyImage {
   std::vector<float> t;             ///< in the voxels of the mask; NaN without data
@@ -28,3 +31,5 @@ std::string image_file(const Study& study);
 /// with one volume of t statistics, does not say where its voxels are, holds what cannot be a t
 /// value (infinite, or beyond max_t), or has no data in the mask.
 StudyImage read_study_image(const Study& study, const Mask& mask);
+
+}  // namespace kvo::studies

@@ -10,6 +10,8 @@
 #include "engine/images/talairach.h"
 #include "engine/studies/study_rules.h"
 
+namespace kvo::studies {
+
 namespace {
 
 // No head reaches as far from the anterior commissure; numbers beyond are slips of the pen or units
@@ -116,3 +118,5 @@ StudyPeaks read_peaks(const Study& study) {
   return {std::move(reader.peaks), checksum(text), reader.space == Space::talairach,
           reader.unknown_heights};
 }
+
+}  // namespace kvo::studies

@@ -6,7 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/studies/studies_layer.h"
 #include "engine/studies/study.h"
+
+namespace kvo::studies {
 
 struct Peak {
   Eigen::Vector3d mm;  ///< in MNI space
@@ -27,3 +30,5 @@ std::string peaks_file(const Study& study);
 /// whose one-tailed p is 0.001. Throws Refusal, naming the line, when the file is not as it should
 /// be, has no line with the space, or places a peak far outside of any head.
 StudyPeaks read_peaks(const Study& study);
+
+}  // namespace kvo::studies

@@ -5,6 +5,8 @@
 #include "engine/base/text_file.h"
 #include "util/q_string.h"
 
+namespace kvo::studies {
+
 namespace {
 
 constexpr int most_people = 1000000000;
@@ -61,3 +63,5 @@ std::optional<std::string> source_fault(const std::string& study, bool has_peaks
   return "Study '" + study + "' has no peaks file '" + files_of[0] + "' and no image '" +
          files_of[1] + "'.";
 }
+
+}  // namespace kvo::studies

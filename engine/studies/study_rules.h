@@ -7,6 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "engine/studies/studies_layer.h"
+
+namespace kvo::studies {
+
 /// Whether a cell holds nothing: it is empty or "NA".
 bool is_missing(std::string_view text);
 
@@ -31,3 +35,5 @@ std::string image_file_of(const std::string& study);
 /// Why a study with those of its files has no data, or too many, as a sentence; nothing when it has
 /// one of the two.
 std::optional<std::string> source_fault(const std::string& study, bool has_peaks, bool has_image);
+
+}  // namespace kvo::studies

@@ -4,7 +4,10 @@
 
 #include <string>
 
+#include "engine/studies/studies_layer.h"
 #include "engine/studies/study.h"
+
+namespace kvo::studies {
 
 struct StudySource {
   bool is_image;  ///< an image of t statistics, else a file of peaks
@@ -13,3 +16,5 @@ struct StudySource {
 
 /// The study's file. Throws Refusal when it has none, or both.
 StudySource study_source(const Study& study);
+
+}  // namespace kvo::studies

@@ -11,6 +11,8 @@
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 struct Extraction {
@@ -195,3 +197,5 @@ void run_extract(const Command& command) {
   say_summary(extraction, summary);
   say("Report: " + report);
 }
+
+}  // namespace kvo::verbs

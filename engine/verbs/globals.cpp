@@ -14,6 +14,8 @@
 #include "engine/results/effect_summary.h"
 #include "engine/verbs/verbs.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 struct Globals {
@@ -253,3 +255,5 @@ void run_globals(const Command& command) {
   say_result(command, globals, result);
   say("Report: " + base + ".html");
 }
+
+}  // namespace kvo::verbs

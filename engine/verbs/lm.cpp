@@ -14,6 +14,8 @@
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 using Map = std::vector<float>;
@@ -130,3 +132,5 @@ void run_lm(const Command& command) {
     say(linear.names[j] + ": " +
         (j == 0 ? "where all terms are 0" : "the coefficient of " + linear.model.terms[j - 1]));
 }
+
+}  // namespace kvo::verbs

@@ -16,6 +16,8 @@
 #include "engine/verbs/verbs.h"
 #include "workspace/files/region_labels.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 constexpr const char* brain_mask = "brain";
@@ -150,3 +152,5 @@ void run_mask_coordinate(const Command& command) {
   say_outside_brain(mask);
   write_mask(command, mask);
 }
+
+}  // namespace kvo::verbs

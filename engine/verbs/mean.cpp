@@ -11,6 +11,8 @@
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 MetaAnalysis open_for_mean(const Command& command) {
@@ -73,3 +75,5 @@ void run_mean(const Command& command) {
   list_maps(outputs, listed, facts_of(command.text(), meta));
   outputs.commit();
 }
+
+}  // namespace kvo::verbs

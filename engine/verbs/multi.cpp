@@ -12,6 +12,8 @@
 #include "kvo_config.h"
 #include "util/q_string.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 /// The arguments by their meaning.
@@ -175,3 +177,5 @@ void run_multi(const Command& command) {
   say_result(result);
   say("p:      " + p_base_of(request) + ".nii.gz");
 }
+
+}  // namespace kvo::verbs

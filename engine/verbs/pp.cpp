@@ -18,6 +18,8 @@
 #include "engine/studies/study_source.h"
 #include "engine/verbs/verbs.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 // The same for every meta-analysis, so that the same inputs give the same results; whoever wants
@@ -222,3 +224,5 @@ void run_pp(const Command& command) {
   outputs.write_text(analysis_list_file, empty_analysis_list());
   outputs.commit();
 }
+
+}  // namespace kvo::verbs

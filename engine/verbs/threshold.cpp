@@ -12,6 +12,8 @@
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 struct Thresholds {
@@ -133,3 +135,5 @@ void run_threshold(const Command& command) {
   outputs.commit();
   say_result(result);
 }
+
+}  // namespace kvo::verbs

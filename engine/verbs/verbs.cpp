@@ -1,5 +1,7 @@
 #include "engine/verbs/verbs.h"
 
+namespace kvo::verbs {
+
 namespace {
 
 constexpr double mni_limit = 32767;
@@ -99,3 +101,5 @@ constexpr Verb verbs[] = {
 std::span<const Verb> all_verbs() {
   return verbs;
 }
+
+}  // namespace kvo::verbs

@@ -6,6 +6,9 @@
 #include <span>
 
 #include "engine/base/command.h"
+#include "engine/verbs/verbs_layer.h"
+
+namespace kvo::verbs {
 
 std::span<const Verb> all_verbs();
 
@@ -27,3 +30,5 @@ void check_extract(const Command& command);
 void run_extract(const Command& command);
 void check_globals(const Command& command);
 void run_globals(const Command& command);
+
+}  // namespace kvo::verbs

@@ -4,3 +4,9 @@
 // it out with what the layers before it offer.
 //
 // Only programs stand above it.
+
+#include "engine/results/results_layer.h"
+
+namespace kvo::verbs {
+using namespace results;
+}

@@ -11,6 +11,8 @@
 #include "resources/share/regions.h"
 #include "resources/share/tissue.h"
 
+using namespace kvo::share;
+
 namespace {
 
 // Tissue maps are smoothed as the images of voxel-based morphometry are, and cut where a study's

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+namespace kvo::share {
+
 namespace {
 
 // The labels of the tractography atlas have no names in the package. They count the structures of
@@ -114,3 +116,5 @@ Volume core_tract_fraction(const Sources& sources) {
            float(points_per_voxel);
   });
 }
+
+}  // namespace kvo::share

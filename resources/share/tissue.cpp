@@ -5,6 +5,8 @@
 #include <cmath>
 #include <numeric>
 
+namespace kvo::share {
+
 namespace {
 
 constexpr int iterations = 500;
@@ -136,3 +138,5 @@ Tissues classify_tissues(const Sources& sources, const Mask& brain, const Mask& 
   }
   return tissues;
 }
+
+}  // namespace kvo::share

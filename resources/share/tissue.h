@@ -6,6 +6,8 @@
 
 #include "resources/share/volume.h"
 
+namespace kvo::share {
+
 /// The packaged images that everything is made from.
 struct Sources {
   Image head;         ///< T1-weighted single-subject template with the skull
@@ -46,3 +48,5 @@ struct Tissues {
 /// Thalamus, pallidum, putamen and caudate count as gray matter, although their intensity is close
 /// to that of white matter. Between brain and skull there is nothing but cerebrospinal fluid.
 Tissues classify_tissues(const Sources& sources, const Mask& brain, const Mask& intracranial);
+
+}  // namespace kvo::share

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <utility>
 
+namespace kvo::share {
+
 namespace {
 
 constexpr std::array<double, 4> point_offsets_mm{-0.75, -0.25, 0.25, 0.75};
@@ -247,3 +249,5 @@ Mask sheet_centres(const Volume& volume, const Mask& within) {
   });
   return centres;
 }
+
+}  // namespace kvo::share

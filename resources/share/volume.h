@@ -9,6 +9,10 @@
 
 #include "engine/images/image.h"
 
+namespace kvo::share {
+
+using namespace images;
+
 using Volume = std::vector<float>;       ///< one value for each voxel of mni_grid()
 using Mask = std::vector<std::uint8_t>;  ///< 1 in the voxels of the mask, 0 elsewhere
 
@@ -78,3 +82,5 @@ Mask fill_holes(const Mask& mask);
 /// higher. This is the non-maximum suppression that finds tract centres in Smith et al. 2006
 /// (NeuroImage 31:1487), with the direction from the Hessian.
 Mask sheet_centres(const Volume& volume, const Mask& within);
+
+}  // namespace kvo::share

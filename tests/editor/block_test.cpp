@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+using namespace kvo::edit;
+
 namespace {
 
 TEST(Block, IsReadAsSpreadsheetsWriteIt) {

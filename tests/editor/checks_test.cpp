@@ -14,6 +14,8 @@
 #include "engine/studies/study_source.h"
 #include "test_folder.h"
 
+using namespace kvo::edit;
+
 namespace {
 
 using testing::HasSubstr;

@@ -12,6 +12,8 @@
 #include "companions/kvo_edit/table_file.h"
 #include "engine/studies/study_rules.h"
 
+using namespace kvo::edit;
+
 namespace {
 
 const std::string CONTENT =

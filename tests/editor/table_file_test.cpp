@@ -17,6 +17,8 @@
 #include "test_folder.h"
 #include "workspace/files/text_table.h"
 
+using namespace kvo::edit;
+
 namespace {
 
 using testing::HasSubstr;

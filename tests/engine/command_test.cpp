@@ -6,6 +6,8 @@
 #include "engine/base/refusal.h"
 #include "engine/verbs/verbs.h"
 
+using namespace kvo::verbs;
+
 namespace {
 
 using testing::HasSubstr;

@@ -14,6 +14,8 @@
 #include "engine/model/random_effects.h"
 #include "runner.h"
 
+using namespace kvo::model;
+
 namespace {
 
 namespace fs = std::filesystem;

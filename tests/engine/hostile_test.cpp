@@ -14,6 +14,8 @@
 #include "file_size_limit.h"
 #include "runner.h"
 
+using namespace kvo::images;
+
 namespace {
 
 namespace fs = std::filesystem;

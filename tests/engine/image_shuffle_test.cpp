@@ -9,6 +9,8 @@
 #include <random>
 #include <set>
 
+using namespace kvo::inference;
+
 namespace {
 
 using Map = std::vector<float>;

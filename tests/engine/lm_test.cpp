@@ -6,6 +6,8 @@
 
 #include "runner.h"
 
+using namespace kvo::images;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <random>
 
+using namespace kvo::inference;
+
 namespace {
 
 /// Values with many ties and some far tails.

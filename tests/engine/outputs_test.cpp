@@ -11,6 +11,8 @@
 #include "engine/base/refusal.h"
 #include "test_folder.h"
 
+using namespace kvo::base;
+
 namespace {
 
 /// The call of a system's function that is to fail, and the calls of it up to now.

@@ -8,6 +8,8 @@
 
 #include "runner.h"
 
+using namespace kvo::images;
+
 namespace {
 
 /// One- and two-sample studies, small and large, in both spaces, with known and unknown heights,

@@ -10,6 +10,8 @@
 
 #include "runner.h"
 
+using namespace kvo::images;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -8,6 +8,8 @@
 
 #include "runner.h"
 
+using namespace kvo::images;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -17,6 +17,8 @@
 #include "engine/base/progress.h"
 #include "engine/verbs/verbs.h"
 
+using namespace kvo::verbs;
+
 namespace fs = std::filesystem;
 
 namespace {

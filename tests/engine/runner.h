@@ -86,13 +86,13 @@ void become_nobody();
 std::vector<std::array<int, 3>> box_voxels();
 
 /// An image of the grid in which each voxel has that value.
-Image image_of(float value);
+kvo::images::Image image_of(float value);
 
 /// Writes a mask of the voxels at those coordinates.
 void write_mask(const std::filesystem::path& path, const std::vector<std::array<int, 3>>& voxels);
 
 /// The value of an image at an MNI coordinate.
-float value_at(const Image& image, const std::array<int, 3>& mm);
+float value_at(const kvo::images::Image& image, const std::array<int, 3>& mm);
 
 /// Every entry below the current folder with its content.
 std::map<std::string, std::string> snapshot();

@@ -12,6 +12,8 @@
 #include "engine/studies/study_peaks.h"
 #include "test_folder.h"
 
+using namespace kvo::maps;
+
 namespace {
 
 void use_table() {

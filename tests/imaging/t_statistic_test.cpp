@@ -9,6 +9,8 @@
 #include <limits>
 #include <string>
 
+using namespace kvo::imgcalc;
+
 namespace {
 
 constexpr double INF = std::numeric_limits<double>::infinity();

@@ -8,6 +8,8 @@
 #include "resources/share/tissue.h"
 #include "resources/share/volume.h"
 
+using namespace kvo::share;
+
 namespace {
 
 using Voxel = std::array<int, 3>;

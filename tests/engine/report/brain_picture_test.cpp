@@ -12,6 +12,8 @@
 #include "engine/report/png.h"
 #include "pixels.h"
 
+using namespace kvo::report;
+
 namespace {
 
 using testing::HasSubstr;

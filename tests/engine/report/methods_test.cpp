@@ -10,6 +10,8 @@
 #include "engine/report/methods.h"
 #include "util/handles.h"
 
+using namespace kvo::report;
+
 namespace {
 
 using testing::HasSubstr;

@@ -10,6 +10,8 @@
 #include "engine/base/wording.h"
 #include "engine/report/cluster_report.h"
 
+using namespace kvo::report;
+
 namespace {
 
 using testing::Contains;

@@ -9,6 +9,8 @@
 #include "engine/report/plots.h"
 #include "pixels.h"
 
+using namespace kvo::report;
+
 namespace {
 
 constexpr int row_pixels = 36;
