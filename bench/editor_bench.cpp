@@ -131,7 +131,7 @@ void measure_large() {
            }));
   };
   const auto changed = [&] { editor_refresh(*editor); };
-  Table_grid& grid = *editor->grid;
+  Grid& grid = *editor->grid;
   timed("arrow_10000", [&] { press(*editor, GDK_KEY_Down); });
   timed("page_10000", [&] { press(*editor, GDK_KEY_Page_Down); });
   timed("type_letter_10000", [&] { press(*editor, GDK_KEY_x); });

@@ -79,9 +79,9 @@ bool take_progress_word(std::span<const char* const>& words) {
   return true;
 }
 
-Image_command parse_command(std::span<const char* const> words) {
+Command parse_command(std::span<const char* const> words) {
   if (words.empty()) throw Refusal("no image was given; --help explains what to give");
-  Image_command command;
+  Command command;
   command.path = words[0];
   if (words.size() == 1) return command;
   const Row* row = row_of(words[1]);
@@ -95,7 +95,7 @@ Image_command parse_command(std::span<const char* const> words) {
   return command;
 }
 
-std::string description_of(const Image_command& command) {
+std::string description_of(const Command& command) {
   std::string text = COMPRESSING;
   for (const Row& row : ROWS)
     if (row.operation == command.operation) text = row.doing;

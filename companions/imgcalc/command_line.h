@@ -22,7 +22,7 @@ enum class Operation {
   log10_p_to_t
 };
 
-struct Image_command {
+struct Command {
   Operation operation = Operation::compress;
   std::string path;
   double df = 0;       ///< degrees of freedom, where the operation takes them
@@ -34,10 +34,10 @@ bool take_progress_word(std::span<const char* const>& words);
 
 /// The command that the words (without the program's name) make. Throws Refusal when they make
 /// none.
-Image_command parse_command(std::span<const char* const> words);
+Command parse_command(std::span<const char* const> words);
 
 /// What the command does, for the user: "Converting the z scores of 'x.nii.gz' into t statistics".
-std::string description_of(const Image_command& command);
+std::string description_of(const Command& command);
 
 /// The text of --help.
 std::string help_text();

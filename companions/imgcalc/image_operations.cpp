@@ -47,7 +47,7 @@ Nifti_image read_any(const std::string& path) {
   return value_of(nifti_read(path, options));
 }
 
-void compress(const Image_command& command) {
+void compress(const Command& command) {
   const Nifti_image image = read_any(command.path);
   if (image.kind == Nifti_kind::compressed)
     throw Refusal("'" + image.path + "' is a NIfTI compressed file already");
@@ -55,13 +55,13 @@ void compress(const Image_command& command) {
   finish(nifti_write(image.path.substr(0, image.path.size() - EXTENSION) + "nii.gz", image, go_on));
 }
 
-void change_values(const Image_command& command, std::int16_t intent_code) {
+void change_values(const Command& command, std::int16_t intent_code) {
   finish(nifti_rewrite_header(
       command.path, [&](Nifti_header& header) { declare_values(header, intent_code, command.df); },
       go_on));
 }
 
-void change_space(const Image_command& command, std::int16_t space_code, const Say& say) {
+void change_space(const Command& command, std::int16_t space_code, const Say& say) {
   const auto info = value_of(nifti_read_info(command.path));
   Nifti_header changed = info.header;
   declare_space(changed, space_code, info.path, say);
@@ -109,7 +109,7 @@ float converted(float value, Conversion conversion, double df) {
   return static_cast<float>(std::clamp(conversion(value, df), -LARGEST, LARGEST));
 }
 
-void convert_values(const Image_command& command, Conversion conversion) {
+void convert_values(const Command& command, Conversion conversion) {
   Nifti_image image = read_any(command.path);
   const auto voxels = static_cast<std::size_t>(image.voxels_per_volume);
   for (const Nifti_volume& volume : image.volumes)
@@ -150,7 +150,7 @@ void declare_space(Nifti_header& h, std::int16_t space_code, const std::string& 
   h.sform_code = h.qform_code = space_code;
 }
 
-void carry_out(const Image_command& command, const Say& say) {
+void carry_out(const Command& command, const Say& say) {
   switch (command.operation) {
     case Operation::compress:
       return compress(command);

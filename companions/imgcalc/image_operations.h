@@ -16,7 +16,7 @@ using Say = std::function<void(const std::string&)>;
 
 /// Carries out a command. Throws Refusal, with all files as they were, when an image cannot be read
 /// or written, and Cancelled when a signal has asked for the end.
-void carry_out(const Image_command& command, const Say& say);
+void carry_out(const Command& command, const Say& say);
 
 /// Declares what the values are, with a parameter that is the degrees of freedom of t statistics.
 void declare_values(Nifti_header& header, std::int16_t intent_code, double parameter);

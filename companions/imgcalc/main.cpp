@@ -32,7 +32,7 @@ int fail(bool with_progress, const std::string& reason) {
 }
 
 int run(std::span<const char* const> words, bool with_progress) {
-  const Image_command command = parse_command(words);
+  const Command command = parse_command(words);
   if (with_progress) write_progress('a', description_of(command));
   carry_out(command, [&](const std::string& text) {
     if (with_progress)

@@ -17,7 +17,7 @@ namespace kvo::edit {
 struct Editor {
   Document document;
   Check_index index;
-  std::unique_ptr<Table_grid> grid;
+  std::unique_ptr<Grid> grid;
   GtkWidget* window = nullptr;
   GtkUIManager* manager = nullptr;
   GtkActionGroup* actions = nullptr;

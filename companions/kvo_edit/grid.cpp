@@ -51,7 +51,7 @@ long row_of(GtkTreeModel* model, GtkTreeIter* iter) {
 
 void show_number(GtkTreeViewColumn* /*column*/, GtkCellRenderer* renderer, GtkTreeModel* model,
                  GtkTreeIter* iter, gpointer data) {
-  const Table_grid& grid = *static_cast<Table_grid*>(data);
+  const Grid& grid = *static_cast<Grid*>(data);
   const long row = row_of(model, iter);
   const GtkStyle* style = gtk_widget_get_style(GTK_WIDGET(grid.view));
   const auto selection = grid_selection(grid);
@@ -64,7 +64,7 @@ void show_number(GtkTreeViewColumn* /*column*/, GtkCellRenderer* renderer, GtkTr
 
 void show_cell(GtkTreeViewColumn* column, GtkCellRenderer* renderer, GtkTreeModel* model,
                GtkTreeIter* iter, gpointer data) {
-  const Table_grid& grid = *static_cast<Table_grid*>(data);
+  const Grid& grid = *static_cast<Grid*>(data);
   const long row = row_of(model, iter);
   const long position = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(column), GRID_POSITION));
   const Table& table = grid.document->table;
@@ -91,11 +91,11 @@ void show_cell(GtkTreeViewColumn* column, GtkCellRenderer* renderer, GtkTreeMode
 void show_nothing(GtkTreeViewColumn* /*column*/, GtkCellRenderer* /*renderer*/,
                   GtkTreeModel* /*model*/, GtkTreeIter* /*iter*/, gpointer /*data*/) {}
 
-GtkTreeViewColumn* column_at(const Table_grid& grid, long position) {
+GtkTreeViewColumn* column_at(const Grid& grid, long position) {
   return gtk_tree_view_get_column(grid.view, static_cast<int>(position) + 1);
 }
 
-int width_of(const Table_grid& grid, const std::string& text) {
+int width_of(const Grid& grid, const std::string& text) {
   const Q_object<PangoLayout> layout(
       gtk_widget_create_pango_layout(GTK_WIDGET(grid.view), shown_text(text).c_str()));
   int width = 0;
@@ -104,7 +104,7 @@ int width_of(const Table_grid& grid, const std::string& text) {
 }
 
 /// A width for the name and for the longest of the first values.
-int fitting_width(const Table_grid& grid, long position) {
+int fitting_width(const Grid& grid, long position) {
   const Table& table = grid.document->table;
   const std::string* longest = nullptr;
   for (long row = 0; row < std::min(row_count(table), ROWS_MEASURED); ++row) {
@@ -117,8 +117,8 @@ int fitting_width(const Table_grid& grid, long position) {
 }
 
 /// Puts a column of fixed width into the view, at the place that it has there.
-GtkTreeViewColumn* insert_column(Table_grid& grid, long position, int place,
-                                 GtkCellRenderer* renderer, GtkTreeCellDataFunc show) {
+GtkTreeViewColumn* insert_column(Grid& grid, long position, int place, GtkCellRenderer* renderer,
+                                 GtkTreeCellDataFunc show) {
   GtkTreeViewColumn* column = gtk_tree_view_column_new();
   g_object_set_data(G_OBJECT(column), GRID_POSITION, GINT_TO_POINTER(static_cast<int>(position)));
   gtk_tree_view_column_pack_start(column, renderer, TRUE);
@@ -130,7 +130,7 @@ GtkTreeViewColumn* insert_column(Table_grid& grid, long position, int place,
   return column;
 }
 
-void add_column(Table_grid& grid, long position) {
+void add_column(Grid& grid, long position) {
   GtkTreeViewColumn* column = insert_column(grid, position, static_cast<int>(position) + 1,
                                             grid_cell_new(grid_edit_new_entry, &grid), show_cell);
   gtk_tree_view_column_set_resizable(column, TRUE);
@@ -141,7 +141,7 @@ void add_column(Table_grid& grid, long position) {
 }
 
 /// The columns at both ends of the view that are not the table's.
-void add_end_columns(Table_grid& grid) {
+void add_end_columns(Grid& grid) {
   GtkCellRenderer* renderer = grid_cell_new(nullptr, nullptr);
   g_object_set(renderer, "xalign", 1.0, nullptr);
   GtkTreeViewColumn* numbers = insert_column(grid, GRID_NUMBERS, 0, renderer, show_number);
@@ -151,7 +151,7 @@ void add_end_columns(Table_grid& grid) {
   gtk_tree_view_column_set_fixed_width(filler, 1);
 }
 
-void show_name(Table_grid& grid, long position) {
+void show_name(Grid& grid, long position) {
   const std::string& name = cell(grid.document->table, HEADER, position);
   GtkTreeViewColumn* column = column_at(grid, position);
   GtkWidget* label = gtk_tree_view_column_get_widget(column);
@@ -165,7 +165,7 @@ void show_name(Table_grid& grid, long position) {
 
 /// The rows of the view carry nothing but their numbers, so only their count has to follow the
 /// table: rows come and go at the end, whatever has happened in the table.
-void adjust_rows(Table_grid& grid) {
+void adjust_rows(Grid& grid) {
   const long wanted = row_count(grid.document->table);
   long rows = gtk_tree_model_iter_n_children(GTK_TREE_MODEL(grid.store), nullptr);
   for (; rows < wanted; ++rows)
@@ -178,7 +178,7 @@ void adjust_rows(Table_grid& grid) {
   }
 }
 
-std::vector<std::string> names_shown(const Table_grid& grid) {
+std::vector<std::string> names_shown(const Grid& grid) {
   std::vector<std::string> names;
   for (long position = 0;; ++position) {
     GtkWidget* label = gtk_tree_view_column_get_widget(column_at(grid, position));
@@ -188,7 +188,7 @@ std::vector<std::string> names_shown(const Table_grid& grid) {
 }
 
 /// Columns come and go at the end, too. The widths that the user has given stay with the names.
-void adjust_columns(Table_grid& grid) {
+void adjust_columns(Grid& grid) {
   const std::vector<std::string> before = names_shown(grid);
   std::vector<int> widths;
   for (std::size_t i = 0; i < before.size(); ++i) {
@@ -216,12 +216,12 @@ void adjust_columns(Table_grid& grid) {
 }
 
 gboolean on_grid_key(GtkWidget* /*view*/, GdkEventKey* event, gpointer data) {
-  return grid_key(*static_cast<Table_grid*>(data), *event);
+  return grid_key(*static_cast<Grid*>(data), *event);
 }
 
 gboolean on_tooltip(GtkWidget* widget, gint x, gint y, gboolean keyboard, GtkTooltip* tooltip,
                     gpointer data) {
-  const Table_grid& grid = *static_cast<Table_grid*>(data);
+  const Grid& grid = *static_cast<Grid*>(data);
   if (keyboard != FALSE) return FALSE;
   GtkTreeView* view = GTK_TREE_VIEW(widget);
   int bin_x = 0;
@@ -248,13 +248,13 @@ void hide_own_cursor() {
       "widget \"*.kvo-edit-grid\" style \"kvo-edit-grid\"");
 }
 
-void clamp_to_table(const Table_grid& grid, Cell_place& place) {
+void clamp_to_table(const Grid& grid, Cell_place& place) {
   const Table& table = grid.document->table;
   place.row = std::clamp(place.row, 0L, std::max(row_count(table) - 1, 0L));
   place.column = std::clamp(place.column, 0L, column_count(table) - 1);
 }
 
-void show_cursor(Table_grid& grid) {
+void show_cursor(Grid& grid) {
   if (row_count(grid.document->table) == 0) return;
   const Path path = path_of(grid.cursor.row);
   gtk_tree_view_scroll_to_cell(grid.view, path.get(), column_at(grid, grid.cursor.column), FALSE, 0,
@@ -263,7 +263,7 @@ void show_cursor(Table_grid& grid) {
 
 }  // namespace
 
-Table_grid::~Table_grid() {
+Grid::~Grid() {
   if (view == nullptr) return;
   g_signal_handlers_disconnect_matched(view, G_SIGNAL_MATCH_DATA, 0, 0, nullptr, nullptr, this);
   edit.reset();
@@ -272,10 +272,9 @@ Table_grid::~Table_grid() {
   g_object_unref(view);
 }
 
-std::unique_ptr<Table_grid> grid_new(Document* document, const Check_index* index,
-                                     Grid_events events) {
+std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Grid_events events) {
   hide_own_cursor();
-  auto grid = std::make_unique<Table_grid>();
+  auto grid = std::make_unique<Grid>();
   grid->document = document;
   grid->index = index;
   grid->events = std::move(events);
@@ -297,7 +296,7 @@ std::unique_ptr<Table_grid> grid_new(Document* document, const Check_index* inde
   return grid;
 }
 
-void grid_refresh(Table_grid& grid) {
+void grid_refresh(Grid& grid) {
   grid_finish_edit(grid, true);
   adjust_rows(grid);
   adjust_columns(grid);
@@ -306,18 +305,18 @@ void grid_refresh(Table_grid& grid) {
   grid_redraw(grid);
 }
 
-void grid_redraw(Table_grid& grid) {
+void grid_redraw(Grid& grid) {
   gtk_widget_queue_draw(GTK_WIDGET(grid.view));
 }
 
-std::optional<Cell_range> grid_selection(const Table_grid& grid) {
+std::optional<Cell_range> grid_selection(const Grid& grid) {
   if (row_count(grid.document->table) == 0) return std::nullopt;
   const auto [first_row, last_row] = std::minmax(grid.anchor.row, grid.cursor.row);
   const auto [first_column, last_column] = std::minmax(grid.anchor.column, grid.cursor.column);
   return Cell_range{first_row, first_column, last_row, last_column};
 }
 
-void grid_select(Table_grid& grid, const Cell_range& range) {
+void grid_select(Grid& grid, const Cell_range& range) {
   grid_finish_edit(grid, true);
   grid.cursor = {range.first_row, range.first_column};
   grid.anchor = {range.last_row, range.last_column};
@@ -329,7 +328,7 @@ void grid_select(Table_grid& grid, const Cell_range& range) {
   grid.events.moved();
 }
 
-void grid_move_to(Table_grid& grid, long row, long column, bool extends) {
+void grid_move_to(Grid& grid, long row, long column, bool extends) {
   grid_finish_edit(grid, true);
   grid.cursor = {row, column};
   clamp_to_table(grid, grid.cursor);

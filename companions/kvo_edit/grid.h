@@ -26,7 +26,7 @@ struct Grid_events {
 
 struct Grid_edit;
 
-struct Table_grid {
+struct Grid {
   Document* document = nullptr;
   const Check_index* index = nullptr;
   Grid_events events;
@@ -39,28 +39,27 @@ struct Table_grid {
   bool arranging = false;           ///< columns are being put back in order
   Q_source rearrange;               ///< takes over the order of columns that the user has dragged
   std::unique_ptr<Grid_edit> edit;  ///< while a cell is edited
-  ~Table_grid();
+  ~Grid();
 };
 
 /// A grid for the document; both document and index must outlive it. `grid->view` is its widget.
-std::unique_ptr<Table_grid> grid_new(Document* document, const Check_index* index,
-                                     Grid_events events);
+std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Grid_events events);
 
 /// To be called when the document or the checks have changed: shows what they are now.
-void grid_refresh(Table_grid& grid);
+void grid_refresh(Grid& grid);
 /// Redraws the cells, for changes of the checks alone.
-void grid_redraw(Table_grid& grid);
+void grid_redraw(Grid& grid);
 
 /// The selected cells; nothing when there are no studies.
-std::optional<Cell_range> grid_selection(const Table_grid& grid);
+std::optional<Cell_range> grid_selection(const Grid& grid);
 /// Selects the range as far as it exists, with the cursor at its first cell, and scrolls there.
-void grid_select(Table_grid& grid, const Cell_range& range);
+void grid_select(Grid& grid, const Cell_range& range);
 /// Moves the cursor, and unless `extends` the selection with it, to the nearest cell that exists.
-void grid_move_to(Table_grid& grid, long row, long column, bool extends = false);
+void grid_move_to(Grid& grid, long row, long column, bool extends = false);
 
 /// Begins to edit the cell at the cursor, with its own text selected or with another text.
-void grid_start_edit(Table_grid& grid, const std::optional<std::string>& text = std::nullopt);
+void grid_start_edit(Grid& grid, const std::optional<std::string>& text = std::nullopt);
 /// Ends editing, if there is any, and stores what has been typed or not.
-void grid_finish_edit(Table_grid& grid, bool stores);
+void grid_finish_edit(Grid& grid, bool stores);
 
 }  // namespace kvo::edit

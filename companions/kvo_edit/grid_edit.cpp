@@ -14,18 +14,18 @@ namespace kvo::edit {
 namespace {
 
 gboolean on_focus_out(GtkWidget* /*entry*/, GdkEvent* /*event*/, gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   if (grid.edit != nullptr && !grid.edit->in_menu) grid_finish_edit(grid, true);
   return FALSE;
 }
 
 void on_menu_gone(GtkWidget* /*menu*/, gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   if (grid.edit != nullptr) grid.edit->in_menu = false;
 }
 
 void on_entry_menu(GtkEntry* /*entry*/, GtkMenu* menu, gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   if (grid.edit == nullptr) return;
   grid.edit->in_menu = true;
   g_signal_connect(menu, "unmap", G_CALLBACK(on_menu_gone), data);
@@ -33,11 +33,11 @@ void on_entry_menu(GtkEntry* /*entry*/, GtkMenu* menu, gpointer data) {
 
 /// The view takes the entry away when it is scrolled out of existence, say.
 void on_removed(GtkCellEditable* /*entry*/, gpointer data) {
-  grid_finish_edit(*static_cast<Table_grid*>(data), true);
+  grid_finish_edit(*static_cast<Grid*>(data), true);
 }
 
 gboolean on_entry_key(GtkWidget* /*entry*/, GdkEventKey* event, gpointer data) {
-  return grid_edit_key(*static_cast<Table_grid*>(data), *event);
+  return grid_edit_key(*static_cast<Grid*>(data), *event);
 }
 
 }  // namespace
@@ -48,7 +48,7 @@ std::string shown_text(const std::string& text) {
 }
 
 GtkWidget* grid_edit_new_entry(gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   if (grid.edit == nullptr || grid.edit->entry != nullptr) return nullptr;
   Grid_edit& edit = *grid.edit;
   const std::string& text = cell(grid.document->table, edit.place.row, edit.place.column);
@@ -66,7 +66,7 @@ GtkWidget* grid_edit_new_entry(gpointer data) {
   return entry;
 }
 
-void grid_start_edit(Table_grid& grid, const std::optional<std::string>& text) {
+void grid_start_edit(Grid& grid, const std::optional<std::string>& text) {
   grid_finish_edit(grid, true);
   if (grid.cursor.row >= row_count(grid.document->table)) return;
   grid.anchor = grid.cursor;
@@ -89,7 +89,7 @@ void grid_start_edit(Table_grid& grid, const std::optional<std::string>& text) {
     gtk_editable_select_region(editable, 0, -1);
 }
 
-void grid_finish_edit(Table_grid& grid, bool stores) {
+void grid_finish_edit(Grid& grid, bool stores) {
   if (grid.edit == nullptr) return;
   // Taken out first, as removing the entry makes it lose the focus.
   const std::unique_ptr<Grid_edit> edit = std::move(grid.edit);

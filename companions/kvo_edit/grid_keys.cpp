@@ -51,13 +51,13 @@ bool types_text(const GdkEventKey& event) {
 }
 
 /// Down (or up) a row, to where a row of Tabs began.
-void move_on_by_enter(Table_grid& grid, bool back) {
+void move_on_by_enter(Grid& grid, bool back) {
   const long column = grid.return_column >= 0 ? grid.return_column : grid.cursor.column;
   grid_move_to(grid, grid.cursor.row + (back ? -1 : 1), column);
 }
 
 /// To the next cell (or the one before), over the ends of rows; `adds` a study behind the last one.
-void move_on_by_tab(Table_grid& grid, bool back, bool adds) {
+void move_on_by_tab(Grid& grid, bool back, bool adds) {
   const long columns = column_count(grid.document->table);
   const long rows = row_count(grid.document->table);
   const long origin = grid.return_column >= 0 ? grid.return_column : grid.cursor.column;
@@ -78,7 +78,7 @@ void move_on_by_tab(Table_grid& grid, bool back, bool adds) {
   grid.return_column = origin;
 }
 
-long rows_on_page(const Table_grid& grid) {
+long rows_on_page(const Grid& grid) {
   GdkRectangle visible;
   GdkRectangle row;
   gtk_tree_view_get_visible_rect(grid.view, &visible);
@@ -87,7 +87,7 @@ long rows_on_page(const Table_grid& grid) {
   return std::max(1, visible.height / std::max(row.height, 20) - 1);
 }
 
-void move_by_arrow(Table_grid& grid, const Step& arrow, bool to_edge, bool extends) {
+void move_by_arrow(Grid& grid, const Step& arrow, bool to_edge, bool extends) {
   const long far =
       to_edge ? row_count(grid.document->table) + column_count(grid.document->table) : 1;
   grid_move_to(grid, grid.cursor.row + arrow.rows * far, grid.cursor.column + arrow.columns * far,
@@ -95,7 +95,7 @@ void move_by_arrow(Table_grid& grid, const Step& arrow, bool to_edge, bool exten
 }
 
 /// Home, End, Page Up and Page Down.
-bool move_far(Table_grid& grid, guint key, bool control, bool extends) {
+bool move_far(Grid& grid, guint key, bool control, bool extends) {
   const Cell_place& cursor = grid.cursor;
   const long last_row = row_count(grid.document->table) - 1;
   const long last_column = column_count(grid.document->table) - 1;
@@ -123,7 +123,7 @@ bool move_far(Table_grid& grid, guint key, bool control, bool extends) {
 
 /// Begins editing with what the key types. The entry gets the key itself, so that its input method
 /// takes part from the first character on.
-void start_typing(Table_grid& grid, GdkEventKey& event) {
+void start_typing(Grid& grid, GdkEventKey& event) {
   if (row_count(grid.document->table) == 0) {
     add_studies(*grid.document, 0, 1);
     grid.events.changed();
@@ -134,7 +134,7 @@ void start_typing(Table_grid& grid, GdkEventKey& event) {
 
 }  // namespace
 
-gboolean grid_key(Table_grid& grid, GdkEventKey& event) {
+gboolean grid_key(Grid& grid, GdkEventKey& event) {
   const bool shift = (event.state & GDK_SHIFT_MASK) != 0;
   const bool control = (event.state & GDK_CONTROL_MASK) != 0;
   if ((event.state & GDK_MOD1_MASK) != 0) return FALSE;
@@ -160,7 +160,7 @@ gboolean grid_key(Table_grid& grid, GdkEventKey& event) {
   return TRUE;
 }
 
-gboolean grid_edit_key(Table_grid& grid, const GdkEventKey& event) {
+gboolean grid_edit_key(Grid& grid, const GdkEventKey& event) {
   if (grid.edit == nullptr) return FALSE;
   const bool shift = (event.state & GDK_SHIFT_MASK) != 0;
   if ((event.state & NO_TYPING) != 0) return FALSE;

@@ -9,8 +9,8 @@
 namespace kvo::edit {
 
 /// A key in the grid; TRUE when it has been used.
-gboolean grid_key(Table_grid& grid, GdkEventKey& event);
+gboolean grid_key(Grid& grid, GdkEventKey& event);
 /// A key in the entry; TRUE when it has ended editing.
-gboolean grid_edit_key(Table_grid& grid, const GdkEventKey& event);
+gboolean grid_edit_key(Grid& grid, const GdkEventKey& event);
 
 }  // namespace kvo::edit

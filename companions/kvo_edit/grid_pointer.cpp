@@ -22,7 +22,7 @@ long position_of(GtkTreeViewColumn* column) {
   return GPOINTER_TO_INT(g_object_get_data(G_OBJECT(column), GRID_POSITION));
 }
 
-void select_row(Table_grid& grid, long row, bool extends) {
+void select_row(Grid& grid, long row, bool extends) {
   const long first_row = extends ? grid.anchor.row : row;
   grid_move_to(grid, row, 0);
   grid.anchor = {first_row, column_count(grid.document->table) - 1};
@@ -30,17 +30,17 @@ void select_row(Table_grid& grid, long row, bool extends) {
   grid.events.moved();
 }
 
-void select_column(Table_grid& grid, long column, bool extends) {
+void select_column(Grid& grid, long column, bool extends) {
   const long first_column = extends ? grid.anchor.column : column;
   grid_select(grid, {0, column, row_count(grid.document->table) - 1, first_column});
 }
 
-void select_all(Table_grid& grid) {
+void select_all(Grid& grid) {
   grid_select(grid,
               {0, 0, row_count(grid.document->table) - 1, column_count(grid.document->table) - 1});
 }
 
-void press_at(Table_grid& grid, const Cell_place& place, const GdkEventButton& event) {
+void press_at(Grid& grid, const Cell_place& place, const GdkEventButton& event) {
   const bool extends = (event.state & GDK_SHIFT_MASK) != 0;
   if (event.button == RIGHT) {
     const auto selection = grid_selection(grid);
@@ -59,7 +59,7 @@ void press_at(Table_grid& grid, const Cell_place& place, const GdkEventButton& e
 }
 
 gboolean on_press(GtkWidget* widget, GdkEventButton* event, gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   if (event->window != gtk_tree_view_get_bin_window(grid.view)) return FALSE;
   grid_finish_edit(grid, true);
   gtk_widget_grab_focus(widget);
@@ -71,7 +71,7 @@ gboolean on_press(GtkWidget* widget, GdkEventButton* event, gpointer data) {
 }
 
 gboolean on_motion(GtkWidget* /*view*/, GdkEventMotion* event, gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   if (!grid.dragging || event->window != gtk_tree_view_get_bin_window(grid.view)) return FALSE;
   const auto place = grid_place_at(grid, static_cast<int>(event->x), static_cast<int>(event->y));
   if (!place) return TRUE;
@@ -81,17 +81,17 @@ gboolean on_motion(GtkWidget* /*view*/, GdkEventMotion* event, gpointer data) {
 }
 
 gboolean on_release(GtkWidget* /*view*/, GdkEventButton* /*event*/, gpointer data) {
-  static_cast<Table_grid*>(data)->dragging = false;
+  static_cast<Grid*>(data)->dragging = false;
   return FALSE;
 }
 
 gboolean on_popup_menu(GtkWidget* /*view*/, gpointer data) {
-  static_cast<Table_grid*>(data)->events.menu(0, gtk_get_current_event_time());
+  static_cast<Grid*>(data)->events.menu(0, gtk_get_current_event_time());
   return TRUE;
 }
 
 gboolean on_header_press(GtkWidget* button, GdkEventButton* event, gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   auto* column = static_cast<GtkTreeViewColumn*>(g_object_get_data(G_OBJECT(button), "column"));
   const long position = position_of(column);
   if (position == GRID_FILLER) return TRUE;
@@ -118,7 +118,7 @@ gboolean on_header_press(GtkWidget* button, GdkEventButton* event, gpointer data
 /// The head of a column has been dropped elsewhere: the table follows, and the columns of the view,
 /// which always show the table's columns in order, go back.
 gboolean take_over_order(gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   grid.rearrange.forget();
   const Columns columns(gtk_tree_view_get_columns(grid.view));
   // Columns also change when the view goes.
@@ -150,7 +150,7 @@ gboolean take_over_order(gpointer data) {
 }
 
 void on_columns_changed(GtkTreeView* /*view*/, gpointer data) {
-  Table_grid& grid = *static_cast<Table_grid*>(data);
+  Grid& grid = *static_cast<Grid*>(data);
   // Later, as the view is still busy with the drag.
   if (!grid.arranging) grid.rearrange = Q_source(g_idle_add(take_over_order, data));
 }
@@ -163,7 +163,7 @@ gboolean may_drop(GtkTreeView* /*view*/, GtkTreeViewColumn* /*column*/, GtkTreeV
 
 }  // namespace
 
-std::optional<Cell_place> grid_place_at(const Table_grid& grid, int x, int y) {
+std::optional<Cell_place> grid_place_at(const Grid& grid, int x, int y) {
   GtkTreePath* found = nullptr;
   GtkTreeViewColumn* column = nullptr;
   if (gtk_tree_view_get_path_at_pos(grid.view, x, y, &found, &column, nullptr, nullptr) == FALSE)
@@ -173,7 +173,7 @@ std::optional<Cell_place> grid_place_at(const Table_grid& grid, int x, int y) {
   return Cell_place{gtk_tree_path_get_indices(path.get())[0], position_of(column)};
 }
 
-void grid_connect_pointer(Table_grid& grid) {
+void grid_connect_pointer(Grid& grid) {
   GtkTreeView* view = grid.view;
   gtk_tree_view_set_column_drag_function(view, may_drop, nullptr, nullptr);
   g_signal_connect(view, "button-press-event", G_CALLBACK(on_press), &grid);
@@ -183,7 +183,7 @@ void grid_connect_pointer(Table_grid& grid) {
   g_signal_connect(view, "columns-changed", G_CALLBACK(on_columns_changed), &grid);
 }
 
-void grid_connect_header(Table_grid& grid, GtkTreeViewColumn* column) {
+void grid_connect_header(Grid& grid, GtkTreeViewColumn* column) {
   g_object_set_data(G_OBJECT(column->button), "column", column);
   g_signal_connect(column->button, "button-press-event", G_CALLBACK(on_header_press), &grid);
 }

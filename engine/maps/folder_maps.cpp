@@ -23,6 +23,14 @@ constexpr double largest_count = 1e18;
 
 }  // namespace
 
+std::vector<std::string> coefficient_map_names(const std::string& name, std::size_t terms) {
+  if (terms == 0) return {name};
+  const std::string intercept = name + "_" + std::string(terms, '0');
+  std::vector<std::string> names(terms + 1, intercept);
+  for (std::size_t t = 0; t < terms; ++t) names[t + 1][name.size() + 1 + t] = '1';
+  return names;
+}
+
 void check_analysis_name(const std::string& name, const StudyTable& table) {
   // The name of a coefficient's map is longer than that of its model.
   if (const char* fault = Q_name_fault(name); fault != nullptr)

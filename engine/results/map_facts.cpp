@@ -20,11 +20,13 @@ namespace kvo::results {
 
 namespace {
 
-/// The term of a linear model whose map has such digits in its name: "" for the intercept.
-std::string term_of(const std::string& map, const std::vector<std::string>& variables) {
-  const std::string digits = map.substr(map.find_last_of('_') + 1);
-  const std::size_t one = digits.find('1');
-  return one < variables.size() ? variables[one] : "";
+/// The term of a linear model of that name whose coefficient the map is: "" for the intercept.
+std::string term_of(const std::string& map, const std::string& name,
+                    const std::vector<std::string>& variables) {
+  const std::vector<std::string> names = coefficient_map_names(name, variables.size());
+  for (std::size_t t = 0; t < variables.size(); ++t)
+    if (map == names[t + 1]) return variables[t];
+  return "";
 }
 
 /// What the command of the analysis says, which this version may not know.
@@ -37,7 +39,7 @@ void add_command(MethodsFacts& methods, const std::string& map, const std::strin
     } else if (command.verb->name == std::string("lm")) {
       methods.analysis = MethodsFacts::Analysis::linear_model;
       methods.variables = model_variables(command.arguments[0]);
-      methods.term = term_of(map, methods.variables);
+      methods.term = term_of(map, command.name, methods.variables);
       methods.subgroup = command.arguments[1];
     }
   } catch (const Refusal&) {

@@ -120,8 +120,11 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
   remove_others(outputs, maps);
   const std::string description = image_description(command.text());
   in_parallel(maps.size(), [&](std::size_t i, std::size_t) {
-    write_map(paths[i], mask, maps[i].map, description, maps[i].kind.intent_code,
-              maps[i].kind.outside, maps[i].intent_p1);
+    write_map(paths[i], mask, maps[i].map,
+              {.description = description,
+               .intent_code = maps[i].kind.intent_code,
+               .intent_p1 = maps[i].intent_p1,
+               .outside = maps[i].kind.outside});
     action.step();
   });
   action.finish();

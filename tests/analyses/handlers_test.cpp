@@ -15,6 +15,7 @@
 #include "analyses/threshold.h"
 #include "analysis_window.h"
 #include "made_image.h"
+#include "table_rows.h"
 
 namespace {
 
@@ -39,21 +40,13 @@ const Handler HANDLERS[] = {{"extract", kvo3_extract}, {"globals", kvo3_globals}
 constexpr const char* HOSTILE = "`touch${IFS}pwned`$(touch${IFS}pwned)>pwned;b|c&(d)";
 constexpr const char* QUOTED = R"(\`touch\${IFS}pwned\`\$(touch\${IFS}pwned)>pwned;b|c&(d))";
 
-/// A line of handlers.tsv.
-struct Row {
-  std::string first;    ///< a command of the shell, to be run before
-  std::string table;    ///< of the studies; empty for the one of Handlers
-  std::string answers;  ///< as Dialog_driver::play takes them
-  std::string outcome;  ///< the batch pane's text; the last message when nothing is run
-  std::string shown;    ///< the end of what Dialog_driver::shown gives
-};
-
 class Handlers : public Analysis_window, public testing::WithParamInterface<Handler> {
  protected:
-  Handlers() { prepare({}); }
+  Handlers() { prepare("", ""); }
 
-  /// Fills the folders, also with images that are no masks and names that are quoted or refused.
-  void prepare(const Row& row) {
+  /// Fills the folders, also with images that are no masks and names that are quoted or refused,
+  /// and loads the study table, unless it is empty. `first` is a command of the shell.
+  void prepare(const std::string& table, const std::string& first) {
     reset();
     const auto hostile_mask = Q_format("mask_%s.nii.gz", HOSTILE).str();
     const fs::path share = root() / "share";
@@ -73,47 +66,30 @@ class Handlers : public Analysis_window, public testing::WithParamInterface<Hand
     fs::remove_all(results());
     fs::create_directory(results());
     write_text(results() / "old_p.nii.gz", "old");
-    load_table(row.table.empty() ? Q_format("study n1 mean1 sd1 age patients siblings z%s\n"
-                                            "A 5 2 3 30 0 0 1\nB$(1) 6 2 3 40 1 NA 0\n",
-                                            HOSTILE)
-                                       .str()
-                                 : row.table + "\n");
-    ASSERT_TRUE(row.first.empty() || std::system(row.first.c_str()) == 0);
+    load_table(table.empty() ? Q_format("study n1 mean1 sd1 age patients siblings z%s\n"
+                                        "A 5 2 3 30 0 0 1\nB$(1) 6 2 3 40 1 NA 0\n",
+                                        HOSTILE)
+                                   .str()
+                             : table + "\n");
+    ASSERT_TRUE(first.empty() || std::system(first.c_str()) == 0);
   }
   [[nodiscard]] fs::path results() const { return base() / "results"; }
 
-  /// A line of the table with what its words in capitals stand for.
-  [[nodiscard]] std::string with_values(std::string line) const {
-    const std::pair<const char*, std::string> words[] = {
-        {"IMAGES",
-         "Meta-analysis 1, p-value image=WORK/gm_p.nii.gz; "
-         "Meta-analysis 2, p-value image=WORK/fmri_p.nii.gz"},
-        {"INDICATORS", "<(none), patients, siblings, zHOSTILE>"},
-        {"VARIABLES", "<(none), age, mean1, patients, sd1, siblings, zHOSTILE>"},
-        {"JACKKNIFE", KVO_JACKKNIFE_VARIABLE},
-        {"NO_MAPS", "No maps found. Please run preprocessing and try again."},
-        {"NO_NAME", "Please enter a name and try again."},
-        {"HOSTILE", HOSTILE},
-        {"QUOTED", QUOTED},
-        {"WORK", work().string()},
-        {"BASE", base().string()},
-        {"\\n", "\n"}};
-    for (const auto& [word, value] : words)
-      for (std::size_t at = 0; (at = line.find(word, at)) != std::string::npos; at += value.size())
-        line.replace(at, std::strlen(word), value);
-    return line;
-  }
-  [[nodiscard]] std::vector<Row> rows() const {
-    std::vector<Row> result;
-    std::istringstream lines(read_text(HANDLERS_TABLE));
-    for (std::string line; std::getline(lines, line);) {
-      std::istringstream cells(with_values(line) + "\t\t\t\t");
-      const auto cell = [&cells](std::string text = "") {
-        return std::getline(cells, text, '\t'), text;
-      };
-      if (cell() == GetParam().name) result.push_back({cell(), cell(), cell(), cell(), cell()});
-    }
-    return result;
+  /// What the words in capitals of the table stand for.
+  [[nodiscard]] Words words() const {
+    return {{"IMAGES",
+             "Meta-analysis 1, p-value image=WORK/gm_p.nii.gz; "
+             "Meta-analysis 2, p-value image=WORK/fmri_p.nii.gz"},
+            {"INDICATORS", "<(none), patients, siblings, zHOSTILE>"},
+            {"VARIABLES", "<(none), age, mean1, patients, sd1, siblings, zHOSTILE>"},
+            {"JACKKNIFE", KVO_JACKKNIFE_VARIABLE},
+            {"NO_MAPS", "No maps found. Please run preprocessing and try again."},
+            {"NO_NAME", "Please enter a name and try again."},
+            {"HOSTILE", HOSTILE},
+            {"QUOTED", QUOTED},
+            {"WORK", work().string()},
+            {"BASE", base().string()},
+            {"\\n", "\n"}};
   }
 };
 
@@ -133,22 +109,27 @@ std::vector<Arguments> commands_in(const std::string& batch) {
   return result;
 }
 
+/// A row has the handler, a command of the shell to be run before, the study table unless it is
+/// that of Handlers, the answers as Dialog_driver::play takes them, the text of the batch pane or,
+/// when nothing is run, the last message, and the end of what Dialog_driver::shown gives.
 TEST_P(Handlers, DoWhatTheirRowsSay) {
-  const std::vector<Row> all = rows();
-  EXPECT_GT(all.size(), 5U);
-  for (const Row& row : all) {
-    SCOPED_TRACE(row.answers + "\n" + row.table + "\n" + row.first);
-    prepare(row);
+  int rows = 0;
+  for (const auto& row : table_rows(HANDLERS_TABLE, words())) {
+    const auto &first = row[1], &table = row[2], &answers = row[3], &outcome = row[4];
+    if (row[0] != GetParam().name) continue;
+    SCOPED_TRACE(answers + "\n" + table + "\n" + first);
+    ++rows;
+    prepare(table, first);
     Dialog_driver user;
-    user.play(row.answers);
+    user.play(answers);
     GetParam().run();
-    EXPECT_THAT(user.shown(), EndsWith(row.shown));
+    EXPECT_THAT(user.shown(), EndsWith(row[5]));
     std::string batch = pane_text(1);
     EXPECT_EQ(runs(), commands_in(batch));
     const bool has_run = !batch.empty();
     EXPECT_THAT(batch, EndsWith(has_run ? "\n\n" : ""));
     batch.resize(has_run ? batch.size() - 2 : 0);
-    EXPECT_EQ(has_run ? batch : user.messages().back(), row.outcome);
+    EXPECT_EQ(has_run ? batch : user.messages().back(), outcome);
     if (has_run) continue;
     EXPECT_EQ(pane_text(0), "");
     EXPECT_EQ(fs::current_path(), work());
@@ -158,6 +139,7 @@ TEST_P(Handlers, DoWhatTheirRowsSay) {
     EXPECT_EQ(read_text(results() / "old_p.nii.gz"), "old");
     EXPECT_EQ(read_text("gm_p.nii.gz") + read_text("fmri_p.nii.gz"), "gmfmri");
   }
+  EXPECT_GT(rows, 5);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Handlers, testing::ValuesIn(HANDLERS),
@@ -188,7 +170,7 @@ TEST_F(Handler_details, MasksAreMadeOfRegionsThatTheAtlasHas) {
 TEST_F(Handler_details, MultimodalAnalysesRunInTheFolderOfResults) {
   Qs_HelpURL = "http://site/manual/?show=";
   Dialog_driver user;
-  user.play(with_values("IMAGES; Meta-analysis 2, short name=old"))
+  user.play(with_values("IMAGES; Meta-analysis 2, short name=old", words()))
       .then([&](Shown_dialog& dialog) {
         EXPECT_TRUE(has_selected(dialog.widget(), work().string()));
         dialog.select(results().string());

@@ -19,9 +19,10 @@ TOOLKIT_HEADERS = re.compile(r"(gtk|gdk)/|gdk-pixbuf")
 GENERATED = {"kvo_config.h"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
-# As clang-format lays them out. Types of an unnamed namespace are their unit's own.
+# As clang-format lays them out.
 UNNAMED = re.compile(r"^namespace \{\n(?:.*\n)?\}$|^namespace \{$.*?^\}  // namespace$", re.MULTILINE | re.DOTALL)
-TYPE = re.compile(r"^(?:struct|class|enum(?: class)?) (\w+)[^;{=(]*\{", re.MULTILINE)
+TYPE = re.compile(r"^(?:namespace ([\w:]+) \{|\}  // namespace [\w:]+$"
+                  r"|(?:struct|class|enum(?: class)?) (\w+)[^;{=(\n]*\{)", re.MULTILINE)
 
 
 def read_table(text):
@@ -84,8 +85,13 @@ class Tree:
         for path, text in self.sources.items():
             if path.suffix == ".h":
                 places["header " + path.name].append(path)
-            for name in TYPE.findall(UNNAMED.sub("", text)):
-                places["type " + name].append(path)
+            namespace = ""
+            # Types of an unnamed namespace are their unit's own.
+            for entered, name in TYPE.findall(UNNAMED.sub("", text)):
+                if name:
+                    places[f"type {namespace}{name}"].append(path)
+                else:
+                    namespace = f"{entered}::" if entered else ""
         for name, paths in places.items():
             if len(paths) > 1:
                 yield f"the {name} is there twice: {', '.join(map(str, paths))}"
@@ -120,7 +126,10 @@ CASES = [
     ({"shown/a.h": ""}, "the header a.h is there twice: low/a.h, shown/a.h"),
     ({"low/b.cpp": "struct F : Base {\n};"}, "the type F is there twice: files/f.h, low/b.cpp"),
     ({"low/b.cpp": "enum class F { A };"}, "the type F is there twice"),
-    ({"low/b.cpp": "class F;\nstruct F make() {\n}\nnamespace {\nstruct F {\n};\n}  // namespace"}, ""),
+    ({"low/b.cpp": "namespace n {\nstruct F {\n};\n}  // namespace n\nclass F {\n};"}, "the type F is there twice"),
+    ({"low/b.cpp": "namespace n {\nstruct F {\n};\n}  // namespace n", "low/c.h": "namespace n {\nclass F {\n};\n}"},
+     "the type n::F is there twice: low/b.cpp, low/c.h"),
+    ({"low/b.cpp": "class F;\nstruct F make() {\n}\nnamespace {\nstruct F {\n};\n}  // namespace\nnamespace n {\nstruct F {\n};\n}"}, ""),
     ({"low/b.cpp": "namespace {\nint n;\n}\nstruct F {\n};"}, "the type F is there twice"),
 ]
 

@@ -44,7 +44,7 @@ class Session {
   }
 
   Editor& editor() { return *editor_; }
-  Table_grid& grid() { return *editor_->grid; }
+  Grid& grid() { return *editor_->grid; }
   std::string title() { return gtk_window_get_title(GTK_WINDOW(editor_->window)); }
   std::string status() { return gtk_label_get_text(GTK_LABEL(editor_->status)); }
   std::string table() { return document_text(editor_->document); }

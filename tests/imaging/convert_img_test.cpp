@@ -17,6 +17,7 @@
 #include "nifti/nifti_file.h"
 #include "panes.h"
 #include "shell/busy.h"
+#include "table_rows.h"
 
 namespace {
 
@@ -25,23 +26,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 namespace fs = std::filesystem;
-
-/// A line of convert_img.tsv.
-struct Row {
-  std::string image;
-  std::string codes;    ///< intent and space; also the number of volumes unless it is 1
-  std::string first;    ///< a command of the shell, to be run when the image is there
-  std::string answers;  ///< behind the chooser, as Dialog_driver::play takes them
-  std::string shown;    ///< the end of what Dialog_driver::shown gives
-  std::string runs;     ///< the arguments of the image calculator, each with "|", without "KVO"
-  std::string after;    ///< the codes of the image then
-};
-
-std::string replaced(std::string text, const std::string& old, const std::string& by) {
-  for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += by.size())
-    text.replace(at, old.size(), by);
-  return text;
-}
 
 /// A test with a working folder, the console and a program folder whose image calculator writes
 /// down its arguments before it begins.
@@ -112,31 +96,28 @@ class Convert_img : public testing::Test {
   fs::path program_;
 };
 
+/// A row has the image, its codes of intent and space (with the number of volumes unless it is 1),
+/// a command of the shell to be run when the image is there, the answers behind the chooser as
+/// Dialog_driver::play takes them, the end of what Dialog_driver::shown gives, the arguments of the
+/// image calculator without "KVO", each with "|", and the codes of the image then.
 TEST_F(Convert_img, AsksAndDoesWhatTheRowsSay) {
-  std::istringstream lines(read_text(CONVERT_IMG_TABLE));
-  int rows = 0;
-  for (std::string line; std::getline(lines, line); ++rows) {
-    line = replaced(line, "CHOOSER", "folder Select a NIfTI file");
-    line = replaced(line, "READY",
-                    "folder Congratulations!\nThe image is ready for KVO pre-processing!");
-    std::istringstream cells(replaced(line, "WORK", work().string()));
-    const auto cell = [&cells](std::string text = "") {
-      return std::getline(cells, text, '\t'), text;
-    };
-    const Row row{cell(), cell(), cell(), cell(), cell(), cell(), cell()};
-    if (rows == 0) continue;
-    SCOPED_TRACE(row.image + " " + row.codes + " " + row.answers);
+  const Words words = {
+      {"CHOOSER", "folder Select a NIfTI file"},
+      {"READY", "folder Congratulations!\nThe image is ready for KVO pre-processing!"},
+      {"WORK", work().string()}};
+  for (const auto& row : table_rows(CONVERT_IMG_TABLE, words)) {
+    const auto &image = row[0], &codes = row[1], &first = row[2], &answers = row[3];
+    SCOPED_TRACE(image + " " + codes + " " + answers);
     for (const auto& entry : fs::directory_iterator(".")) fs::remove(entry.path());
-    make_image(row.image, row.codes);
-    ASSERT_TRUE(row.first.empty() || std::system(row.first.c_str()) == 0);
-    const std::string before = read_text(row.image);
-    EXPECT_THAT(convert(row.image, row.answers), EndsWith(row.shown));
-    EXPECT_EQ(runs(), row.runs);
-    const bool compressed = row.image.ends_with(".gz");
-    EXPECT_TRUE((compressed && !row.runs.empty()) || read_text(row.image) == before);
-    EXPECT_EQ(codes_of(row.runs.empty() || compressed ? row.image : "x.nii.gz"), row.after);
+    make_image(image, codes);
+    ASSERT_TRUE(first.empty() || std::system(first.c_str()) == 0);
+    const std::string before = read_text(image);
+    EXPECT_THAT(convert(image, answers), EndsWith(row[4]));
+    EXPECT_EQ(runs(), row[5]);
+    const bool changed = !row[5].empty() && image.ends_with(".gz");
+    EXPECT_TRUE(changed || read_text(image) == before);
+    EXPECT_EQ(codes_of(row[5].empty() || changed ? image : "x.nii.gz"), row[6]);
   }
-  EXPECT_GT(rows, 20);
 }
 
 TEST_F(Convert_img, BeginsWithANoteAndAChoiceAmongFourFilters) {
