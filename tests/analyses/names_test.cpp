@@ -63,6 +63,7 @@ TEST(Names, OfFilesAreRefusedThatLeadElsewhere) {
       {"a/b", "contains the character '/'"},
       {"g$m", ""},
       {"a\rb", "contains a carriage return"},
+      {"a\tb", "contains a tab"},
       {"a\x01", "contains the control character 1"},
   };
   for (const auto& c : cases)

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "dialog_driver.h"
@@ -136,6 +137,12 @@ TEST_F(Convert_img, BeginsWithANoteAndAChoiceAmongFourFilters) {
     g_slist_free(filters);
     EXPECT_TRUE(is_in_folder(dialog.widget(), work().string()));
     EXPECT_THAT(dialog.buttons(), ElementsAre("Cancel", "Open"));
+    GtkWidget* content = gtk_dialog_get_content_area(GTK_DIALOG(dialog.widget()));
+    const auto is_help = [](GtkWidget* widget) {
+      return GTK_IS_BUTTON(widget) &&
+             g_strcmp0(gtk_button_get_label(GTK_BUTTON(widget)), " Help") == 0;
+    };
+    EXPECT_EQ(std::ranges::count_if(widgets_inside(content), is_help), 1);
     dialog.press("Cancel");
   });
   kvo3_convert_img();

@@ -87,6 +87,8 @@ class Imgcalc(unittest.TestCase):
                 self.done(source)
                 self.assertEqual(content("x.nii.gz"), first, "the same bytes each time")
                 self.assertEqual(first[:8], b"\x1f\x8b\x08" + bytes(5), "neither name nor time")
+                # nibabel writes no number where there is no scaling.
+                self.assertEqual(numpy.frombuffer(gzip.decompress(first), "<f4", 2, 112).tolist(), [1, 0])
 
     def test_scaled_values_are_stored_as_they_are_meant(self):
         path = self.image("x.nii", numpy.arange(60, dtype="i2").reshape(5, 4, 3))
