@@ -2,12 +2,14 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "engine/base/exists.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/images/image.h"
+#include "engine/studies/study_rules.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
 #include "util/text.h"
@@ -97,7 +99,7 @@ std::size_t null_values_of(const std::string& map) {
 }
 
 std::string empty_analysis_list() {
-  return "map\tstudies\tparticipants\tcommand\n";
+  return "map\tstudies\tparticipants\tcommand\tleft_out\n";
 }
 
 std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
@@ -114,9 +116,14 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
     if (studies == 0 || participants == 0)
       throw Refusal(at_line(analysis_list_file, line.number) +
                     "there are no numbers of studies and participants and no command.");
-    return AnalysisFacts{
-        std::string(line.text.substr(std::size_t(cells[3].data() - line.text.data()))), studies,
-        participants};
+    const std::string_view rest = line.text.substr(std::size_t(cells[3].data() - line.text.data()));
+    // Earlier versions end the line with the command.
+    const std::size_t tab = std::min(rest.find('\t'), rest.size());
+    const std::string_view left_out = trimmed(rest.substr(tab));
+    return AnalysisFacts{.command = std::string(rest.substr(0, tab)),
+                         .studies = studies,
+                         .participants = participants,
+                         .left_out = is_missing(left_out) ? "" : std::string(left_out)};
   }
   return std::nullopt;
 }

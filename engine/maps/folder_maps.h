@@ -36,6 +36,7 @@ inline constexpr std::array map_kinds{g_map,  var_map, z_map,    p_map,         
 struct AnalysisFacts {
   std::string command;
   std::size_t studies = 0, participants = 0;
+  std::string left_out{};  ///< of a jackknife: the study that it is without
 };
 
 /// The names of the maps of a linear model's coefficients, the intercept first: "NAME_00",

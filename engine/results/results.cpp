@@ -89,7 +89,8 @@ void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const Analysis
     null_rows += null_row(map.name, map.null, Tail::positive);
     null_rows += null_row(map.name, map.null, Tail::negative);
     analysis_rows += map.name + "\t" + std::to_string(facts.studies) + "\t" +
-                     std::to_string(facts.participants) + "\t" + facts.command + "\n";
+                     std::to_string(facts.participants) + "\t" + facts.command + "\t" +
+                     (facts.left_out.empty() ? "NA" : facts.left_out) + "\n";
   }
   std::string list;
   for (const std::string& each : names) list += each + "\n";

@@ -16,6 +16,7 @@
 #include "engine/model/study_model.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
+#include "workspace/study_table.h"
 
 namespace kvo::verbs {
 
@@ -40,8 +41,19 @@ struct LinearModel {
   Model model;
   MetaAnalysis meta;
   std::size_t all = 0, filtered = 0;  ///< studies of the table; those that the filter leaves out
+  std::string left_out;               ///< of a jackknife: the study that it is without
   std::vector<std::string> names;     ///< of the coefficients' maps
 };
+
+/// The study that a jackknife leaves out, which has no value of its variable; "" when that is not
+/// one alone, as the filter of the jackknife may lack values too.
+std::string left_out_study(const StudyTable& table) {
+  const std::size_t column = required_column(table, KVO_JACKKNIFE_VARIABLE);
+  std::vector<std::string> missing;
+  for (const Study& study : table.studies)
+    if (!study_number(table, study, column)) missing.push_back(study.name);
+  return missing.size() == 1 ? missing.front() : "";
+}
 
 LinearModel prepare_model(const ModelRequest& request) {
   const StudyTable table = read_study_table();
@@ -49,6 +61,7 @@ LinearModel prepare_model(const ModelRequest& request) {
   LinearModel linear;
   linear.all = table.studies.size();
   linear.filtered = linear.all - chosen.size();
+  if (request.filter == KVO_JACKKNIFE_VARIABLE) linear.left_out = left_out_study(table);
   linear.model = read_model(table, request.terms, chosen);
   linear.names = coefficient_map_names(request.name, linear.model.terms.size());
   for (const std::string& name : linear.names) check_analysis_name(name, table);
@@ -147,7 +160,9 @@ LinearModel run_model(const Command& command, const ModelRequest& request) {
   std::vector<ListedMap> listed;
   for (std::size_t j = 0; j < fit.nulls.size(); ++j)
     listed.push_back({linear.names[j], fit.nulls[j]});
-  list_maps(outputs, listed, facts_of(command.text(), linear.meta));
+  AnalysisFacts facts = facts_of(command.text(), linear.meta);
+  facts.left_out = linear.left_out;
+  list_maps(outputs, listed, facts);
   outputs.commit();
   return linear;
 }
