@@ -16,7 +16,7 @@
 #include "engine/model/study_model.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace kvo::verbs {
 
