@@ -19,6 +19,9 @@
 
 using namespace kvo::verbs;
 
+/// Of a build with counters, which a process that ends by _exit() must have written itself.
+extern "C" [[gnu::weak]] int __llvm_profile_write_file();
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -119,7 +122,9 @@ Outcome Installation::run(const std::string& command, const std::function<void()
            program_invocation_name = program_path.data();
            omp_set_num_threads(1);
            if (prepare) prepare();
-           _exit(carry_out(command));
+           const int status = carry_out(command);
+           if (__llvm_profile_write_file != nullptr) __llvm_profile_write_file();
+           _exit(status);
          })
       .finish();
 }
