@@ -66,7 +66,7 @@ std::vector<std::string> read_map_list() {
   const std::string text = read_text(map_list_file);
   for (const TextLine& line : filled_lines(text)) {
     std::string name;
-    for (const std::string_view word : words(line.text)) {
+    for (const std::string_view word : Q_words(line.text)) {
       if (!name.empty()) name += ' ';
       name += word;
     }
@@ -78,7 +78,7 @@ std::vector<std::string> read_map_list() {
 std::size_t null_values_of(const std::string& map) {
   const std::string text = read_text(null_list_file);
   for (const TextLine& line : filled_lines(text)) {
-    const std::vector<std::string_view> cells = words(line.text);
+    const std::vector<std::string_view> cells = Q_words(line.text);
     if (cells.size() < 2 || cells[0] != map) continue;
     const std::optional<double> values = number_of(cells[1]);
     if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
@@ -96,7 +96,7 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
   if (!path_exists(analysis_list_file)) return std::nullopt;
   const std::string text = read_text(analysis_list_file);
   for (const TextLine& line : filled_lines(text)) {
-    const std::vector<std::string_view> cells = words(line.text);
+    const std::vector<std::string_view> cells = Q_words(line.text);
     if (line.number == 1 || cells[0] != map) continue;
     const auto count = [&](std::size_t cell) {
       const std::optional<double> number = cells.size() > 3 ? number_of(cells[cell]) : std::nullopt;
