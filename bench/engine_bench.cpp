@@ -11,7 +11,6 @@
 
 #include "engine/images/mask.h"
 #include "engine/model/meta_regression.h"
-#include "engine/model/pooling.h"
 
 using namespace kvo::model;
 
@@ -63,10 +62,6 @@ int main(int argc, char** argv) {
   std::vector<float*> to;
   to.reserve(results.size());
   for (std::vector<float>& result : results) to.push_back(result.data());
-  const auto pool_all = [&] {
-    pool(g, var, mask.size(),
-         {.z = to[0], .g = to[1], .var = to[2], .tau2 = to[3], .I2 = to[4], .Q = to[5]});
-  };
   const Design design = design_of(terms, studies);
   const auto fit_all = [&] {
     const std::span<float* const> coefficients(to.data() + 3, 3 * terms + 3);
@@ -78,5 +73,5 @@ int main(int argc, char** argv) {
                     .I2 = to[1],
                     .Q = to[2]});
   };
-  std::printf("%.9f\n", terms == 0 ? least_seconds(pool_all) : least_seconds(fit_all));
+  std::printf("%.9f\n", least_seconds(fit_all));
 }

@@ -101,14 +101,14 @@ std::vector<float> read_map(const std::string& path, const Mask& mask) {
   return map;
 }
 
-void write_map(const std::string& path, const Mask& mask, const std::vector<float>& map,
-               const std::string& description, int intent_code, float outside, float intent_p1) {
+void write_map(const std::string& path, const Mask& mask, std::span<const float> map,
+               const MapHeader& header) {
   Image image;
   image.grid = mni_grid();
-  image.intent_code = intent_code;
-  image.intent_p1 = intent_p1;
-  image.description = description;
-  image.values.assign(image.grid.voxels(), outside);
+  image.intent_code = header.intent_code;
+  image.intent_p1 = header.intent_p1;
+  image.description = header.description;
+  image.values.assign(image.grid.voxels(), header.outside);
   for (std::size_t n = 0; n < mask.size(); ++n) image.values[mask.grid_index[n]] = map[n];
   write_image(path, image);
 }

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -62,9 +63,16 @@ Mask mask_of(std::vector<bool> inside);
 /// file, when it is on another grid or a value in the mask is not finite.
 std::vector<float> read_map(const std::string& path, const Mask& mask);
 
-/// Writes a map as an image that is `outside` beyond the mask.
-void write_map(const std::string& path, const Mask& mask, const std::vector<float>& map,
-               const std::string& description, int intent_code = 0, float outside = 0,
-               float intent_p1 = 0);
+/// What a map's image says of itself.
+struct MapHeader {
+  std::string description;
+  int intent_code = 0;  ///< of NIfTI
+  float intent_p1 = 0;
+  float outside = 0;  ///< the value beyond the mask
+};
+
+/// Writes a map as an image. Throws Refusal as write_image() does.
+void write_map(const std::string& path, const Mask& mask, std::span<const float> map,
+               const MapHeader& header);
 
 }  // namespace kvo::images

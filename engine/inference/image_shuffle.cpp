@@ -57,19 +57,25 @@ float random_noise(RandomStream& random) {
   return (float(std::int32_t(sum)) - mean) / sd;
 }
 
-/// Adds up, for each of the first `count` rows, the rows around it times the kernel. There are
-/// `around` rows, and the last is followed by the first.
-void smooth_rows(const float* from, float* to, int around, int count, std::size_t stride,
-                 int length, const std::vector<float>& kernel) {
+/// Rows of numbers that go round: the last is followed by the first.
+struct Ring {
+  int rows;
+  std::size_t stride;  ///< from row to row
+  int length;          ///< numbers of a row
+};
+
+/// Adds up, for each of the first `count` rows, the rows around it times the kernel.
+void smooth_rows(const Ring& ring, const float* from, float* to, int count,
+                 const std::vector<float>& kernel) {
   for (int row = 0; row < count; ++row) {
-    const float* middle = from + std::size_t(row) * stride;
-    float* __restrict sums = to + std::size_t(row) * stride;
-    for (int i = 0; i < length; ++i) sums[i] = kernel[0] * middle[i];
+    const float* middle = from + std::size_t(row) * ring.stride;
+    float* __restrict sums = to + std::size_t(row) * ring.stride;
+    for (int i = 0; i < ring.length; ++i) sums[i] = kernel[0] * middle[i];
     for (int step = 1; step < int(kernel.size()); ++step) {
       const float weight = kernel[std::size_t(step)];
-      const float* before = from + std::size_t((row - step + around) % around) * stride;
-      const float* after = from + std::size_t((row + step) % around) * stride;
-      for (int i = 0; i < length; ++i) sums[i] += weight * (before[i] + after[i]);
+      const float* before = from + std::size_t((row - step + ring.rows) % ring.rows) * ring.stride;
+      const float* after = from + std::size_t((row + step) % ring.rows) * ring.stride;
+      for (int i = 0; i < ring.length; ++i) sums[i] += weight * (before[i] + after[i]);
     }
   }
 }
@@ -222,12 +228,12 @@ void ImageShuffle::smooth_noise(std::uint64_t randomization, Room& room) const {
         for (int i = 0; i < nx; ++i) sums[i] += weight * (middle[i - step] + middle[i + step]);
       }
     }
-    smooth_rows(room.along_x.data(), room.along_y.data() + std::size_t(k) * plane, around_y, ny,
-                row, nx, kernels_[1]);
+    smooth_rows({around_y, row, nx}, room.along_x.data(),
+                room.along_y.data() + std::size_t(k) * plane, ny, kernels_[1]);
   }
   for (int j = 0; j < ny; ++j)
-    smooth_rows(room.along_y.data() + std::size_t(j) * row,
-                room.noise.data() + std::size_t(j) * row, around_z, nz, plane, nx, kernels_[2]);
+    smooth_rows({around_z, plane, nx}, room.along_y.data() + std::size_t(j) * row,
+                room.noise.data() + std::size_t(j) * row, nz, kernels_[2]);
 }
 
 void ImageShuffle::shuffle(std::uint64_t randomization, Room& room, float* map) const {

@@ -7,8 +7,7 @@
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/inference/image_shuffle.h"
-#include "engine/maps/path_map.h"
-#include "engine/maps/peak_map.h"
+#include "engine/maps/effect_maps.h"
 
 namespace kvo::inference {
 
@@ -58,26 +57,17 @@ struct RandomStudy {
   std::vector<float> whole_map;
 };
 
-/// Peaks too far from the mask for their kernel to reach it are no part of what was found in it.
-PeakMap reaching_peaks(const MetaAnalysis& meta, const Member& member) {
-  const double fwhm = reaching_fwhm(meta.record.fwhm, meta.record.anisotropy);
-  const PeakMap all(fwhm, member.peaks);
-  std::vector<Peak> reaching;
-  for (std::size_t p = 0; p < member.peaks.size(); ++p)
-    if (all.reaches(all.peaks()[p], meta.mask)) reaching.push_back(member.peaks[p]);
-  return PeakMap(fwhm, reaching);
-}
-
 /// The images of the studies that have one, made ready to be shuffled.
 struct Images {
   std::optional<ShuffleSpace> space;
   std::vector<std::optional<ImageShuffle>> of_study;
   std::size_t count = 0;
 
-  explicit Images(const MetaAnalysis& meta) : of_study(meta.members.size()) {
+  explicit Images(const RandomizationRequest& request) : of_study(request.images.size()) {
+    const MetaAnalysis& meta = request.meta;
     std::vector<std::size_t> with_image;
-    for (std::size_t s = 0; s < meta.members.size(); ++s)
-      if (meta.members[s].has_image) with_image.push_back(s);
+    for (std::size_t s = 0; s < request.images.size(); ++s)
+      if (!request.images[s].empty()) with_image.push_back(s);
     count = with_image.size();
     if (count == 0) return;
     Action action("Measuring the smoothness of " + std::to_string(count) +
@@ -85,9 +75,9 @@ struct Images {
                   count, randomization_dots);
     space.emplace(meta.mask);
     in_parallel(count, [&](std::size_t i, std::size_t) {
-      const std::string& name = meta.members[with_image[i]].study.name;
-      of_study[with_image[i]].emplace(*space, read_effects(meta.record, name, meta.mask),
-                                      meta.record.seed, name_hash(name));
+      const std::size_t s = with_image[i];
+      of_study[s].emplace(*space, request.images[s], meta.record.seed,
+                          name_hash(meta.members[s].study.name));
       action.step();
     });
     action.finish();
@@ -97,28 +87,32 @@ struct Images {
 /// What the randomizations of a meta-analysis share.
 class Randomizations {
  public:
-  Randomizations(const MetaAnalysis& meta, const Images& images, const Statistic& statistic,
+  Randomizations(const RandomizationRequest& request, const Images& images,
                  std::vector<NullDistribution>& nulls)
-      : meta_(meta), slices_(filled_slices(meta.mask)), statistic_(statistic), nulls_(nulls) {
-    if (meta.record.anisotropy > 0)
-      paths_.emplace(meta.mask, meta.correlation, meta.record.fwhm, meta.record.anisotropy);
-    for (std::size_t s = 0; s < meta.members.size(); ++s) {
-      const Member& member = meta.members[s];
+      : meta_(request.meta),
+        slices_(filled_slices(meta_.mask)),
+        statistic_(request.statistic),
+        nulls_(nulls),
+        effects_(meta_.record, meta_.mask, meta_.correlation) {
+    for (std::size_t s = 0; s < meta_.members.size(); ++s) {
+      const Member& member = meta_.members[s];
       const std::optional<ImageShuffle>& image = images.of_study[s];
-      studies_.push_back({reaching_peaks(meta, member),
+      // Peaks too far from the mask for their kernel to reach it are no part of what was found in
+      // it.
+      studies_.push_back({effects_.around_reaching(member.peaks),
                           image ? &*image : nullptr,
                           variance_of_g(member.study.sample),
                           name_hash(member.study.name),
                           {}});
-      if (!image && !paths_) continue;
+      if (!image && effects_.paths() == nullptr) continue;
       whole_.push_back(s);
-      studies_.back().whole_map.resize(meta.mask.size());
+      studies_.back().whole_map.resize(meta_.mask.size());
     }
     const auto threads = std::size_t(omp_get_max_threads());
     for (std::size_t t = 0; t < threads; ++t) {
       workspaces_.push_back(
-          std::make_unique<Workspace>(studies_.size(), nulls.size(), largest_slice(meta.mask)));
-      if (paths_) workspaces_.back()->path_room.emplace(*paths_);
+          std::make_unique<Workspace>(studies_.size(), nulls.size(), largest_slice(meta_.mask)));
+      if (effects_.paths() != nullptr) workspaces_.back()->path_room.emplace(*effects_.paths());
     }
   }
 
@@ -156,7 +150,8 @@ class Randomizations {
       return;
     }
     place_peaks(repeat, study, work.voxels);
-    paths_->effects(study.peaks.peaks(), work.voxels, *work.path_room, study.whole_map.data());
+    effects_.paths()->effects(study.peaks.peaks(), work.voxels, *work.path_room,
+                              study.whole_map.data());
   }
 
   void count_slice(std::size_t repeat, std::size_t k, std::size_t thread) const {
@@ -184,7 +179,7 @@ class Randomizations {
   std::vector<std::size_t> slices_;
   const Statistic& statistic_;
   std::vector<NullDistribution>& nulls_;
-  std::optional<PathMap> paths_;
+  EffectMaps effects_;
   std::vector<RandomStudy> studies_;
   std::vector<std::size_t> whole_;                      ///< the studies that have a whole map
   std::vector<std::unique_ptr<Workspace>> workspaces_;  ///< of each thread
@@ -201,17 +196,15 @@ std::string action_text(std::size_t studies, std::size_t images, std::size_t rep
 
 }  // namespace
 
-std::vector<NullDistribution> randomized(const MetaAnalysis& meta,
-                                         std::span<const std::vector<float>> observed,
-                                         const Statistic& statistic) {
-  const std::size_t repeats = meta.record.randomizations;
+std::vector<NullDistribution> randomized(const RandomizationRequest& request) {
+  const std::size_t repeats = request.meta.record.randomizations;
   std::vector<NullDistribution> nulls;
-  for (const std::vector<float>& map : observed)
+  for (const std::vector<float>& map : request.observed)
     nulls.emplace_back(map, repeats, std::size_t(omp_get_max_threads()));
-  const Images images(meta);
-  Randomizations randomizations(meta, images, statistic, nulls);
-  Action action(action_text(meta.members.size(), images.count, repeats), randomizations.steps(),
-                randomization_dots);
+  const Images images(request);
+  Randomizations randomizations(request, images, nulls);
+  Action action(action_text(request.meta.members.size(), images.count, repeats),
+                randomizations.steps(), randomization_dots);
   randomizations.run(action);
   for (NullDistribution& null : nulls) null.finish();
   action.finish();

@@ -19,12 +19,16 @@ using Statistic =
     std::function<void(std::span<const float* const> g, std::span<const float* const> var,
                        std::size_t voxels, std::span<float* const> z)>;
 
+struct RandomizationRequest {
+  const MetaAnalysis& meta;
+  std::vector<std::vector<float>> images;        ///< the effects of those studies, by images_of()
+  std::span<const std::vector<float>> observed;  ///< z maps of the studies as they are
+  Statistic statistic;
+};
+
 /// Repeats the statistic on studies whose peaks have been moved to random voxels of the mask and
 /// whose images have been shuffled in it (image_shuffle.h), as often as preprocessing was told,
-/// showing progress, and compares each map of `observed`, the z maps of the studies as they are,
-/// with its results. Throws Refusal when the map of a study with an image cannot be read.
-std::vector<NullDistribution> randomized(const MetaAnalysis& meta,
-                                         std::span<const std::vector<float>> observed,
-                                         const Statistic& statistic);
+/// showing progress, and compares each observed map with its results.
+std::vector<NullDistribution> randomized(const RandomizationRequest& request);
 
 }  // namespace kvo::inference

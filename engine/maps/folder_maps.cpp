@@ -2,12 +2,14 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "engine/base/exists.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/images/image.h"
+#include "engine/studies/study_rules.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
 #include "util/text.h"
@@ -22,6 +24,14 @@ constexpr std::size_t longest_description = 79;  // bytes of the header's field
 constexpr double largest_count = 1e18;
 
 }  // namespace
+
+std::vector<std::string> coefficient_map_names(const std::string& name, std::size_t terms) {
+  if (terms == 0) return {name};
+  const std::string intercept = name + "_" + std::string(terms, '0');
+  std::vector<std::string> names(terms + 1, intercept);
+  for (std::size_t t = 0; t < terms; ++t) names[t + 1][name.size() + 1 + t] = '1';
+  return names;
+}
 
 void check_analysis_name(const std::string& name, const StudyTable& table) {
   // The name of a coefficient's map is longer than that of its model.
@@ -89,7 +99,7 @@ std::size_t null_values_of(const std::string& map) {
 }
 
 std::string empty_analysis_list() {
-  return "map\tstudies\tparticipants\tcommand\n";
+  return "map\tstudies\tparticipants\tcommand\tleft_out\n";
 }
 
 std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
@@ -106,9 +116,14 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
     if (studies == 0 || participants == 0)
       throw Refusal(at_line(analysis_list_file, line.number) +
                     "there are no numbers of studies and participants and no command.");
-    return AnalysisFacts{
-        std::string(line.text.substr(std::size_t(cells[3].data() - line.text.data()))), studies,
-        participants};
+    const std::string_view rest = line.text.substr(std::size_t(cells[3].data() - line.text.data()));
+    // Earlier versions end the line with the command.
+    const std::size_t tab = std::min(rest.find('\t'), rest.size());
+    const std::string_view left_out = trimmed(rest.substr(tab));
+    return AnalysisFacts{.command = std::string(rest.substr(0, tab)),
+                         .studies = studies,
+                         .participants = participants,
+                         .left_out = is_missing(left_out) ? "" : std::string(left_out)};
   }
   return std::nullopt;
 }

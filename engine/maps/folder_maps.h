@@ -37,7 +37,12 @@ inline constexpr std::array map_kinds{g_map,  var_map, z_map,    p_map,         
 struct AnalysisFacts {
   std::string command;
   std::size_t studies = 0, participants = 0;
+  std::string left_out{};  ///< of a jackknife: the study that it is without
 };
+
+/// The names of the maps of a linear model's coefficients, the intercept first: "NAME_00",
+/// "NAME_10", "NAME_01". Without terms the map has the name itself.
+std::vector<std::string> coefficient_map_names(const std::string& name, std::size_t terms);
 
 /// Throws Refusal when the name cannot be that of an analysis: when its maps would replace a
 /// study's image or pass for masks, or when its null distribution would pass for the negative tail

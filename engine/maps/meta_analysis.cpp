@@ -26,9 +26,9 @@ Member checked_member(const PpRecord& record, const Study& study) {
   if (facts.empty())
     throw Refusal("Study '" + study.name +
                   "' has not been preprocessed. Please run preprocessing again.");
-  if (facts != map_facts(study))
+  if (facts != table_facts(study))
     refuse_changed("The table's line of study '" + study.name + "' has changed (from " + facts +
-                   " to " + map_facts(study) + ")");
+                   " to " + table_facts(study) + ")");
   const auto [is_image, file] = study_source(study);
   const std::string checksum = recorded(record.checksums, file);
   if (checksum.empty()) refuse_changed("'" + file + "' has been added");
@@ -69,20 +69,13 @@ std::string variance_map_file(const std::string& study) {
   return "pp/" + study + "_var.nii.gz";
 }
 
-MetaAnalysis open_meta_analysis(const std::string& filter) {
-  const StudyTable table = read_study_table();
-  return open_meta_analysis(table, filtered_studies(table, filter));
-}
-
 MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::size_t> chosen) {
   MetaAnalysis meta;
   meta.record = read_pp_record();
   for (const std::size_t i : chosen)
     meta.members.push_back(checked_member(meta.record, table.studies[i]));
-  meta.left_out = table.studies.size() - chosen.size();
   const std::string path = mask_path(meta.record.mask);
-  if (file_checksum(path) !=
-      recorded(meta.record.checksums, "mask_" + meta.record.mask + ".nii.gz"))
+  if (file_checksum(path) != recorded(meta.record.checksums, mask_file(meta.record.mask)))
     refuse_changed("The mask '" + meta.record.mask + "' has changed");
   meta.mask = read_mask(path);
   if (meta.record.anisotropy > 0) {
@@ -122,6 +115,13 @@ std::vector<float> read_variances(const PpRecord& record, const std::string& stu
   if (std::any_of(var.begin(), var.end(), [](float value) { return !(value > 0); }))
     throw Refusal("'" + file + "' has a variance in the mask that is not above 0.");
   return var;
+}
+
+std::vector<std::vector<float>> images_of(const MetaAnalysis& meta, StudyMaps maps) {
+  std::vector<std::vector<float>> images(meta.members.size());
+  for (std::size_t s = 0; s < images.size(); ++s)
+    if (meta.members[s].has_image) images[s] = std::move(maps.g[s]);
+  return images;
 }
 
 StudyMaps read_study_maps(const MetaAnalysis& meta) {

@@ -33,14 +33,11 @@ struct MetaAnalysis {
   Mask mask;
   std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
   std::vector<Member> members;
-  std::size_t left_out = 0;  ///< studies of the table that take no part
 };
 
-/// Reads everything but the maps. Throws Refusal when there was no preprocessing, when an input of
-/// a study that the filter lets through has changed since or was not preprocessed, and when the
-/// table or the filter is not as it should be.
-MetaAnalysis open_meta_analysis(const std::string& filter);
-/// The same for studies of the table by their indices, one at least.
+/// Reads everything but the maps, of studies of the table by their indices, one at least. Throws
+/// Refusal when there was no preprocessing, and when an input of one of the studies has changed
+/// since or was not preprocessed.
 MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::size_t> chosen);
 
 /// The command, and how many studies and participants take part.
@@ -60,6 +57,9 @@ struct StudyMaps {
 std::vector<float> read_effects(const PpRecord& record, const std::string& study, const Mask& mask);
 std::vector<float> read_variances(const PpRecord& record, const std::string& study,
                                   const Mask& mask);
+
+/// The effects of the studies that have an image, in the order of the members; none of the others.
+std::vector<std::vector<float>> images_of(const MetaAnalysis& meta, StudyMaps maps);
 
 /// Reads the maps, showing progress. Throws Refusal as read_effects() and read_variances() do.
 StudyMaps read_study_maps(const MetaAnalysis& meta);

@@ -87,7 +87,7 @@ std::string PpRecord::text() const {
   return text;
 }
 
-std::string map_facts(const Study& study) {
+std::string table_facts(const Study& study) {
   const auto [n1, n2] = study.sample;
   return "n1 " + std::to_string(n1) + ", n2 " + (n2 > 0 ? std::to_string(n2) : "NA") +
          ", threshold_t " + (study.threshold_t ? text_of(*study.threshold_t) : "NA");

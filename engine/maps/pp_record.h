@@ -29,7 +29,7 @@ struct PpRecord {
 };
 
 /// What the table says of a study that its maps depend on: "n1 25, n2 NA, threshold_t 3.1".
-std::string map_facts(const Study& study);
+std::string table_facts(const Study& study);
 
 /// Reads the record. Throws Refusal when preprocessing has not been run in the folder, or when the
 /// file is not as preprocessing leaves it.

@@ -11,7 +11,7 @@
 // p)) / QE percent, never below 0: the share of the residual variance that is between studies.
 //
 // All is computed in the orthogonal basis of the design and transformed back, so that terms of very
-// different scales lose no digits. Without terms the values are those of pooling.h.
+// different scales lose no digits. Without terms the maps are made by pooling.h.
 
 #include <cstddef>
 #include <span>

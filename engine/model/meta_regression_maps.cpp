@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <vector>
+
 #include "engine/base/vectors.h"
+#include "engine/model/pooling.h"
 
 namespace kvo::model {
 
@@ -240,8 +242,6 @@ template <std::size_t p>
 WIDEST_VECTORS void fit(const Design& design, const Studies& all, std::size_t voxels,
                         const ModelMaps& maps) {
   switch (design.coefficients()) {
-    case 1:
-      return fit_blocks<1>(design, all, voxels, maps);
     case 2:
       return fit_blocks<2>(design, all, voxels, maps);
     case 3:
@@ -258,6 +258,14 @@ WIDEST_VECTORS void fit(const Design& design, const Studies& all, std::size_t vo
 void fit_model_maps(const Design& design, std::span<const float* const> effects,
                     std::span<const float* const> variances, std::size_t voxels,
                     const ModelMaps& maps) {
+  if (design.coefficients() == 1)
+    return pool(effects, variances, voxels,
+                {.z = maps.z[0],
+                 .g = maps.g.empty() ? nullptr : maps.g[0],
+                 .var = maps.var.empty() ? nullptr : maps.var[0],
+                 .tau2 = maps.tau2,
+                 .I2 = maps.I2,
+                 .Q = maps.Q});
   const auto k = Eigen::Index(design.studies()), p = Eigen::Index(design.coefficients());
   std::vector<double> basis, products;
   for (Eigen::Index s = 0; s < k; ++s)

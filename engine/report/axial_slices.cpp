@@ -100,9 +100,9 @@ Picture axial_slices(const BrainMap& map, const BrainBackground& background) {
     const int left = margin + n % slices_in_row * cell_width;
     const int top = margin + n / slices_in_row * cell_height;
     const int slice_width = brain.size(0) * voxel_size;
-    draw_plane(canvas, left * picture_scale + (cell_width * picture_scale - slice_width) / 2,
-               (top + label_height) * picture_scale, voxel_size,
-               plane_of(k, brain, map, background, white), scale);
+    const PlanePlace place{left * picture_scale + (cell_width * picture_scale - slice_width) / 2,
+                           (top + label_height) * picture_scale, voxel_size};
+    draw_plane(canvas, place, plane_of(k, brain, map, background, white), scale);
     canvas.text(left + cell_width / 2.0, top + label_height / 2.0, "z = " + mm_text(k),
                 {.size = 10.5, .colour = text_colour, .align = Align::centre});
     const double label = top + label_height / 2.0;

@@ -82,8 +82,15 @@ void draw_interval(const Canvas& canvas, const Axis& axis, const Interval& inter
   if (interval.high > axis.high) draw_arrow(high, -arrow);
 }
 
-void draw_row(const Canvas& canvas, const Axis& axis, const ForestRow& row, const Rows& rows,
-              double most_weight, double y) {
+/// What the pictures of a plot have in common.
+struct Layout {
+  Axis axis;
+  Rows rows;
+  double most_weight;  ///< of a study
+};
+
+void draw_row(const Canvas& canvas, const Layout& layout, const ForestRow& row, double y) {
+  const auto& [axis, rows, most_weight] = layout;
   const auto cell = [&](double x, const std::string& text) {
     canvas.text(x, y, text, {.size = rows.font, .colour = ink, .align = Align::right});
   };
@@ -170,8 +177,9 @@ std::string words(const ForestPlot& plot, std::size_t begin, std::size_t end) {
   return text + ".";
 }
 
-Picture draw_page(const ForestPlot& plot, const Axis& axis, const Rows& rows, double most_weight,
-                  std::size_t begin, std::size_t end) {
+Picture draw_page(const ForestPlot& plot, const Layout& layout, std::size_t begin,
+                  std::size_t end) {
+  const auto& [axis, rows, most_weight] = layout;
   const bool last = end == plot.rows.size();
   const int head = margin / 2 + (plot.title.empty() ? 0 : title_height) + header_height;
   const int pooled_lines =
@@ -186,7 +194,7 @@ Picture draw_page(const ForestPlot& plot, const Axis& axis, const Rows& rows, do
   draw_frame(canvas, axis, plot, head, head + body);
   double y = head + 3 + rows.height / 2.0;
   for (std::size_t i = begin; i < end; ++i, y += rows.height)
-    draw_row(canvas, axis, plot.rows[i], rows, most_weight, y);
+    draw_row(canvas, layout, plot.rows[i], y);
   if (last) draw_pooled(canvas, axis, plot, y - rows.height / 2.0 + line_height / 2.0);
   if (has_foot)
     canvas.text(margin, canvas.height() - line_height / 2.0 - 2, plot.heterogeneity,
@@ -197,15 +205,14 @@ Picture draw_page(const ForestPlot& plot, const Axis& axis, const Rows& rows, do
 }  // namespace
 
 std::vector<Picture> forest_plot(const ForestPlot& plot) {
-  const Rows rows = rows_for(plot.rows.size());
-  const Axis axis = axis_for(plot);
-  double most_weight = 0;
+  Layout layout{axis_for(plot), rows_for(plot.rows.size()), 0};
   for (const ForestRow& row : plot.rows)
-    if (row.weight > most_weight) most_weight = row.weight;
+    if (row.weight > layout.most_weight) layout.most_weight = row.weight;
+  const std::size_t in_picture = layout.rows.in_picture;
   std::vector<Picture> pictures;
-  for (std::size_t begin = 0; begin < plot.rows.size(); begin += rows.in_picture)
-    pictures.push_back(draw_page(plot, axis, rows, most_weight, begin,
-                                 std::min(begin + rows.in_picture, plot.rows.size())));
+  for (std::size_t begin = 0; begin < plot.rows.size(); begin += in_picture)
+    pictures.push_back(
+        draw_page(plot, layout, begin, std::min(begin + in_picture, plot.rows.size())));
   return pictures;
 }
 

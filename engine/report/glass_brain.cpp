@@ -59,9 +59,14 @@ void shade(Projection& projection) {
           darkest + (brightest - darkest) * std::exp(-projection.thickness[at] / thin);
 }
 
+/// Where a view is drawn, in pixels of a page: its upper left corner, and the size of a voxel.
+struct ViewPlace {
+  double x, y, size;
+};
+
 /// The outline of the brain, smoothed over neighbouring voxels, as the line where that is a half.
-void draw_outline(const Canvas& canvas, double x, double y, double size,
-                  const Projection& projection) {
+void draw_outline(const Canvas& canvas, const ViewPlace& place, const Projection& projection) {
+  const auto [x, y, size] = place;
   const VoxelPlane& plane = projection.plane;
   std::vector<float> inside(plane.z.size());
   for (int row = 0; row < plane.rows; ++row)
@@ -110,14 +115,14 @@ struct Place {
 };
 
 /// Writes the marks that do not cover those before them.
-void draw_marks(const Canvas& canvas, double x, double y, double size, const View& view,
-                const BrainBox& box, std::span<const BrainMark> marks) {
+void draw_marks(const Canvas& canvas, const ViewPlace& at, const View& view, const BrainBox& box,
+                std::span<const BrainMark> marks) {
   constexpr double closest_across = 15, closest_down = 12;
   std::vector<Place> drawn;
   for (const BrainMark& mark : marks) {
     const std::array<int, 3> voxel = {mark.voxel.i, mark.voxel.j, mark.voxel.k};
-    const Place place{x + (voxel[view.across] - box.low[view.across] + 0.5) * size,
-                      y + (box.high[view.up] - voxel[view.up] + 0.5) * size};
+    const Place place{at.x + (voxel[view.across] - box.low[view.across] + 0.5) * at.size,
+                      at.y + (box.high[view.up] - voxel[view.up] + 0.5) * at.size};
     if (std::any_of(drawn.begin(), drawn.end(), [&](const Place& other) {
           return std::abs(other.x - place.x) < closest_across &&
                  std::abs(other.y - place.y) < closest_down;
@@ -153,15 +158,16 @@ Picture glass_brain(const BrainMap& map, const BrainBackground& background,
     shade(projection);
     const double width = projection.plane.columns * size;
     const int y = margin + title_height + (height - int(projection.plane.rows * size)) / 2;
-    draw_plane(canvas, x * picture_scale, y * picture_scale, voxel_size, projection.plane, scale);
-    draw_outline(canvas, x, y, size, projection);
+    draw_plane(canvas, {x * picture_scale, y * picture_scale, voxel_size}, projection.plane, scale);
+    const ViewPlace place{double(x), double(y), size};
+    draw_outline(canvas, place, projection);
     const double middle = margin + title_height / 2.0 - 2;
     canvas.text(x + width / 2, middle, view.title,
                 {.size = 10.5, .colour = text_colour, .align = Align::centre});
     canvas.text(x + 2, middle, view.left, {.size = 11, .colour = text_colour, .bold = true});
     canvas.text(x + width - 2, middle, view.right,
                 {.size = 11, .colour = text_colour, .align = Align::right, .bold = true});
-    draw_marks(canvas, x, y, size, view, box, marks);
+    draw_marks(canvas, place, view, box, marks);
     x += int(width) + space;
   }
   scale.draw_bar(canvas, sheet_width / 2.0, canvas.height() - margin - ColourScale::bar_height + 4,

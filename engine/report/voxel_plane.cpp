@@ -58,8 +58,9 @@ std::uint32_t colour_at(const std::array<Corner, 4>& corners, const VoxelPlane& 
 
 }  // namespace
 
-void draw_plane(const Canvas& canvas, int x, int y, int size, const VoxelPlane& plane,
+void draw_plane(const Canvas& canvas, const PlanePlace& place, const VoxelPlane& plane,
                 const ColourScale& scale) {
+  const auto [x, y, size] = place;
   const std::vector<Between> across = between_voxels(plane.columns, size),
                              down = between_voxels(plane.rows, size);
   for (std::size_t v = 0; v < down.size(); ++v) {

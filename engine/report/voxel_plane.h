@@ -27,11 +27,16 @@ struct VoxelPlane {
   std::vector<float> z;     ///< 0 where only that is to be seen
 };
 
-/// Draws the plane with its upper left corner at the pixel (x, y) of the file, `size` of those for
-/// a voxel, over what is there where it is neither grey nor coloured. Greys are interpolated. An
-/// area of colour reaches to where half of the voxels around are coloured, and what is coloured
-/// there are only values of coloured voxels.
-void draw_plane(const Canvas& canvas, int x, int y, int size, const VoxelPlane& plane,
+/// Where a plane is drawn, in pixels of the file: its upper left corner, and how many a voxel
+/// takes.
+struct PlanePlace {
+  int x, y, voxel_size;
+};
+
+/// Draws the plane over what is there where it is neither grey nor coloured. Greys are
+/// interpolated. An area of colour reaches to where half of the voxels around are coloured, and
+/// what is coloured there are only values of coloured voxels.
+void draw_plane(const Canvas& canvas, const PlanePlace& place, const VoxelPlane& plane,
                 const ColourScale& scale);
 
 /// Rounds all greys of the sheet so that with those of both scales a picture has less than 256

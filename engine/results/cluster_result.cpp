@@ -39,18 +39,17 @@ void check_result_name(const std::string& base) {
                   "' that was made elsewhere. Please move or rename it.");
 }
 
-void keep_clusters(ClusterResult& result, std::size_t extent,
-                   const std::function<bool(const Cluster&)>& keep, const BothTails& tails) {
+void keep_clusters(ClusterResult& result, const ClusterCriteria& criteria) {
   result.clusters = clusters_of(result.z);
   std::erase_if(result.clusters, [&](const Cluster& cluster) {
-    return cluster.voxels() < extent || !keep(cluster);
+    return cluster.voxels() < criteria.extent || !criteria.keep(cluster);
   });
   std::vector<float> kept(result.z.size());
   for (const Cluster& cluster : result.clusters)
     for (const std::uint32_t index : cluster.grid_index) kept[index] = result.z[index];
   result.z = std::move(kept);
-  add_p(result.clusters, tails.positive, tails.negative);
-  add_regions(result.clusters, read_atlas());
+  add_p(result.clusters, criteria.tails.positive, criteria.tails.negative);
+  add_regions(result.clusters, criteria.atlas);
 }
 
 void write_result(Outputs& outputs, const Command& command, const ClusterResult& result,

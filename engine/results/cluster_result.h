@@ -3,6 +3,7 @@
 // What thresholding leaves: an image of what survives, a table and a report.
 
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,10 +31,17 @@ std::string threshold_text(double value, int decimals);
 /// this system has not written.
 void check_result_name(const std::string& base);
 
-/// Sets z to 0 but in the clusters of it that have at least so many voxels and that are kept; these
-/// become the clusters, with their regions.
-void keep_clusters(ClusterResult& result, std::size_t extent,
-                   const std::function<bool(const Cluster&)>& keep, const BothTails& tails);
+/// Which clusters survive, and what they are described by.
+struct ClusterCriteria {
+  std::size_t extent = 1;  ///< the least number of voxels
+  std::function<bool(const Cluster&)> keep;
+  const BothTails& tails;
+  std::span<const float> atlas;  ///< by read_atlas()
+};
+
+/// Sets z to 0 but in the clusters of it that survive; these become the clusters, with their
+/// regions and the p values of their peaks.
+void keep_clusters(ClusterResult& result, const ClusterCriteria& criteria);
 
 /// Writes BASE.nii.gz, BASE.csv and BASE.html, showing progress. The report need not have what the
 /// result tells.

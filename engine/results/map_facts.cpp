@@ -20,11 +20,13 @@ namespace kvo::results {
 
 namespace {
 
-/// The term of a linear model whose map has such digits in its name: "" for the intercept.
-std::string term_of(const std::string& map, const std::vector<std::string>& variables) {
-  const std::string digits = map.substr(map.find_last_of('_') + 1);
-  const std::size_t one = digits.find('1');
-  return one < variables.size() ? variables[one] : "";
+/// The term of a linear model of that name whose coefficient the map is: "" for the intercept.
+std::string term_of(const std::string& map, const std::string& name,
+                    const std::vector<std::string>& variables) {
+  const std::vector<std::string> names = coefficient_map_names(name, variables.size());
+  for (std::size_t t = 0; t < variables.size(); ++t)
+    if (map == names[t + 1]) return variables[t];
+  return "";
 }
 
 /// What the command of the analysis says, which this version may not know.
@@ -37,7 +39,7 @@ void add_command(MethodsFacts& methods, const std::string& map, const std::strin
     } else if (command.verb->name == std::string("lm")) {
       methods.analysis = MethodsFacts::Analysis::linear_model;
       methods.variables = model_variables(command.arguments[0]);
-      methods.term = term_of(map, methods.variables);
+      methods.term = term_of(map, command.name, methods.variables);
       methods.subgroup = command.arguments[1];
     }
   } catch (const Refusal&) {
@@ -54,26 +56,15 @@ std::vector<std::size_t> with_all_values(const StudyTable& table,
   return read_model(table, model, chosen).studies;
 }
 
-/// The study that a map of a jackknife was made without, by the end of the map's name; "" when no
-/// study is called so.
-std::string left_out_of(const std::string& map, const StudyTable& table) {
-  std::string longest;
-  for (const Study& study : table.studies)
-    if (study.name.size() > longest.size() && map.ends_with("JK" + study.name))
-      longest = study.name;
-  return longest;
-}
-
 /// What the files of the studies say. The filter of a jackknife has gone when it has ended; what it
 /// was is told only when the others are all the studies.
-void add_studies(MethodsFacts& methods, const std::string& map, const PpRecord& record) {
+void add_studies(MethodsFacts& methods, const PpRecord& record) {
   const bool jackknife = methods.subgroup == KVO_JACKKNIFE_VARIABLE;
   if (jackknife) methods.subgroup.clear();
   try {
     const StudyTable table = read_study_table();
     std::vector<std::size_t> chosen = filtered_studies(table, methods.subgroup);
     if (jackknife) {
-      methods.left_out = left_out_of(map, table);
       std::erase_if(chosen,
                     [&](std::size_t s) { return table.studies[s].name == methods.left_out; });
       if (chosen.size() != methods.studies) return;
@@ -115,12 +106,13 @@ MapFacts facts_of_map(const std::string& map, std::span<const Verb> verbs) {
   if (const auto analysis = read_analysis_facts(map)) {
     methods.studies = analysis->studies;
     methods.participants = analysis->participants;
+    methods.left_out = analysis->left_out;
     add_command(methods, map, analysis->command, verbs);
     known.commands.push_back(analysis->command);
     known.facts = {{"Studies", std::to_string(analysis->studies)},
                    {"Participants", std::to_string(analysis->participants)}};
   }
-  add_studies(methods, map, record);
+  add_studies(methods, record);
   if (!methods.left_out.empty()) known.facts.push_back({"Left out", methods.left_out});
   known.facts.insert(
       known.facts.end(),

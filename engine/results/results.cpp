@@ -90,7 +90,8 @@ void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const Analysis
     null_rows += null_row(map.name, map.null, Tail::positive);
     null_rows += null_row(map.name, map.null, Tail::negative);
     analysis_rows += map.name + "\t" + std::to_string(facts.studies) + "\t" +
-                     std::to_string(facts.participants) + "\t" + facts.command + "\n";
+                     std::to_string(facts.participants) + "\t" + facts.command + "\t" +
+                     (facts.left_out.empty() ? "NA" : facts.left_out) + "\n";
   }
   std::string list;
   for (const std::string& each : names) list += each + "\n";
@@ -121,8 +122,11 @@ void write_maps(Outputs& outputs, const Command& command, const Mask& mask,
   remove_others(outputs, maps);
   const std::string description = image_description(command.text());
   in_parallel(maps.size(), [&](std::size_t i, std::size_t) {
-    write_map(paths[i], mask, maps[i].map, description, maps[i].kind.intent_code,
-              maps[i].kind.outside, maps[i].intent_p1);
+    write_map(paths[i], mask, maps[i].map,
+              {.description = description,
+               .intent_code = maps[i].kind.intent_code,
+               .intent_p1 = maps[i].intent_p1,
+               .outside = maps[i].kind.outside});
     action.step();
   });
   action.finish();

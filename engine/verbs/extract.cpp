@@ -33,9 +33,10 @@ std::string output_name(const std::string& mask, const char* ending) {
   return "extract_" + mask + ending;
 }
 
-Extraction open_extraction(const Command& command) {
+Extraction prepare_extract(const Command& command) {
   Extraction extraction;
-  extraction.meta = open_meta_analysis("");
+  const StudyTable table = read_study_table();
+  extraction.meta = open_meta_analysis(table, filtered_studies(table, ""));
   const Mask& analysis = extraction.meta.mask;
   const std::string& name = extraction.mask = command.arguments[0];
   for (const Member& member : extraction.meta.members)
@@ -179,12 +180,12 @@ std::string report_of(const Command& command, const Extraction& extraction,
 }  // namespace
 
 void check_extract(const Command& command) {
-  open_extraction(command);
+  prepare_extract(command);
 }
 
 void run_extract(const Command& command) {
-  Extraction extraction = open_extraction(command);
   Outputs outputs;
+  Extraction extraction = prepare_extract(command);
   extract_effects(extraction);
   const Summary summary = summary_of(extraction.studies);
   const auto rows = effect_rows(extraction.studies, summary.pool.weights);

@@ -86,7 +86,7 @@ Model complete_studies(const StudyTable& table, std::span<const std::size_t> cho
   return values;
 }
 
-Globals open_globals(const Command& command) {
+Globals prepare_globals(const Command& command) {
   const StudyTable table = read_study_table();
   const std::vector<std::size_t> chosen = filtered_studies(table, command.arguments[1]);
   Globals globals;
@@ -237,12 +237,12 @@ void say_result(const Command& command, const Globals& globals, const GlobalsFit
 }  // namespace
 
 void check_globals(const Command& command) {
-  open_globals(command);
+  prepare_globals(command);
 }
 
 void run_globals(const Command& command) {
-  const Globals globals = open_globals(command);
   Outputs outputs;
+  const Globals globals = prepare_globals(command);
   say_filtered(globals.filtered, globals.all);
   say_incomplete(globals.values);
   say_incomplete(globals.model);

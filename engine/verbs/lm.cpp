@@ -1,6 +1,8 @@
-// A linear model of the studies' maps. Its maps are called NAME_ and a digit for each term: all 0
-// the intercept (the effect where every term is 0), a single 1 the coefficient of that term. What
-// there is once for the whole model, the residual heterogeneity, stands beside the intercept's.
+// Linear models of the studies' maps, and their mean, which is the model without terms. The map of
+// the mean has the name of the command. Those of another model are called NAME_ and a digit for
+// each term: all 0 the intercept (the effect where every term is 0), a single 1 the coefficient of
+// that term. What there is once for the whole model, the heterogeneity, stands beside the
+// intercept's.
 
 #include <algorithm>
 
@@ -8,11 +10,13 @@
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/inference/randomization.h"
+#include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
 #include "engine/model/meta_regression.h"
 #include "engine/model/study_model.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
+#include "workspace/files/study_table.h"
 
 namespace kvo::verbs {
 
@@ -20,28 +24,46 @@ namespace {
 
 using Map = std::vector<float>;
 
+/// What a command asks for.
+struct ModelRequest {
+  std::string name, terms, filter;
+};
+
+ModelRequest mean_request(const Command& command) {
+  return {command.name, "", command.arguments[0]};
+}
+
+ModelRequest lm_request(const Command& command) {
+  return {command.name, command.arguments[0], command.arguments[1]};
+}
+
 struct LinearModel {
   Model model;
   MetaAnalysis meta;
   std::size_t all = 0, filtered = 0;  ///< studies of the table; those that the filter leaves out
+  std::string left_out;               ///< of a jackknife: the study that it is without
   std::vector<std::string> names;     ///< of the coefficients' maps
 };
 
-std::vector<std::string> map_names(const std::string& name, std::size_t terms) {
-  const std::string intercept = name + "_" + std::string(terms, '0');
-  std::vector<std::string> names(terms + 1, intercept);
-  for (std::size_t t = 0; t < terms; ++t) names[t + 1][name.size() + 1 + t] = '1';
-  return names;
+/// The study that a jackknife leaves out, which has no value of its variable; "" when that is not
+/// one alone, as the filter of the jackknife may lack values too.
+std::string left_out_study(const StudyTable& table) {
+  const std::size_t column = required_column(table, KVO_JACKKNIFE_VARIABLE);
+  std::vector<std::string> missing;
+  for (const Study& study : table.studies)
+    if (!study_number(table, study, column)) missing.push_back(study.name);
+  return missing.size() == 1 ? missing.front() : "";
 }
 
-LinearModel open_linear_model(const Command& command) {
+LinearModel prepare_model(const ModelRequest& request) {
   const StudyTable table = read_study_table();
-  const std::vector<std::size_t> chosen = filtered_studies(table, command.arguments[1]);
+  const std::vector<std::size_t> chosen = filtered_studies(table, request.filter);
   LinearModel linear;
   linear.all = table.studies.size();
   linear.filtered = linear.all - chosen.size();
-  linear.model = read_model(table, command.arguments[0], chosen);
-  linear.names = map_names(command.name, linear.model.terms.size());
+  if (request.filter == KVO_JACKKNIFE_VARIABLE) linear.left_out = left_out_study(table);
+  linear.model = read_model(table, request.terms, chosen);
+  linear.names = coefficient_map_names(request.name, linear.model.terms.size());
   for (const std::string& name : linear.names) check_analysis_name(name, table);
   linear.meta = open_meta_analysis(table, linear.model.studies);
   return linear;
@@ -81,24 +103,45 @@ LinearModelMaps maps_of(const Design& design, const StudyMaps& studies, std::siz
   return maps;
 }
 
-LinearModelMaps fitted(const Command& command, const LinearModel& linear) {
-  const StudyMaps studies = read_study_maps(linear.meta);
-  Action action("Fitting " + command.arguments[0] + " to " +
-                std::to_string(linear.meta.members.size()) + " studies");
-  LinearModelMaps maps = maps_of(linear.model.design, studies, linear.meta.mask.size());
-  action.finish();
-  return maps;
+std::string doing(const ModelRequest& request, std::size_t studies) {
+  const std::string count = std::to_string(studies) + (studies == 1 ? " study" : " studies");
+  return request.terms.empty() ? "Calculating the mean of " + count
+                               : "Fitting " + request.terms + " to " + count;
 }
 
-std::vector<NamedMap> named_maps(const LinearModel& linear, LinearModelMaps& maps,
-                                 std::span<const NullDistribution> nulls) {
+/// The model in the maps of the studies, which are in memory only meanwhile, and in the same maps
+/// at random.
+struct Fit {
+  LinearModelMaps maps;
+  std::vector<NullDistribution> nulls;
+};
+
+Fit fit_of(const ModelRequest& request, const LinearModel& linear) {
+  const Design& design = linear.model.design;
+  const MetaAnalysis& meta = linear.meta;
+  StudyMaps studies = read_study_maps(meta);
+  Action action(doing(request, meta.members.size()));
+  LinearModelMaps maps = maps_of(design, studies, meta.mask.size());
+  action.finish();
+  std::vector<NullDistribution> nulls = randomized({
+      .meta = meta,
+      .images = images_of(meta, std::move(studies)),
+      .observed = maps.z,
+      .statistic = [&](auto g, auto var, std::size_t voxels,
+                       auto z) { fit_model_maps(design, g, var, voxels, {.z = z}); },
+  });
+  return {std::move(maps), std::move(nulls)};
+}
+
+std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
+  LinearModelMaps& maps = fit.maps;
   std::vector<NamedMap> named;
   for (std::size_t j = 0; j < linear.names.size(); ++j) {
     const std::string& name = linear.names[j];
     named.push_back({name, g_map, std::move(maps.g[j])});
     named.push_back({name, var_map, std::move(maps.var[j])});
     named.push_back({name, z_map, std::move(maps.z[j])});
-    add_p_maps(named, name, nulls[j], linear.meta.record.randomizations);
+    add_p_maps(named, name, fit.nulls[j], linear.meta.record.randomizations);
   }
   named.push_back({linear.names[0], tau2_map, std::move(maps.tau2)});
   named.push_back({linear.names[0], I2_map, std::move(maps.I2)});
@@ -106,29 +149,41 @@ std::vector<NamedMap> named_maps(const LinearModel& linear, LinearModelMaps& map
   return named;
 }
 
+/// Fits the model that the command asks for and leaves its maps.
+LinearModel run_model(const Command& command, const ModelRequest& request) {
+  Outputs outputs;
+  LinearModel linear = prepare_model(request);
+  say_filtered(linear.filtered, linear.all);
+  say_incomplete(linear.model);
+  Fit fit = fit_of(request, linear);
+  write_maps(outputs, command, linear.meta.mask, named_maps(linear, fit));
+  std::vector<ListedMap> listed;
+  for (std::size_t j = 0; j < fit.nulls.size(); ++j)
+    listed.push_back({linear.names[j], fit.nulls[j]});
+  AnalysisFacts facts = facts_of(command.text(), linear.meta);
+  facts.left_out = linear.left_out;
+  list_maps(outputs, listed, facts);
+  outputs.commit();
+  return linear;
+}
+
 }  // namespace
 
+void check_mean(const Command& command) {
+  prepare_model(mean_request(command));
+}
+
+void run_mean(const Command& command) {
+  run_model(command, mean_request(command));
+}
+
 void check_lm(const Command& command) {
-  open_linear_model(command);
+  prepare_model(lm_request(command));
 }
 
 void run_lm(const Command& command) {
-  const LinearModel linear = open_linear_model(command);
-  Outputs outputs;
-  say_filtered(linear.filtered, linear.all);
-  say_incomplete(linear.model);
-  LinearModelMaps maps = fitted(command, linear);
-  const std::vector<NullDistribution> nulls = randomized(
-      linear.meta, maps.z, [&](auto g, auto var, std::size_t voxels, std::span<float* const> z) {
-        fit_model_maps(linear.model.design, g, var, voxels, {.z = z});
-      });
-  const std::vector<NamedMap> named = named_maps(linear, maps, nulls);
-  write_maps(outputs, command, linear.meta.mask, named);
-  std::vector<ListedMap> listed;
-  for (std::size_t j = 0; j < nulls.size(); ++j) listed.push_back({linear.names[j], nulls[j]});
-  list_maps(outputs, listed, facts_of(command.text(), linear.meta));
-  outputs.commit();
-  for (std::size_t j = 0; j < nulls.size(); ++j)
+  const LinearModel linear = run_model(command, lm_request(command));
+  for (std::size_t j = 0; j < linear.names.size(); ++j)
     say(linear.names[j] + ": " +
         (j == 0 ? "where all terms are 0" : "the coefficient of " + linear.model.terms[j - 1]));
 }

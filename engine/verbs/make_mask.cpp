@@ -39,7 +39,16 @@ void check_mask_name(const std::string& name) {
            "' that was made elsewhere. Please choose another name.");
 }
 
-Mask region_mask(int region) {
+std::string region_name(int region) {
+  Q_string text;
+  Q_get_mni_label(text, float(region));
+  return text.str();
+}
+
+/// The mask of a region of the atlas, for a name that it may have.
+Mask prepare_label(const Command& command) {
+  check_mask_name(command.name);
+  const int region = int(command.number(1));
   const std::vector<float> atlas = read_atlas();
   std::vector<bool> inside;
   inside.reserve(atlas.size());
@@ -47,11 +56,9 @@ Mask region_mask(int region) {
     inside.push_back(value >= float(region) && value < float(region + 1));
   Mask mask = mask_of(std::move(inside));
   if (mask.size() > 0) return mask;
-  Q_string text;
-  Q_get_mni_label(text, float(region));
   const bool known = region >= 1 && region <= KVO_REGIONS;
   throw Refusal("The atlas has no voxel of region " + std::to_string(region) +
-                (known ? ", '" + text.str() + "'." : "."));
+                (known ? ", '" + region_name(region) + "'." : "."));
 }
 
 Mask sphere_mask(const Eigen::Vector3d& centre) {
@@ -71,7 +78,9 @@ std::string coordinate_text(const Command& command) {
   return command.arguments[1] + ", " + command.arguments[2] + ", " + command.arguments[3];
 }
 
-Mask coordinate_mask(const Command& command) {
+/// The mask around a coordinate, likewise.
+Mask prepare_coordinate(const Command& command) {
+  check_mask_name(command.name);
   Mask mask = sphere_mask({command.number(1), command.number(2), command.number(3)});
   if (mask.size() == 0)
     throw Refusal("The coordinate " + coordinate_text(command) +
@@ -114,7 +123,8 @@ void write_mask(const Command& command, const Mask& mask) {
   const std::optional<std::string> recorded = recorded_checksum(command.name);
   Outputs outputs;
   const std::string file = mask_file(command.name), path = outputs.path_of(file);
-  write_map(path, mask, std::vector<float>(mask.size(), 1), image_description(command.text()));
+  write_map(path, mask, std::vector<float>(mask.size(), 1),
+            {.description = image_description(command.text())});
   const bool changed = recorded && *recorded != file_checksum(path);
   outputs.commit();
   say("Mask: " + file);
@@ -126,28 +136,21 @@ void write_mask(const Command& command, const Mask& mask) {
 }  // namespace
 
 void check_mask_label(const Command& command) {
-  check_mask_name(command.name);
-  region_mask(int(command.number(1)));
+  prepare_label(command);
 }
 
 void run_mask_label(const Command& command) {
-  check_mask_name(command.name);
-  const int region = int(command.number(1));
-  const Mask mask = region_mask(region);
-  Q_string text;
-  Q_get_mni_label(text, float(region));
-  say(text.str() + ": " + voxels_text(mask.size()));
+  const Mask mask = prepare_label(command);
+  say(region_name(int(command.number(1))) + ": " + voxels_text(mask.size()));
   write_mask(command, mask);
 }
 
 void check_mask_coordinate(const Command& command) {
-  check_mask_name(command.name);
-  coordinate_mask(command);
+  prepare_coordinate(command);
 }
 
 void run_mask_coordinate(const Command& command) {
-  check_mask_name(command.name);
-  const Mask mask = coordinate_mask(command);
+  const Mask mask = prepare_coordinate(command);
   say("10 mm around " + coordinate_text(command) + ": " + voxels_text(mask.size()));
   say_outside_brain(mask);
   write_mask(command, mask);

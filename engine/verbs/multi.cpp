@@ -17,7 +17,7 @@ namespace kvo::verbs {
 namespace {
 
 /// The arguments by their meaning.
-struct Request {
+struct MultiRequest {
   std::string first, second;
   float p, peak_p;
   std::size_t extent;
@@ -25,36 +25,36 @@ struct Request {
   std::string p_text, peak_text, mode_text;
 };
 
-Request request_of(const Command& command) {
-  Request request{.first = command.arguments[0],
-                  .second = command.arguments[1],
-                  .p = float(command.number(2)),
-                  .peak_p = float(command.number(3)),
-                  .extent = std::size_t(command.number(4)),
-                  .mode = {.error = command.number(5) != 0,
-                           .scenario = command.number(6) != 0,
-                           .tolerable = command.number(7)},
-                  .p_text = threshold_text(command.number(2), 5),
-                  .peak_text = threshold_text(command.number(3), 5),
-                  .mode_text = {}};
+MultiRequest multi_request(const Command& command) {
+  MultiRequest request{.first = command.arguments[0],
+                       .second = command.arguments[1],
+                       .p = float(command.number(2)),
+                       .peak_p = float(command.number(3)),
+                       .extent = std::size_t(command.number(4)),
+                       .mode = {.error = command.number(5) != 0,
+                                .scenario = command.number(6) != 0,
+                                .tolerable = command.number(7)},
+                       .p_text = threshold_text(command.number(2), 5),
+                       .peak_text = threshold_text(command.number(3), 5),
+                       .mode_text = {}};
   request.mode_text = std::to_string(int(command.number(5))) + "_" +
                       std::to_string(int(command.number(6))) + "_" +
                       threshold_text(command.number(7), 5);
   return request;
 }
 
-std::string beginning_of(const Request& request) {
+std::string beginning_of(const MultiRequest& request) {
   return request.first + "_" + request.second + "_multi_";
 }
 
-std::string base_of(const Request& request) {
+std::string base_of(const MultiRequest& request) {
   return beginning_of(request) + "z_p_" + request.p_text + "_" + request.peak_text + "_" +
          std::to_string(request.extent) + "_" + request.mode_text;
 }
 
 /// Of the p of the conjunction. Not "..._p.nii.gz", which would pass for the p map of a
 /// meta-analysis: 1 minus this is no p of the other direction.
-std::string p_base_of(const Request& request) {
+std::string p_base_of(const MultiRequest& request) {
   return beginning_of(request) + "p_values_" + request.mode_text;
 }
 
@@ -62,7 +62,7 @@ std::string p_file(const std::string& name) {
   return name + p_map.suffix + ".nii.gz";
 }
 
-void check_names(const Request& request) {
+void check_names(const MultiRequest& request) {
   if (request.first == request.second)
     throw Refusal("The two meta-analyses have the same name '" + request.first + "'.");
   if (request.first.starts_with("mask_"))
@@ -72,19 +72,27 @@ void check_names(const Request& request) {
   check_result_name(p_base_of(request));
 }
 
-struct PMaps {
-  Image first, second;
+struct MultiInputs {
+  Image first, second;       ///< p maps
+  std::vector<float> atlas;  ///< what clusters are described by
 };
 
-PMaps read_images(const Request& request) {
-  PMaps images{read_p_map(p_file(request.first)), read_p_map(p_file(request.second))};
-  for (std::size_t i = 0; i < images.first.values.size(); ++i)
-    if (images.first.values[i] != 1 && images.second.values[i] != 1) return images;
-  throw Refusal("'" + p_file(request.first) + "' and '" + p_file(request.second) +
-                "' have no voxel in common: in each, one of them is 1.");
+MultiInputs prepare_multi(const MultiRequest& request) {
+  check_names(request);
+  MultiInputs inputs{read_p_map(p_file(request.first)), read_p_map(p_file(request.second)), {}};
+  const auto both = [&](std::size_t i) {
+    return inputs.first.values[i] != 1 && inputs.second.values[i] != 1;
+  };
+  std::size_t common = 0;
+  while (common < inputs.first.values.size() && !both(common)) ++common;
+  if (common == inputs.first.values.size())
+    throw Refusal("'" + p_file(request.first) + "' and '" + p_file(request.second) +
+                  "' have no voxel in common: in each, one of them is 1.");
+  inputs.atlas = read_atlas();
+  return inputs;
 }
 
-void write_p(Outputs& outputs, const Command& command, const Request& request,
+void write_p(Outputs& outputs, const Command& command, const MultiRequest& request,
              const BothTails& tails) {
   Image image;
   image.grid = mni_grid();
@@ -103,8 +111,9 @@ std::string mode_words(const ConjunctionMode& mode) {
          threshold_text(mode.tolerable, 5);
 }
 
-ClusterReport report_of(const Command& command, const Request& request, const PMaps& images,
-                        const Conjunction& conjunction, const std::string& criteria) {
+ClusterReport report_of(const Command& command, const MultiRequest& request,
+                        const MultiInputs& inputs, const Conjunction& conjunction,
+                        const std::string& criteria) {
   MethodsFacts methods;
   methods.analysis = MethodsFacts::Analysis::conjunction;
   methods.first = request.first;
@@ -122,8 +131,8 @@ ClusterReport report_of(const Command& command, const Request& request, const PM
     const std::string file = p_file(name);
     return image.description.empty() ? file : file + " (" + image.description + ")";
   };
-  report.facts = {{"Meta-analysis 1", source(request.first, images.first)},
-                  {"Meta-analysis 2", source(request.second, images.second)},
+  report.facts = {{"Meta-analysis 1", source(request.first, inputs.first)},
+                  {"Meta-analysis 2", source(request.second, inputs.second)},
                   {"Conjunction", mode_words(request.mode)},
                   {"Thresholds", criteria},
                   {"Voxels with a p below 1 in both", std::to_string(conjunction.voxels)},
@@ -143,15 +152,11 @@ bool has_p(const Cluster& cluster, const BothTails& tails, float limit) {
 }  // namespace
 
 void check_multi(const Command& command) {
-  const Request request = request_of(command);
-  check_names(request);
-  read_images(request);
-  read_atlas();
+  prepare_multi(multi_request(command));
 }
 
 void run_multi(const Command& command) {
-  const Request request = request_of(command);
-  check_names(request);
+  const MultiRequest request = multi_request(command);
   ClusterResult result;
   result.map = request.first + " and " + request.second;
   result.base = base_of(request);
@@ -160,17 +165,20 @@ void run_multi(const Command& command) {
                     (request.extent == 1 ? " voxel" : " voxels");
   Outputs outputs;
   Action action("Combining " + result.map);
-  const PMaps images = read_images(request);
-  const Conjunction conjunction = conjunction_of(images.first, images.second, request.mode);
+  const MultiInputs inputs = prepare_multi(request);
+  const Conjunction conjunction = conjunction_of(inputs.first, inputs.second, request.mode);
   result.z = conjunction_z(conjunction, request.p);
-  keep_clusters(
-      result, request.extent,
-      [&](const Cluster& cluster) { return has_p(cluster, conjunction.tails, request.peak_p); },
-      conjunction.tails);
+  keep_clusters(result, {.extent = request.extent,
+                         .keep =
+                             [&](const Cluster& cluster) {
+                               return has_p(cluster, conjunction.tails, request.peak_p);
+                             },
+                         .tails = conjunction.tails,
+                         .atlas = inputs.atlas});
   write_p(outputs, command, request, conjunction.tails);
   action.finish();
   write_result(outputs, command, result,
-               report_of(command, request, images, conjunction, result.criteria));
+               report_of(command, request, inputs, conjunction, result.criteria));
   outputs.commit();
   say(std::to_string(conjunction.voxels) + " voxels take part, with a p below 1 in both; " +
       mode_words(request.mode));

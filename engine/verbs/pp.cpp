@@ -2,19 +2,16 @@
 // each study.
 
 #include <algorithm>
-#include <cmath>
-#include <filesystem>
 #include <optional>
 
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/base/text_file.h"
-#include "engine/maps/meta_analysis.h"
-#include "engine/maps/path_map.h"
-#include "engine/maps/peak_map.h"
-#include "engine/results/results.h"
-#include "engine/studies/study_image.h"
+#include "engine/base/wording.h"
+#include "engine/maps/effect_maps.h"
+#include "engine/maps/folder_maps.h"
+#include "engine/results/preprocessed.h"
 #include "engine/studies/study_source.h"
 #include "engine/verbs/verbs.h"
 
@@ -27,43 +24,64 @@ namespace {
 constexpr std::uint64_t default_seed = 1;
 constexpr std::size_t most_lines = 20;
 
-struct Inputs {
-  PpRecord record;
-  StudyTable table;
-  std::vector<StudySource> sources;  ///< of each study
-  std::vector<StudyPeaks> peaks;     ///< of each study; none where the source is an image
-  Mask mask;
-  std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
+/// A study and what it found; an image is read when its turn comes.
+struct StudyInput {
+  Study study;
+  StudySource source;
+  StudyPeaks peaks;  ///< none where the source is an image
 };
 
-Inputs read_inputs(const Command& command) {
-  Inputs inputs;
-  PpRecord& record = inputs.record;
+struct PpInputs {
+  PpRecord record;  ///< without the checksums of maps, which are still to be made
+  Mask mask;
+  std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
+  std::vector<StudyInput> studies;
+};
+
+/// What becomes of a study: its maps, and what there is to be said of them, "" for nothing.
+struct StudyOutput {
+  StudyMapFiles files;
+  PeakMap kernels;
+  std::string outside, doubts, gaps;
+};
+
+PpRecord requested(const Command& command) {
+  PpRecord record;
   record.correlation_template = command.arguments[0];
   record.anisotropy = command.number(1);
   record.fwhm = command.number(2);
   record.mask = command.arguments[3];
   record.randomizations = std::size_t(command.number(4));
   record.seed = default_seed;
+  return record;
+}
+
+StudyInput input_of(const Study& study) {
+  StudyInput input{study, study_source(study), {}};
+  if (input.source.is_image)
+    input.peaks.checksum = file_checksum(input.source.file);
+  else
+    input.peaks = read_peaks(study);
+  return input;
+}
+
+PpInputs prepare_pp(const Command& command) {
+  PpInputs inputs{requested(command), {}, {}, {}};
+  PpRecord& record = inputs.record;
   const std::string mask = mask_path(record.mask);
   inputs.mask = read_mask(mask);
-  record.checksums["mask_" + record.mask + ".nii.gz"] = file_checksum(mask);
+  record.checksums[mask_file(record.mask)] = file_checksum(mask);
   if (record.anisotropy > 0) {
     const std::string path = template_path(record.correlation_template);
     inputs.correlation = read_map(path, inputs.mask);
     record.checksums[template_file(record.correlation_template)] = file_checksum(path);
   }
-  inputs.table = read_study_table();
+  const StudyTable table = read_study_table();
   record.checksums[study_table_file] = file_checksum(study_table_file);
-  for (const Study& study : inputs.table.studies) {
-    const StudySource& source = inputs.sources.emplace_back(study_source(study));
-    StudyPeaks& peaks = inputs.peaks.emplace_back();
-    if (source.is_image)
-      peaks.checksum = file_checksum(source.file);
-    else
-      peaks = read_peaks(study);
-    record.studies[study.name] = map_facts(study);
-    record.checksums[source.file] = peaks.checksum;
+  for (const Study& study : table.studies) {
+    const StudyInput& input = inputs.studies.emplace_back(input_of(study));
+    record.studies[study.name] = table_facts(study);
+    record.checksums[input.source.file] = input.peaks.checksum;
   }
   return inputs;
 }
@@ -88,9 +106,11 @@ std::string peaks_outside(const Study& study, const PeakMap& map, const Mask& ma
 }
 
 /// Says what there is to be said of some studies: of the first each, and how many more there are.
-/// A text of "" is passed over.
-void say_first(std::vector<std::string> texts, const std::string& what) {
-  std::erase(texts, "");
+void say_first(std::span<const StudyOutput> studies, std::string StudyOutput::*remark,
+               const std::string& what) {
+  std::vector<std::string> texts;
+  for (const StudyOutput& study : studies)
+    if (!(study.*remark).empty()) texts.push_back(study.*remark);
   const std::size_t listed = std::min(texts.size(), most_lines);
   for (std::size_t t = 0; t < listed; ++t) say(texts[t]);
   if (const std::size_t more = texts.size() - listed; more > 0)
@@ -98,130 +118,65 @@ void say_first(std::vector<std::string> texts, const std::string& what) {
         what);
 }
 
-void report_outside(const std::vector<Study>& studies, const std::vector<PeakMap>& maps,
-                    const Mask& mask) {
-  std::vector<std::string> texts(studies.size());
+/// Remarks what is unclear about a study's image, and what it lacks.
+void remark(const StudyImage& image, const Study& study, StudyOutput& output) {
+  for (const std::string& doubt : image.doubts)
+    output.doubts += (output.doubts.empty() ? image_file(study) + ": " : ". Also, ") + doubt;
+  if (image.without_data > 0)
+    output.gaps = study.name + ": no data in " + std::to_string(image.without_data) + " of " +
+                  std::to_string(image.t.size()) + " voxels of the mask";
+}
+
+std::vector<float> effects_of(const StudyInput& input, const EffectMaps& effects, const Mask& mask,
+                              StudyOutput& output) {
+  if (!input.source.is_image) return effects.map_of(output.kernels);
+  const StudyImage image = read_study_image(input.study, mask);
+  remark(image, input.study, output);
+  return effect_map(input.study, image);
+}
+
+/// Makes and writes the maps of the studies.
+void make_maps(const PpInputs& inputs, const EffectMaps& effects, const std::string& description,
+               std::vector<StudyOutput>& outputs) {
+  const std::vector<StudyInput>& studies = inputs.studies;
+  Action action("Preprocessing " + std::to_string(studies.size()) +
+                    (studies.size() == 1 ? " study" : " studies"),
+                studies.size(), 30);
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
-    texts[s] = peaks_outside(studies[s], maps[s], mask);
+    const std::vector<float> g = effects_of(studies[s], effects, inputs.mask, outputs[s]);
+    write_study_maps(outputs[s].files, studies[s].study, inputs.mask, g, description);
+    action.step();
   });
-  say_first(std::move(texts), "with peaks outside of the mask");
-}
-
-std::vector<float> effects_of(const PeakMap& map, const std::optional<PathMap>& paths,
-                              const Mask& mask) {
-  std::vector<Voxel> voxels;
-  for (const PlacedPeak& peak : map.peaks()) voxels.push_back(peak.voxel);
-  std::vector<float> g(mask.size());
-  if (paths) {
-    PathMap::Room room(*paths);
-    paths->effects(map.peaks(), voxels, room, g.data());
-  } else {
-    PeakMap::Plane plane;
-    for (std::size_t k = 0; k < mask.slices(); ++k)
-      map.effects(voxels, int(k), mask, plane, g.data() + mask.slice_begin[k]);
-  }
-  return g;
-}
-
-/// Where the image has no data the effect is 0, as where no peak reaches.
-std::vector<float> effects_of(const Study& study, const StudyImage& image) {
-  const double g_of_t = hedges_g(1, study.sample);
-  std::vector<float> g;
-  g.reserve(image.t.size());
-  for (const float t : image.t) g.push_back(std::isnan(t) ? 0 : float(g_of_t * double(t)));
-  return g;
-}
-
-/// What there is to be said of the images, a text for each study.
-struct ImageRemarks {
-  std::vector<std::string> doubts, gaps;
-
-  explicit ImageRemarks(std::size_t studies) : doubts(studies), gaps(studies) {}
-
-  void add(std::size_t s, const Study& study, const StudyImage& image) {
-    for (const std::string& doubt : image.doubts)
-      doubts[s] += (doubts[s].empty() ? image_file(study) + ": " : ". Also, ") + doubt;
-    if (image.without_data > 0)
-      gaps[s] = study.name + ": no data in " + std::to_string(image.without_data) + " of " +
-                std::to_string(image.t.size()) + " voxels of the mask";
-  }
-  void say_all() {
-    say_first(std::move(doubts), "with images that are unclear");
-    say_first(std::move(gaps), "with images that lack data");
-  }
-};
-
-/// Has the maps removed that earlier preprocessing has left of studies that are no longer there.
-void remove_old_study_maps(Outputs& outputs) {
-  std::error_code ignored;
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator("pp", ignored))
-    names.push_back(entry.path().filename());
-  std::sort(names.begin(), names.end());
-  for (const std::string& name : names)
-    if (name.ends_with("_g.nii.gz") || name.ends_with("_var.nii.gz")) outputs.remove("pp/" + name);
+  action.finish();
 }
 
 }  // namespace
 
 void check_pp(const Command& command) {
-  const Inputs inputs = read_inputs(command);
-  in_parallel(inputs.sources.size(), [&](std::size_t s, std::size_t) {
-    if (inputs.sources[s].is_image) read_study_image(inputs.table.studies[s], inputs.mask);
+  const PpInputs inputs = prepare_pp(command);
+  in_parallel(inputs.studies.size(), [&](std::size_t s, std::size_t) {
+    if (inputs.studies[s].source.is_image) read_study_image(inputs.studies[s].study, inputs.mask);
   });
 }
 
 void run_pp(const Command& command) {
-  const Inputs inputs = read_inputs(command);
-  const std::vector<Study>& studies = inputs.table.studies;
   Outputs outputs;
-  std::vector<std::string> paths;
-  std::vector<PeakMap> maps;
-  const double fwhm = reaching_fwhm(inputs.record.fwhm, inputs.record.anisotropy);
-  for (std::size_t s = 0; s < studies.size(); ++s) {
-    paths.push_back(outputs.path_of(effect_map_file(studies[s].name)));
-    paths.push_back(outputs.path_of(variance_map_file(studies[s].name)));
-    maps.emplace_back(fwhm, inputs.peaks[s].peaks);
-  }
-  report_outside(studies, maps, inputs.mask);
-  std::optional<PathMap> graph;
-  if (inputs.record.anisotropy > 0)
-    graph.emplace(inputs.mask, inputs.correlation, inputs.record.fwhm, inputs.record.anisotropy);
-  Action action("Preprocessing " + std::to_string(studies.size()) +
-                    (studies.size() == 1 ? " study" : " studies"),
-                studies.size(), 30);
-  const std::string description = image_description(command.text());
-  ImageRemarks remarks(studies.size());
-  std::vector<std::string> sums(paths.size());
+  const PpInputs inputs = prepare_pp(command);
+  const EffectMaps effects(inputs.record, inputs.mask, inputs.correlation);
+  std::vector<StudyOutput> studies;
+  for (const StudyInput& input : inputs.studies)
+    studies.push_back(
+        {place_study_maps(outputs, input.study), effects.around(input.peaks.peaks), {}, {}, {}});
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
-    std::vector<float> map;
-    if (inputs.sources[s].is_image) {
-      const StudyImage image = read_study_image(studies[s], inputs.mask);
-      remarks.add(s, studies[s], image);
-      map = effects_of(studies[s], image);
-    } else {
-      map = effects_of(maps[s], graph, inputs.mask);
-    }
-    write_map(paths[2 * s], inputs.mask, map, description, g_map.intent_code);
-    const VarianceOfG variance = variance_of_g(studies[s].sample);
-    for (float& value : map) value = float(variance.at(value));
-    write_map(paths[2 * s + 1], inputs.mask, map, description, var_map.intent_code);
-    for (const std::size_t p : {2 * s, 2 * s + 1}) sums[p] = file_checksum(paths[p]);
-    action.step();
+    studies[s].outside = peaks_outside(inputs.studies[s].study, studies[s].kernels, inputs.mask);
   });
-  action.finish();
-  remarks.say_all();
-  remove_listed_maps(outputs);
-  remove_old_study_maps(outputs);
-  PpRecord record = inputs.record;
-  for (std::size_t s = 0; s < studies.size(); ++s) {
-    record.checksums[effect_map_file(studies[s].name)] = sums[2 * s];
-    record.checksums[variance_map_file(studies[s].name)] = sums[2 * s + 1];
-  }
-  outputs.write_text(pp_record_file, record.text());
-  outputs.write_text(map_list_file, "");
-  outputs.write_text(null_list_file, empty_null_list());
-  outputs.write_text(analysis_list_file, empty_analysis_list());
+  say_first(studies, &StudyOutput::outside, "with peaks outside of the mask");
+  make_maps(inputs, effects, image_description(command.text()), studies);
+  say_first(studies, &StudyOutput::doubts, "with images that are unclear");
+  say_first(studies, &StudyOutput::gaps, "with images that lack data");
+  std::vector<StudyMapFiles> files;
+  for (StudyOutput& study : studies) files.push_back(std::move(study.files));
+  write_preprocessed(outputs, inputs.record, files);
   outputs.commit();
 }
 

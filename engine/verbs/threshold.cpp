@@ -16,16 +16,27 @@ namespace kvo::verbs {
 
 namespace {
 
-struct Thresholds {
+/// The arguments by their meaning.
+struct ThresholdRequest {
+  std::string map;
   float p, height;
   std::size_t extent;
   std::string p_text, height_text;
 };
 
-Thresholds thresholds_of(const Command& command) {
+ThresholdRequest threshold_request(const Command& command) {
   const double p = command.number(2), height = command.number(3);
-  return {float(p), float(height), std::size_t(command.number(4)), threshold_text(p, 5),
-          threshold_text(height, 3)};
+  return {.map = command.arguments[0],
+          .p = float(p),
+          .height = float(height),
+          .extent = std::size_t(command.number(4)),
+          .p_text = threshold_text(p, 5),
+          .height_text = threshold_text(height, 3)};
+}
+
+std::string base_of(const ThresholdRequest& request) {
+  return request.map + "_z_p_" + request.p_text + "_" + request.height_text + "_" +
+         std::to_string(request.extent);
 }
 
 /// Throws Refusal unless the folder has the map.
@@ -44,27 +55,24 @@ void check_map(const std::string& map) {
       (list.empty() ? "Please estimate maps and try again." : "The maps are: " + list + "."));
 }
 
-/// A map with all that it is thresholded by.
+/// A map with all that it is thresholded and described by.
 struct ZMap {
   Mask mask;
   std::vector<float> z;  ///< in the mask
   BothTails tails;
+  std::vector<float> atlas;
 };
 
-ZMap open_map(const Command& command) {
-  const std::string& name = command.arguments[0];
+ZMap prepare_threshold(const ThresholdRequest& request) {
+  check_result_name(base_of(request));
   const PpRecord record = read_pp_record();
-  check_map(name);
+  check_map(request.map);
   ZMap map;
   map.mask = read_mask(mask_path(record.mask));
-  map.z = read_map(name + z_map.suffix + ".nii.gz", map.mask);
-  map.tails = read_tails(name);
+  map.z = read_map(request.map + z_map.suffix + ".nii.gz", map.mask);
+  map.tails = read_tails(request.map);
+  map.atlas = read_atlas();
   return map;
-}
-
-std::string base_of(const Command& command, const Thresholds& thresholds) {
-  return command.arguments[0] + "_z_p_" + thresholds.p_text + "_" + thresholds.height_text + "_" +
-         std::to_string(thresholds.extent);
 }
 
 /// z where p is below the threshold in z's own direction, else 0; of the whole grid.
@@ -79,17 +87,17 @@ std::vector<float> beyond(const ZMap& map, float p) {
 }
 
 ClusterReport report_of(const Command& command, const ClusterResult& result,
-                        const Thresholds& thresholds) {
-  MapFacts known = facts_of_map(command.arguments[0], all_verbs());
+                        const ThresholdRequest& request) {
+  MapFacts known = facts_of_map(request.map, all_verbs());
   MethodsFacts::Thresholds stated;
   stated.p = command.number(2);
   stated.peak_z = command.number(3);
-  stated.extent = thresholds.extent;
+  stated.extent = request.extent;
   known.methods.thresholds = stated;
   ClusterReport report;
   report.facts = std::move(known.facts);
   report.facts.insert(report.facts.begin(),
-                      {{"Map", command.arguments[0]}, {"Thresholds", result.criteria}});
+                      {{"Map", request.map}, {"Thresholds", result.criteria}});
   if (known.methods.analysis == MethodsFacts::Analysis::linear_model)
     report.facts.insert(report.facts.begin() + 1,
                         {"Coefficient", known.methods.term.empty()
@@ -104,34 +112,30 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
 }  // namespace
 
 void check_threshold(const Command& command) {
-  check_result_name(base_of(command, thresholds_of(command)));
-  open_map(command);
-  read_atlas();
+  prepare_threshold(threshold_request(command));
 }
 
 void run_threshold(const Command& command) {
-  const Thresholds thresholds = thresholds_of(command);
+  const ThresholdRequest request = threshold_request(command);
   ClusterResult result;
-  result.map = command.arguments[0];
-  result.base = base_of(command, thresholds);
-  result.criteria = "p < " + thresholds.p_text + ", peak |z| at least " + thresholds.height_text +
-                    ", at least " + std::to_string(thresholds.extent) +
-                    (thresholds.extent == 1 ? " voxel" : " voxels");
-  check_result_name(result.base);
+  result.map = request.map;
+  result.base = base_of(request);
+  result.criteria = "p < " + request.p_text + ", peak |z| at least " + request.height_text +
+                    ", at least " + std::to_string(request.extent) +
+                    (request.extent == 1 ? " voxel" : " voxels");
   Outputs outputs;
-  {
-    Action action("Thresholding " + result.map);
-    const ZMap map = open_map(command);
-    result.z = beyond(map, thresholds.p);
-    keep_clusters(
-        result, thresholds.extent,
-        [&](const Cluster& cluster) {
-          return std::abs(cluster.peaks.front().z) >= double(thresholds.height);
-        },
-        map.tails);
-    action.finish();
-  }
-  write_result(outputs, command, result, report_of(command, result, thresholds));
+  Action action("Thresholding " + result.map);
+  const ZMap map = prepare_threshold(request);
+  result.z = beyond(map, request.p);
+  keep_clusters(result, {.extent = request.extent,
+                         .keep =
+                             [&](const Cluster& cluster) {
+                               return std::abs(cluster.peaks.front().z) >= double(request.height);
+                             },
+                         .tails = map.tails,
+                         .atlas = map.atlas});
+  action.finish();
+  write_result(outputs, command, result, report_of(command, result, request));
   outputs.commit();
   say_result(result);
 }

@@ -38,7 +38,7 @@ TEST(LinearModel, LeavesTheMapsOfEachCoefficientAndOfTheModel) {
   EXPECT_EQ(read_text("kvo_maps.txt"), lines_of_maps({"M_0", "M_1", "M_10", "M_00", "M_01"}));
   EXPECT_THAT(
       read_text("kvo_analyses.txt"),
-      testing::AllOf(HasSubstr("\nM_1\t3\t"), HasSubstr("\nM_00\t9\t234\tM = lm age + dose\n"),
+      testing::AllOf(HasSubstr("\nM_1\t3\t"), HasSubstr("\nM_00\t9\t234\tM = lm age + dose\tNA\n"),
                      HasSubstr("\nM_01\t9\t"), testing::Not(HasSubstr("mean"))));
   EXPECT_THAT(
       read_text("kvo_nd.txt"),

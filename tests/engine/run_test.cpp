@@ -13,8 +13,10 @@ using namespace kvo::images;
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using Names = std::vector<std::string>;
 
 const std::string preprocess = "pp gray_matter, 0.0, 10, gray_matter, ";
@@ -33,13 +35,24 @@ TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
   EXPECT_EQ(engine.run(preprocess + "20").closing(), "d");
   EXPECT_EQ(read_text("kvo_maps.txt"), "");
   EXPECT_THAT(first_words("kvo_nd.txt"), ElementsAre("name"));
-  engine.must_run({"MyMean = mean", "Other = mean", "MyMean = mean"});
+  // A jackknife takes the value of one study away.
+  write_text("kvo_table.txt",
+             "study n1 n2 TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS\n"
+             "study0 12 NA 1\nstudy1 13 15 NA\nstudy2 14 15 1\n");
+  engine.must_run(
+      {"MyMean = mean", "Other = mean TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS", "MyMean = mean"});
   EXPECT_EQ(read_text("kvo_maps.txt"), "MyMean\nOther\n");
   EXPECT_THAT(first_words("kvo_nd.txt"),
               ElementsAre("name", "Other", "Other_n", "MyMean", "MyMean_n"));
   EXPECT_EQ(read_text("kvo_analyses.txt"),
-            "map\tstudies\tparticipants\tcommand\n"
-            "Other\t3\t69\tOther = mean\nMyMean\t3\t69\tMyMean = mean\n");
+            "map\tstudies\tparticipants\tcommand\tleft_out\n"
+            "Other\t2\t41\tOther = mean TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS\tstudy1\n"
+            "MyMean\t3\t69\tMyMean = mean\tNA\n");
+  write_image(engine.share() / "atlas_aal_frw.nii.gz", image_of(41));
+  engine.must_run({"threshold Other, p, 0.5, 0, 1", "threshold MyMean, p, 0.5, 0, 1"});
+  EXPECT_THAT(read_text("Other_z_p_0.50000_0.000_1.html"),
+              AllOf(HasSubstr("(without &#39;study1&#39;)"), Not(HasSubstr("subgroup"))));
+  EXPECT_THAT(read_text("MyMean_z_p_0.50000_0.000_1.html"), Not(HasSubstr("without")));
   for (const char* suffix :
        {"_g", "_var", "_z", "_p", "_tau2", "_I2", "_Q", "_pFWE", "_n_p", "_n_pFWE"}) {
     const Image image = read_image("MyMean" + std::string(suffix) + ".nii.gz");

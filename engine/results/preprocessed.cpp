@@ -1,0 +1,63 @@
+#include "engine/results/preprocessed.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "engine/base/text_file.h"
+#include "engine/maps/folder_maps.h"
+#include "engine/maps/meta_analysis.h"
+#include "engine/results/results.h"
+
+namespace kvo::results {
+
+namespace {
+
+/// Has the maps removed that earlier preprocessing has left of studies that are no longer there.
+void remove_old_study_maps(Outputs& outputs) {
+  std::error_code ignored;
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator("pp", ignored))
+    names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  for (const std::string& name : names)
+    if (name.ends_with("_g.nii.gz") || name.ends_with("_var.nii.gz")) outputs.remove("pp/" + name);
+}
+
+}  // namespace
+
+StudyMapFiles place_study_maps(Outputs& outputs, const Study& study) {
+  return {.study = study.name,
+          .effects_path = outputs.path_of(effect_map_file(study.name)),
+          .variances_path = outputs.path_of(variance_map_file(study.name)),
+          .effects_checksum = {},
+          .variances_checksum = {}};
+}
+
+void write_study_maps(StudyMapFiles& files, const Study& study, const Mask& mask,
+                      std::span<const float> g, const std::string& description) {
+  const VarianceOfG variance = variance_of_g(study.sample);
+  std::vector<float> var;
+  var.reserve(g.size());
+  for (const float value : g) var.push_back(float(variance.at(value)));
+  const auto write = [&](const std::string& path, const MapKind& kind, std::span<const float> map) {
+    write_map(path, mask, map, {.description = description, .intent_code = kind.intent_code});
+    return file_checksum(path);
+  };
+  files.effects_checksum = write(files.effects_path, g_map, g);
+  files.variances_checksum = write(files.variances_path, var_map, var);
+}
+
+void write_preprocessed(Outputs& outputs, PpRecord record, std::span<const StudyMapFiles> maps) {
+  remove_listed_maps(outputs);
+  remove_old_study_maps(outputs);
+  for (const StudyMapFiles& files : maps) {
+    record.checksums[effect_map_file(files.study)] = files.effects_checksum;
+    record.checksums[variance_map_file(files.study)] = files.variances_checksum;
+  }
+  outputs.write_text(pp_record_file, record.text());
+  outputs.write_text(map_list_file, "");
+  outputs.write_text(null_list_file, empty_null_list());
+  outputs.write_text(analysis_list_file, empty_analysis_list());
+}
+
+}  // namespace kvo::results
