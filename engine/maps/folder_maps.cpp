@@ -13,6 +13,7 @@
 #include "kvo_config.h"
 #include "util/q_string.h"
 #include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::maps {
 
@@ -37,7 +38,7 @@ void check_analysis_name(const std::string& name, const StudyTable& table) {
   // The name of a coefficient's map is longer than that of its model.
   if (const char* fault = Q_name_fault(name); fault != nullptr)
     throw Refusal("The name '" + name + "' " + fault + ".");
-  if (name.starts_with("mask_"))
+  if (name.starts_with(KVO_MASK_PREFIX))
     throw Refusal("The name '" + name +
                   "' cannot be used: names that begin with 'mask_' are kept for masks.");
   if (name.ends_with(negative_suffix))
