@@ -24,7 +24,7 @@ void kvo_print_comment(const Kvo_composed& composed) {
 }
 
 void kvo_run(const Kvo_composed& composed) {
-  // Other work would come between the comment and its command.
+  // So that no other work comes between the comment and its command.
   const Q_input_block block;
   kvo_print_comment(composed);
   kvo3_exec_core(true, "%s", composed.command.c_str());

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// The longest name of a map, and what it leaves to the names of analysis and study around "JK".
+/// The longest name of a map, and how much of it the names of analysis and study around "JK" get.
 constexpr std::size_t MAP_NAME_MAX = 60;
 constexpr std::size_t NAMES_MAX = MAP_NAME_MAX - 2;
 
@@ -31,8 +31,7 @@ std::string cut(const std::string& text, std::size_t limit) {
   return text.substr(0, Q_utf8_cut(text, limit));
 }
 
-/// Gives names that occur twice, or that no map can have, a number at the end, which no other of
-/// the names has.
+/// Appends a number to names that occur twice, or that no map can have, so that all names differ.
 Q_string_list told_apart(const Q_string_list& names) {
   std::set<std::string> taken(names.begin(), names.end());
   std::set<std::string> given;

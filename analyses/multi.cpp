@@ -69,8 +69,8 @@ bool same_file(const fs::path& path, const std::string& other) {
   return fs::equivalent(path, other, not_there);
 }
 
-/// Whether the folder takes a new file. It is tried, because permissions do not tell of everything
-/// that is read-only.
+/// Whether a new file can be made in the folder. This makes one, because permissions alone do not
+/// show everything that is read-only.
 bool takes_files(const std::string& folder) {
   std::string path = folder + "/kvo_XXXXXX";
   const Q_fd file(mkstemp(path.data()));
@@ -83,7 +83,7 @@ bool can_read(const fs::path& path) {
   return fs::is_regular_file(path, failure) && access(path.c_str(), R_OK) == 0;
 }
 
-/// Whether a file can be put at the path, or is there and can be written.
+/// Whether the path is free, or leads to a file that can be written.
 bool can_write(const fs::path& path) {
   std::error_code failure;
   if (fs::symlink_status(path, failure).type() == fs::file_type::not_found) return true;

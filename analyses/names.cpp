@@ -8,13 +8,13 @@
 
 namespace {
 
-/// Characters that part the words of the command language, which has no quotes of its own.
+/// Characters that separate the words of the command language, which has no quoting.
 constexpr std::string_view NOT_IN_NAMES = " ,=+\"'";
-/// Characters that the shell acts on wherever they stand, those that match file names included.
+/// Characters that the shell acts on anywhere in a word, including those that match file names.
 constexpr std::string_view ACTING = "$`(){}[];&|<>\\*?";
-/// Characters that it acts on at the beginning of a word.
+/// Characters that it acts on only at the beginning of a word.
 constexpr std::string_view ACTING_FIRST = "~#";
-/// Characters that turn the beginning of a file name into something else: a hidden file, an option.
+/// A file name that begins with one of these would be a hidden file or look like an option.
 constexpr std::string_view NOT_FIRST_IN_FILE = ".-";
 
 struct Named_character {

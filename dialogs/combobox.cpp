@@ -82,7 +82,7 @@ int option_meant_by_entry(GtkComboBox* list) {
   return meant_option(gtk_combo_box_get_model(list), gtk_entry_get_text(entry_of(list)));
 }
 
-/// Text that could be several options, or none, cannot be the answer: OK waits until it is clear.
+/// Text that matches several options, or none, cannot be the answer: OK is off until one is meant.
 void follow_text(GtkComboBox* list, gpointer) {
   const int active = gtk_combo_box_get_active(list);
   if (active >= 0) g_object_set_data(G_OBJECT(list), LAST_CHOICE, GINT_TO_POINTER(active + 1));
@@ -93,7 +93,7 @@ void follow_text(GtkComboBox* list, gpointer) {
                                     empty || option_meant_by_entry(list) >= 0);
 }
 
-/// Leaves an option's whole text in the field: the one meant, else the last choice.
+/// Completes the field to an option's whole text: the one meant, else the last one chosen.
 void settle(GtkComboBox* list) {
   if (gtk_combo_box_get_active(list) >= 0) return;
   const int meant = option_meant_by_entry(list);

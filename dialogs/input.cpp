@@ -100,7 +100,7 @@ const Kind& kind_of(const Q_input_item& item) {
   return *found;
 }
 
-/// A coordinate's number; what no coordinate can be becomes the nearest one that is.
+/// A coordinate's number, brought into the range that a coordinate can hold.
 std::int16_t leading_coordinate(GtkWidget* field) {
   using Limits = std::numeric_limits<std::int16_t>;
   const float number = Q_input_get_num(field);

@@ -17,7 +17,7 @@ constexpr int TABLE_BORDER = 10;
 constexpr int RADIO_SPACING = 2;
 constexpr int RADIO_PADDING = 2;
 constexpr int VOXEL_SPACING = 5;
-/// Widths in characters, so that a field is neither a slit nor as wide as a long explanation.
+/// Widths in characters, so that a field is neither tiny nor as wide as a long explanation.
 constexpr int NUMBER_WIDTH = 8;
 constexpr int TEXT_WIDTH = 30;
 
@@ -29,13 +29,13 @@ struct Axis {
 };
 constexpr Axis AXES[] = {{"X:", -70, 70}, {"Y:", -102, 68}, {"Z:", -42, 66}};
 
-/// Reads a number as it will be answered, so that the field shows what is answered.
+/// Reads the number in the way the answer is read, so that the field shows what will be answered.
 gint read_number(GtkSpinButton* field, gdouble* value, gpointer) {
   *value = Q_leading_number(gtk_entry_get_text(GTK_ENTRY(field)));
   return TRUE;
 }
 
-/// Cuts what has been read for a coordinate.
+/// Cuts off the decimals of a coordinate that has been read.
 gint truncate_number(GtkSpinButton*, gdouble* value, gpointer) {
   constexpr double NO_NEGATIVE_ZERO = 0;
   *value = std::trunc(*value) + NO_NEGATIVE_ZERO;

@@ -70,7 +70,7 @@ Q_batch_shown Q_show_batch(std::string_view file_content) {
     shown.text.append(as_shown).append("\n");
   }
   shown.text.pop_back();
-  // Where both are shown alike, a line that is UTF-8 is not to become one that is not.
+  // Where the two look alike, a line that is UTF-8 must not be turned into one that is not.
   for (const std::string& line : lines) shown.bytes.erase(line);
   return shown;
 }

@@ -78,6 +78,12 @@ std::string Q_counted(std::size_t count, const char* one, const char* several) {
   return std::to_string(count) + " " + (count == 1 ? one : several);
 }
 
+std::string Q_sha256(std::string_view bytes) {
+  const Q_g_memory<char> text(g_compute_checksum_for_data(
+      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
+  return text.get();
+}
+
 bool Q_is_control(char character) {
   const auto byte = static_cast<unsigned char>(character);
   return byte < 0x20 || byte == 0x7F;

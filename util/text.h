@@ -29,6 +29,9 @@ double Q_leading_number(std::string_view text);
 /// "1 line", "2 lines".
 std::string Q_counted(std::size_t count, const char* one, const char* several);
 
+/// SHA-256 of the bytes, in hexadecimal.
+std::string Q_sha256(std::string_view bytes);
+
 /// Whether the character is a control character of ASCII.
 bool Q_is_control(char character);
 bool Q_is_utf8(std::string_view text);

@@ -56,7 +56,7 @@ void kvo_enter_folder(const char* folder) {
 }
 
 void kvo_show_title() {
-  // The name of a folder need not be UTF-8, a title must be.
+  // A folder's name need not be UTF-8, but a title must be.
   const Q_g_memory<char> folder(g_filename_display_name(kvo_s_user_dir.c_str()));
   Q_set_title("KVO v%.2f - %s", KVO_VERSION, folder.get());
 }

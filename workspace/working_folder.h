@@ -6,8 +6,8 @@
 #include <string>
 
 /// Why the folder cannot become the working folder, as a message for the user: the settings file
-/// cannot be written, or the folder's study table not be read. Empty when it can. To be asked
-/// before anything is changed.
+/// cannot be written, or the folder's study table cannot be read. Empty when it can. Ask before
+/// anything is changed.
 std::string kvo_folder_refusal(const std::string& folder);
 /// Enters the folder (or the fatal error "Folder '%s' not found"), makes it the working folder and
 /// saves the settings.

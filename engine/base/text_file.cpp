@@ -1,22 +1,19 @@
 #include "engine/base/text_file.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <utility>
 
 #include "engine/base/refusal.h"
-#include "util/handles.h"
 #include "util/q_string.h"
 #include "util/read_file.h"
+#include "util/text.h"
 
 namespace kvo::base {
 
 namespace {
 
-constexpr std::string_view white_space = " \t\n\v\f\r";
 constexpr std::size_t max_any = std::size_t(1) << 30;
 
 [[noreturn]] void refuse(const std::string& path, const std::string& reason) {
@@ -48,7 +45,7 @@ std::vector<TextLine> filled_lines(std::string_view text) {
   for (std::size_t number = 1; !text.empty(); ++number) {
     const std::size_t end = std::min(text.find_first_of("\n\r"), text.size());
     std::string_view line = text.substr(0, end);
-    line = line.substr(0, line.find_last_not_of(white_space) + 1);
+    line = line.substr(0, line.find_last_not_of(Q_WHITE_SPACE) + 1);
     if (!line.empty()) lines.push_back({line, number});
     const std::size_t after = text.substr(end).starts_with("\r\n") ? end + 2 : end + 1;
     text.remove_prefix(std::min(after, text.size()));
@@ -57,19 +54,9 @@ std::vector<TextLine> filled_lines(std::string_view text) {
 }
 
 std::string_view trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(white_space);
+  const std::size_t first = text.find_first_not_of(Q_WHITE_SPACE);
   if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(white_space) - first + 1);
-}
-
-std::vector<std::string_view> words(std::string_view text) {
-  std::vector<std::string_view> found;
-  for (text = trimmed(text); !text.empty(); text = trimmed(text)) {
-    const std::size_t end = std::min(text.find_first_of(white_space), text.size());
-    found.push_back(text.substr(0, end));
-    text.remove_prefix(end);
-  }
-  return found;
+  return text.substr(first, text.find_last_not_of(Q_WHITE_SPACE) - first + 1);
 }
 
 std::optional<double> number_of(std::string_view text) {
@@ -87,15 +74,9 @@ std::string text_of(double number) {
   return {buffer, end};
 }
 
-std::string checksum(std::string_view bytes) {
-  const Q_g_memory<char> text(g_compute_checksum_for_data(
-      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
-  return text.get();
-}
-
 std::string file_checksum(const std::string& path) {
   Q_read_fault fault;
-  return checksum(content_of(path, Q_read_file(path.c_str(), max_any, fault), fault));
+  return Q_sha256(content_of(path, Q_read_file(path.c_str(), max_any, fault), fault));
 }
 
 std::string at_line(const std::string& path, std::size_t line) {

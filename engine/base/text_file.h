@@ -27,19 +27,13 @@ std::vector<TextLine> filled_lines(std::string_view text);
 /// The text without white space at both ends.
 std::string_view trimmed(std::string_view text);
 
-/// The words of a text, which stand between blanks and tabs.
-std::vector<std::string_view> words(std::string_view text);
-
 /// The number that the whole text is, in C notation; nothing when it is none or not finite.
 std::optional<double> number_of(std::string_view text);
 
 /// The shortest decimal text that reads back as the same number.
 std::string text_of(double number);
 
-/// SHA-256 of the bytes, in hexadecimal.
-std::string checksum(std::string_view bytes);
-
-/// checksum() of a file of any kind and up to 1 GiB. Throws Refusal when it cannot be read.
+/// Q_sha256 of a file of any kind and up to 1 GiB. Throws Refusal when it cannot be read.
 std::string file_checksum(const std::string& path);
 
 /// "'path', line 7: " for the beginning of a refusal.

@@ -6,6 +6,7 @@
 #include "engine/base/exists.h"
 #include "engine/base/install.h"
 #include "engine/base/refusal.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::images {
 
@@ -40,7 +41,7 @@ Voxel Mask::voxel(std::size_t n) const {
 }
 
 std::string mask_file(const std::string& name) {
-  return "mask_" + name + ".nii.gz";
+  return KVO_MASK_PREFIX + name + KVO_IMAGE_SUFFIX;
 }
 
 std::string mask_path(const std::string& name) {

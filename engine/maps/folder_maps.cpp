@@ -13,6 +13,7 @@
 #include "kvo_config.h"
 #include "util/q_string.h"
 #include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::maps {
 
@@ -37,7 +38,7 @@ void check_analysis_name(const std::string& name, const StudyTable& table) {
   // The name of a coefficient's map is longer than that of its model.
   if (const char* fault = Q_name_fault(name); fault != nullptr)
     throw Refusal("The name '" + name + "' " + fault + ".");
-  if (name.starts_with("mask_"))
+  if (name.starts_with(KVO_MASK_PREFIX))
     throw Refusal("The name '" + name +
                   "' cannot be used: names that begin with 'mask_' are kept for masks.");
   if (name.ends_with(negative_suffix))
@@ -76,7 +77,7 @@ std::vector<std::string> read_map_list() {
   const std::string text = read_text(map_list_file);
   for (const TextLine& line : filled_lines(text)) {
     std::string name;
-    for (const std::string_view word : words(line.text)) {
+    for (const std::string_view word : Q_words(line.text)) {
       if (!name.empty()) name += ' ';
       name += word;
     }
@@ -88,7 +89,7 @@ std::vector<std::string> read_map_list() {
 std::size_t null_values_of(const std::string& map) {
   const std::string text = read_text(null_list_file);
   for (const TextLine& line : filled_lines(text)) {
-    const std::vector<std::string_view> cells = words(line.text);
+    const std::vector<std::string_view> cells = Q_words(line.text);
     if (cells.size() < 2 || cells[0] != map) continue;
     const std::optional<double> values = number_of(cells[1]);
     if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
@@ -106,7 +107,7 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
   if (!path_exists(analysis_list_file)) return std::nullopt;
   const std::string text = read_text(analysis_list_file);
   for (const TextLine& line : filled_lines(text)) {
-    const std::vector<std::string_view> cells = words(line.text);
+    const std::vector<std::string_view> cells = Q_words(line.text);
     if (line.number == 1 || cells[0] != map) continue;
     const auto count = [&](std::size_t cell) {
       const std::optional<double> number = cells.size() > 3 ? number_of(cells[cell]) : std::nullopt;

@@ -11,11 +11,12 @@
 #include "engine/base/outputs.h"
 #include "engine/maps/maps_layer.h"
 #include "engine/studies/study.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::maps {
 
-inline constexpr const char* map_list_file = "kvo_maps.txt";
-inline constexpr const char* null_list_file = "kvo_nd.txt";
+inline constexpr const char* map_list_file = KVO_MAPS_FILE;
+inline constexpr const char* null_list_file = KVO_ND_FILE;
 inline constexpr const char* analysis_list_file = "kvo_analyses.txt";
 /// What the name of a map has appended where its negative tail is spoken of.
 inline constexpr const char* negative_suffix = "_n";

@@ -5,6 +5,7 @@
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
+#include "util/text.h"
 
 namespace kvo::model {
 
@@ -23,7 +24,7 @@ std::string joined(std::span<const std::string> names, const char* last_separato
 
 std::vector<std::string> model_variables(const std::string& text) {
   std::vector<std::string> variables;
-  for (const std::string_view word : words(text))
+  for (const std::string_view word : Q_words(text))
     if (word != "+") variables.emplace_back(word);
   return variables;
 }

@@ -10,13 +10,11 @@
 #include "engine/results/cluster_table.h"
 #include "engine/results/results.h"
 #include "util/q_string.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::results {
 
 namespace {
-
-// A file name has at most 255 bytes; a temporary name is somewhat longer than the final one.
-constexpr std::size_t longest_base = 235;
 
 std::string image_file(const std::string& base) {
   return base + ".nii.gz";
@@ -30,7 +28,7 @@ std::string threshold_text(double value, int decimals) {
 }
 
 void check_result_name(const std::string& base) {
-  if (base.size() > longest_base)
+  if (base.size() > KVO_RESULT_NAME_MAX)
     throw Refusal("The name of the result, '" + base + "', would be too long for a file.");
   const std::string image = image_file(base);
   std::error_code ignored;

@@ -9,10 +9,11 @@
 
 #include "engine/studies/effect_size.h"
 #include "engine/studies/studies_layer.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::studies {
 
-inline constexpr const char* study_table_file = "kvo_table.txt";
+inline constexpr const char* study_table_file = KVO_TABLE_FILE;
 
 struct Study {
   std::string name;

@@ -9,6 +9,7 @@
 #include "engine/images/image.h"
 #include "engine/images/talairach.h"
 #include "engine/studies/study_rules.h"
+#include "util/text.h"
 
 namespace kvo::studies {
 
@@ -68,7 +69,7 @@ struct Reader {
   void read_peak(const TextLine& line, std::string_view text) {
     std::string blanks(text);
     std::replace(blanks.begin(), blanks.end(), ',', ' ');
-    const std::vector<std::string_view> cells = words(blanks);
+    const std::vector<std::string_view> cells = Q_words(blanks);
     // "1,5 -14 6" would pass for four numbers.
     const auto commas = std::count(text.begin(), text.end(), ',');
     if (commas != 0 && commas != 3)
@@ -115,7 +116,7 @@ StudyPeaks read_peaks(const Study& study) {
     throw Refusal("'" + reader.path + "' has no line '# space: MNI' or '# space: Talairach'.");
   if (reader.space == Space::talairach)
     for (Peak& peak : reader.peaks) peak.mm = mni_of_talairach(peak.mm);
-  return {std::move(reader.peaks), checksum(text), reader.space == Space::talairach,
+  return {std::move(reader.peaks), Q_sha256(text), reader.space == Space::talairach,
           reader.unknown_heights};
 }
 

@@ -11,6 +11,7 @@
 #include "engine/verbs/verbs.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::verbs {
 
@@ -65,7 +66,7 @@ std::string p_file(const std::string& name) {
 void check_names(const MultiRequest& request) {
   if (request.first == request.second)
     throw Refusal("The two meta-analyses have the same name '" + request.first + "'.");
-  if (request.first.starts_with("mask_"))
+  if (request.first.starts_with(KVO_MASK_PREFIX))
     throw Refusal("The name '" + request.first +
                   "' cannot be used: names that begin with 'mask_' are kept for masks.");
   check_result_name(base_of(request));

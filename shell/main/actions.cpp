@@ -72,7 +72,7 @@ GtkActionGroup* kvo3_new_actions() {
     GtkAction* action = gtk_action_new(row.name, row.label, nullptr, row.stock_id);
     if (row.handler != nullptr)
       g_signal_connect(action, "activate", G_CALLBACK(run_handler), nullptr);
-    // The empty accelerator keeps the stock items' own ones away.
+    // Without the empty accelerator, stock items would bring their own.
     gtk_action_group_add_action_with_accel(group, action, "");
     g_object_unref(action);
   }

@@ -130,7 +130,7 @@ void kvo3_main() {
 void kvo3_main_quit() {
   std::fputs("See you soon!\n", stdout);
   std::fflush(stdout);
-  // Before the main loop runs there is none to end.
+  // There is no main loop to end before it has started.
   if (gtk_main_level() == 0) std::exit(0);
   gtk_main_quit();
 }

@@ -28,6 +28,6 @@ bool kvotable_remove_leftover(Q_table& table);
 /// Makes the list "(none)" and the names of all variables but "study", "n1" and "n2", in table
 /// order. Returns its length.
 int kvotable_get_variables(Q_string_list& list);
-/// The same with the variables, whatever their names, whose values are all "0", "1" or "NA". In a
-/// table without studies that is each variable.
+/// The same for the variables, whatever their names, whose values are all "0", "1" or "NA". In a
+/// table without studies that is every variable.
 int kvotable_get_variables_indicator(Q_string_list& list);

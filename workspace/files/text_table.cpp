@@ -95,7 +95,7 @@ std::size_t number_behind(std::string_view content) {
   return number;
 }
 
-/// What loading loses of a line that it has found in the content; empty for nothing.
+/// What loading a line of the content would lose; empty when nothing.
 std::string loss_of(std::string_view content, const Q_line& line, std::size_t columns) {
   if (line.complete && line.consumed == line.text.size())
     return Q_format("it has more than %zu characters", Q_STRING_MAX).str();
@@ -109,7 +109,7 @@ std::string loss_of(std::string_view content, const Q_line& line, std::size_t co
          Q_counted(columns, "column", "columns") + " (each blank, tab or comma begins a new cell)";
 }
 
-/// The new row's slots may have been left by a row that the table had before.
+/// The new row's slots may still hold cells of a row that the table had before.
 void clear_last_row(Q_table& table) {
   const long columns = Q_table_ncol(table);
   const std::size_t first = slot_of(Q_table_nrow(table) - 1, 0, columns);
@@ -119,7 +119,7 @@ void clear_last_row(Q_table& table) {
   if (table.size() < end) table.resize(end);
 }
 
-/// Whether the table of a file can be held. A wide header makes every short line wide.
+/// Whether a file's table is small enough. A wide header makes every short line wide.
 bool fits(std::string_view content) {
   std::size_t columns = 0;
   std::size_t rows = 0;

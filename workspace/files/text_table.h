@@ -23,7 +23,7 @@ long Q_table_nrow(const Q_table& table);
 long Q_table_ncol(const Q_table& table);
 
 /// A cell, or the fatal error "Table does not have this row" or "Table does not have this column".
-/// The reference holds until the table is changed.
+/// The reference is valid until the table is changed.
 const Q_cell& TABLE(const Q_table& table, long row, long column);
 /// Stores a text in a cell, with the checks of TABLE.
 void Q_table_set(Q_table& table, long row, long column, std::string text);
