@@ -90,7 +90,8 @@ struct Layout {
 };
 
 void draw_row(const Canvas& canvas, const Layout& layout, const ForestRow& row, double y) {
-  const auto& [axis, rows, most_weight] = layout;
+  const Axis& axis = layout.axis;
+  const Rows& rows = layout.rows;
   const auto cell = [&](double x, const std::string& text) {
     canvas.text(x, y, text, {.size = rows.font, .colour = ink, .align = Align::right});
   };
@@ -101,7 +102,8 @@ void draw_row(const Canvas& canvas, const Layout& layout, const ForestRow& row, 
   if (!std::isfinite(row.g) || !std::isfinite(row.interval.low + row.interval.high)) return;
   canvas.colour(data_colour);
   draw_interval(canvas, axis, row.interval, y);
-  const double share = most_weight > 0 && row.weight > 0 ? row.weight / most_weight : 0;
+  const double share =
+      layout.most_weight > 0 && row.weight > 0 ? row.weight / layout.most_weight : 0;
   const double side = std::max(2.0, 0.72 * rows.height * std::sqrt(share));
   if (axis.shows(row.g)) canvas.rectangle(axis.at(row.g) - side / 2, y - side / 2, side, side);
 }

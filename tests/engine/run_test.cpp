@@ -236,7 +236,7 @@ TEST(Run, FindsTheProbabilityThatRandomStudiesMeet) {
     for (const std::string& each :
          {"pp gray_matter, " + anisotropy + ", 10, gray_matter, 4000", command})
       ASSERT_EQ(engine.run(each).closing(), "d") << each;
-    const auto value = [&](const char* kind, int x) {
+    const auto value = [&map = map](const char* kind, int x) {
       return double(value_at(read_image(map + "_" + kind + ".nii.gz"), {x, 0, 0}));
     };
     // Four standard errors of a binomial share of 4000.

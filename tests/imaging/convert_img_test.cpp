@@ -74,7 +74,7 @@ class Convert_img : public testing::Test {
     name.ends_with(".gz") ? write_gzip(name, bytes) : write_text(name, bytes);
   }
   static std::string codes_of(const std::string& name) {
-    const Nifti_header& h = std::get<Nifti_image>(nifti_read(name)).header;
+    const Nifti_header h = std::get<Nifti_image>(nifti_read(name)).header;
     return std::to_string(h.intent_code) + " " + std::to_string(h.sform_code);
   }
 
