@@ -87,18 +87,19 @@ class Imgcalc(unittest.TestCase):
                 self.done(source)
                 self.assertEqual(content("x.nii.gz"), first, "the same bytes each time")
                 self.assertEqual(first[:8], b"\x1f\x8b\x08" + bytes(5), "neither name nor time")
-                # nibabel writes no number where there is no scaling.
-                self.assertEqual(numpy.frombuffer(gzip.decompress(first), "<f4", 2, 112).tolist(), [1, 0])
 
     def test_scaled_values_are_stored_as_they_are_meant(self):
-        path = self.image("x.nii", numpy.arange(60, dtype="i2").reshape(5, 4, 3))
-        stored = bytearray(content(path))
-        stored[112:120] = numpy.array([0.5, 2], "<f4").tobytes()
-        with open(path, "wb") as file:
-            file.write(stored)
-        self.done(path)
-        after = nibabel.load("x.nii.gz")
-        self.assertEqual((after.dataobj[4, 3, 2], after.dataobj.slope), (31.5, 1))
+        for scaling, value in (([0.5, 2], 31.5), ([numpy.nan, numpy.nan], 59)):
+            path = self.image("x.nii", numpy.arange(60, dtype="i2").reshape(5, 4, 3))
+            stored = bytearray(content(path))
+            stored[112:120] = numpy.array(scaling, "<f4").tobytes()
+            with open(path, "wb") as file:
+                file.write(stored)
+            self.done(path)
+            self.assertEqual(nibabel.load("x.nii.gz").dataobj[4, 3, 2], value)
+            # Some software computes with what is no number.
+            written = numpy.frombuffer(gzip.decompress(content("x.nii.gz")), "<f4", 2, 112)
+            self.assertEqual(written.tolist(), [1, 0])
 
     def test_declarations_change_the_header_only(self):
         unset = {"intent_p1": 0.0, "intent_p2": 0.0, "intent_name": b""}
