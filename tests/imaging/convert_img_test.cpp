@@ -108,7 +108,7 @@ TEST_F(Convert_img, AsksAndDoesWhatTheRowsSay) {
       {"WORK", work().string()}};
   for (const auto& row : table_rows(CONVERT_IMG_TABLE, words)) {
     const auto &image = row[0], &codes = row[1], &first = row[2], &answers = row[3];
-    SCOPED_TRACE(image + " " + codes + " " + answers);
+    SCOPED_TRACE(testing::PrintToString(row));
     for (const auto& entry : fs::directory_iterator(".")) fs::remove(entry.path());
     make_image(image, codes);
     ASSERT_TRUE(first.empty() || std::system(first.c_str()) == 0);
@@ -213,7 +213,7 @@ TEST_F(Convert_img, ShowsOnlyTheLinesThatMeanSomething) {
 
 TEST_F(Convert_img, OpensThePageOfStatistics) {
   write_program("xdg-open", "#!/bin/sh\necho \"$1\" >opened.part; mv opened.part opened\n");
-  const std::string old_path = getenv("PATH");
+  const std::string old_path = g_getenv("PATH");
   setenv("PATH", (work().string() + ":" + old_path).c_str(), 1);
   kvo3_convert_t();
   EXPECT_TRUE(wait_until([&] { return fs::exists("opened"); }));

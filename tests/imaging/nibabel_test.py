@@ -21,7 +21,7 @@ PACKAGED = "/usr/share/mricron/templates"
 
 BASIC_TYPES = ["u1", "i2", "i4", "f4"]
 OTHER_TYPES = ["f8", "i1", "u2", "u4", "i8", "u8"]
-# Slope and intercept; None leaves them as nibabel does, which writes no number.
+# Slope and intercept; None leaves them as nibabel writes them, 1 and 0.
 SCALINGS = [None, (0, 0), (1, 0), (2, 1), (0.1, -0.3), (-1e-5, 0), (1, 12.5), (3e30, 1e31)]
 SHAPES = [(7, 5, 3), (1, 1, 1), (7, 5, 3, 1), (7, 5, 3, 10), (7, 5, 3, 2, 3), (7, 5, 3, 1, 2, 3),
           (7, 5, 3, 2, 1, 3, 2), (1, 1, 1, 40), (7, 5, 1, 4)]
