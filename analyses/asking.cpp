@@ -5,13 +5,7 @@
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
-
-namespace {
-
-constexpr int BATCH_PANE = 1;
-
-}  // namespace
+#include "workspace/files/file_names.h"
 
 bool kvo_maps_found() {
   if (Q_file_exists("%s", KVO_MAPS_FILE) != 0) return true;
@@ -26,11 +20,11 @@ bool kvo_refused(const std::string& reason) {
 }
 
 void kvo_print_comment(const Kvo_composed& composed) {
-  Q_print("", BATCH_PANE, "%s", Q_markup_escape(composed.comment).c_str());
+  Q_print("", Q_BATCH_PANE, "%s", Q_markup_escape(composed.comment).c_str());
 }
 
 void kvo_run(const Kvo_composed& composed) {
-  // Other work would come between the comment and its command.
+  // So that no other work comes between the comment and its command.
   const Q_input_block block;
   kvo_print_comment(composed);
   kvo3_exec_core(true, "%s", composed.command.c_str());

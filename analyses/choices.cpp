@@ -2,11 +2,10 @@
 
 #include <algorithm>
 
-#include "workspace/study_table.h"
+#include "workspace/files/file_names.h"
+#include "workspace/files/study_table.h"
 
 namespace {
-
-constexpr std::string_view IMAGE_SUFFIX = ".nii.gz";
 
 Q_string_list sorted_after_first(int (*get)(Q_string_list& list)) {
   Q_string_list list;
@@ -27,9 +26,9 @@ Q_string_list kvo_indicator_choices() {
 
 Q_string_list kvo_image_choices(const char* folder, std::string_view prefix) {
   Q_string_list names;
-  Q_ls(names, folder, std::string(prefix).c_str(), std::string(IMAGE_SUFFIX).c_str());
-  for (std::string& name : names)
-    name = name.substr(prefix.size(), name.size() - prefix.size() - IMAGE_SUFFIX.size());
+  Q_ls(names, folder, std::string(prefix).c_str(), KVO_IMAGE_SUFFIX);
+  const std::size_t around = prefix.size() + std::string_view(KVO_IMAGE_SUFFIX).size();
+  for (std::string& name : names) name = name.substr(prefix.size(), name.size() - around);
   std::erase(names, "");
   return names;
 }

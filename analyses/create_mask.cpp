@@ -11,7 +11,7 @@
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 #include "nifti/nifti_file.h"
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
 
 namespace {
 
@@ -32,15 +32,15 @@ enum Mask_type { BY_LABEL = 1, BY_COORDINATE = 2 };
 constexpr const char* REGION_LABEL = "Brain region";
 constexpr const char* NAME_LABEL = "Name (optional)";
 
-/// The region's text as a name that commands can have: two regions have a remark in parentheses.
+/// The region's text as a name for commands, without the remarks in parentheses of two regions.
 std::string region_name(const std::string& region) {
   std::string name = region;
   std::erase_if(name, [](char character) { return character == '(' || character == ')'; });
   return name;
 }
 
-/// Why the installed atlas cannot give the region; empty when it can, and when it cannot be read:
-/// that is for the engine to tell.
+/// Why the installed atlas does not contain the region. Empty when it does, and also when the atlas
+/// cannot be read, which the engine reports.
 std::string atlas_refusal(int region) {
   Nifti_options options;
   options.all_types = true;

@@ -7,6 +7,7 @@
 #include "analyses/names.h"
 #include "dialogs/help.h"
 #include "dialogs/input.h"
+#include "workspace/files/file_names.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ Kvo_composed kvo_compose_extract(const std::string& mask) {
 void kvo3_extract() {
   if (!kvo_maps_found()) return;
   Qs_HelpTopic = "extract";
-  const Q_string_list masks = kvo_image_choices(".", "mask_");
+  const Q_string_list masks = kvo_image_choices(".", KVO_MASK_PREFIX);
   if (kvo_refused(masks.empty() ? NO_MASKS : "")) return;
   std::array<Q_input_item, 1> items;
   Q_input_item_opt(items, 0, MASK_LABEL, masks, 1);

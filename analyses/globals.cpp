@@ -4,7 +4,7 @@
 #include "analyses/choices.h"
 #include "analyses/names.h"
 #include "dialogs/help.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "analyses/composed.h"
 #include "analyses/model.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 /// The warning about the first variable that the calculation needs and the study table does not
 /// have; empty when it has all.

@@ -8,8 +8,8 @@
 #include "shell/command_runner.h"
 #include "shell/console.h"
 #include "util/whole_file.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
-#include "workspace/study_table.h"
 
 namespace {
 
@@ -18,8 +18,8 @@ bool write_file(const std::string& text, const char* consequence) {
   return kvotable_replace(text, Q_write_whole_or_die, consequence);
 }
 
-/// The indicator that tells the engine which studies to take; gone from the table at the end of the
-/// scope, where the file becomes again what it was.
+/// The indicator that tells the engine which studies to use. At the end of the scope it is removed
+/// from the table, and the file gets its former content back.
 class Temporary_variable {
  public:
   /// With the filter's values, or 1 for every study when the filter is empty.
@@ -71,7 +71,7 @@ class Temporary_variable {
 void kvo3_jackknife(Q_string& name, const char* filter) {
   const Kvo_jackknife_plan plan = kvo_plan_jackknife(KVO_TableT, name.str(), filter);
   name = Q_string(plan.name);
-  // Other work would find a study table in between.
+  // So that no other work sees the study table in between.
   const Q_input_block block;
   Temporary_variable variable(filter);
   for (const Kvo_jackknife_run& run : plan.runs)

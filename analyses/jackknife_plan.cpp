@@ -1,16 +1,15 @@
 #include "analyses/jackknife_plan.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <set>
 
 #include "analyses/names.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 
-/// The longest name of a map, and what it leaves to the names of analysis and study around "JK".
+/// The longest name of a map, and how much of it the names of analysis and study around "JK" get.
 constexpr std::size_t MAP_NAME_MAX = 60;
 constexpr std::size_t NAMES_MAX = MAP_NAME_MAX - 2;
 
@@ -23,7 +22,7 @@ std::vector<long> included_columns(const Q_table& study_table, const std::string
   const long row = filter.empty() ? -1 : Q_get_table_row_pos_or_die(study_table, filter.c_str());
   std::vector<long> included;
   for (long column = 1; column < columns; ++column)
-    if (row < 0 || std::strtod(cell(study_table, row, column).c_str(), nullptr) != 0)
+    if (row < 0 || Q_leading_number(cell(study_table, row, column)) != 0)
       included.push_back(column);
   return included;
 }
@@ -32,8 +31,7 @@ std::string cut(const std::string& text, std::size_t limit) {
   return text.substr(0, Q_utf8_cut(text, limit));
 }
 
-/// Gives names that occur twice, or that no map can have, a number at the end, which no other of
-/// the names has.
+/// Appends a number to names that occur twice, or that no map can have, so that all names differ.
 Q_string_list told_apart(const Q_string_list& names) {
   std::set<std::string> taken(names.begin(), names.end());
   std::set<std::string> given;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 /// The mean without one study.
 struct Kvo_jackknife_run {

@@ -7,7 +7,7 @@
 #include "analyses/names.h"
 #include "dialogs/canned.h"
 #include "dialogs/help.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 

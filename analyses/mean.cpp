@@ -12,9 +12,10 @@
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 #include "shell/busy.h"
+#include "workspace/files/file_names.h"
+#include "workspace/files/map_lists.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
-#include "workspace/map_lists.h"
-#include "workspace/study_table.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ std::optional<Kvo_mean_answers> ask() {
                           items[2].value != 0};
 }
 
-/// Why a jackknife must not begin to write the study table's file, for the user; empty when it may.
+/// Tells the user why a jackknife cannot write to the study table's file; empty when it can.
 std::string table_refusal() {
   const std::string obstacle = kvotable_obstacle();
   if (obstacle.empty()) return "";

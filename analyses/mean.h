@@ -5,7 +5,7 @@
 #include <string>
 
 #include "analyses/composed.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 struct Kvo_mean_answers {
   std::string name;    ///< as typed

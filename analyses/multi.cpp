@@ -15,6 +15,7 @@
 #include "util/files.h"
 #include "util/handles.h"
 #include "util/read_file.h"
+#include "workspace/files/file_names.h"
 #include "workspace/settings.h"
 #include "workspace/working_folder.h"
 
@@ -41,11 +42,8 @@ constexpr const char* ADVANCED_MESSAGE =
     "to avoid being too liberal. The method is described in the manual, on the page that Help "
     "opens (";
 
-constexpr const char* P_IMAGE_PATTERN = "*_p.nii.gz";
-constexpr const char* P_IMAGE_SUFFIX = "_p.nii.gz";
-
-/// Bytes that both names may have together: a result's name has 43 more, and 235 at most.
-constexpr std::size_t NAMES_MAX = 192;
+/// Bytes that both names may have together: a result's name has 43 more.
+constexpr std::size_t NAMES_MAX = KVO_RESULT_NAME_MAX - 43;
 
 /// The limits of all probabilities.
 constexpr int PROBABILITY_PRECISION = -5;
@@ -58,11 +56,11 @@ void probability_item(std::span<Q_input_item> items, int index, const char* labe
 }
 
 bool is_p_image(const std::string& path) {
-  return Q_file_exists("%s", path.c_str()) != 0 && path.ends_with(P_IMAGE_SUFFIX);
+  return Q_file_exists("%s", path.c_str()) != 0 && path.ends_with(KVO_P_IMAGE_SUFFIX);
 }
 
 fs::path copy_path(const std::string& folder, const Kvo_multi_study& study) {
-  return fs::path(folder) / (study.name + P_IMAGE_SUFFIX);
+  return fs::path(folder) / (study.name + KVO_P_IMAGE_SUFFIX);
 }
 
 /// Whether both paths lead to the same existing file.
@@ -71,8 +69,8 @@ bool same_file(const fs::path& path, const std::string& other) {
   return fs::equivalent(path, other, not_there);
 }
 
-/// Whether the folder takes a new file. It is tried, because permissions do not tell of everything
-/// that is read-only.
+/// Whether a new file can be made in the folder. This makes one, because permissions alone do not
+/// show everything that is read-only.
 bool takes_files(const std::string& folder) {
   std::string path = folder + "/kvo_XXXXXX";
   const Q_fd file(mkstemp(path.data()));
@@ -85,7 +83,7 @@ bool can_read(const fs::path& path) {
   return fs::is_regular_file(path, failure) && access(path.c_str(), R_OK) == 0;
 }
 
-/// Whether a file can be put at the path, or is there and can be written.
+/// Whether the path is free, or leads to a file that can be written.
 bool can_write(const fs::path& path) {
   std::error_code failure;
   if (fs::symlink_status(path, failure).type() == fs::file_type::not_found) return true;
@@ -93,10 +91,11 @@ bool can_write(const fs::path& path) {
 }
 
 std::optional<Kvo_multi_pair> ask_pair() {
+  const std::string pattern = std::string("*") + KVO_P_IMAGE_SUFFIX;
   std::array<Q_input_item, 4> items;
-  Q_input_item_file(items, 0, "Meta-analysis 1, p-value image", "", P_IMAGE_PATTERN);
+  Q_input_item_file(items, 0, "Meta-analysis 1, p-value image", "", pattern.c_str());
   Q_input_item_str(items, 1, "Meta-analysis 1, short name", "");
-  Q_input_item_file(items, 2, "Meta-analysis 2, p-value image", "", P_IMAGE_PATTERN);
+  Q_input_item_file(items, 2, "Meta-analysis 2, p-value image", "", pattern.c_str());
   Q_input_item_str(items, 3, "Meta-analysis 2, short name", "");
   if (Q_input(IMAGES_MESSAGE, items.size(), items) == 0) return std::nullopt;
   return Kvo_multi_pair{{items[0].text.str(), items[1].text.str()},
@@ -151,7 +150,7 @@ void move_to(const Q_string& folder, const Kvo_multi_pair& pair) {
   kvo_enter_folder(folder.c_str());
   kvo_show_title();
   for (const Kvo_multi_study* study : {&pair.first, &pair.second})
-    Q_cp(study->image.c_str(), "%s%s", study->name.c_str(), P_IMAGE_SUFFIX);
+    Q_cp(study->image.c_str(), "%s%s", study->name.c_str(), KVO_P_IMAGE_SUFFIX);
 }
 
 }  // namespace
@@ -169,11 +168,11 @@ std::string kvo_check_multi_pair(Kvo_multi_pair& pair) {
   if (second.name == first.name) second.name += "_2";
   for (const Kvo_multi_study* study : {&first, &second}) {
     if (std::string reason = kvo_file_name_refusal(study->name); !reason.empty()) return reason;
-    if (study->name.starts_with("mask_"))
+    if (study->name.starts_with(KVO_MASK_PREFIX))
       return Q_format(
-                 "The name '%s' cannot be used: names that begin with 'mask_' are kept for masks. "
+                 "The name '%s' cannot be used: names that begin with '%s' are kept for masks. "
                  "Please change the name and try again.",
-                 study->name.c_str())
+                 study->name.c_str(), KVO_MASK_PREFIX)
           .str();
     if (std::string reason = kvo_path_refusal(study->image); !reason.empty()) return reason;
     if (!can_read(study->image))

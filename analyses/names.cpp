@@ -4,17 +4,17 @@
 
 #include "util/process.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 
-/// Characters that part the words of the command language, which has no quotes of its own.
+/// Characters that separate the words of the command language, which has no quoting.
 constexpr std::string_view NOT_IN_NAMES = " ,=+\"'";
-/// Characters that the shell acts on wherever they stand, those that match file names included.
+/// Characters that the shell acts on anywhere in a word, including those that match file names.
 constexpr std::string_view ACTING = "$`(){}[];&|<>\\*?";
-/// Characters that it acts on at the beginning of a word.
+/// Characters that it acts on only at the beginning of a word.
 constexpr std::string_view ACTING_FIRST = "~#";
-/// Characters that turn the beginning of a file name into something else: a hidden file, an option.
+/// A file name that begins with one of these would be a hidden file or look like an option.
 constexpr std::string_view NOT_FIRST_IN_FILE = ".-";
 
 struct Named_character {
@@ -28,15 +28,10 @@ bool holds(std::string_view set, char character) {
   return set.find(character) != std::string_view::npos;
 }
 
-bool is_control(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return byte < ' ' || byte == 0x7F;
-}
-
 std::string described(char character) {
   for (const Named_character& row : NAMED)
     if (row.character == character) return row.name;
-  if (is_control(character))
+  if (Q_is_control(character))
     return Q_format("the control character %i", static_cast<int>(character)).str();
   return Q_format("the character '%c'", character).str();
 }
@@ -64,7 +59,7 @@ std::string kvo_safe_name(std::string_view typed) {
 
 std::string kvo_name_refusal(std::string_view name) {
   for (const char character : name)
-    if (holds(NOT_IN_NAMES, character) || is_control(character))
+    if (holds(NOT_IN_NAMES, character) || Q_is_control(character))
       return refusal(name, "contains", character);
   return "";
 }
@@ -95,6 +90,6 @@ std::string kvo_file_name_refusal(std::string_view name) {
 
 std::string kvo_path_refusal(std::string_view path) {
   for (const char character : path)
-    if (is_control(character)) return refusal(path, "contains", character);
+    if (Q_is_control(character)) return refusal(path, "contains", character);
   return "";
 }

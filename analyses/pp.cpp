@@ -10,6 +10,7 @@
 #include "dialogs/help.h"
 #include "dialogs/input.h"
 #include "dialogs/message.h"
+#include "workspace/files/file_names.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ struct Images {
 std::optional<Images> find_images() {
   const Q_string share = Q_format("%s/share", kvo_s_dir.c_str());
   Images images{kvo_image_choices(share.c_str(), "cor_"),
-                kvo_image_choices(share.c_str(), "mask_")};
+                kvo_image_choices(share.c_str(), KVO_MASK_PREFIX)};
   if (images.templates.empty())
     Q_input_warning("No correlation templates found in '%s'.", share.c_str());
   else if (images.masks.empty())

@@ -9,7 +9,7 @@
 #include "dialogs/input.h"
 #include "dialogs/message.h"
 #include "util/process.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 namespace {
 

@@ -10,7 +10,8 @@
 
 #include "tests/support/test_folder.h"
 #include "util/read_file.h"
-#include "workspace/study_table.h"
+#include "workspace/files/file_names.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "dialogs/frame.h"
+#include "dialogs/input.h"
 #include "dialogs/widgets.h"
-#include "util/handles.h"
 
 namespace {
 
@@ -46,10 +46,8 @@ bool Q_input_folder(Q_string& folder, const char* title) {
   GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog.get());
   if (!folder.empty()) gtk_file_chooser_set_filename(chooser, folder.c_str());
   Q_add_help_button(dialog.get());
-  const bool opened = dialog.run();
   folder.clear();
-  if (!opened) return false;
-  const Q_g_memory<char> path(gtk_file_chooser_get_filename(chooser));
-  if (path != nullptr) folder = path.get();
+  if (!dialog.run()) return false;
+  Q_input_get_file(dialog.get(), folder);
   return true;
 }

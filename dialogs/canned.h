@@ -11,8 +11,8 @@
 
 /// Asks for one of the options, shown as radio buttons; `position` (from 1) is the default. The
 /// message's first line is the title, the rest the explanation. Position of the chosen option, from
-/// 1; 0 when the user did not press OK. No options, or a default out of range, is an error of the
-/// caller: the first option counts.
+/// 1; 0 when the user did not press OK. Passing no options or a default out of range is a mistake
+/// of the caller; the first option is then the default.
 int Q_input_opt(const char* message, int position, const Q_string_list& options);
 /// The same with the options, n C strings, as arguments.
 template <std::same_as<char>... Chars>

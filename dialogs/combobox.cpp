@@ -3,6 +3,7 @@
 #include "dialogs/shown_text.h"
 #include "dialogs/widgets.h"
 #include "util/handles.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <string>
@@ -40,13 +41,9 @@ std::string folded(const char* text) {
 
 /// Whether the option holds every word of what has been typed; both folded.
 bool holds_all_words(std::string_view option, std::string_view typed) {
-  std::size_t start = 0;
-  while ((start = typed.find_first_not_of(' ', start)) != std::string_view::npos) {
-    const std::size_t end = std::min(typed.find(' ', start), typed.size());
-    if (option.find(typed.substr(start, end - start)) == std::string_view::npos) return false;
-    start = end;
-  }
-  return true;
+  return std::ranges::all_of(Q_words(typed), [option](std::string_view word) {
+    return option.find(word) != std::string_view::npos;
+  });
 }
 
 std::string option_text(GtkTreeModel* model, GtkTreeIter* row) {
@@ -60,7 +57,7 @@ std::string option_text(GtkTreeModel* model, GtkTreeIter* row) {
 /// all its words. -1 when there is none.
 int meant_option(GtkTreeModel* model, const char* typed) {
   const std::string sought = folded(typed);
-  if (sought.find_first_not_of(' ') == std::string::npos) return -1;
+  if (Q_words(sought).empty()) return -1;
   int result = -1;
   int matches = 0;
   GtkTreeIter row;
@@ -85,7 +82,7 @@ int option_meant_by_entry(GtkComboBox* list) {
   return meant_option(gtk_combo_box_get_model(list), gtk_entry_get_text(entry_of(list)));
 }
 
-/// Text that could be several options, or none, cannot be the answer: OK waits until it is clear.
+/// Text that matches several options, or none, cannot be the answer: OK is off until one is meant.
 void follow_text(GtkComboBox* list, gpointer) {
   const int active = gtk_combo_box_get_active(list);
   if (active >= 0) g_object_set_data(G_OBJECT(list), LAST_CHOICE, GINT_TO_POINTER(active + 1));
@@ -96,7 +93,7 @@ void follow_text(GtkComboBox* list, gpointer) {
                                     empty || option_meant_by_entry(list) >= 0);
 }
 
-/// Leaves an option's whole text in the field: the one meant, else the last choice.
+/// Completes the field to an option's whole text: the one meant, else the last one chosen.
 void settle(GtkComboBox* list) {
   if (gtk_combo_box_get_active(list) >= 0) return;
   const int meant = option_meant_by_entry(list);

@@ -7,7 +7,7 @@
 namespace {
 
 constexpr int HELP_BUTTON_PADDING = 10;
-/// Blank at both sides of the explanation, which puts it under the title.
+/// Space on both sides of the explanation, which lines it up with the title.
 constexpr int EXPLANATION_PADDING = 17;
 
 }  // namespace
@@ -75,9 +75,9 @@ void Q_dialog::add(GtkWidget* widget) {
 
 bool Q_dialog::run() {
   if (gtk_dialog_run(GTK_DIALOG(dialog_)) != GTK_RESPONSE_OK) return false;
-  // An answer given from the keyboard (Alt and a letter) does not leave the field that was typed
-  // in. A file chooser has settled its choice with the answer, and tells by the focus and the focus
-  // before it whether that is the path typed or the file clicked.
+  // Answering from the keyboard (Alt and a letter) leaves the focus in the field. A file chooser
+  // has made its choice by now, and goes by the focus to tell a path that was typed from a file
+  // that was clicked.
   if (!GTK_IS_FILE_CHOOSER(dialog_)) gtk_window_set_focus(GTK_WINDOW(dialog_), nullptr);
   return true;
 }

@@ -17,7 +17,7 @@ Q_message_parts Q_split_message(std::string_view message);
 /// A modal dialog, not yet shown, with the buttons Cancel and OK and on request Help, which opens
 /// the current help topic. The message's first non-empty line is the title, shown as "[ %s ]"; the
 /// rest is the explanation, a wrapped label under it. Both are plain text. The caller adds its
-/// fields to the content area, runs the dialog and destroys it. No answer is the default.
+/// fields to the content area, runs the dialog and destroys it. There is no default button.
 GtkWidget* Q_input_new_dialog(const char* message, bool with_help);
 
 /// A button, not shown, labelled with a blank and the label, with the stock image and the tooltip
@@ -41,8 +41,8 @@ class Q_dialog {
   /// Adds a widget to the content area, under the explanation, and shows it.
   void add(GtkWidget* widget);
   /// Runs the dialog modally; true when the answer is OK. Cancel, Escape and the window's close
-  /// button are refusals. After OK the field with the focus has been left, so that what was typed
-  /// into it is settled; in a file chooser it has not, since the choice depends on it.
+  /// button count as refusal. After OK the focus is taken from the field that had it, so that what
+  /// was typed there takes effect; a file chooser keeps the focus, since its choice depends on it.
   [[nodiscard]] bool run();
 
  private:

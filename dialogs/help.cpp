@@ -6,6 +6,7 @@
 
 #include "util/process.h"
 #include "util/site_address.h"
+#include "util/text.h"
 
 Q_string Qs_HelpURL;
 Q_string Qs_HelpTopic;
@@ -14,8 +15,7 @@ namespace {
 
 /// Whether a character acts inside the double quotes of a shell command, or ends the command.
 bool means_something_to_the_shell(char character) {
-  return std::string_view("\"\\$`").find(character) != std::string_view::npos ||
-         g_ascii_iscntrl(character);
+  return Q_ACTS_IN_QUOTES.find(character) != std::string_view::npos || Q_is_control(character);
 }
 
 }  // namespace

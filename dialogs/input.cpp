@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cassert>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
 #include <vector>
 
@@ -101,11 +100,7 @@ const Kind& kind_of(const Q_input_item& item) {
   return *found;
 }
 
-double leading_number(GtkWidget* field) {
-  return std::strtod(gtk_entry_get_text(GTK_ENTRY(field)), nullptr);
-}
-
-/// A coordinate's number; what no coordinate can be becomes the nearest one that is.
+/// A coordinate's number, brought into the range that a coordinate can hold.
 std::int16_t leading_coordinate(GtkWidget* field) {
   using Limits = std::numeric_limits<std::int16_t>;
   const float number = Q_input_get_num(field);
@@ -141,7 +136,7 @@ void Q_input_get_str(GtkWidget* entry, Q_string& text) {
 }
 
 float Q_input_get_num(GtkWidget* field) {
-  return static_cast<float>(leading_number(field));
+  return static_cast<float>(Q_leading_number(gtk_entry_get_text(GTK_ENTRY(field))));
 }
 
 void Q_input_get_file(GtkWidget* chooser, Q_string& text) {

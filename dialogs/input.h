@@ -28,7 +28,7 @@ int Q_input(const char* message, int n, std::span<Q_input_item> items);
 void Q_input_get_str(GtkWidget* entry, Q_string& text);
 /// The number that the field's text begins with, 0 when there is none.
 float Q_input_get_num(GtkWidget* field);
-/// The chosen file's absolute path; empty when there is none.
+/// The absolute path of the file or folder chosen, also in a dialog; empty when there is none.
 void Q_input_get_file(GtkWidget* chooser, Q_string& text);
 /// The numbers that the three texts begin with, truncated toward zero.
 Q_voxel Q_input_get_voxel(const Q_voxel_widgets& widgets);

@@ -14,7 +14,7 @@ Q_input_item& begin(std::span<Q_input_item> items, int index, const char* label,
   return item;
 }
 
-/// Points the item's options at texts; what must be kept for that is kept in `owned`.
+/// Points the item's options at texts; `owned` keeps the array of pointers alive.
 void point_at(Q_input_item& item, std::unique_ptr<Q_item_options> owned,
               const Q_string_list& texts) {
   for (const std::string& text : texts) owned->pointers.push_back(text.c_str());

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cassert>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 
 #include "dialogs/shown_text.h"
 #include "util/q_string.h"
+#include "util/text.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr int TABLE_BORDER = 10;
 constexpr int RADIO_SPACING = 2;
 constexpr int RADIO_PADDING = 2;
 constexpr int VOXEL_SPACING = 5;
-/// Widths in characters, so that a field is neither a slit nor as wide as a long explanation.
+/// Widths in characters, so that a field is neither tiny nor as wide as a long explanation.
 constexpr int NUMBER_WIDTH = 8;
 constexpr int TEXT_WIDTH = 30;
 
@@ -29,10 +29,16 @@ struct Axis {
 };
 constexpr Axis AXES[] = {{"X:", -70, 70}, {"Y:", -102, 68}, {"Z:", -42, 66}};
 
-/// Reads a coordinate as it will be answered, so that the field shows what is answered.
-gint truncate_input(GtkSpinButton* field, gdouble* value, gpointer) {
+/// Reads the number in the way the answer is read, so that the field shows what will be answered.
+gint read_number(GtkSpinButton* field, gdouble* value, gpointer) {
+  *value = Q_leading_number(gtk_entry_get_text(GTK_ENTRY(field)));
+  return TRUE;
+}
+
+/// Cuts off the decimals of a coordinate that has been read.
+gint truncate_number(GtkSpinButton*, gdouble* value, gpointer) {
   constexpr double NO_NEGATIVE_ZERO = 0;
-  *value = std::trunc(g_strtod(gtk_entry_get_text(GTK_ENTRY(field)), nullptr)) + NO_NEGATIVE_ZERO;
+  *value = std::trunc(*value) + NO_NEGATIVE_ZERO;
   return TRUE;
 }
 
@@ -72,6 +78,7 @@ GtkWidget* Q_input_new_float(int precision, double value, double min, double max
   GtkObject* adjustment = gtk_adjustment_new(value, min, max, step, std::pow(10, precision + 1), 0);
   GtkWidget* field =
       gtk_spin_button_new(GTK_ADJUSTMENT(adjustment), 0, static_cast<guint>(decimals));
+  g_signal_connect(field, "input", G_CALLBACK(read_number), nullptr);
   gtk_entry_set_width_chars(GTK_ENTRY(field), NUMBER_WIDTH);
   gtk_widget_set_tooltip_text(field,
                               Q_format("From %.*f to %.*f", decimals, min, decimals, max).c_str());
@@ -110,7 +117,7 @@ void Q_input_new_voxel(Q_voxel_widgets& widgets, Q_voxel voxel) {
   widgets[0] = row;
   for (std::size_t axis = 0; axis < std::size(AXES); ++axis) {
     GtkWidget* field = Q_input_new_float(0, start[axis], AXES[axis].min, AXES[axis].max);
-    g_signal_connect(field, "input", G_CALLBACK(truncate_input), nullptr);
+    g_signal_connect(field, "input", G_CALLBACK(truncate_number), nullptr);
     GtkWidget* label = gtk_label_new(AXES[axis].label);
     gtk_label_set_mnemonic_widget(GTK_LABEL(label), field);
     gtk_box_pack_start(GTK_BOX(row), label, TRUE, TRUE, 0);

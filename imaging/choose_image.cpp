@@ -4,6 +4,7 @@
 
 #include "dialogs/frame.h"
 #include "dialogs/help.h"
+#include "dialogs/input.h"
 #include "util/files.h"
 
 namespace {
@@ -62,7 +63,7 @@ std::optional<std::string> kvo3_choose_image() {
   Q_getdir(folder);
   gtk_file_chooser_set_current_folder(chooser, folder.c_str());
   if (!dialog.run()) return std::nullopt;
-  const Q_g_memory<char> path(gtk_file_chooser_get_filename(chooser));
-  if (path == nullptr) return std::nullopt;
-  return path.get();
+  Q_string path;
+  Q_input_get_file(dialog.get(), path);
+  return path.empty() ? std::nullopt : std::optional(path.str());
 }

@@ -1,6 +1,7 @@
 #include "imaging/convert_actions.h"
 
 #include "nifti/nifti_header.h"
+#include "util/process.h"
 
 namespace {
 
@@ -80,5 +81,6 @@ std::string kvo_compressed_path(const std::string& path) {
 }
 
 bool kvo_path_fits_command(const std::string& path) {
-  return path.find_first_of("\"`$\\\n") == std::string::npos;
+  return path.find_first_of(Q_ACTS_IN_QUOTES) == std::string::npos &&
+         path.find('\n') == std::string::npos;
 }

@@ -49,8 +49,8 @@ constexpr const char* DEGREES_OF_FREEDOM =
 
 enum class Step { go_on, stop };
 
-/// Whether the compressed file would take the place of the image that it is made of, or of the
-/// voxels of a pair: a link leads there.
+/// Whether writing the compressed file would overwrite the image that it is made from, or the
+/// voxels of a pair, because a link leads there.
 bool leads_to_image(const std::string& compressed, const std::string& path) {
   std::error_code not_there;
   const std::string voxels = path.substr(0, path.size() - 3) + "img";

@@ -8,7 +8,7 @@
 #include "util/files.h"
 #include "util/site_address.h"
 #include "util/whole_file.h"
-#include "workspace/settings_file.h"
+#include "workspace/files/settings_file.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dialogs/frame.h"
 #include "dialogs/message.h"
@@ -26,6 +26,7 @@
 #include "util/process.h"
 #include "util/q_string.h"
 #include "util/read_file.h"
+#include "util/text.h"
 
 namespace {
 
@@ -34,16 +35,16 @@ using Clock = std::chrono::steady_clock;
 /// wget waits this long for each of look-up, connection and reading.
 constexpr int WGET_TIMEOUT_S = 2;
 constexpr auto PATIENCE = std::chrono::seconds(3 * WGET_TIMEOUT_S);
-/// A longer version file is not read to its end. The first line of any is.
+/// Of a longer version file only the beginning is read, which always includes the first line.
 constexpr std::size_t LONGEST_REPLY = std::size_t{1} << 16;
 static_assert(LONGEST_REPLY > Q_STRING_MAX);
 constexpr std::size_t LARGEST_UPDATE = std::size_t{1} << 30;
 
 static_assert(std::string_view(KVO_UPDATE_URL).starts_with("https://"));
 
-/// What stands before wget for a site. wget follows a redirect to an address without encryption,
-/// where anybody on the way could forge the answer, and no option forbids it; through a proxy with
-/// an impossible port nothing comes from there.
+/// What is put in front of wget for a site. wget follows redirects to unencrypted addresses, where
+/// anyone on the way could forge the answer, and has no option against it. With a proxy on an
+/// impossible port, such requests fail.
 const char* environment_for(const char* site) {
   constexpr const char* ENCRYPTED_ONLY =
       "http_proxy=http://127.0.0.1:0/ ftp_proxy=http://127.0.0.1:0/ no_proxy= ";
@@ -63,8 +64,8 @@ struct Reply {
   bool whole = false;  ///< to its end
 };
 
-/// Reads on until the reply is whole, too long or too late: a time-out for each read, which is all
-/// that wget has, never ends with a site that drips.
+/// Reads until the reply is complete, too long or too late. wget's own time-out is for each read,
+/// so a site that sends a byte now and then would hold it up forever.
 Reply reply_of(int fd) {
   const Clock::time_point end = Clock::now() + PATIENCE;
   Reply reply;
@@ -104,12 +105,10 @@ struct Description {
 std::optional<Description> description_in(const Reply& reply) {
   bool describes = !reply.whole;
   for (const std::string_view line : Q_split_lines(reply.text)) {
-    std::istringstream words{std::string(line)};
-    std::string name;
-    Description description;
-    words >> name >> description.size >> description.checksum;
-    if (name == update_name()) return description;
-    describes = describes || name.starts_with("update");
+    const std::vector<std::string_view> words = Q_words(line);
+    const auto word = [&words](std::size_t i) { return i < words.size() ? words[i] : ""; };
+    if (word(0) == update_name()) return Description{std::string(word(1)), std::string(word(2))};
+    describes = describes || word(0).starts_with("update");
   }
   return describes ? std::optional(Description()) : std::nullopt;
 }
@@ -126,16 +125,15 @@ std::string mismatch(const char* path, const Description& description) {
   if (!content) return "it " + fault.text;
   const std::string size = std::to_string(content->size());
   if (size != description.size)
-    return "it has " + size + " bytes instead of the " + description.size + " that the site states";
-  const Q_g_memory<char> checksum(g_compute_checksum_for_data(
-      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(content->data()), content->size()));
-  return description.checksum == checksum.get()
+    return "its size in bytes is " + size + " instead of the " + description.size +
+           " that the site states";
+  return description.checksum == Q_sha256(*content)
              ? ""
              : "its checksum is not the one that the site states";
 }
 
-/// A new folder of the installation that nobody else can enter or guess the name of. It goes with
-/// all that it holds.
+/// A new folder in the installation that nobody else can enter and whose name nobody can guess. It
+/// is removed with everything in it.
 class Private_folder {
  public:
   Private_folder() : path_(kvo_s_dir.str() + "/.update-XXXXXX") {
@@ -161,7 +159,7 @@ bool user_accepts() {
   return dialog.run();
 }
 
-/// Stores the update program. Why that has failed; empty when it has not.
+/// Downloads and stores the update program. Returns why that failed; empty when it did not.
 std::string download(const char* site, const std::optional<Description>& description) {
   const Private_folder folder;
   if (folder.path().empty()) return file_error();
@@ -171,14 +169,14 @@ std::string download(const char* site, const std::optional<Description>& descrip
   std::string fault = description ? mismatch(file.c_str(), *description) : "";
   if (!fault.empty()) return fault;
   Q_chmod_x("%s", file.c_str());
-  // An update that is there already may be running, and keeps its own file.
+  // An earlier update may be running; it keeps its own file.
   return rename(file.c_str(), (kvo_s_dir.str() + "/update").c_str()) == 0 ? "" : file_error();
 }
 
 }  // namespace
 
 bool kvo_is_newer_version(const char* reply_line) {
-  const double version = std::strtod(reply_line, nullptr);
+  const double version = Q_leading_number(reply_line);
   return std::isfinite(version) && std::floor(version * 100) > KVO_VERSION * 100;
 }
 
@@ -186,7 +184,7 @@ Update kvo_offer_update(const char* site) {
   const Reply reply = version_file(site);
   if (!kvo_is_newer_version(version_in(reply).c_str())) return Update::NONE_KNOWN;
   if (!user_accepts()) return Update::DECLINED;
-  // Lets the dialog go from the screen: nothing is drawn during the download.
+  // Lets the dialog disappear from the screen: nothing is drawn during the download.
   Q_process_events();
   const std::string fault = download(site, description_in(reply));
   if (fault.empty()) return Update::DOWNLOADED;

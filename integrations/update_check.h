@@ -3,8 +3,8 @@
 // Asks for a newer version at the address that the program was built with, and nowhere else.
 
 /// Whether the first line of the site's version file names a newer version than this program's: it
-/// begins with a number whose hundredths, rounded down, exceed the own version's. Text that only
-/// reads like infinity ("Information", say) names none.
+/// begins with a number whose hundredths, rounded down, exceed those of this version. Text that
+/// only looks like infinity ("Information", say) does not count.
 bool kvo_is_newer_version(const char* reply_line);
 
 enum class Update {
@@ -22,9 +22,8 @@ enum class Update {
 /// so is one that a site which describes others does not describe. Where nothing is described,
 /// whether the download succeeds is not looked at.
 ///
-/// A site that does not answer holds the program up for as
-/// long as wget's own time-outs for look-up, connection and reading together (6 s), whatever it
-/// sends meanwhile.
+/// A site that does not answer holds the program up for no longer than wget's time-outs for
+/// look-up, connection and reading together (6 s), whatever it sends meanwhile.
 Update kvo_offer_update(const char* site);
 
 /// kvo_offer_update of the configured address. True when the user declined a newer version or its

@@ -68,7 +68,9 @@ install_packages() {
 # build PRESET [TARGET...]: one line of progress; what the compiler says is shown when it fails.
 build() {
   local preset=$1 log=build/$1.build.log targets=("${@:2}")
+  # Begun anew where an older version, or an interrupted run, left what does not fit any more.
   cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 ||
+    cmake --fresh --preset "$preset" >"build/$preset.configure.log" 2>&1 ||
     { cat "build/$preset.configure.log" >&2; die "the build could not be configured (see above)"; }
   echo "Compiling ($preset)"
   if ! cmake --build "build/$preset" ${targets:+--target "${targets[@]}"} 2>&1 | tee "$log" | show_progress; then

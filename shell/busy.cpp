@@ -22,7 +22,7 @@ void show(const char* name) {
   if (Qw_Window != nullptr) gtk_window_set_transient_for(window, GTK_WINDOW(Qw_Window));
   g_signal_connect(window, "delete-event", G_CALLBACK(gtk_true), nullptr);
   Qw_WorkingWindowLabel = gtk_label_new(text.c_str());
-  // A long step must not make the pop-up wider than the screen.
+  // So that a long step does not make the pop-up wider than the screen.
   gtk_label_set_ellipsize(GTK_LABEL(Qw_WorkingWindowLabel), PANGO_ELLIPSIZE_END);
   gtk_container_add(GTK_CONTAINER(window), Qw_WorkingWindowLabel);
   g_signal_connect(window, "destroy", G_CALLBACK(gtk_widget_destroyed), &Qw_WorkingWindow);
@@ -44,7 +44,7 @@ void hide() {
 int Q_input_block::number_ = 0;
 
 Q_input_block::Q_input_block() : widget_(gtk_invisible_new()) {
-  // The pop-up and dialogs grab the input after it and so have it while they are shown.
+  // The pop-up and dialogs take their grab later, so input goes to them while they are shown.
   gtk_grab_add(widget_);
   ++number_;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the user sees and cannot do while a companion program works: the modal pop-up that stands
-// over the main window, and the block of its input.
+// While a companion program works: the modal pop-up over the main window, and the block that keeps
+// input from the window.
 
 #include <gtk/gtk.h>
 
@@ -11,9 +11,8 @@ extern GtkWidget* Qw_WorkingWindowLabel;
 /// True while the pop-up exists.
 extern bool Q_busy;
 
-/// Keeps the user's input from the main window while it exists, also where no pop-up is shown:
-/// before, between and after the runs of companion programs that make up one piece of work. They
-/// nest.
+/// Keeps the user's input from the main window as long as it exists, even when no pop-up is shown:
+/// before, between and after the runs that make up one piece of work. Blocks can be nested.
 class Q_input_block {
  public:
   Q_input_block();
@@ -21,7 +20,7 @@ class Q_input_block {
   Q_input_block& operator=(const Q_input_block&) = delete;
   ~Q_input_block();
 
-  /// Whether one exists, so that no other work may begin.
+  /// Whether there is one now; then no other work may begin.
   static bool exists() { return number_ > 0; }
 
  private:

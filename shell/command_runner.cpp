@@ -19,7 +19,7 @@ constexpr guint ENTER_KEYS[] = {GDK_KEY_Return, GDK_KEY_KP_Enter, GDK_KEY_ISO_En
                                 GDK_KEY_3270_Enter};
 
 void show(const Engine_event& event) {
-  // A C string ends at a zero byte; what stands behind one is no text.
+  // A C string ends at a zero byte, so whatever follows one is not shown.
   const std::string text(event.text.substr(0, event.text.find('\0')));
   switch (event.kind) {
     case Engine_line::empty:
@@ -56,12 +56,12 @@ void show(const Engine_event& event) {
   }
 }
 
-/// Shows the events of a run. Plain output lines share a print while the engine is ahead of the
-/// console: each print costs a tag, and the toolkit searches all tags of a buffer for each new one,
-/// so that a print for each of very many lines takes time that grows with their square.
+/// Shows the events of a run. While the engine is ahead of the console, plain output lines are
+/// printed together: each print adds a tag, and the toolkit searches all tags of a buffer whenever
+/// one is added, so printing very many lines one by one would take quadratic time.
 class Event_printer {
  public:
-  /// `more` tells that another event follows at once.
+  /// `more`: another event is there already.
   void print(const Engine_event& event, bool more) {
     const bool joins = can_share_print(event);
     if (joins) {
@@ -75,7 +75,7 @@ class Event_printer {
  private:
   static constexpr int MOST_LINES = 50;  // about what a pane shows at a time
 
-  /// Whether the text is valid, and stays so with any other such text before and behind it.
+  /// Whether the text is valid markup, and stays valid next to any other text of this kind.
   static bool can_share_print(const Engine_event& event) {
     if (event.kind != Engine_line::output) return false;
     constexpr std::string_view ACTS_BEYOND_ITSELF("<\0", 2);
@@ -111,7 +111,7 @@ gboolean on_focus_out(GtkWidget* entry, GdkEventFocus* /*event*/, gpointer /*dat
   return FALSE;
 }
 
-/// Runs what is no comment; false when the user has ended it.
+/// Runs a command that is not a comment; false when the user has ended it.
 bool run(const std::string& command) {
   Event_printer printer;
   bool cancelled = false;
@@ -142,7 +142,7 @@ bool kvo3_exec_core(bool record, const char* format, ...) {
     return !Q_console_gone();
   }
   Q_print(Q_BLUE, 0, "%s\n", markup.c_str());
-  if (record) Q_print("", 1, "%s\n\n", markup.c_str());
+  if (record) Q_print("", Q_BATCH_PANE, "%s\n\n", markup.c_str());
   return !Q_console_gone() && run(command.str());
 }
 
@@ -154,7 +154,8 @@ void kvo3_connect_entry(GtkWidget* entry) {
 
 gboolean kvo3_core(GtkWidget* entry, GdkEventKey* event, gpointer /*data*/) {
   if (!is_enter(event)) return FALSE;
-  // An Enter that went down elsewhere, in a dialog that it closed say, is not meant for the field.
+  // An Enter that was pressed elsewhere, say in a dialog that it closed, is not meant for the
+  // field.
   if (g_object_steal_data(G_OBJECT(entry), ENTER_IS_DOWN) == nullptr) return FALSE;
   if (Q_input_block::exists()) return FALSE;
   Q_string command(gtk_entry_get_text(GTK_ENTRY(entry)));
@@ -163,7 +164,7 @@ gboolean kvo3_core(GtkWidget* entry, GdkEventKey* event, gpointer /*data*/) {
   gtk_entry_set_text(GTK_ENTRY(entry), "");
   gtk_combo_box_append_text(GTK_COMBO_BOX(gtk_widget_get_parent(entry)), command.c_str());
   Q_trim(command);
-  Q_print("", 1, "# User command:\n");
+  Q_print("", Q_BATCH_PANE, "# User command:\n");
   kvo3_exec_core(true, "%s", command.c_str());
   return FALSE;
 }

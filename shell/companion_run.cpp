@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* NAME = "KVO";
 
-/// Why a program is gone that has not said so itself.
+/// Why a program is gone that did not say so itself.
 std::string reason(std::optional<int> wait_status) {
   if (!wait_status) return "for an unknown reason";
   std::string text = Q_wait_status_text(*wait_status);
@@ -27,7 +27,7 @@ std::string reason(std::optional<int> wait_status) {
 std::optional<std::string> follow(Q_follower& output, Q_watched_command& program,
                                   const Q_line_taker& take_line) {
   while (!Q_console_gone()) {
-    // Asked before the read: what the program wrote before its end is then sure to be read.
+    // Checked before reading, so that everything the program wrote before it ended is read.
     const bool ended = program.ended();
     const std::optional<std::string> line = output.next_line(ended);
     if (line) {
@@ -42,7 +42,7 @@ std::optional<std::string> follow(Q_follower& output, Q_watched_command& program
   return "the window has been closed";
 }
 
-/// Hands on what the shell has to say when it, and not the program, has failed.
+/// Passes on the shell's complaint when the shell itself failed, not the program.
 void report_complaint(const std::string& command_line, std::optional<int> wait_status,
                       const Q_line_taker& take_line) {
   if (!wait_status || *wait_status == 0 || !WIFEXITED(*wait_status)) return;

@@ -12,8 +12,8 @@
 /// there already. True ends the run.
 using Q_line_taker = std::function<bool(const std::string& line, bool more)>;
 
-/// A run, from the echo of its command to the last of what is printed about it. The main window
-/// takes no input meanwhile, and a run that begins all the same, by whatever way, is to be refused.
+/// A run, from the echo of its command to the last line that is printed about it. The main window
+/// takes no input meanwhile, and any other run that is started in spite of that must be refused.
 class Q_run {
  public:
   Q_run() : is_only_(!exists_) { exists_ = true; }
@@ -36,8 +36,9 @@ class Q_run {
 /// they are, shows the busy pop-up and hands each line of the program's standard output to
 /// `take_line` until that returns true or the program is gone. The output goes through a temporary
 /// file of the working folder, which is removed at the end. When the user closes the main window,
-/// the run ends at once, while the program goes on to its own end. Nothing when `take_line` ended
-/// the run, else why the program or the window is gone, as plain text; what the shell says of a
-/// command line that it cannot read is handed on as lines before.
+/// the run ends at once, while the program carries on to its own end. Returns nothing when
+/// `take_line` ended the run, else why the program or the window is gone, as plain text. The
+/// shell's complaint about a command line that it cannot parse is handed to `take_line` before
+/// that.
 std::optional<std::string> Q_run_companion(const char* program, const std::string& arguments,
                                            const Q_line_taker& take_line);

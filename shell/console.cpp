@@ -31,7 +31,8 @@ void print_stamped(int pane, const char* grey_text, const char* text) {
           text);
 }
 
-/// The text with the characters that its entities stand for. Tags stay as they are.
+/// The text with its entities replaced by the characters they stand for. Text with tags stays as it
+/// is.
 std::string without_entities(const std::string& text) {
   char* raw = nullptr;
   if (text.find('<') == std::string::npos)
@@ -45,13 +46,13 @@ void append_markup(int pane, const std::string& markup) {
   if (buffer == nullptr) return;
   GtkTextIter end;
   gtk_text_buffer_get_end_iter(buffer, &end);
-  // A record never continues a line of the script that the user has left open.
+  // A recorded command never continues a line that the user has left open.
   if (pane == Q_BATCH_PANE && !markup.empty() && !gtk_text_iter_starts_line(&end))
     gtk_text_buffer_insert(buffer, &end, "\n", 1);
   gtk_text_buffer_real_insert_markup(buffer, &end, markup.c_str(), nullptr);
 }
 
-/// Empties a pane's slot before its widgets go.
+/// Empties a pane's slot before its widgets are destroyed.
 void forget_pane(GtkWidget* view, gpointer /*data*/) {
   const auto slot = std::ranges::find(Qw_v_OutputView, view) - Qw_v_OutputView.begin();
   if (static_cast<std::size_t>(slot) == Qw_v_OutputView.size()) return;
@@ -76,8 +77,8 @@ bool Q_console_gone() {
 }
 
 void Q_print(const char* attributes, int pane, const char* format, ...) {
-  // A full Q string that is printed with a line feed or a span around it is longer than a Q string
-  // and must not lose its end.
+  // A full Q string with a line feed or a span around it is longer than a Q string can be, and must
+  // not lose its end.
   std::va_list arguments;
   va_start(arguments, format);
   std::string markup = Q_vformat(format, arguments);
@@ -138,7 +139,7 @@ GtkWidget* Q_input_new_textframe(GtkTextBuffer* /*buffer*/, GtkWidget* view, boo
   gtk_text_view_set_left_margin(text_view, VIEW_MARGIN);
   gtk_text_view_set_right_margin(text_view, VIEW_MARGIN);
   gtk_text_view_set_wrap_mode(text_view, GTK_WRAP_WORD);
-  // A view asks for the width of its longest word, which would make the window as wide.
+  // A view asks for the width of its longest word, which would widen the window.
   gtk_widget_set_size_request(view, 1, -1);
   // The text stands on the base colour; the margins around it are painted in the other one.
   const GdkColor white{0, 65535, 65535, 65535};

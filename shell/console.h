@@ -14,8 +14,8 @@ extern std::array<GtkWidget*, 100> Qw_v_OutputView;
 
 /// Makes the pane of a slot and returns the frame that holds it.
 GtkWidget* Q_new_pane(std::size_t slot, bool editable);
-/// Whether the main pane is gone: the user has closed the window, and work that goes on has nobody
-/// to go on for. What is printed now is lost.
+/// Whether the main pane is gone: the user has closed the window, so work in progress has no one
+/// left to do it for. Anything printed now is lost.
 bool Q_console_gone();
 
 /// The slot of the batch pane.

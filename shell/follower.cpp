@@ -76,6 +76,6 @@ void Q_follower::wait(const Q_watched_command& writer) const {
   if (writer.fd() >= 0)
     end = Q_source(g_unix_fd_add(writer.fd(), static_cast<GIOCondition>(G_IO_IN | G_IO_HUP),
                                  on_readable, nullptr));
-  // The sources that come and go wake the loop too, with nothing handled.
+  // Adding and removing sources also wakes the loop, without anything being handled.
   while (g_main_context_iteration(nullptr, TRUE) == FALSE) continue;
 }

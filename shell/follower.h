@@ -1,8 +1,8 @@
 #pragma once
 
-// Following of a file that another process appends to. Answers three problems: the end of the file
-// is never final; waiting for more must cost next to nothing and still serve the window; and the
-// writer may be gone without having said so.
+// Following a file that another process appends to. There are three difficulties: the end of the
+// file is never final; waiting for more must cost next to nothing and keep the window alive; and
+// the writer may disappear without saying so.
 
 #include <cstdint>
 #include <optional>
@@ -38,7 +38,7 @@ class Q_follower {
   Q_fd growth_;       // inotify; without one only the time ends a wait
   std::string data_;  // read and not yet consumed from position_ on
   std::size_t position_ = 0;
-  // When a read first found nothing new, in microseconds of the monotonic clock. Counted from there
-  // and not from the last growth: while lines are being shown, nobody looks whether the file grows.
+  // When a read first found nothing new, in microseconds of the monotonic clock. Not when the file
+  // last grew: while lines are being shown, nobody checks whether it grows.
   std::optional<std::int64_t> resting_since_;
 };

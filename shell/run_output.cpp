@@ -17,7 +17,7 @@ namespace {
 constexpr std::string_view PREFIX = "kvo_";
 constexpr std::string_view SUFFIX = ".tmp";
 
-/// Whether the lock could be had, or files of this place cannot be locked.
+/// Whether the file is locked now, or this file system has no locks.
 bool lock(const Q_fd& fd) {
   return flock(fd.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
@@ -33,7 +33,7 @@ bool is_output_name(const std::string& name) {
   return !id.empty() && id.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-/// Whether the open file is one that its owner has left behind.
+/// Whether the open file was left behind by its owner.
 bool is_dead(const Q_fd& fd) {
   struct stat status {};
   return fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
@@ -43,7 +43,7 @@ bool is_dead(const Q_fd& fd) {
 }  // namespace
 
 Q_run_output::Q_run_output() {
-  // Once more too when another program took the new file for a dead one before it was locked.
+  // Also tried again when another program removed the new file as a dead one before it was locked.
   do {
     path_ = Q_format("kvo_%i.tmp", Q_runif_int());
     fd_ = Q_fd(open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -52,7 +52,7 @@ Q_run_output::Q_run_output() {
 }
 
 Q_run_output::~Q_run_output() {
-  // Before the lock goes.
+  // While it is still locked.
   unlink(path_.c_str());
 }
 

@@ -1,13 +1,13 @@
 #pragma once
 
-// The temporary files "kvo_%i.tmp" of the working folder through which companion programs hand over
-// what they write.
+// The temporary files "kvo_%i.tmp" in the working folder that companion programs write their output
+// to.
 
 #include "util/handles.h"
 #include "util/q_string.h"
 
-/// An empty file of a new name, for this user alone, which is removed at the end of the scope. A
-/// file that is there already is left alone. The lock on it tells that its owner is alive.
+/// An empty file with a new name that only this user can access, removed at the end of the scope.
+/// An existing file is never touched. A lock on the file shows that its owner is alive.
 class Q_run_output {
  public:
   /// A file that cannot be made is the fatal error "File '%s' not writable".
@@ -25,6 +25,6 @@ class Q_run_output {
   Q_fd fd_;
 };
 
-/// Removes such files of this user's that a program has left in the current folder when it was
-/// killed. Links, and files whose owner is alive or cannot be told, stay.
+/// Removes the files of this user that a program left in the current folder when it was killed.
+/// Links stay, and so do files whose owner is alive or unknown.
 void Q_remove_dead_outputs();

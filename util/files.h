@@ -47,14 +47,14 @@ using Q_string_list = std::vector<std::string>;
 [[gnu::format(printf, 1, 2)]] void Q_chmod_x(const char* format, ...);
 
 /// Copies the regular file `source` (a plain path) byte for byte to the formatted path, whole or
-/// not at all: the copy takes its name when it is complete, so that a program that is running is
-/// never written over. A source or target that cannot be opened, read or written is a fatal error.
-/// A file is left alone when it is copied onto itself.
+/// not at all: the copy gets its name once it is complete, so a running program is never written
+/// over. A source or target that cannot be opened, read or written is a fatal error. Copying a file
+/// onto itself does nothing.
 [[gnu::format(printf, 2, 3)]] void Q_cp(const char* source, const char* format, ...);
 
 /// Stores in `list` the names of the folder's entries that begin with the prefix and end with the
 /// suffix, in ascending byte order, and returns their number. 0, with the list untouched, when the
-/// folder cannot be listed. Hidden entries, "." and ".." take part like any other name.
+/// folder cannot be listed. Hidden entries, "." and ".." are treated like any other name.
 int Q_ls(Q_string_list& list, const char* folder, const char* prefix, const char* suffix);
 
 /// Stores the absolute path of the current folder.
@@ -67,6 +67,6 @@ void Q_getprogdir(Q_string& root, const char* program_path);
 
 /// The path to give to Q_getprogdir, from the program's first command-line word: the word itself,
 /// unless it was found along PATH (it has no slash) or is a symbolic link outside an installation;
-/// then the path of the running program's own file. A link inside is how a user's own root, with
-/// own settings, shares the programs of an installation for all users.
+/// then it is the path of the running program's own file. A link inside an installation is kept:
+/// that is how users who share one set of programs each have a root and settings of their own.
 Q_string Q_started_program(const char* first_word);

@@ -2,13 +2,9 @@
 
 #include "util/q_string.h"
 
-namespace {
-constexpr std::string_view LINE_ENDS = "\n\r\xFF";
-}
-
 Q_line Q_first_line(std::string_view data) {
   // One byte more than a line holds may be needed to find its end.
-  const std::size_t end = data.substr(0, Q_STRING_MAX + 1).find_first_of(LINE_ENDS);
+  const std::size_t end = data.substr(0, Q_STRING_MAX + 1).find_first_of(Q_LINE_ENDS);
   if (end != std::string_view::npos) return {data.substr(0, end), end + 1, true};
   if (data.size() <= Q_STRING_MAX) return {data, data.size(), false};
   const std::size_t cut = Q_utf8_cut(data, Q_STRING_MAX);

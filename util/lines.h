@@ -8,6 +8,9 @@
 #include <string_view>
 #include <vector>
 
+/// Each of these bytes ends a line.
+inline constexpr std::string_view Q_LINE_ENDS = "\n\r\xFF";
+
 /// The first line of some data.
 struct Q_line {
   std::string_view text;  ///< without the byte that ends it

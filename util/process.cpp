@@ -15,9 +15,9 @@ namespace {
 /// Where the watcher keeps the pipe to the program.
 constexpr int WATCHER_REPORT_FD = 3;
 
-/// Waits until nothing is left of the command; returns the status described in the header.
-/// As the reaper of its descendants this process inherits what the shell leaves in the background,
-/// which is how it can wait for processes that it did not start itself.
+/// Waits until nothing is left of the command; returns the status described in the header. This
+/// process is the subreaper of its descendants, so it inherits whatever the shell leaves in the
+/// background and can wait for processes that it did not start itself.
 int wait_for_all(pid_t shell) {
   int result = -1;
   bool known = false;
@@ -33,8 +33,8 @@ int wait_for_all(pid_t shell) {
   return result;
 }
 
-/// The watcher process: runs the shell and reports the end of all that comes of it. It calls only
-/// what is safe between fork and exec.
+/// The watcher process: runs the shell and reports when the shell and all its descendants have
+/// ended. It calls only what is safe between fork and exec.
 [[noreturn]] void watch(const char* command_line, int report) {
   // The watcher outlives a killed program, so it must not keep the program's connections open,
   // above all not the one to the display.
@@ -58,7 +58,7 @@ int wait_for_all(pid_t shell) {
 std::string Q_shell_quoted(std::string_view text) {
   std::string quoted = "\"";
   for (const char character : text) {
-    if (std::string_view("\"$`\\").find(character) != std::string_view::npos) quoted += '\\';
+    if (Q_ACTS_IN_QUOTES.find(character) != std::string_view::npos) quoted += '\\';
     quoted += character;
   }
   return quoted + '"';
@@ -87,7 +87,7 @@ Q_watched_command::Q_watched_command(const std::string& command_line) {
   if (pipe2(ends, O_CLOEXEC) != 0) return;
   report_ = Q_fd(ends[0]);
   const Q_fd writer(ends[1]);
-  // Forked twice, so that the watcher is nobody's zombie when it ends after its run.
+  // Forked twice, so that the watcher does not become a zombie when it ends.
   const pid_t starter = fork();
   if (starter == 0) {
     const pid_t watcher = fork();

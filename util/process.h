@@ -9,7 +9,9 @@
 #include "util/handles.h"
 #include "util/q_string.h"
 
-/// The text in double quotes for the shell, with the characters escaped that act inside them.
+/// The characters that act inside the double quotes of a shell command.
+inline constexpr std::string_view Q_ACTS_IN_QUOTES = "\"$`\\";
+/// The text in double quotes for the shell, with those characters escaped.
 std::string Q_shell_quoted(std::string_view text);
 
 /// Starts the formatted command through the shell and returns a stream that reads its standard
@@ -25,8 +27,8 @@ std::string Q_shell_quoted(std::string_view text);
 /// How it ended, as wait() reports it; nothing when not even a shell could be started.
 [[gnu::format(printf, 1, 2)]] std::optional<int> Q_execute_status(const char* format, ...);
 
-/// A command in the background (as Q_execute_r with `wait` false starts it) whose end is noticed.
-/// Nothing happens to the command when the watch goes away before it.
+/// A background command (started as by Q_execute_r with `wait` false) whose end is noticed. The
+/// command carries on if this object is destroyed first.
 class Q_watched_command {
  public:
   /// Starts the command line, which may be longer than a Q string.
@@ -47,8 +49,8 @@ class Q_watched_command {
   std::optional<int> wait_status_;
 };
 
-/// What the shell says of a command line that it cannot read, with line ends; empty when it can
-/// read it. Nothing of it is run.
+/// The shell's complaint about a command line that it cannot parse, with line ends; empty when it
+/// can. Nothing is run.
 std::string Q_shell_complaint(const std::string& command_line);
 
 /// "exit status 127" or "signal 9 (Killed)" of a wait() status.

@@ -28,7 +28,7 @@ ssize_t Q_read_some(int fd, char* to, std::size_t size) {
 }
 
 Q_fd Q_open_regular(const char* path, Q_read_fault& fault) {
-  // Neither waiting for a named pipe nor taking over a terminal: both are refused below.
+  // So as not to wait on a named pipe or take over a terminal, both of which are refused below.
   Q_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!fd || fstat(fd.get(), &status) != 0) {
@@ -43,8 +43,8 @@ Q_fd Q_open_regular(const char* path, Q_read_fault& fault) {
 std::optional<std::string> Q_read_file(const char* path, std::size_t limit, Q_read_fault& fault) {
   const Q_fd fd = Q_open_regular(path, fault);
   if (!fd) return std::nullopt;
-  // Read to its end instead of as far as its size says: it may be growing, and the files of /proc
-  // have none.
+  // Read to the end of the file rather than to its size: it may be growing, and files in /proc
+  // report no size.
   std::string content;
   for (;;) {
     const std::size_t length = content.size();
@@ -76,7 +76,7 @@ std::optional<std::string> Q_read_text(const char* path) {
 
 void Q_die_of_read_fault(const char* path, const Q_read_fault& fault) {
   if (fault.open_error != 0) Q_error("File '%s' not found", path);
-  // The working folder is not always the one that the user has in mind.
+  // The user may be thinking of another working folder.
   std::error_code ignored;
   const std::string file = std::filesystem::absolute(path, ignored).string();
   Q_error("File '%s' %s", file.c_str(), fault.text.c_str());

@@ -24,8 +24,8 @@ struct Q_read_fault {
 /// Opens a regular file for reading. None, with the fault set, when that fails.
 Q_fd Q_open_regular(const char* path, Q_read_fault& fault);
 
-/// read() of up to `size` bytes that no signal ends: 0 at the end of the file, -1 and errno set
-/// after an error.
+/// read() of up to `size` bytes, repeated when a signal interrupts it: 0 at the end of the file, -1
+/// with errno set after an error.
 ssize_t Q_read_some(int fd, char* to, std::size_t size);
 
 /// The whole content of a regular file of at most `limit` bytes, which are whole MiB. None, with
@@ -35,7 +35,7 @@ std::optional<std::string> Q_read_file(const char* path, std::size_t limit, Q_re
 /// The content of a text file without the UTF-8 byte order mark that it may begin with. None, with
 /// the fault set, when it cannot be read or is larger than Q_TEXT_FILE_MAX.
 std::optional<std::string> Q_read_text(const char* path, Q_read_fault& fault);
-/// Q_read_text for whoever does not ask why.
+/// Q_read_text for callers that do not need the reason.
 std::optional<std::string> Q_read_text(const char* path);
 /// The fatal error for a file that was not read: "File '%s' not found" when it could not be opened,
 /// and otherwise one with the whole path that says why.

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "util/files.h"
 #include "util/q_string.h"
@@ -15,18 +16,39 @@ inline constexpr std::string_view Q_WHITE_SPACE = " \t\n\v\f\r";
 [[gnu::format(printf, 2, 3)]] void Q_strcat(Q_string& destination, const char* format, ...);
 
 /// The text without white space at both ends; without that at its end alone.
-std::string_view Q_trimmed(std::string_view text);
-std::string_view Q_trimmed_end(std::string_view text);
-
-/// Removes leading and trailing white space and makes each run of white space inside one blank.
+std::string_view Q_stripped(std::string_view text);
+std::string_view Q_stripped_end(std::string_view text);
+/// The same with each run of white space inside it made one blank.
+std::string Q_trimmed(std::string_view text);
+/// Does that to a Q string.
 void Q_trim(Q_string& text);
+/// The parts of the text that white space separates; none is empty.
+std::vector<std::string_view> Q_words(std::string_view text);
+
+/// The decimal number that the text begins with, as strtod() reads it in the C locale (white space
+/// before it is skipped, infinity and "not a number" count); 0 when it begins with none. Of a
+/// hexadecimal number it is the 0 in front.
+double Q_leading_number(std::string_view text);
+/// A whole number; from 10 000 on with narrow blanks between the thousands.
+std::string Q_count_text(std::size_t count);
+/// "1 line", "2 lines", the number as Q_count_text has it.
+std::string Q_counted(std::size_t count, const char* one, const char* several);
+
+/// SHA-256 of the bytes, in hexadecimal.
+std::string Q_sha256(std::string_view bytes);
+
+/// Whether the character is a control character of ASCII.
+bool Q_is_control(char character);
+bool Q_is_utf8(std::string_view text);
 
 /// Replaces the characters that may not stand in a file name or an identifier of the command
 /// language: "mean 1: a/b" becomes "mean_1._a-b".
 void Q_replace_escape(Q_string& text);
 
-/// Why the text cannot be a name of a study or map, which becomes part of file names: "is empty",
-/// "begins with a full stop"; null when it can.
+/// The most bytes of a name of a study or map: the longest ending of an output and that of a
+/// temporary file must still fit into the 255 bytes of a file name.
+inline constexpr std::size_t Q_NAME_MAX = 200;
+/// Why the text cannot be such a name: "is empty", "begins with a full stop"; null when it can.
 const char* Q_name_fault(std::string_view name);
 
 /// The text as Pango markup that shows it literally; bytes that are not UTF-8 become U+FFFD.

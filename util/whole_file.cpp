@@ -14,7 +14,7 @@
 
 namespace {
 
-/// The mode that the new file is to have: that of the file it replaces, or what the umask leaves.
+/// The mode for the new file: that of the file it replaces, or else what the umask allows.
 mode_t wanted_mode(const char* path) {
   struct stat old {};
   if (stat(path, &old) == 0) return old.st_mode & 07777U;
@@ -23,10 +23,10 @@ mode_t wanted_mode(const char* path) {
   return 0666U & ~mask;
 }
 
-/// For a file that may be written in a folder that takes no new files. Its room is taken first, so
-/// that a full disk is noticed before anything is lost.
+/// For a writable file in a folder where no new file can be made. Space is allocated first, so that
+/// a full disk is noticed before anything is lost.
 bool write_in_place(const char* path, std::string_view text) {
-  // Not waiting for a reader of a named pipe, which has no room to be taken and so is refused.
+  // Does not wait for the reader of a named pipe, which fails below: it has no space to allocate.
   const Q_fd fd(open(path, O_WRONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat old {};
   if (!fd || fstat(fd.get(), &old) != 0) return false;
@@ -44,7 +44,7 @@ bool disk_failed(int error) {
   return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EIO;
 }
 
-/// What a path leads to; `exists` tells whether that is there already.
+/// The file that a path leads to, and whether it exists yet.
 struct Target {
   std::string path;
   bool exists;
@@ -55,7 +55,7 @@ constexpr int MOST_LINKS = 40;  // in a row, as the kernel has it
 Target target_of(const char* path) {
   const Q_heap_memory<char> resolved(realpath(path, nullptr));
   if (resolved != nullptr) return {resolved.get(), true};
-  // A link to a file that is not there yet: the file comes to be where the link points.
+  // A link to a file that does not exist yet: the file is created where the link points.
   namespace fs = std::filesystem;
   fs::path target = path;
   std::error_code error;
@@ -74,14 +74,14 @@ bool take_any_name(const char* temporary, const char* path) {
 
 bool take_free_name(const char* temporary, const char* path) {
   if (renameat2(AT_FDCWD, temporary, AT_FDCWD, path, RENAME_NOREPLACE) == 0) return true;
-  // Not every file system has that; those without it have links.
+  // Some file systems cannot do that; they have hard links.
   if ((errno != EINVAL && errno != ENOSYS) || link(temporary, path) != 0) return false;
   unlink(temporary);
   return true;
 }
 
 Outcome place(const Target& target, const std::function<bool(int fd)>& write, Take_name take_name) {
-  // A file that may not be written is refused even where its folder would let it be replaced.
+  // A read-only file is refused even where its folder would allow it to be replaced.
   if (target.exists && access(target.path.c_str(), W_OK) != 0) return Outcome::failed;
   std::string temporary = target.path + ".XXXXXX";
   const Q_fd fd(mkostemp(temporary.data(), O_CLOEXEC));

@@ -1,4 +1,5 @@
 #include "workspace/edit_table.h"
+#include "workspace/files/file_names.h"
 
 #include <gtk/gtk.h>
 #include <sys/wait.h>
@@ -11,11 +12,10 @@
 #include "util/process.h"
 #include "util/text.h"
 #include "workspace/load_table.h"
-#include "workspace/study_table.h"
 
 namespace {
 
-// What a shell ends with when the command cannot be run or found.
+// A shell's exit statuses for a command that cannot be run or found.
 constexpr int CANNOT_RUN = 126;
 constexpr int NOT_FOUND = 127;
 
@@ -25,12 +25,12 @@ bool started(const std::optional<int>& status) {
          (WEXITSTATUS(*status) != CANNOT_RUN && WEXITSTATUS(*status) != NOT_FOUND);
 }
 
-/// While it lives, the main window shows that it waits; clicks made meanwhile are not obeyed later.
+/// As long as it exists, the main window looks insensitive, and clicks on it are discarded.
 class Waiting_window {
  public:
   Waiting_window() {
     gtk_widget_set_sensitive(Qw_Window, FALSE);
-    // The menu must have closed and let go of the pointer before this program stops to listen.
+    // The menu must close and release the pointer before this program stops handling events.
     Q_process_events();
     gdk_flush();
   }
@@ -59,7 +59,7 @@ class Startup_notice {
 std::optional<int> run_editor(const Q_string& editor) {
   const Startup_notice notice;
   const Waiting_window window;
-  // The shell makes way for the editor, so that what ends the editor is not hidden by the shell.
+  // "exec" puts the editor in the shell's place, so that the shell does not hide how it ended.
   return Q_execute_status("exec %s %s", Q_shell_quoted(editor.str()).c_str(), KVO_TABLE_FILE);
 }
 

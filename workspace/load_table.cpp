@@ -12,7 +12,7 @@
 #include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

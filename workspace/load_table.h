@@ -9,18 +9,18 @@
 /// left is removed from the table and the file, with a console warning.
 void kvotable_load(const char* path);
 
-/// Why the file that was loaded last must not be written over now, as a clause; empty when it may
-/// be: it is what was read from it or written to it last, in the folder that the path leads to, and
-/// all that it held is in the table.
+/// Why the file that was loaded last must not be overwritten now, as a clause. Empty when it may
+/// be: its content is what was last read or written, the path still leads to the same folder, and
+/// everything in the file is in the table.
 std::string kvotable_obstacle();
 
-/// What that file holds for the study table: the bytes that were read, as long as they stand for
-/// it.
+/// The content of that file for the study table as it is now: the bytes that were read, if they
+/// still stand for the same table.
 std::string kvotable_file_text();
 
 /// Writes a file, as Q_write_whole and Q_write_whole_or_die do.
 using Kvo_file_writer = bool (*)(const char* path, std::string_view text);
-/// Replaces that file by the text. False, with the file as it was and a console warning that ends
-/// with the consequence, when there is an obstacle or the writer fails.
+/// Replaces that file's content by the text. When there is an obstacle or the writer fails, the
+/// file stays as it was, a console warning ends with the consequence, and the result is false.
 [[nodiscard]] bool kvotable_replace(std::string_view text, Kvo_file_writer write,
                                     const char* consequence);

@@ -9,7 +9,7 @@
 #include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
-#include "workspace/settings_file.h"
+#include "workspace/files/settings_file.h"
 
 Q_string kvo_s_user_dir;
 Q_string kvo_s_brain_viewer = "mricron";

@@ -14,8 +14,8 @@ extern Q_string kvo_s_brain_viewer_exe;
 /// Path of the settings file.
 Q_string kvo_settings_path();
 
-/// Makes the brain viewer "mricron", then takes over the settings that the file has. No file is no
-/// error.
+/// Sets the brain viewer to "mricron", then takes over whatever settings the file has. A missing
+/// file is not an error.
 void kvo_load_kvo_ini();
 
 /// Writes the settings, whole or not at all. The fatal error "File '%s' not writable" when the file

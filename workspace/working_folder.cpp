@@ -1,4 +1,5 @@
 #include "workspace/working_folder.h"
+#include "workspace/files/file_names.h"
 
 #include <unistd.h>
 
@@ -14,9 +15,9 @@
 #include "util/handles.h"
 #include "util/text.h"
 #include "util/whole_file.h"
+#include "workspace/files/study_table.h"
 #include "workspace/load_table.h"
 #include "workspace/settings.h"
-#include "workspace/study_table.h"
 
 namespace {
 
@@ -55,9 +56,16 @@ void kvo_enter_folder(const char* folder) {
 }
 
 void kvo_show_title() {
-  // The name of a folder need not be UTF-8, a title must be.
+  // A folder's name need not be UTF-8, but a title must be.
   const Q_g_memory<char> folder(g_filename_display_name(kvo_s_user_dir.c_str()));
   Q_set_title("KVO v%.2f - %s", KVO_VERSION, folder.get());
+}
+
+void kvo_show_folder() {
+  Q_remove_dead_outputs();
+  kvotable_load(KVO_TABLE_FILE);
+  kvo_show_title();
+  kvo3_batch_print();
 }
 
 void kvo3_cd() {
@@ -70,10 +78,7 @@ void kvo3_cd() {
     return;
   }
   kvo_enter_folder(folder.c_str());
-  Q_remove_dead_outputs();
-  kvotable_load(KVO_TABLE_FILE);
-  kvo_show_title();
-  kvo3_batch_print();
+  kvo_show_folder();
 }
 
 void kvo3_check_user_dir() {

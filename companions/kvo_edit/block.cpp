@@ -47,7 +47,7 @@ std::string take_cell(std::string_view& text) {
   std::string cell;
   if (take_quoted(text, cell)) return cell;
   const std::size_t length = std::min(text.find_first_of(CELL_ENDS), text.size());
-  cell = Q_trimmed(text.substr(0, length));
+  cell = Q_stripped(text.substr(0, length));
   text.remove_prefix(length);
   return cell;
 }

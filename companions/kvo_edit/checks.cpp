@@ -8,7 +8,7 @@
 #include "util/files.h"
 #include "util/q_string.h"
 #include "util/text.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace kvo::edit {
 

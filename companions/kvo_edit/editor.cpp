@@ -12,6 +12,7 @@
 #include "engine/base/refusal.h"
 #include "util/handles.h"
 #include "util/q_string.h"
+#include "util/text.h"
 
 namespace kvo::edit {
 
@@ -24,10 +25,6 @@ std::string shown_file_name(const Editor& editor) {
   const Q_g_memory<char> name(
       g_filename_display_basename(std::filesystem::absolute(editor.document.path).c_str()));
   return name.get();
-}
-
-std::string counted(long count, const char* one, const char* many) {
-  return Q_format("%li %s", count, count == 1 ? one : many).str();
 }
 
 void show_title(Editor& editor) {
@@ -58,10 +55,12 @@ gboolean count_marks(gpointer data) {
   Editor& editor = *static_cast<Editor*>(data);
   editor.recount.forget();
   const Table& table = editor.document.table;
-  const auto marks = static_cast<long>(all_faults(editor.index, table).size());
-  std::string text = counted(row_count(table), "study", "studies") + ", " +
-                     counted(column_count(table), "variable", "variables");
-  if (marks > 0) text.append(", ").append(counted(marks, "mark (F8)", "marks (F8)"));
+  const std::size_t marks = all_faults(editor.index, table).size();
+  const auto studies = static_cast<std::size_t>(row_count(table));
+  const auto variables = static_cast<std::size_t>(column_count(table));
+  std::string text =
+      Q_counted(studies, "study", "studies") + ", " + Q_counted(variables, "variable", "variables");
+  if (marks > 0) text.append(", ").append(Q_counted(marks, "mark (F8)", "marks (F8)"));
   gtk_label_set_text(GTK_LABEL(editor.counts), text.c_str());
   return G_SOURCE_REMOVE;
 }

@@ -19,7 +19,8 @@ struct Grid_edit {
   bool in_menu = false;  ///< the entry's own menu has the focus
 };
 
-/// The maker of the entry (grid_cell.h); the data is the Grid, whose `edit` says what to edit.
+/// The maker of the entry (grid_cell.h); the data is the Grid, whose `edit` says what to
+/// edit.
 GtkWidget* grid_edit_new_entry(gpointer grid);
 /// The valid UTF-8 that stands for the text in widgets.
 std::string shown_text(const std::string& text);

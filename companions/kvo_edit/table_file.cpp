@@ -13,7 +13,7 @@
 #include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
 namespace kvo::edit {
 
@@ -60,7 +60,7 @@ char separator_of(std::string_view header) {
 
 Table_format format_of(const Row_source& header, const Row_source& last) {
   Table_format format;
-  const std::string_view rest = header.text.substr(Q_trimmed_end(header.text).size());
+  const std::string_view rest = header.text.substr(Q_stripped_end(header.text).size());
   // With a single column, the separator behind it is all that tells.
   format.separator = separator_of(header.text);
   if (rest == std::string_view(&format.separator, 1)) format.after_cells = std::string(rest);

@@ -16,7 +16,7 @@
 #include "engine/base/text_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
-#include "workspace/folder_files.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::base {
 
@@ -45,7 +45,7 @@ Q_fd lock_folder() {
 /// else. Names with control characters, such as the end of a line, cannot be listed in the journal.
 bool is_output_name(std::string_view name) {
   if (name.starts_with(sub_folder + "/")) name.remove_prefix(sub_folder.size() + 1);
-  return !name.empty() && name.front() != '.' && Q_trimmed(name) == name &&
+  return !name.empty() && name.front() != '.' && Q_stripped(name) == name &&
          std::none_of(name.begin(), name.end(), [](char c) {
            return c == '/' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
          });

@@ -1,13 +1,10 @@
 #include "engine/base/text_file.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <utility>
 
-#include "util/handles.h"
 #include "util/q_string.h"
 #include "util/text.h"
 
@@ -45,22 +42,12 @@ std::vector<TextLine> filled_lines(std::string_view text) {
   std::vector<TextLine> lines;
   for (std::size_t number = 1; !text.empty(); ++number) {
     const std::size_t end = std::min(text.find_first_of("\n\r"), text.size());
-    const std::string_view line = Q_trimmed_end(text.substr(0, end));
+    const std::string_view line = Q_stripped_end(text.substr(0, end));
     if (!line.empty()) lines.push_back({line, number});
     const std::size_t after = text.substr(end).starts_with("\r\n") ? end + 2 : end + 1;
     text.remove_prefix(std::min(after, text.size()));
   }
   return lines;
-}
-
-std::vector<std::string_view> words(std::string_view text) {
-  std::vector<std::string_view> found;
-  for (text = Q_trimmed(text); !text.empty(); text = Q_trimmed(text)) {
-    const std::size_t end = std::min(text.find_first_of(Q_WHITE_SPACE), text.size());
-    found.push_back(text.substr(0, end));
-    text.remove_prefix(end);
-  }
-  return found;
 }
 
 std::optional<double> number_of(std::string_view text) {
@@ -85,15 +72,9 @@ std::string decimals_of(double number) {
   return {buffer, end};
 }
 
-std::string checksum(std::string_view bytes) {
-  const Q_g_memory<char> text(g_compute_checksum_for_data(
-      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
-  return text.get();
-}
-
 std::string file_checksum(const std::string& path) {
   Q_read_fault fault;
-  return checksum(content_of(path, Q_read_file(path.c_str(), max_any, fault), fault));
+  return Q_sha256(content_of(path, Q_read_file(path.c_str(), max_any, fault), fault));
 }
 
 std::string at_line(const std::string& path, std::size_t line) {

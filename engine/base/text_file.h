@@ -30,9 +30,6 @@ struct TextLine {
 /// feed, a carriage return, or one followed by the other.
 std::vector<TextLine> filled_lines(std::string_view text);
 
-/// The words of a text, which stand between white space.
-std::vector<std::string_view> words(std::string_view text);
-
 /// The number that the whole text is, in C notation; nothing when it is none or not finite.
 std::optional<double> number_of(std::string_view text);
 
@@ -41,10 +38,7 @@ std::optional<double> number_of(std::string_view text);
 std::string text_of(double number);
 std::string decimals_of(double number);
 
-/// SHA-256 of the bytes, in hexadecimal.
-std::string checksum(std::string_view bytes);
-
-/// checksum() of a file of any kind and up to 1 GiB. Throws Refusal when it cannot be read.
+/// Q_sha256 of a file of any kind and up to 1 GiB. Throws Refusal when it cannot be read.
 std::string file_checksum(const std::string& path);
 
 /// "'path', line 7: " for the beginning of a refusal.

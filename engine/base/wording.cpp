@@ -18,7 +18,6 @@ namespace {
 constexpr const char* minus_sign = "\u2212";
 constexpr const char* replacement = "\uFFFD";
 constexpr const char* not_a_number = "\u2013";
-constexpr const char* narrow_blank = "\u202F";
 constexpr std::array<const char*, 10> superscripts = {"\u2070", "\u00B9", "\u00B2", "\u00B3",
                                                       "\u2074", "\u2075", "\u2076", "\u2077",
                                                       "\u2078", "\u2079"};
@@ -102,20 +101,6 @@ std::string p_text(double p) {
 
 std::string p_phrase(double p) {
   return p < 1 && p >= 0.9995 ? "p > 0.999" : "p = " + p_text(p);
-}
-
-std::string count_text(std::size_t count) {
-  std::string digits = std::to_string(count);
-  if (digits.size() < 5) return digits;
-  for (std::size_t at = digits.size() - 3; at > 0 && at < digits.size(); at -= 3) {
-    digits.insert(at, narrow_blank);
-    if (at < 3) break;
-  }
-  return digits;
-}
-
-std::string counted(std::size_t count, const char* one, const char* several) {
-  return count_text(count) + " " + (count == 1 ? one : several);
 }
 
 std::string listed(std::span<const std::string> names, const char* last) {

@@ -26,12 +26,6 @@ std::string p_text(double p);
 /// "p = 0.021"; "p > 0.999" where p_text() would say 1 of less.
 std::string p_phrase(double p);
 
-/// A whole number with narrow blanks between the thousands, as in "12 345".
-std::string count_text(std::size_t count);
-
-/// "1 study", "5 studies".
-std::string counted(std::size_t count, const char* one, const char* several);
-
 /// "a", "a and b", "a, b and c".
 std::string listed(std::span<const std::string> names, const char* last = " and ");
 

@@ -6,6 +6,7 @@
 #include "engine/base/exists.h"
 #include "engine/base/install.h"
 #include "engine/base/refusal.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::images {
 
@@ -30,7 +31,7 @@ Voxel Mask::voxel(std::size_t n) const {
 }
 
 std::string mask_file(const std::string& name) {
-  return mask_prefix + name + ".nii.gz";
+  return KVO_MASK_PREFIX + name + KVO_IMAGE_SUFFIX;
 }
 
 std::string mask_path(const std::string& name) {
@@ -42,7 +43,7 @@ std::string own_mask_path(const std::string& name) {
 }
 
 std::string template_file(const std::string& name) {
-  return "cor_" + name + ".nii.gz";
+  return "cor_" + name + KVO_IMAGE_SUFFIX;
 }
 
 std::string template_path(const std::string& name) {

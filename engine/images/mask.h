@@ -29,8 +29,7 @@ struct Mask {
 /// Refusal when neither has one.
 std::string mask_path(const std::string& name);
 
-/// What the names of the files of masks begin with, and the mask of the whole brain.
-inline constexpr const char* mask_prefix = "mask_";
+/// The mask of the whole brain.
 inline constexpr const char* brain_mask = "brain";
 
 /// The name of the file that a mask is.

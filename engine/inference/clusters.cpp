@@ -7,7 +7,7 @@
 
 #include "engine/base/install.h"
 #include "util/q_string.h"
-#include "workspace/region_labels.h"
+#include "workspace/files/region_labels.h"
 
 namespace kvo::inference {
 

@@ -6,9 +6,9 @@
 
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
-#include "engine/base/wording.h"
 #include "engine/inference/image_shuffle.h"
 #include "engine/maps/effect_maps.h"
+#include "util/text.h"
 
 namespace kvo::inference {
 
@@ -71,7 +71,7 @@ struct Images {
       if (!request.images[s].empty()) with_image.push_back(s);
     count = with_image.size();
     if (count == 0) return;
-    Action action("Measuring the smoothness of " + counted(count, "image", "images"), count,
+    Action action("Measuring the smoothness of " + Q_counted(count, "image", "images"), count,
                   randomization_dots);
     space.emplace(meta.mask);
     in_parallel(count, [&](std::size_t i, std::size_t) {
@@ -191,7 +191,7 @@ std::string action_text(std::size_t studies, std::size_t images, std::size_t rep
   const std::string what = images == 0         ? "M" + moving
                            : images == studies ? "S" + shuffling
                                                : "M" + moving + " and s" + shuffling;
-  return what + " (" + counted(repeats, "time", "times") + ")";
+  return what + " (" + Q_counted(repeats, "time", "times") + ")";
 }
 
 }  // namespace

@@ -12,7 +12,8 @@
 #include "engine/images/mask.h"
 #include "engine/studies/study_rules.h"
 #include "util/text.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/file_names.h"
+#include "workspace/files/map_lists.h"
 
 namespace kvo::maps {
 
@@ -38,7 +39,7 @@ std::vector<std::string> coefficient_map_names(const std::string& name, std::siz
 }
 
 void check_no_mask(const std::string& name) {
-  if (name.starts_with(mask_prefix))
+  if (name.starts_with(KVO_MASK_PREFIX))
     throw Refusal("The name '" + name +
                   "' cannot be used: names that begin with 'mask_' are kept for masks.");
 }
@@ -86,7 +87,7 @@ std::vector<std::string> read_map_list() {
 std::size_t null_values_of(const std::string& map) {
   const std::string text = read_text(KVO_ND_FILE);
   for (const TextLine& line : filled_lines(text)) {
-    const std::vector<std::string_view> cells = words(line.text);
+    const std::vector<std::string_view> cells = Q_words(line.text);
     if (cells.size() < 2 || cells[0] != map) continue;
     const std::optional<double> values = number_of(cells[1]);
     if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
@@ -104,7 +105,7 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
   if (!path_exists(KVO_ANALYSES_FILE)) return std::nullopt;
   const std::string text = read_text(KVO_ANALYSES_FILE);
   for (const TextLine& line : filled_lines(text)) {
-    const std::vector<std::string_view> cells = words(line.text);
+    const std::vector<std::string_view> cells = Q_words(line.text);
     if (line.number == 1 || cells[0] != map) continue;
     const auto count = [&](std::size_t cell) {
       const std::optional<double> number = cells.size() > 3 ? number_of(cells[cell]) : std::nullopt;
@@ -117,7 +118,7 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
     const std::string_view rest = line.text.substr(std::size_t(cells[3].data() - line.text.data()));
     // Earlier versions end the line with the command.
     const std::size_t tab = std::min(rest.find('\t'), rest.size());
-    const std::string_view left_out = Q_trimmed(rest.substr(tab));
+    const std::string_view left_out = Q_stripped(rest.substr(tab));
     return AnalysisFacts{.command = std::string(rest.substr(0, tab)),
                          .studies = studies,
                          .participants = participants,

@@ -7,6 +7,7 @@
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/studies/study_source.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::maps {
 

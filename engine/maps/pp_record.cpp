@@ -10,6 +10,7 @@
 #include "engine/base/wording.h"
 #include "engine/studies/study_rules.h"
 #include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::maps {
 
@@ -28,7 +29,8 @@ Lines read_lines() {
     const std::size_t equals = line.text.find(" = ");
     if (equals == std::string_view::npos)
       throw Refusal(at_line(KVO_RECORD_FILE, line.number) + "there is no ' = '.");
-    lines.emplace(Q_trimmed(line.text.substr(0, equals)), Q_trimmed(line.text.substr(equals + 3)));
+    lines.emplace(Q_stripped(line.text.substr(0, equals)),
+                  Q_stripped(line.text.substr(equals + 3)));
   }
   return lines;
 }

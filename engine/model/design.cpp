@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "engine/base/refusal.h"
-#include "engine/base/wording.h"
+#include "util/text.h"
 
 namespace kvo::model {
 
@@ -32,7 +32,7 @@ void check_terms(std::span<const Term> terms, std::size_t studies) {
   }
   if (!terms.empty() && studies <= terms.size() + 1)
     refuse_term(terms.back(), "makes the model too large: with " +
-                                  counted(terms.size(), "term", "terms") + " it needs at least " +
+                                  Q_counted(terms.size(), "term", "terms") + " it needs at least " +
                                   std::to_string(terms.size() + 2) +
                                   " studies that have all values, and there " +
                                   (studies == 1 ? "is " : "are ") + std::to_string(studies) + ".");

@@ -6,6 +6,7 @@
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/base/wording.h"
+#include "util/text.h"
 
 namespace kvo::model {
 
@@ -17,7 +18,7 @@ constexpr std::size_t named_at_most = 5;
 
 std::vector<std::string> model_variables(const std::string& text) {
   std::vector<std::string> variables;
-  for (const std::string_view word : words(text))
+  for (const std::string_view word : Q_words(text))
     if (word != "+") variables.emplace_back(word);
   return variables;
 }
@@ -57,7 +58,7 @@ void say_incomplete(const Model& model) {
     named.resize(named_at_most);
     named.push_back(std::to_string(count - named_at_most) + " more");
   }
-  say(counted(count, "study is left out, as it has", "studies are left out, as they have") +
+  say(Q_counted(count, "study is left out, as it has", "studies are left out, as they have") +
       " no value of " + listed(model.terms, " or ") + ": " + listed(named));
 }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "engine/base/wording.h"
+#include "util/text.h"
 
 namespace kvo::report {
 
@@ -55,13 +56,13 @@ void add_cluster_rows(std::vector<HtmlRow>& rows, const Cluster& cluster, std::s
     if (i == 0) {
       row.leads = true;
       row.cells[0] = std::to_string(number);
-      row.cells.push_back(count_text(cluster.voxels()));
-      row.cells.push_back(count_text(cluster.voxels() * voxel_volume));
+      row.cells.push_back(Q_count_text(cluster.voxels()));
+      row.cells.push_back(Q_count_text(cluster.voxels() * voxel_volume));
     }
     rows.push_back(std::move(row));
   }
   if (const std::size_t left = cluster.peaks.size() - shown; left > 0)
-    rows.push_back({{"", "and " + counted(left, "lower peak", "lower peaks")}});
+    rows.push_back({{"", "and " + Q_counted(left, "lower peak", "lower peaks")}});
 }
 
 HtmlTable cluster_table(const ClusterReport& report) {
@@ -104,15 +105,15 @@ HtmlTable region_table(std::span<const Cluster> clusters) {
         continue;
       }
       table.rows.push_back({{leads ? std::to_string(number) : "", with_capital(region.region),
-                             count_text(region.voxels), share_text(share)},
+                             Q_count_text(region.voxels), share_text(share)},
                             leads,
                             share});
       leads = false;
     }
     if (others > 0)
       table.rows.push_back(
-          {{leads ? std::to_string(number) : "", counted(others, "smaller part", "smaller parts"),
-            count_text(other_voxels), share_text(double(other_voxels) / all)},
+          {{leads ? std::to_string(number) : "", Q_counted(others, "smaller part", "smaller parts"),
+            Q_count_text(other_voxels), share_text(double(other_voxels) / all)},
            leads,
            double(other_voxels) / all});
   }
@@ -124,10 +125,10 @@ std::string summary(std::span<const Cluster> clusters) {
   for (const Cluster& cluster : clusters) voxels += cluster.voxels();
   const auto positive = std::size_t(std::count_if(
       clusters.begin(), clusters.end(), [](const Cluster& cluster) { return cluster.positive; }));
-  return counted(clusters.size(), "cluster survives", "clusters survive") +
-         " the thresholds: " + count_text(positive) + " positive and " +
-         count_text(clusters.size() - positive) + " negative, " +
-         counted(voxels, "voxel", "voxels") + " (" + count_text(voxels * voxel_volume) +
+  return Q_counted(clusters.size(), "cluster survives", "clusters survive") +
+         " the thresholds: " + Q_count_text(positive) + " positive and " +
+         Q_count_text(clusters.size() - positive) + " negative, " +
+         Q_counted(voxels, "voxel", "voxels") + " (" + Q_count_text(voxels * voxel_volume) +
          " mm³) in all.";
 }
 

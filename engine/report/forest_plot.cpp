@@ -5,6 +5,7 @@
 #include "engine/report/axis.h"
 #include "engine/report/plot_style.h"
 #include "engine/report/plots.h"
+#include "util/text.h"
 
 namespace kvo::report {
 
@@ -96,7 +97,7 @@ void draw_row(const Canvas& canvas, const Layout& layout, const ForestRow& row, 
     canvas.text(x, y, text, {.size = rows.font, .colour = ink, .align = Align::right});
   };
   canvas.text(margin, y, row.study, {.size = rows.font, .colour = ink, .width = name_width});
-  if (row.n > 0) cell(n_right, count_text(row.n));
+  if (row.n > 0) cell(n_right, Q_count_text(row.n));
   cell(estimate_right, estimate_text(row.g, row.interval));
   cell(weight_right, decimal_text(row.weight, rows.weight_decimals));
   if (!std::isfinite(row.g) || !std::isfinite(row.interval.low + row.interval.high)) return;
@@ -169,9 +170,9 @@ void draw_header(const Canvas& canvas, double y) {
 }
 
 std::string words(const ForestPlot& plot, std::size_t begin, std::size_t end) {
-  std::string text = "Forest plot of " + counted(plot.rows.size(), "study", "studies");
+  std::string text = "Forest plot of " + Q_counted(plot.rows.size(), "study", "studies");
   if (end - begin < plot.rows.size())
-    text += ", of which these are " + count_text(begin + 1) + " to " + count_text(end);
+    text += ", of which these are " + Q_count_text(begin + 1) + " to " + Q_count_text(end);
   if (plot.pooled)
     text += ". Pooled " + plot.axis + " " + decimal_text(*plot.pooled, 2) + ", 95 % interval " +
             decimal_text(plot.pooled_interval.low, 2) + " to " +

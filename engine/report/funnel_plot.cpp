@@ -5,6 +5,7 @@
 #include "engine/base/wording.h"
 #include "engine/report/plot_style.h"
 #include "engine/report/plots.h"
+#include "util/text.h"
 
 namespace kvo::report {
 
@@ -106,9 +107,9 @@ Picture funnel_plot(const FunnelPlot& plot) {
   if (!plot.note.empty())
     canvas.text(margin, canvas.height() - note_height / 2.0 - 2, plot.note,
                 {.size = 10.5, .colour = ink, .width = sheet_width - 2.0 * margin});
-  return plot_picture(canvas, "Funnel plot of " + counted(plot.points.size(), "study", "studies") +
-                                  " around the pooled " + plot.axis + " of " +
-                                  decimal_text(plot.pooled, 2) + ".");
+  return plot_picture(
+      canvas, "Funnel plot of " + Q_counted(plot.points.size(), "study", "studies") +
+                  " around the pooled " + plot.axis + " of " + decimal_text(plot.pooled, 2) + ".");
 }
 
 }  // namespace kvo::report

@@ -8,6 +8,7 @@
 #include "engine/base/wording.h"
 #include "engine/maps/path_map.h"
 #include "engine/report/sources.h"
+#include "util/text.h"
 
 namespace kvo::report {
 
@@ -51,9 +52,9 @@ std::string readable(std::string name) {
 }
 
 std::string studies_of(const MethodsFacts& facts) {
-  std::string text = counted(facts.studies, "study", "studies");
+  std::string text = Q_counted(facts.studies, "study", "studies");
   if (facts.participants > 0)
-    text += " with " + counted(facts.participants, "participant", "participants") +
+    text += " with " + Q_counted(facts.participants, "participant", "participants") +
             (facts.studies == 1 ? "" : " in total");
   if (!facts.subgroup.empty()) text += " (subgroup '" + facts.subgroup + "')";
   if (!facts.left_out.empty()) text += " (without '" + facts.left_out + "')";
@@ -120,9 +121,9 @@ void describe_maps(Paragraph& text, const MethodsFacts& facts) {
   const std::size_t images = std::min(facts.studies_with_images, facts.studies);
   const std::size_t with_peaks = facts.studies - images;
   if (images > 0 && with_peaks > 0)
-    text.sentence("The statistical map of " + counted(images, "study", "studies") +
+    text.sentence("The statistical map of " + Q_counted(images, "study", "studies") +
                   " was available" + (images == 1 ? "" : " for each") + "; of " +
-                  counted(with_peaks, "study", "studies") +
+                  Q_counted(with_peaks, "study", "studies") +
                   " a map was estimated from the reported peak coordinates");
   else if (images > 0)
     text.sentence(images == 1 ? "The statistical map of the study was available"
@@ -174,7 +175,7 @@ void describe_null(Paragraph& text, const MethodsFacts& facts) {
   std::string sentence =
       "Statistical significance was assessed by comparison with a null "
       "distribution of " +
-      counted(facts.randomizations, "randomization", "randomizations") + " (seed " +
+      Q_counted(facts.randomizations, "randomization", "randomizations") + " (seed " +
       std::to_string(facts.seed) + ")";
   const std::size_t images = std::min(facts.studies_with_images, facts.studies);
   if (images < facts.studies)
@@ -215,7 +216,7 @@ void describe_thresholds(Paragraph& text, const MethodsFacts& facts) {
                                          : " (one-tailed, uncorrected)")};
   if (thresholds.peak_z) terms.push_back("a peak z of at least " + decimals_of(*thresholds.peak_z));
   if (thresholds.peak_p) terms.push_back("a peak p of at most " + decimals_of(*thresholds.peak_p));
-  terms.push_back("an extent of at least " + counted(thresholds.extent, "voxel", "voxels"));
+  terms.push_back("an extent of at least " + Q_counted(thresholds.extent, "voxel", "voxels"));
   text.sentence("Voxels were considered significant at " + terms.front() +
                 ", in clusters (26-connectivity) with " + listed(std::span(terms).subspan(1)));
 }

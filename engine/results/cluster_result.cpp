@@ -6,23 +6,14 @@
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
-#include "engine/base/wording.h"
 #include "engine/results/cluster_table.h"
 #include "engine/results/results.h"
+#include "engine/studies/study_rules.h"
 #include "util/q_string.h"
+#include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::results {
-
-namespace {
-
-// A file name has at most 255 bytes; a temporary name is somewhat longer than the final one.
-constexpr std::size_t longest_base = 235;
-
-std::string image_file(const std::string& base) {
-  return base + ".nii.gz";
-}
-
-}  // namespace
 
 std::string threshold_text(double value, int decimals) {
   std::string text = Q_format("%.*f", decimals, value).str();
@@ -30,9 +21,9 @@ std::string threshold_text(double value, int decimals) {
 }
 
 void check_result_name(const std::string& base) {
-  if (base.size() > longest_base)
+  if (base.size() > KVO_RESULT_NAME_MAX)
     throw Refusal("The name of the result, '" + base + "', would be too long for a file.");
-  const std::string image = image_file(base);
+  const std::string image = image_file_of(base);
   std::error_code ignored;
   // A link is something made elsewhere too, wherever it leads.
   const bool taken = std::filesystem::exists(std::filesystem::symlink_status(image, ignored));
@@ -62,7 +53,7 @@ void write_result(Outputs& outputs, const Command& command, const ClusterResult&
   image.intent_code = z_map.intent_code;
   image.description = image_description(command.text());
   image.values = result.z;
-  write_image(outputs.path_of(image_file(result.base)), image);
+  write_image(outputs.path_of(image_file_of(result.base)), image);
   outputs.write_text(result.base + ".csv", cluster_csv(result.map, result.clusters));
   report.title = result.map;
   report.subtitle = result.criteria;
@@ -81,13 +72,13 @@ void say_result(const ClusterResult& result) {
   if (result.clusters.empty()) {
     say("No cluster of " + result.map + " survives: " + result.criteria);
   } else {
-    say(result.map + ": " + counted(positive, "cluster", "clusters") + " of positive and " +
+    say(result.map + ": " + Q_counted(positive, "cluster", "clusters") + " of positive and " +
         std::to_string(negative) + " of negative effect (" + result.criteria + ")");
     say("");
     say_clusters(result.clusters);
   }
   say("");
-  say("Image:  " + image_file(result.base));
+  say("Image:  " + image_file_of(result.base));
   say("Table:  " + result.base + ".csv");
   say("Report: " + result.base + ".html");
 }

@@ -5,6 +5,7 @@
 #include "engine/base/csv.h"
 #include "engine/base/wording.h"
 #include "util/q_string.h"
+#include "util/text.h"
 
 namespace kvo::results {
 
@@ -120,7 +121,7 @@ HtmlTable effect_html(std::span<const StudyEffect> studies, std::span<const doub
   for (std::size_t i = 0; i < studies.size(); ++i) {
     const auto& [study, n, effect] = studies[i];
     table.rows.push_back(
-        {{study, count_text(n), decimal_text(effect.g, 3), interval_text(interval_of(effect)),
+        {{study, Q_count_text(n), decimal_text(effect.g, 3), interval_text(interval_of(effect)),
           decimal_text(effect.variance, 4), decimal_text(std::sqrt(effect.variance), 3),
           decimal_text(weights[i], 2)}});
   }

@@ -13,7 +13,7 @@
 #include "engine/model/study_model.h"
 #include "engine/studies/study_image.h"
 #include "engine/studies/study_peaks.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace kvo::results {
 

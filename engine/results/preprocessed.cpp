@@ -7,6 +7,7 @@
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
 #include "engine/results/results.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::results {
 

@@ -9,6 +9,8 @@
 #include "engine/base/progress.h"
 #include "engine/base/text_file.h"
 #include "engine/studies/study_rules.h"
+#include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::results {
 
@@ -48,7 +50,7 @@ std::string list_without(const char* file, std::string list, std::span<const std
   const std::string text = read_text(file);
   const std::vector<TextLine> lines = filled_lines(text);
   for (std::size_t i = 1; i < lines.size(); ++i) {
-    const std::string_view first = words(lines[i].text).front();
+    const std::string_view first = Q_words(lines[i].text).front();
     if (std::find(names.begin(), names.end(), first) != names.end()) continue;
     list += lines[i].text;
     list += '\n';

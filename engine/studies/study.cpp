@@ -9,7 +9,8 @@
 #include "engine/base/text_file.h"
 #include "engine/studies/study_rules.h"
 #include "util/text.h"
-#include "workspace/text_table.h"
+#include "workspace/files/file_names.h"
+#include "workspace/files/text_table.h"
 
 namespace kvo::studies {
 

@@ -9,7 +9,6 @@
 
 #include "engine/studies/effect_size.h"
 #include "engine/studies/studies_layer.h"
-#include "workspace/folder_files.h"
 
 namespace kvo::studies {
 

@@ -41,9 +41,9 @@ struct Reader {
   }
 
   void read_comment(const TextLine& line, std::string_view comment) {
-    comment = Q_trimmed(comment);
+    comment = Q_stripped(comment);
     if (!same_ignoring_case(comment.substr(0, space_key.size()), space_key)) return;
-    const std::string_view name = Q_trimmed(comment.substr(space_key.size()));
+    const std::string_view name = Q_stripped(comment.substr(space_key.size()));
     const Space named = same_ignoring_case(name, "MNI")         ? Space::mni
                         : same_ignoring_case(name, "Talairach") ? Space::talairach
                                                                 : Space::unknown;
@@ -69,7 +69,7 @@ struct Reader {
   void read_peak(const TextLine& line, std::string_view text) {
     std::string blanks(text);
     std::replace(blanks.begin(), blanks.end(), ',', ' ');
-    const std::vector<std::string_view> cells = words(blanks);
+    const std::vector<std::string_view> cells = Q_words(blanks);
     // "1,5 -14 6" would pass for four numbers.
     const auto commas = std::count(text.begin(), text.end(), ',');
     if (commas != 0 && commas != 3)
@@ -97,7 +97,7 @@ struct Reader {
   void read_line(const TextLine& line) {
     const std::size_t comment = line.text.find('#');
     if (comment != std::string_view::npos) read_comment(line, line.text.substr(comment + 1));
-    const std::string_view peak = Q_trimmed(line.text.substr(0, comment));
+    const std::string_view peak = Q_stripped(line.text.substr(0, comment));
     if (!peak.empty()) read_peak(line, peak);
   }
 };
@@ -116,7 +116,7 @@ StudyPeaks read_peaks(const Study& study) {
     throw Refusal("'" + reader.path + "' has no line '# space: MNI' or '# space: Talairach'.");
   if (reader.space == Space::talairach)
     for (Peak& peak : reader.peaks) peak.mm = mni_of_talairach(peak.mm);
-  return {std::move(reader.peaks), checksum(text), reader.space == Space::talairach,
+  return {std::move(reader.peaks), Q_sha256(text), reader.space == Space::talairach,
           reader.unknown_heights};
 }
 

@@ -4,6 +4,7 @@
 
 #include "engine/base/text_file.h"
 #include "util/q_string.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::studies {
 
@@ -51,7 +52,7 @@ std::string peaks_file_of(const std::string& study) {
 }
 
 std::string image_file_of(const std::string& study) {
-  return study + ".nii.gz";
+  return study + KVO_IMAGE_SUFFIX;
 }
 
 std::optional<std::string> source_fault(const std::string& study, bool has_peaks, bool has_image) {

@@ -10,6 +10,7 @@
 #include "engine/results/map_facts.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
+#include "util/text.h"
 
 namespace kvo::verbs {
 
@@ -69,7 +70,7 @@ Effect effect_in(const PpRecord& record, const Mask& mask, const std::string& st
 
 void extract_effects(Extraction& extraction) {
   const std::vector<Member>& members = extraction.meta.members;
-  Action action("Extracting the values of " + counted(members.size(), "study", "studies"),
+  Action action("Extracting the values of " + Q_counted(members.size(), "study", "studies"),
                 members.size(), 30);
   extraction.studies.resize(members.size());
   in_parallel(members.size(), [&](std::size_t i, std::size_t) {
@@ -88,9 +89,9 @@ Summary summary_of(std::span<const StudyEffect> studies) {
 
 std::string voxels_text(const Extraction& extraction) {
   const std::size_t used = extraction.used.size();
-  const std::string all = count_text(extraction.mask_voxels);
+  const std::string all = Q_count_text(extraction.mask_voxels);
   if (used == extraction.mask_voxels) return all + ", the whole mask";
-  return count_text(used) + " of the mask's " + all + "; the others lie outside of '" +
+  return Q_count_text(used) + " of the mask's " + all + "; the others lie outside of '" +
          extraction.meta.record.mask + "'";
 }
 
@@ -128,8 +129,9 @@ std::string text_file_of(const Extraction& extraction, const Summary& summary,
 
 std::vector<Fact> facts_of(const Extraction& extraction, const Summary& summary) {
   std::vector<Fact> facts = {
-      {"Studies", counted(extraction.studies.size(), "study", "studies") + " with " +
-                      counted(participants_of(extraction.studies), "participant", "participants")},
+      {"Studies",
+       Q_counted(extraction.studies.size(), "study", "studies") + " with " +
+           Q_counted(participants_of(extraction.studies), "participant", "participants")},
       {"Voxels", voxels_text(extraction)},
       {"Pooled Hedges' g", estimate_text(summary.pool.mean)},
   };

@@ -13,6 +13,8 @@
 #include "engine/report/methods.h"
 #include "engine/results/effect_summary.h"
 #include "engine/verbs/verbs.h"
+#include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::verbs {
 
@@ -140,8 +142,8 @@ std::vector<Fact> facts_of(const Command& command, const Globals& globals,
   std::vector<Fact> facts = {{"Model", model_text(globals)}};
   if (!command.arguments[1].empty()) facts.push_back({"Subgroup", command.arguments[1]});
   facts.push_back(
-      {"Studies", counted(globals.studies.size(), "study", "studies") + " with " +
-                      counted(participants_of(globals.studies), "participant", "participants")});
+      {"Studies", Q_counted(globals.studies.size(), "study", "studies") + " with " +
+                      Q_counted(participants_of(globals.studies), "participant", "participants")});
   if (const auto& pool = result.pool; pool && pool->prediction)
     facts.push_back({"95 % prediction interval", decimal_text(pool->prediction->low, 3) + " to " +
                                                      decimal_text(pool->prediction->high, 3)});

@@ -9,7 +9,6 @@
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
-#include "engine/base/wording.h"
 #include "engine/inference/randomization.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
@@ -17,7 +16,8 @@
 #include "engine/model/study_model.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
-#include "workspace/study_table.h"
+#include "util/text.h"
+#include "workspace/files/study_table.h"
 
 namespace kvo::verbs {
 
@@ -105,7 +105,7 @@ LinearModelMaps maps_of(const Design& design, const StudyMaps& studies, std::siz
 }
 
 std::string doing(const ModelRequest& request, std::size_t studies) {
-  const std::string count = counted(studies, "study", "studies");
+  const std::string count = Q_counted(studies, "study", "studies");
   return request.terms.empty() ? "Calculating the mean of " + count
                                : "Fitting " + request.terms + " to " + count;
 }

@@ -9,13 +9,14 @@
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
-#include "engine/base/wording.h"
 #include "engine/inference/clusters.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/results.h"
 #include "engine/studies/study_image.h"
 #include "engine/verbs/verbs.h"
-#include "workspace/region_labels.h"
+#include "util/text.h"
+#include "workspace/files/file_names.h"
+#include "workspace/files/region_labels.h"
 
 namespace kvo::verbs {
 
@@ -98,7 +99,7 @@ void say_outside_brain(const Mask& mask) {
   if (outside == mask.size())
     say("None of them lies in the brain");
   else if (outside > 0)
-    say(counted(outside, "of them lies", "of them lie") + " outside of the brain");
+    say(Q_counted(outside, "of them lies", "of them lie") + " outside of the brain");
 }
 
 /// The checksum of the mask when it is the one that the maps were made in; nothing otherwise.
@@ -136,7 +137,7 @@ void check_mask_label(const Command& command) {
 
 void run_mask_label(const Command& command) {
   const Mask mask = prepare_label(command);
-  say(region_name(int(command.number(1))) + ": " + counted(mask.size(), "voxel", "voxels"));
+  say(region_name(int(command.number(1))) + ": " + Q_counted(mask.size(), "voxel", "voxels"));
   write_mask(command, mask);
 }
 
@@ -146,7 +147,8 @@ void check_mask_coordinate(const Command& command) {
 
 void run_mask_coordinate(const Command& command) {
   const Mask mask = prepare_coordinate(command);
-  say("10 mm around " + coordinate_text(command) + ": " + counted(mask.size(), "voxel", "voxels"));
+  say("10 mm around " + coordinate_text(command) + ": " +
+      Q_counted(mask.size(), "voxel", "voxels"));
   say_outside_brain(mask);
   write_mask(command, mask);
 }

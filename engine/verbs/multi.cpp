@@ -9,7 +9,9 @@
 #include "engine/inference/conjunction.h"
 #include "engine/results/cluster_result.h"
 #include "engine/results/results.h"
+#include "engine/studies/study_rules.h"
 #include "engine/verbs/verbs.h"
+#include "util/text.h"
 
 namespace kvo::verbs {
 
@@ -98,7 +100,7 @@ void write_p(Outputs& outputs, const Command& command, const MultiRequest& reque
   image.values = tails.positive.p;
   for (std::size_t i = 0; i < image.values.size(); ++i)
     image.values[i] = std::min(image.values[i], tails.negative.p[i]);
-  write_image(outputs.path_of(p_base_of(request) + ".nii.gz"), image);
+  write_image(outputs.path_of(image_file_of(p_base_of(request))), image);
 }
 
 std::string mode_words(const ConjunctionMode& mode) {
@@ -158,7 +160,7 @@ void run_multi(const Command& command) {
   result.map = request.first + " and " + request.second;
   result.base = base_of(request);
   result.criteria = "p < " + request.p_text + ", peak p at most " + request.peak_text +
-                    ", at least " + counted(request.extent, "voxel", "voxels");
+                    ", at least " + Q_counted(request.extent, "voxel", "voxels");
   Outputs outputs;
   Action action("Combining " + result.map);
   const MultiInputs inputs = prepare_multi(request);
@@ -179,7 +181,7 @@ void run_multi(const Command& command) {
   say(std::to_string(conjunction.voxels) + " voxels take part, with a p below 1 in both; " +
       mode_words(request.mode));
   say_result(result);
-  say("p:      " + p_base_of(request) + ".nii.gz");
+  say("p:      " + image_file_of(p_base_of(request)));
 }
 
 }  // namespace kvo::verbs

@@ -8,12 +8,13 @@
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/base/text_file.h"
-#include "engine/base/wording.h"
 #include "engine/maps/effect_maps.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/results/preprocessed.h"
 #include "engine/studies/study_source.h"
 #include "engine/verbs/verbs.h"
+#include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::verbs {
 
@@ -111,7 +112,7 @@ void say_first(std::span<const StudyOutput> studies, std::string StudyOutput::*r
   const std::size_t listed = std::min(texts.size(), most_lines);
   for (std::size_t t = 0; t < listed; ++t) say(texts[t]);
   if (const std::size_t more = texts.size() - listed; more > 0)
-    say("\u2026 and " + counted(more, "more study", "more studies") + " " + what);
+    say("\u2026 and " + Q_counted(more, "more study", "more studies") + " " + what);
 }
 
 /// Remarks what is unclear about a study's image, and what it lacks.
@@ -135,7 +136,8 @@ std::vector<float> effects_of(const StudyInput& input, const EffectMaps& effects
 void make_maps(const PpInputs& inputs, const EffectMaps& effects, const std::string& description,
                std::vector<StudyOutput>& outputs) {
   const std::vector<StudyInput>& studies = inputs.studies;
-  Action action("Preprocessing " + counted(studies.size(), "study", "studies"), studies.size(), 30);
+  Action action("Preprocessing " + Q_counted(studies.size(), "study", "studies"), studies.size(),
+                30);
   in_parallel(studies.size(), [&](std::size_t s, std::size_t) {
     const std::vector<float> g = effects_of(studies[s], effects, inputs.mask, outputs[s]);
     write_study_maps(outputs[s].files, studies[s].study, inputs.mask, g, description);

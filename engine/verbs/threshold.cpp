@@ -6,13 +6,13 @@
 
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
-#include "engine/base/wording.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/cluster_result.h"
 #include "engine/results/map_facts.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
-#include "workspace/map_lists.h"
+#include "util/text.h"
+#include "workspace/files/map_lists.h"
 
 namespace kvo::verbs {
 
@@ -123,7 +123,7 @@ void run_threshold(const Command& command) {
   result.map = request.map;
   result.base = base_of(request);
   result.criteria = "p < " + request.p_text + ", peak |z| at least " + request.height_text +
-                    ", at least " + counted(request.extent, "voxel", "voxels");
+                    ", at least " + Q_counted(request.extent, "voxel", "voxels");
   Outputs outputs;
   Action action("Thresholding " + result.map);
   const ZMap map = prepare_threshold(request);

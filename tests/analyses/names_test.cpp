@@ -22,39 +22,28 @@ std::string fault(const std::string& reason, const std::string& name) {
   return reason.substr(start.size(), reason.size() - start.size() - end.size());
 }
 
-TEST(Names, AreMadeSafe) {
-  const struct {
-    const char* typed;
-    const char* safe;
-  } cases[] = {
-      {"MyMean", "MyMean"},
-      {"My Mean", "My_Mean"},
-      {"mean 1: a/b", "mean_1._a-b"},
-      {"Left cerebellum, crus I", "Left_cerebellum._crus_I"},
-      {"a;b&c|d>e'f\"g\\h*i?", "a.b-c-d-e-f-g-h-i."},
-      {"", ""},
-  };
-  for (const auto& c : cases) EXPECT_EQ(kvo_safe_name(c.typed), c.safe) << c.typed;
-}
-
 /// Every byte at three places of a name: whatever is let through reaches the engine unchanged, and
 /// only what the command language has no place for is refused.
 TEST(Names, ThatTheLanguageHoldsReachProgramsUnchanged) {
   const Test_folder folder;
   std::filesystem::create_directory("empty");
-  write_text("print", "#!/bin/sh\nprintf %s \"$1\" >out\n");
+  write_text("print", "#!/bin/sh\nprintf '%s\\n' \"$@\" >out\n");
   std::filesystem::permissions("print", std::filesystem::perms(0755));
   write_text("ab", "");
   for (int byte = 0; byte < 256; ++byte) {
     const std::string character(1, static_cast<char>(byte));
     const bool is_held = byte > ' ' && byte != 0x7F && std::strchr(",=+\"'", byte) == nullptr;
+    std::string command = "./print";
+    std::string expected;
     for (const std::string& name : {character + "b", "a" + character + "b", "a" + character}) {
       ASSERT_EQ(kvo_name_refusal(name).empty(), is_held) << byte;
-      if (!is_held) continue;
-      std::filesystem::remove("out");
-      EXPECT_EQ(std::system(("./print " + kvo_word(name) + " >empty/output 2>&1").c_str()), 0);
-      EXPECT_EQ(read_text("out"), name) << byte;
+      command += " " + kvo_word(name);
+      expected += name + "\n";
     }
+    if (!is_held) continue;
+    std::filesystem::remove("out");
+    EXPECT_EQ(std::system((command + " >empty/output 2>&1").c_str()), 0);
+    EXPECT_EQ(read_text("out"), expected) << byte;
   }
 }
 
@@ -63,22 +52,18 @@ TEST(Names, OfFilesAreRefusedThatLeadElsewhere) {
     std::string name;
     const char* fault;
   } cases[] = {
-      {"gm", ""},
       {"a.b-c", ""},
       {"", "is empty"},
       {"gray matter", "contains a blank"},
-      {"a,b", "contains the character ','"},
-      {"a=b", "contains the character '='"},
       {"a+b", "contains the character '+'"},
       {std::string(201, 'a'), "is longer than 200 bytes"},
       {"\xe9", "is not valid UTF-8"},
       {"..", "begins with the character '.'"},
-      {".gm", "begins with the character '.'"},
       {"-gm", "begins with the character '-'"},
       {"a/b", "contains the character '/'"},
-      {"/gm", "contains the character '/'"},
       {"g$m", ""},
       {"a\rb", "contains a carriage return"},
+      {"a\tb", "contains a tab"},
       {"a\x01", "contains the control character 1"},
   };
   for (const auto& c : cases)

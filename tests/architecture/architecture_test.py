@@ -1,175 +1,156 @@
 #!/usr/bin/env python3
-"""Fails when a folder includes one above it.
-
-The folders build on each other in one direction:
-    util <- nifti <- dialogs <- shell's services <- workspace <- imaging <- analyses, integrations
-         <- shell's main
-The engine and the companion programs build on util, nifti and those units of workspace that show no
-window; the editor alone may show windows.
-"""
+"""Fails when a folder includes what the table of docs/architecture.md does not let it include, and
+when two headers, or two types that any unit can name, have the same name."""
 
 import re
 import sys
 import tempfile
+from collections import defaultdict
 from pathlib import Path
 
-# Units of shell/ that stand above everything; the others are the services that all build on.
-SHELL_MAIN = {"main", "main_window", "actions"}
-
-LAYERS = ["util", "nifti", "dialogs", "shell", "workspace",
-          "imaging", ("analyses", "integrations"), "shell main"]
-# Data, with the programs that make it; only the top needs it.
-DATA = {"resources": {"resources", "util", "engine"}}
-COMPANION_BASE = {"util", "nifti", "workspace", "engine"}
-COMPANIONS_WITH_WINDOWS = {"companions/kvo_edit"}
-SOURCES = {".h", ".cpp"}
-GENERATED = {"kvo_config.h"}
-# Not part of the program: they may use all of it.
-FREE = {"tests", "bench", "build"}
+TABLE = "docs/architecture.md"
+ROW = re.compile(r"^\| (`[^|]*/`) \|.*\|([^|]*)\|$", re.MULTILINE)
+NAME = re.compile(r"`([a-z_/]+?)/?`")
+# A row names folders, the toolkit, or this, which is for what is no part of the product.
+ANYTHING = "anything"
+TOOLKIT = "GTK"
 # Pango and cairo draw reports too, which need no display.
-WINDOW_HEADERS = re.compile(r"(gtk|gdk)/|gdk-pixbuf")
+TOOLKIT_HEADERS = re.compile(r"(gtk|gdk)/|gdk-pixbuf")
+GENERATED = {"kvo_config.h"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
+# As clang-format lays them out.
+UNNAMED = re.compile(r"^namespace \{\n(?:.*\n)?\}$|^namespace \{$.*?^\}  // namespace$", re.MULTILINE | re.DOTALL)
+TYPE = re.compile(r"^(?:namespace ([\w:]+) \{|\}  // namespace [\w:]+$"
+                  r"|(?:struct|class|enum(?: class)?) (\w+)[^;{=(\n]*\{)", re.MULTILINE)
 
 
-def allowed_folders():
-    allowed = {}
-    below = set()
-    for layer in LAYERS:
-        names = (layer,) if isinstance(layer, str) else layer
-        for name in names:
-            allowed[name] = below | {name}
-        below |= set(names)
-    allowed["shell main"] |= set(DATA)
-    return allowed | DATA
+def read_table(text):
+    """What the row of each folder names, in the order of the rows."""
+    return {folder: set(NAME.findall(named) + re.findall(f"{ANYTHING}|{TOOLKIT}", named))
+            for folders, named in ROW.findall(text) for folder in NAME.findall(folders)}
 
 
 def folder_of(path):
-    """The place of a file, given relative to the root, in the order of the folders."""
-    parts = path.parts
-    if parts[0] == "companions":
-        return "/".join(parts[:2])
-    if parts[0] == "shell" and path.stem in SHELL_MAIN:
-        return "shell main"
-    return parts[0]
+    return "/".join(path.parts[:-1][:2])
 
 
 class Tree:
     def __init__(self, root):
-        self.root = root
-        self.includes = {}
+        self.named = read_table((root / TABLE).read_text(encoding="utf-8"))
+        free = {folder for folder, named in self.named.items() if ANYTHING in named}
+        self.sources = {}
         for file in sorted(root.rglob("*")):
             path = file.relative_to(root)
-            if path.suffix not in SOURCES or len(path.parts) < 2:
-                continue
-            if path.parts[0] in FREE or path.parts[0].startswith("."):
-                continue
-            found = INCLUDE.findall(file.read_text(encoding="utf-8"))
-            self.includes[path] = ([Path(own) for own, _ in found if own],
-                                   [system for _, system in found if system])
+            if (file.suffix in {".h", ".cpp"} and path.parts[0] not in free
+                    and not path.parts[0].startswith((".", "build"))):
+                self.sources[path] = file.read_text(encoding="utf-8")
 
     def problems(self):
-        allowed = allowed_folders()
-        for path, (own, system) in self.includes.items():
+        used = defaultdict(set)
+        yield from self.include_problems(used)
+        for folder, named in self.named.items():
+            for other in sorted(named - used[folder] - {ANYTHING}):
+                yield f"{TABLE}: {folder} does not include {other}, which its row names"
+        yield from self.name_problems()
+
+    def include_problems(self, used):
+        """Adds to `used` what the files of each folder include."""
+        may_use = {}
+        for folder, named in self.named.items():
+            for other in sorted(named - may_use.keys() - {ANYTHING, TOOLKIT}):
+                yield f"{TABLE}: the row of {folder} names {other}, which has no row above it"
+            may_use[folder] = {folder} | named | {use for other in named for use in may_use.get(other, ())}
+        for path, text in self.sources.items():
             folder = folder_of(path)
-            is_companion = folder == "engine" or folder.startswith("companions/")
-            if folder not in allowed and not is_companion:
-                yield f"{path}: the folder has no place in the order"
+            if folder not in self.named:
+                yield f"{path}: {TABLE} has no row for {folder}"
                 continue
-            may_use = COMPANION_BASE | {folder} if is_companion else allowed[folder]
-            if folder in COMPANIONS_WITH_WINDOWS:
-                may_use = may_use | {"dialogs", "resources"}
-            for target in own:
-                if target.suffix not in SOURCES or str(target) in GENERATED:
+            for own, system in INCLUDE.findall(text):
+                target = Path(own)
+                if TOOLKIT_HEADERS.match(system):
+                    other = TOOLKIT
+                elif target.suffix == ".h" and own not in GENERATED:
+                    other = folder_of(target)
+                else:
                     continue
-                if target not in self.includes:
-                    yield f"{path}: includes {target}, which is not there"
-                elif folder_of(target) not in may_use:
-                    yield f"{path}: {folder} may not include {folder_of(target)} ({target})"
-            if folder == "util" and any(WINDOW_HEADERS.match(name) for name in system):
-                yield f"{path}: util may not use the window toolkit"
-            if is_companion and folder not in COMPANIONS_WITH_WINDOWS:
-                yield from self.window_problems(path)
+                used[folder].add(other)
+                if own and target not in self.sources:
+                    yield f"{path}: includes {own}, which is not there"
+                elif other not in may_use[folder]:
+                    yield f"{path}: {folder} may not include {other} ({own or system})"
 
-    def window_problems(self, start):
-        """What shows windows among all that a unit of a companion is built from."""
-        seen = set()
-        waiting = [(start, ())]
-        while waiting:
-            path, way = waiting.pop()
-            if path in seen or path not in self.includes:
-                continue
-            seen.add(path)
-            own, system = self.includes[path]
-            windows = [name for name in system if WINDOW_HEADERS.match(name)]
-            if windows or path.parts[0] in ("dialogs", "shell"):
-                yield f"{start}: shows windows by way of {' > '.join(map(str, way + (path,)))}"
-                return
-            # A header stands for its unit.
-            for target in own:
-                for part in (target, target.with_suffix(".cpp")):
-                    waiting.append((part, way + (path,)))
+    def name_problems(self):
+        places = defaultdict(list)
+        for path, text in self.sources.items():
+            if path.suffix == ".h":
+                places["header " + path.name].append(path)
+            namespace = ""
+            # Types of an unnamed namespace are their unit's own.
+            for entered, name in TYPE.findall(UNNAMED.sub("", text)):
+                if name:
+                    places[f"type {namespace}{name}"].append(path)
+                else:
+                    namespace = f"{entered}::" if entered else ""
+        for name, paths in places.items():
+            if len(paths) > 1:
+                yield f"the {name} is there twice: {', '.join(map(str, paths))}"
 
 
-# Files that are left, each with its includes, and a part of the complaint that is right; no
-# complaint when that is empty.
+CASES_TABLE = """
+| `low/` | | – |
+| `files/` | | `low` |
+| `shown/` | | `files`, GTK |
+| `shown/main/` | | `shown` |
+| `bench/`, `tests/` | | anything |
+"""
+# Of a tree that keeps to that table, the files that are put in, and a part of the first complaint;
+# no complaint when that is empty.
+WHOLE = {"low/a.h": "", "files/f.cpp": '#include "low/a.h"', "files/f.h": "class F {\n};",
+         "shown/s.cpp": '#include <gtk/gtk.h>\n#include "files/f.h"', "shown/s.h": "",
+         "shown/main/m.cpp": '#include "shown/s.h"\n'}
 CASES = [
-    ({"util/a.h": "", "dialogs/a.cpp": '#include "util/a.h"'}, ""),
-    ({"util/a.cpp": '#include "dialogs/b.h"', "dialogs/b.h": ""}, "util may not include dialogs"),
-    ({"util/a.cpp": "#include <gtk/gtk.h>"}, "util may not use the window toolkit"),
-    ({"dialogs/a.cpp": '  #  include "shell/console.h"', "shell/console.h": ""},
-     "dialogs may not include shell"),
-    ({"shell/console.cpp": '#include "workspace/w.h"', "workspace/w.h": ""},
-     "shell may not include workspace"),
-    ({"shell/main.cpp": '#include "analyses/m.h"', "analyses/m.h": ""}, ""),
-    ({"shell/console.cpp": '#include "shell/main_window.h"', "shell/main_window.h": ""},
-     "shell may not include shell main"),
-    ({"analyses/m.cpp": '#include "shell/actions.h"', "shell/actions.h": ""},
-     "analyses may not include shell main"),
-    ({"imaging/i.cpp": '#include "analyses/m.h"', "analyses/m.h": ""},
-     "imaging may not include analyses"),
-    ({"workspace/w.cpp": '#include "kvo_config.h"\n// #include "analyses/m.h"'}, ""),
-    ({"workspace/w.cpp": '#include "workspace/none.h"'}, "which is not there"),
-    ({"extras/e.cpp": ""}, "has no place"),
-    ({"companions/tool/m.cpp": '#include "engine/base/c.h"\n#include "workspace/w.h"',
-      "engine/base/c.h": "", "workspace/w.h": "", "workspace/w.cpp": ""}, ""),
-    ({"companions/tool/m.cpp": '#include "companions/other/o.h"', "companions/other/o.h": ""},
-     "may not include companions/other"),
-    ({"companions/tool/m.cpp": '#include "shell/console.h"', "shell/console.h": ""},
-     "may not include shell"),
-    ({"companions/tool/m.cpp": '#include "workspace/w.h"', "workspace/w.h": "",
-      "workspace/w.cpp": '#include "shell/console.h"', "shell/console.h": ""},
-     "shows windows by way of"),
-    ({"companions/tool/m.cpp": "#include <pango/pangocairo.h>"}, ""),
-    ({"engine/base/e.cpp": '#include "companions/tool/m.h"', "companions/tool/m.h": ""},
-     "engine may not include companions/tool"),
-    ({"companions/tool/m.cpp": "#include <gdk/gdk.h>"}, "shows windows"),
-    ({"companions/kvo_edit/m.cpp": '#include <gtk/gtk.h>\n#include "dialogs/message.h"',
-      "dialogs/message.h": ""}, ""),
-    ({"companions/kvo_edit/m.cpp": '#include "shell/console.h"', "shell/console.h": ""},
-     "may not include shell"),
-    ({"tests/t.cpp": '#include "none.h"', "build/b.cpp": '#include "none.h"'}, ""),
+    ({}, ""),
+    ({"tests/t/deep/t.cpp": '#include "none.h"\n#include <gtk/gtk.h>', "build/b.h": '#include "none.h"'}, ""),
+    ({"low/b.cpp": '#include "kvo_config.h"\n// #include "files/f.h"\n#include "picture.inc"'}, ""),
+    ({"low/b.cpp": "#include <pango/pangocairo.h>"}, ""),
+    ({"shown/main/n.cpp": '#include "low/a.h"\n#include <gdk/gdk.h>'}, ""),
+    ({"low/b.cpp": '  #  include "files/f.h"'}, "low may not include files (files/f.h)"),
+    ({"low/b.cpp": "#include <gdk/gdk.h>"}, "low may not include GTK (gdk/gdk.h)"),
+    ({"shown/t.cpp": '#include "shown/main/m.h"', "shown/main/m.h": ""}, "shown may not include shown/main"),
+    ({"low/b.cpp": '#include "low/none.h"'}, "which is not there"),
+    ({"other/o.cpp": ""}, "has no row for other"),
+    ({"low/part/p.cpp": ""}, "has no row for low/part"),
+    ({"files/f.cpp": ""}, "files does not include low, which its row names"),
+    ({TABLE: CASES_TABLE + "| `late/` | | `later` |\n| `later/` | | – |\n"}, "which has no row above it"),
+    ({"shown/a.h": ""}, "the header a.h is there twice: low/a.h, shown/a.h"),
+    ({"low/b.cpp": "struct F : Base {\n};"}, "the type F is there twice: files/f.h, low/b.cpp"),
+    ({"low/b.cpp": "enum class F { A };"}, "the type F is there twice"),
+    ({"low/b.cpp": "namespace n {\nstruct F {\n};\n}  // namespace n\nclass F {\n};"}, "the type F is there twice"),
+    ({"low/b.cpp": "namespace n {\nstruct F {\n};\n}  // namespace n", "low/c.h": "namespace n {\nclass F {\n};\n}"},
+     "the type n::F is there twice: low/b.cpp, low/c.h"),
+    ({"low/b.cpp": "class F;\nstruct F make() {\n}\nnamespace {\nstruct F {\n};\n}  // namespace\nnamespace n {\nstruct F {\n};\n}"}, ""),
+    ({"low/b.cpp": "namespace {\nint n;\n}\nstruct F {\n};"}, "the type F is there twice"),
 ]
 
 
 def check_the_check():
     for files, right in CASES:
         with tempfile.TemporaryDirectory() as folder:
-            for name, content in files.items():
+            for name, content in ({TABLE: CASES_TABLE} | WHOLE | files).items():
                 path = Path(folder) / name
                 path.parent.mkdir(parents=True, exist_ok=True)
-                path.write_text(content + "\n", encoding="utf-8")
+                path.write_text(content, encoding="utf-8")
             found = list(Tree(Path(folder)).problems())
         if bool(found) != bool(right) or (right and right not in found[0]):
             yield f"{files}: found {found}, right is '{right}'"
 
 
 def main():
-    root = Path(sys.argv[1])
-    tree = Tree(root)
+    tree = Tree(Path(sys.argv[1]))
     problems = list(check_the_check()) + list(tree.problems())
-    if len(tree.includes) < 50:
-        problems.append(f"{root}: only {len(tree.includes)} files found")
+    if len(tree.sources) < 250:
+        problems.append(f"only {len(tree.sources)} files found")
     print(*problems, sep="\n")
     return 1 if problems else 0
 

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 
 #include "dialog_driver.h"
+#include "dialogs/frame.h"
+#include "dialogs/help.h"
 #include "dialogs/message.h"
 #include "test_folder.h"
 
@@ -12,169 +14,101 @@ namespace {
 
 using testing::ElementsAre;
 
-int ask_model(int position, Dialog_driver::Script script) {
-  Dialog_driver user;
-  user.then(std::move(script));
-  return Q_input_opt("Select a model\nOne of four.", position, 4, "Compare 2 groups",
-                     "Compare 3 groups", "Meta-regression", "Multiple meta-regression");
-}
-
 TEST(SingleChoice, AnswersWithTheChosenPosition) {
-  EXPECT_EQ(ask_model(2,
-                      [](Shown_dialog& dialog) {
-                        EXPECT_EQ(dialog.message(), "[ Select a model ]");
-                        EXPECT_EQ(dialog.explanation(), "One of four.");
-                        EXPECT_THAT(dialog.buttons(), ElementsAre("Help", "Cancel", "OK"));
-                        EXPECT_THAT(dialog.options(),
-                                    ElementsAre("Compare 2 groups", "Compare 3 groups",
-                                                "Meta-regression", "Multiple meta-regression"));
-                        EXPECT_EQ(dialog.chosen(), "Compare 3 groups");
-                        EXPECT_EQ(dialog.focus(), "Compare 3 groups");
-                        dialog.press("OK");
-                      }),
-            2);
-  struct {
+  Qs_HelpTopic = "lm";
+  const auto ask = [](int position) {
+    return Q_input_opt("Select\nOne of three.", position, 3, "first", "<b>second", "third");
+  };
+  const struct {
     int position;
-    const char* clicked;
+    const char *preselected, *play;
     int answer;
-  } const cases[] = {
-      {2, "Multiple meta-regression", 4}, {4, "Compare 2 groups", 1}, {3, "Meta-regression", 3}};
-  for (const auto& [position, clicked, answer] : cases)
-    EXPECT_EQ(ask_model(position,
-                        [option = clicked](Shown_dialog& dialog) {
-                          dialog.choose(option);
-                          dialog.press("OK");
-                        }),
-              answer)
-        << "default " << position << ", clicked " << clicked;
-  for (const auto& [name, refuse] : REFUSALS)
-    EXPECT_EQ(ask_model(2,
-                        [act = refuse](Shown_dialog& dialog) {
-                          dialog.choose("Meta-regression");
-                          act(dialog);
-                        }),
-              0)
-        << name;
-}
-
-TEST(SingleChoice, TakesTheFirstOptionForADefaultOutOfRange) {
-#ifdef NDEBUG
-  for (const int position : {0, 3, -1}) {
+  } cases[] = {{2, "<b>second", "OK", 2}, {1, "first", "(third)", 3}, {3, "third", "(first)", 1}};
+  for (const auto& c : cases) {
     Dialog_driver user;
-    user.answer({});
-    EXPECT_EQ(Q_input_opt("Select", position, {"first", "second"}), 1) << position;
+    user.play(c.play);
+    EXPECT_EQ(ask(c.position), c.answer) << c.play;
+    EXPECT_EQ(user.shown(),
+              Q_format("lm [ Select ] %s <first, <b>second, third>", c.preselected).str());
   }
-  Dialog_driver user;
-  user.answer({});
-  EXPECT_EQ(Q_input_opt("Select", 1, Q_string_list{}), 1) << "no options at all";
-#else
-  EXPECT_DEATH(Q_input_opt("Select", 0, {"first", "second"}), "position");
-  EXPECT_DEATH(Q_input_opt("Select", 1, Q_string_list{}), "n >= 1");
-#endif
+  every_refusal("(third)", [&] { EXPECT_EQ(ask(2), 0); });
 }
 
 TEST(Question, IsTrueOnlyForOk) {
-  const auto answer = [](bool default_answer, void (*act)(Shown_dialog&)) {
+  const std::pair<bool, const char*> cases[] = {{true, "Enter"}, {false, "Enter"}, {false, "OK"}};
+  for (const auto& [by_default, play] : cases) {
     Dialog_driver user;
-    user.then(act);
-    const bool result = Q_input_boolean("Overwrite?", default_answer);
-    EXPECT_THAT(user.messages(), ElementsAre("[ Overwrite? ]"));
-    return result;
-  };
-  for (const bool by_default : {true, false})
-    EXPECT_EQ(answer(by_default, [](Shown_dialog& dialog) { dialog.key(GDK_KEY_Return); }),
-              by_default);
-  EXPECT_TRUE(answer(false, [](Shown_dialog& dialog) { dialog.press("OK"); }));
-  for (const auto& [name, refuse] : REFUSALS) EXPECT_FALSE(answer(true, refuse)) << name;
+    user.play(play);
+    EXPECT_EQ(Q_input_boolean("Overwrite?", by_default), by_default || *play == 'O');
+  }
+  every_refusal("", [] { EXPECT_FALSE(Q_input_boolean("Overwrite?", true)); });
 }
 
 TEST(Folder, IsTheOpenedOneAndEmptyAfterARefusal) {
   const Test_folder here;
-  std::filesystem::create_directory("first");
-  std::filesystem::create_directory("second one");
-  const std::string first = (here.path() / "first").string();
-  const std::string second = (here.path() / "second one").string();
-  struct {
-    std::string preselected;
-    std::string selected;
-    std::string answer;
-  } const cases[] = {
-      {first, first, first},
-      {first, second, second},
-      {"", second, second},
-      {first, "", first},  // as it is preselected
-  };
-  for (const auto& [preselected, selected, answer] : cases) {
-    Q_string folder(preselected);
-    Dialog_driver user;
-    user.then([&, path = selected, expected = answer](Shown_dialog& dialog) {
-      EXPECT_EQ(dialog.message(), "Specify the folder");
-      EXPECT_THAT(dialog.buttons(), ElementsAre("Help", "Cancel", "Open"));
-      if (!path.empty()) dialog.select(path);
-      EXPECT_TRUE(has_selected(dialog.widget(), expected));
-      dialog.press("Open");
-    });
-    EXPECT_TRUE(Q_input_folder(folder, "Specify the folder"));
-    EXPECT_EQ(folder, answer.c_str());
-  }
-  {
-    // A path that is typed, and confirmed with the mouse.
-    Q_string folder(first);
+  const std::string first = here.path() / "first";
+  const std::string second = here.path() / "second one";
+  for (const std::string& folder : {first, second}) std::filesystem::create_directory(folder);
+  const struct {
+    std::string preselected, selected, typed, answer;
+  } cases[] = {{first, "", "", first},  // as it is preselected
+               {first, second, "", second},
+               {"", second, "", second},
+               {first, "", second, second}};
+  for (const auto& c : cases) {
+    Q_string folder(c.preselected);
     Dialog_driver user;
     user.then([&](Shown_dialog& dialog) {
-      EXPECT_TRUE(has_selected(dialog.widget(), first));
-      dialog.key(GDK_KEY_l, GDK_CONTROL_MASK);
-      dialog.type(second);
-      dialog.press("Open");
+      EXPECT_EQ(dialog.message(), "Specify the folder");
+      EXPECT_THAT(dialog.buttons(), ElementsAre("Help", "Cancel", "Open"));
+      EXPECT_TRUE(c.preselected.empty() || has_selected(dialog.widget(), c.preselected));
+      if (!c.selected.empty()) dialog.select(c.selected);
+      if (!c.typed.empty()) dialog.key(GDK_KEY_l, GDK_CONTROL_MASK);
+      dialog.type(c.typed);
+      dialog.press("Open");  // with the mouse
     });
     EXPECT_TRUE(Q_input_folder(folder, "Specify the folder"));
-    EXPECT_EQ(folder, second.c_str());
+    EXPECT_EQ(folder, c.answer.c_str());
   }
-  for (const auto& [name, refuse] : REFUSALS) {
+  every_refusal("", [] {
     Q_string folder("/usr");
-    Dialog_driver user;
-    user.then(refuse);
     EXPECT_FALSE(Q_input_folder(folder, "Specify the folder"));
-    EXPECT_EQ(folder, "") << name;
-  }
-}
-
-TEST(Message, ShowsTheTextVerbatim) {
-  struct {
-    const char* text;
-    const char* shown;
-  } const cases[] = {
-      {"No maps found.", "No maps found."},
-      {"first\n\nthird line", "first\n\nthird line"},
-      {"<b>a & b</b> < &amp; 100%s", "<b>a & b</b> < &amp; 100%s"},
-      {"caf\xe9.nii", "caf\xef\xbf\xbd.nii"},
-  };
-  for (const auto& [text, shown] : cases) {
-    Dialog_driver user;
-    user.then([text = shown](Shown_dialog& dialog) {
-      GtkWidget* area = gtk_message_dialog_get_message_area(GTK_MESSAGE_DIALOG(dialog.widget()));
-      std::string on_screen;
-      for (GtkWidget* label : widgets_inside(area))
-        if (gtk_widget_get_visible(label)) on_screen += gtk_label_get_text(GTK_LABEL(label));
-      EXPECT_EQ(on_screen, text);
-      EXPECT_THAT(dialog.buttons(), ElementsAre("OK"));
-      GtkMessageType type{};
-      g_object_get(dialog.widget(), "message-type", &type, nullptr);
-      EXPECT_EQ(type, GTK_MESSAGE_QUESTION);
-      dialog.press("OK");
-    });
-    Q_input_warning("%s", text);
-  }
-}
-
-TEST(Message, FormatsItsArgumentsAndCanBeClosed) {
-  Dialog_driver user;
-  user.then([](Shown_dialog& dialog) { dialog.close(); }).then([](Shown_dialog& dialog) {
-    dialog.key(GDK_KEY_Return);
+    EXPECT_EQ(folder, "");
   });
-  Q_input_warning("File '%s' has %d rows", "a.txt", 3);
-  Q_input_warning("%i%%", 5);
-  EXPECT_THAT(user.messages(), ElementsAre("File 'a.txt' has 3 rows", "5%"));
+}
+
+TEST(Message, ShowsTheFormattedTextVerbatim) {
+  const std::vector<const char*> cases[] = {
+      // text, as shown, answer
+      {"first\n\nthird line", "first\n\nthird line", "OK"},
+      {"<b>a & b</b> < &amp; 100%s", "<b>a & b</b> < &amp; 100%s", "Enter"},
+      {"caf\xe9.nii", "caf\xef\xbf\xbd.nii", "Close"}};
+  for (const auto& c : cases) {
+    Dialog_driver user;
+    user.then([&](Shown_dialog& dialog) {
+          EXPECT_THAT(dialog.buttons(), ElementsAre("OK"));
+          dialog.press("OK");
+        })
+        .play(c[2]);
+    for (int i = 0; i < 2; ++i) Q_input_warning("%i %% %s", 5, c[0]);
+    EXPECT_EQ(user.messages().back(), std::string("5 % ") + c[1]);
+  }
+}
+
+TEST(Message, SplitsIntoTitleAndExplanation) {
+  const struct {
+    const char *message, *title, *explanation;
+  } cases[] = {
+      {"SETTINGS\n", "SETTINGS", ""},
+      {"MEAN\nfirst line\nsecond line", "MEAN", "first line\nsecond line"},
+      {"\n\nTITLE\n\nafter an empty line\n", "TITLE", "\nafter an empty line\n"},
+      {"\n\n", "", ""},
+  };
+  for (const auto& c : cases) {
+    const Q_message_parts parts = Q_split_message(c.message);
+    EXPECT_EQ(parts.title, c.title) << c.message;
+    EXPECT_EQ(parts.explanation, c.explanation) << c.message;
+  }
 }
 
 }  // namespace

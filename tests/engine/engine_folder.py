@@ -1,8 +1,6 @@
-"""An installation of the engine and a working folder, for the tests that compare the engine with
-SciPy."""
+"""An installation of the engine and a working folder, for the tests that compare the engine with SciPy."""
 
 import csv
-import hashlib
 import os
 import pathlib
 import shutil
@@ -37,8 +35,7 @@ def mm(voxel):
 
 
 class EngineFolder:
-    """Removed with all that it holds at the end of a `with` block. Without a share folder that is
-    given, it has an empty one of its own."""
+    """Removed with all that it holds at the end of a `with` block. Without a share folder it has an empty one."""
 
     def __init__(self, programs, share=None):
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="kvo_test_"))
@@ -76,27 +73,16 @@ class EngineFolder:
     def load(self, name):
         return load(self.work / f"{name}.nii.gz")
 
-    def run(self, command, threads=1):
+    def must_run(self, command):
         """The lines that the command says, without their ends."""
-        done = subprocess.run([self.parse, *command.split()], cwd=self.work, check=False,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, encoding="utf-8",
-                              env={**os.environ, "OMP_NUM_THREADS": str(threads)})
+        done = subprocess.run([self.parse, *command.split()], cwd=self.work, check=False, stdout=subprocess.PIPE,
+                              encoding="utf-8", env={**os.environ, "OMP_NUM_THREADS": "1"})
         lines = done.stdout.splitlines()
-        assert (done.returncode == 0) == (lines[-1] == "d"), done
-        return lines
-
-    def must_run(self, command, threads=1):
-        lines = self.run(command, threads)
-        assert lines[-1] == "d", (command, lines)
+        assert done.returncode == 0 and lines[-1] == "d", (command, lines)
         return lines
 
     def table(self, base):
-        with open(self.work / f"{base}.csv", encoding="utf-8", newline="") as file:
-            return list(csv.DictReader(file))
-
-    def snapshot(self):
-        return {str(path.relative_to(self.work)): hashlib.sha256(path.read_bytes()).hexdigest()
-                for path in sorted(self.work.rglob("*")) if path.is_file()}
+        return list(csv.DictReader((self.work / f"{base}.csv").read_text(encoding="utf-8").splitlines()))
 
 
 def plain(markup_line):

@@ -87,6 +87,12 @@ TEST_F(Hostile, LinksInThePlaceOfOutputsAreNotWrittenThrough) {
     EXPECT_EQ(read_text("elsewhere/victim"), "safe") << command;
     for (const std::string output : outputs) EXPECT_EQ(fs::is_symlink(output), output == "x");
   }
+  // Names of files are no instructions.
+  for (const char* name :
+       {"pp/x\nremove kvo_table.txt\ny_g.nii.gz", "pp/x\rremove kvo_table.txt\r_var.nii.gz"})
+    write_text(name, "");
+  engine_.must_run({preprocess});
+  EXPECT_TRUE(fs::exists("kvo_table.txt"));
   // A folder that is called by another name is still that folder.
   engine_.restore();
   fs::create_directory_symlink(engine_.work(), engine_.work().parent_path() / "link");
@@ -97,26 +103,16 @@ TEST_F(Hostile, LinksInThePlaceOfOutputsAreNotWrittenThrough) {
   EXPECT_TRUE(snapshot() == before_);
 }
 
-TEST_F(Hostile, NamesOfFilesAreNoInstructions) {
-  write_text("pp/x\nremove kvo_table.txt\ny_g.nii.gz", "");
-  write_text("pp/x\rremove kvo_table.txt\r_var.nii.gz", "");
-  engine_.must_run({preprocess});
-  EXPECT_TRUE(fs::exists("kvo_table.txt"));
-}
-
 TEST_F(Hostile, NumbersAtTheirEndsGiveFiniteMaps) {
   write_text("kvo_table.txt",
              "study n1 n2 age\nstudy0 1000000 1000000 1\nstudy1 2 2 2\nstudy2 3 NA 1e9\n"
              "study3 1000000000 1000000000 -1e9\nstudy4 1000000000 NA 1e-300\n");
-  for (const char* file : {"study0.peaks.txt", "study1.peaks.txt", "study2.peaks.txt",
-                           "study3.peaks.txt", "study4.peaks.txt"})
-    write_text(file, "# space: Talairach\n24 -14 6 10000\n26 -12 4 -10000\n200 -200 200 n\n");
-  write_text(
-      "study4.peaks.txt", "# space: MNI\n" + [] {
-        std::string most;
-        for (int peak = 0; peak < 5000; ++peak) most += "24 -14 6 -1e-300\n";
-        return most;
-      }());
+  for (const std::string study : {"study0", "study1", "study2", "study3"})
+    write_text(study + ".peaks.txt",
+               "# space: Talairach\n24 -14 6 10000\n26 -12 4 -10000\n200 -200 200 n\n");
+  std::string most = "# space: MNI\n";
+  for (int peak = 0; peak < 5000; ++peak) most += "24 -14 6 -1e-300\n";
+  write_text("study4.peaks.txt", most);
   for (const char* command : {preprocess, "New = mean", "New = lm age", "extract Sphere",
                               "threshold New, p, 0.5, 0, 1"}) {
     const Outcome outcome = engine_.run(command);
@@ -126,10 +122,8 @@ TEST_F(Hostile, NumbersAtTheirEndsGiveFiniteMaps) {
           << command;
   }
   for (const char* map : {"g", "var", "z", "tau2", "I2", "Q", "0_g", "1_g", "0_z", "1_z"}) {
-    const Image image = read_image("New_" + std::string(map) + ".nii.gz");
-    EXPECT_TRUE(std::all_of(image.values.begin(), image.values.end(), [](float value) {
-      return std::isfinite(value);
-    })) << map;
+    for (const float value : read_image("New_" + std::string(map) + ".nii.gz").values)
+      ASSERT_TRUE(std::isfinite(value)) << map;
   }
 }
 

@@ -17,24 +17,13 @@ using Map = std::vector<float>;
 
 /// A ball of 4169 voxels and a rod of 30 beside it.
 Mask ball_and_rod() {
-  Mask mask;
-  mask.inside.resize(mni_grid().voxels());
-  const auto in_mask = [](int i, int j, int k) {
-    const int x = i - 40, y = j - 50, z = k - 30;
-    return x * x + y * y + z * z <= 100 || (j == 20 && k == 30 && i < 30);
-  };
-  const auto [nx, ny, nz] = mni_grid().size;
-  for (int k = 0; k < nz; ++k) {
-    mask.slice_begin.push_back(mask.size());
-    for (int j = 0; j < ny; ++j)
-      for (int i = 0; i < nx; ++i)
-        if (in_mask(i, j, k)) {
-          mask.inside[mni_grid().index(i, j, k)] = true;
-          mask.grid_index.push_back(std::uint32_t(mni_grid().index(i, j, k)));
-        }
+  std::vector<bool> inside(mni_grid().voxels());
+  for (std::uint32_t index = 0; index < inside.size(); ++index) {
+    const Voxel at = mni_grid().voxel(index);
+    const int x = at.i - 40, y = at.j - 50, z = at.k - 30;
+    inside[index] = x * x + y * y + z * z <= 100 || (at.j == 20 && at.k == 30 && at.i < 30);
   }
-  mask.slice_begin.push_back(mask.size());
-  return mask;
+  return mask_of(inside);
 }
 
 /// Noise that has been averaged with its neighbours along each axis so many times.
@@ -122,11 +111,6 @@ TEST(ImageShuffle, DealsTheValuesOutAsSmoothlyAsTheyWere) {
         ASSERT_EQ(sorted(map), sorted(image)) << c.name;
         for (std::size_t n = 0; n < map.size(); ++n)
           ASSERT_EQ(map[n] == 0, image[n] == 0) << c.name << ", voxel " << n;
-        if (seed == 1 && repeat == 0) {
-          Map again(mask.size());
-          ImageShuffle(space, image, seed, 7).shuffle(repeat, room, again.data());
-          EXPECT_EQ(map, again) << c.name;
-        }
         different.insert(map);
         for (unsigned axis = 0; axis < 3; ++axis) {
           const std::uint32_t stride = axis == 0 ? 1 : axis == 1 ? 91 : 91 * 109;

@@ -71,29 +71,4 @@ TEST(NullDistribution, GivesThePValuesOfACountByHand) {
   }
 }
 
-TEST(RandomStream, SpreadsEvenlyAndDiffersByEachOfItsKeys) {
-  // Chi-squared of 20,000 draws on 50 places; its 99.99 % point at 49 degrees of freedom is 94.
-  constexpr std::uint32_t places = 50;
-  std::vector<int> counts(places);
-  for (std::uint64_t repeat = 0; repeat < 100; ++repeat)
-    for (const char* name : {"a", "b"}) {
-      RandomStream random(1, repeat, name_hash(name));
-      for (int draw = 0; draw < 100; ++draw) ++counts[random.below(places)];
-    }
-  double chi_squared = 0;
-  for (const int count : counts) chi_squared += (count - 400.0) * (count - 400.0) / 400;
-  EXPECT_LT(chi_squared, 94);
-
-  const auto draws = [](std::uint64_t seed, std::uint64_t repeat, const char* name) {
-    RandomStream random(seed, repeat, name_hash(name));
-    std::vector<std::uint32_t> list(4);
-    for (auto& draw : list) draw = random.below(1000000);
-    return list;
-  };
-  EXPECT_EQ(draws(1, 2, "s"), draws(1, 2, "s"));
-  EXPECT_NE(draws(1, 2, "s"), draws(2, 2, "s"));
-  EXPECT_NE(draws(1, 2, "s"), draws(1, 3, "s"));
-  EXPECT_NE(draws(1, 2, "s"), draws(1, 2, "t"));
-}
-
 }  // namespace

@@ -1,111 +1,168 @@
-# Recomputes the maps of the current folder from its table and peaks files and compares them with
-# those in voxels.tsv. Argument: the FWHM. Ends with status 1 when a value differs by more than 1e-6.
+# Compares what the folders of the current folder hold with metafor's. Ends with status 1 when a value
+# differs.
 suppressPackageStartupMessages(library(metafor))
 
-fwhm <- as.numeric(commandArgs(TRUE)[1])
+root <- getwd()
+failed <- FALSE
+compare <- function(what, ours, reference, relative = 1e-8, rounding = 1e-9) {
+  ours <- as.numeric(ours)
+  reference <- as.numeric(reference)
+  excess <- abs(ours - reference) / (relative * abs(reference) + rounding)
+  if (length(ours) == length(reference) && length(ours) > 0 && !anyNA(excess) && all(excess <= 1)) return()
+  worst <- head(which(is.na(excess) | excess > 1), 3)
+  cat(getwd(), what, ": ours", format(ours[worst], digits = 12), "reference", format(reference[worst], digits = 12), "\n")
+  failed <<- TRUE
+}
+
+dersimonian_laird <- function(g, var, ...) suppressWarnings(rma(yi = g, vi = var, method = "DL", ...))
+pool_values <- function(fit)
+  c(fit$beta, fit$se, fit$zval, fit$pval, fit$ci.lb, fit$ci.ub, fit$QE, fit$QEp, fit$tau2, fit$I2, fit$H2)
+
+# Maps of every study, of means and of linear models. Single-precision files hold seven digits; what is
+# 0 must be 0 but for rounding.
+
+setwd(file.path(root, "maps"))
+fwhm <- 8
 table <- read.csv("kvo_table.txt")
 voxels <- read.delim("voxels.tsv", check.names = FALSE)
 centres <- as.matrix(voxels[, c("x", "y", "z")])
-failed <- FALSE
-
-# Single-precision files hold seven digits; what is 0 must be 0 but for rounding.
-compare <- function(what, ours, reference, rounding = 1e-9) {
-  excess <- abs(ours - reference) / (1e-6 * abs(reference) + rounding)
-  cat(sprintf("%-22s %d voxels, %d not 0, largest difference %.3g of what is allowed\n",
-              what, length(ours), sum(reference != 0), max(excess)))
-  if (!all(excess <= 1)) failed <<- TRUE
-}
+compare_map <- function(map, at, reference, rounding = 1e-9) compare(map, voxels[[map]][at], reference, 1e-6, rounding)
 
 # From MNI to Talairach space, Lancaster et al. 2007, all programs pooled.
 lancaster <- rbind(c(0.9357, 0.0029, -0.0072, -1.0423), c(-0.0065, 0.9396, -0.0726, -1.3940),
                    c(0.0103, 0.0752, 0.8967, 3.6475), c(0, 0, 0, 1))
 
+# A row of x, y, z and height for each peak, in MNI space.
 read_peaks <- function(study) {
   lines <- readLines(paste0(study, ".peaks.txt"))
-  talairach <- any(grepl("space: Talairach", lines))
-  lines <- gsub(",", " ", trimws(sub("#.*", "", lines)))
-  cells <- strsplit(lines[lines != ""], "[ \t]+")
-  peaks <- data.frame(x = numeric(), y = numeric(), z = numeric(), height = character())
-  for (cell in cells)
-    peaks[nrow(peaks) + 1, ] <- list(as.numeric(cell[1]), as.numeric(cell[2]), as.numeric(cell[3]), cell[4])
-  if (talairach)
-    peaks[, 1:3] <- t(solve(lancaster, rbind(t(as.matrix(peaks[, 1:3])), 1)))[, 1:3]
+  cells <- strsplit(trimws(gsub(",", " ", sub("#.*", "", lines))), "[ \t]+")
+  peaks <- do.call(rbind, cells[lengths(cells) == 4])
+  if (is.null(peaks)) return(matrix("", 0, 4))
+  if (any(grepl("space: Talairach", lines)))
+    peaks[, 1:3] <- format(t(solve(lancaster, rbind(apply(t(peaks[, 1:3, drop = FALSE]), 1:2, as.numeric), 1)))[, 1:3], digits = 17)
   peaks
 }
 
-study_effects <- function(row) {
+for (s in which(file.exists(paste0(table$study, ".peaks.txt")))) {
+  row <- table[s, ]
   two <- !is.na(row$n2)
   df <- if (two) row$n1 + row$n2 - 2 else row$n1 - 1
   peaks <- read_peaks(row$study)
   unknown <- if (is.na(row$threshold_t)) qt(0.001, df, lower.tail = FALSE) else row$threshold_t
-  t <- ifelse(peaks$height == "p", unknown,
-              ifelse(peaks$height == "n", -unknown, suppressWarnings(as.numeric(peaks$height))))
-  d <- if (two) t * sqrt(1 / row$n1 + 1 / row$n2) else t / sqrt(row$n1)
+  t <- as.numeric(ifelse(peaks[, 4] == "p", unknown, ifelse(peaks[, 4] == "n", -unknown, peaks[, 4])))
   j <- exp(lgamma(df / 2) - lgamma((df - 1) / 2)) / sqrt(df / 2)
-  g <- d * j
-  if (two && nrow(peaks) > 0)
-    compare(paste(row$study, "g of metafor"), g,
-            as.numeric(escalc("SMD", ti = t, n1i = rep(row$n1, length(t)), n2i = rep(row$n2, length(t)))$yi))
+  g <- j * (if (two) t * sqrt(1 / row$n1 + 1 / row$n2) else t / sqrt(row$n1))
+  if (two && length(t) > 0)
+    compare("g of metafor", g, escalc("SMD", ti = t, n1i = rep(row$n1, length(t)), n2i = rep(row$n2, length(t)))$yi)
   sigma <- fwhm / (2 * sqrt(2 * log(2)))
   numerator <- denominator <- numeric(nrow(centres))
-  for (p in seq_len(nrow(peaks))) {
+  for (p in seq_along(t)) {
     distance <- sqrt(rowSums(sweep(centres, 2, as.numeric(peaks[p, 1:3]))^2))
     kernel <- ifelse(distance <= 3 * sigma, exp(-distance^2 / (2 * sigma^2)), 0)
     numerator <- numerator + kernel * (kernel * g[p])
     denominator <- denominator + kernel
   }
   effects <- ifelse(denominator > 0, numerator / denominator, 0)
-  variances <- if (two) 1 / row$n1 + 1 / row$n2 + effects^2 / (2 * (row$n1 + row$n2))
-               else 1 / row$n1 + effects^2 / (2 * row$n1)
-  list(g = effects, var = variances)
+  compare_map(paste0("pp/", row$study, "_g"), TRUE, effects)
+  compare_map(paste0("pp/", row$study, "_var"), TRUE,
+              if (two) 1 / row$n1 + 1 / row$n2 + effects^2 / (2 * (row$n1 + row$n2)) else 1 / row$n1 + effects^2 / (2 * row$n1))
 }
 
-for (s in seq_len(nrow(table))) {
-  row <- as.list(table[s, ])
-  if (!file.exists(paste0(row$study, ".peaks.txt"))) next  # an image, whose pooling alone is checked
-  expected <- study_effects(row)
-  compare(paste(row$study, "g"), voxels[[paste0("pp/", row$study, "_g")]], expected$g)
-  compare(paste(row$study, "var"), voxels[[paste0("pp/", row$study, "_var")]], expected$var)
-}
-
-# Numbers of voxels that have no factor in common with those that are computed together.
-some <- voxels[seq(1, nrow(voxels), by = 3), ]
-analyses <- list(All = table$study, Adults = table$study[!is.na(table$adults) & table$adults == 1])
-for (name in names(analyses)) {
-  g <- sapply(analyses[[name]], function(study) some[[paste0("pp/", study, "_g")]])
-  var <- sapply(analyses[[name]], function(study) some[[paste0("pp/", study, "_var")]])
-  fits <- t(sapply(seq_len(nrow(g)), function(v) {
-    fit <- suppressWarnings(rma(yi = g[v, ], vi = var[v, ], method = "DL"))
-    c(g = as.numeric(fit$beta), var = fit$se^2, z = fit$zval, tau2 = fit$tau2, I2 = fit$I2, Q = fit$QE)
-  }))
-  for (map in colnames(fits))
-    compare(paste(name, map), some[[paste0(name, "_", map)]], fits[, map])
-}
-
-some <- voxels[seq(2, nrow(voxels), by = 9), ]
-models <- list(One = c("micrograms"), Two = c("age", "micrograms"), Four = c("age", "micrograms", "tesla", "group"))
+adults <- !is.na(table$adults) & table$adults == 1
+models <- list(All = character(), Adults = character(), One = "micrograms", Two = c("age", "micrograms"),
+               Four = c("age", "micrograms", "tesla", "group"))
 for (name in names(models)) {
   terms <- models[[name]]
-  rows <- complete.cases(table[, terms]) & (name != "Two" | (!is.na(table$adults) & table$adults == 1))
-  studies <- table[rows, ]
-  mods <- as.matrix(studies[, terms, drop = FALSE])
-  g <- sapply(studies$study, function(study) some[[paste0("pp/", study, "_g")]])
-  var <- sapply(studies$study, function(study) some[[paste0("pp/", study, "_var")]])
-  fits <- lapply(seq_len(nrow(g)), function(v)
-    suppressWarnings(rma(yi = g[v, ], vi = var[v, ], mods = mods, method = "DL")))
-  # The terms differ in scale by many powers of ten, and so do the coefficients.
-  compare_map <- function(map, reference)
-    compare(paste0(name, map), some[[paste0(name, map)]], reference, 1e-9 * max(abs(reference)))
+  used <- complete.cases(table[, terms, drop = FALSE]) & (!name %in% c("Adults", "Two") | adults)
+  # Numbers of voxels that have no factor in common with those that are computed together.
+  some <- seq(2, nrow(voxels), by = if (length(terms) == 0) 3 else 9)
+  studies <- table$study[used]
+  mods <- if (length(terms) > 0) as.matrix(table[used, terms, drop = FALSE]) else ~ 1
+  fits <- lapply(some, function(v)
+    dersimonian_laird(unlist(voxels[v, paste0("pp/", studies, "_g")]), unlist(voxels[v, paste0("pp/", studies, "_var")]), mods = mods))
   zeros <- strrep("0", length(terms))
+  of_intercept <- paste0(name, if (length(terms) > 0) paste0("_", zeros))
   for (j in 0:length(terms)) {
     digits <- zeros
     substr(digits, j, j) <- "1"
-    compare_map(paste0("_", digits, "_g"), sapply(fits, function(fit) fit$beta[j + 1]))
-    compare_map(paste0("_", digits, "_var"), sapply(fits, function(fit) fit$se[j + 1]^2))
-    compare_map(paste0("_", digits, "_z"), sapply(fits, function(fit) fit$zval[j + 1]))
+    map <- if (j == 0) of_intercept else paste0(name, "_", digits)
+    # The terms differ in scale by many powers of ten, and so do the coefficients.
+    for (kind in c("g", "var", "z")) {
+      reference <- sapply(fits, function(fit) list(g = fit$beta[j + 1], var = fit$se[j + 1]^2, z = fit$zval[j + 1])[[kind]])
+      compare_map(paste0(map, "_", kind), some, reference, 1e-9 * (if (length(terms) > 0) max(abs(reference)) else 1))
+    }
   }
-  compare_map(paste0("_", zeros, "_tau2"), sapply(fits, function(fit) fit$tau2))
-  compare_map(paste0("_", zeros, "_I2"), sapply(fits, function(fit) fit$I2))
-  compare_map(paste0("_", zeros, "_Q"), sapply(fits, function(fit) fit$QE))
+  compare_map(paste0(of_intercept, "_tau2"), some, sapply(fits, function(fit) fit$tau2))
+  compare_map(paste0(of_intercept, "_I2"), some, sapply(fits, function(fit) fit$I2))
+  compare_map(paste0(of_intercept, "_Q"), some, sapply(fits, function(fit) fit$QE))
 }
+
+setwd(file.path(root, "pools"))
+effects <- read.delim("effects.tsv")
+one_out <- leave1out(dersimonian_laird(effects$g, effects$v))
+compare("leave1out", unlist(read.delim("pools.tsv")),
+        c(one_out$estimate, one_out$se, one_out$pval, one_out$Q, one_out$tau2))
+
+# The lines "# key = value" of a file.
+values_of <- function(file) {
+  lines <- grep("^# ", readLines(file), value = TRUE)
+  setNames(as.list(sub("^[^=]*= ", "", lines)), sub("^# ([^ ]+) = .*", "\\1", lines))
+}
+
+compare_pool <- function(values, fit) {
+  half <- qt(0.975, fit$k - 2) * sqrt(fit$tau2 + fit$se^2)
+  compare("prediction", c(values$prediction_low_95, values$prediction_high_95), c(fit$beta) + c(-half, half))
+  # metafor's own interval has normal quantiles; its standard error is the same.
+  limits <- predict(fit)
+  compare("prediction error", half / qt(0.975, fit$k - 2), (limits$pi.ub - limits$pi.lb) / 2 / qnorm(0.975))
+  egger <- regtest(fit, model = "lm")
+  slope <- summary(egger$fit)$coefficients
+  compare("Egger", values[paste0("egger_", c("slope", "standard_error", "t", "p", "df", "intercept"))],
+          c(slope[2, 1:2], egger$zval, egger$pval, egger$dfs, slope[1, 1]))
+}
+
+for (folder in Sys.glob(file.path(root, "globals *"))) {
+  setwd(folder)
+  table <- read.delim("kvo_table.txt")
+  effects <- if ("n2" %in% names(table))
+    escalc("SMD", m1i = mean1, sd1i = sd1, n1i = n1, m2i = mean2, sd2i = sd2, n2i = n2, data = table)
+  else escalc("SMN", mi = mean1, sdi = sd1, ni = n1, data = table)
+  models <- list(None = ~ 1, One = ~ year, Two = ~ patients + age, Four = ~ year + dose + patients + age)
+  for (name in names(models)) {
+    used <- effects[complete.cases(effects[, c("yi", "vi", all.vars(models[[name]]))]), ]
+    if (name == "Two") used <- used[used$kept == 1, ]
+    fit <- rma(yi, vi, mods = models[[name]], data = used, method = "DL")
+    file <- paste0(name, "_globals.txt")
+    compare(paste(name, "coefficients"), unlist(read.delim(file, comment.char = "#")[, -1]),
+            c(fit$beta, fit$se, fit$zval, fit$pval, fit$ci.lb, fit$ci.ub))
+    values <- values_of(file)
+    compare(paste(name, "heterogeneity"), values[c("Q", "Q_p", "tau2", "I2", "H2", "studies")],
+            c(fit$QE, fit$QEp, fit$tau2, fit$I2, fit$H2, fit$k))
+    if (name == "None") compare_pool(values, fit)
+    else compare(paste(name, "QM"), values[c("QM", "QM_p", "QM_df")], c(fit$QM, fit$QMp, fit$m))
+    if (!is.null(values$R2)) compare(paste(name, "R2"), values$R2, fit$R2)
+    rows <- read.csv(paste0(name, "_globals.csv"))
+    if (!identical(rows$study, used$study)) failed <- TRUE
+    weights <- 1 / (used$vi + fit$tau2)
+    compare(paste(name, "effects"), c(rows$g, rows$variance, rows$weight),
+            c(used$yi, used$vi, 100 * weights / sum(weights)))
+  }
+}
+
+setwd(file.path(root, "extract"))
+for (mask in c("Left_amygdala", "26_-12_4", "gray_matter")) {
+  file <- paste0("extract_", mask, ".txt")
+  ours <- read.delim(file, comment.char = "#")
+  values <- values_of(file)
+  fit <- dersimonian_laird(ours$g, ours$variance)
+  compare("pool", values[c("g", "standard_error", "z", "p", "low_95", "high_95", "Q", "Q_p", "tau2", "I2", "H2")],
+          pool_values(fit))
+  compare("weights", ours$weight, weights(fit))
+  compare("standard errors", ours$standard_error^2, ours$variance)
+  compare_pool(values, fit)
+}
+
+setwd(file.path(root, "names"))
+table <- read.table("kvo_table.txt", header = TRUE, quote = "", comment.char = "")
+if (!identical(read.delim("extract_<b>&.txt", comment.char = "#")$study, table$study)) failed <- TRUE
 if (failed) quit(status = 1)

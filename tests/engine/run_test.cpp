@@ -1,10 +1,12 @@
-// Whole commands: what they leave, and what is left when they do not come to their end.
+// Whole commands: what they leave and say, and what is left when they do not come to their end.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <omp.h>
 #include <signal.h>
 #include <unistd.h>
+
+#include <sstream>
 
 #include "runner.h"
 
@@ -14,7 +16,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::AllOf;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using Names = std::vector<std::string>;
@@ -27,6 +31,15 @@ Names first_words(const std::string& path) {
   for (std::string line; std::getline(lines, line);)
     names.push_back(line.substr(0, line.find('\t')));
   return names;
+}
+
+/// The endings of all maps of that name.
+Names kinds_of(const std::string& name) {
+  Names kinds;
+  for (const auto& [path, content] : snapshot())
+    if (path.starts_with("./" + name + "_") && path.ends_with(".nii.gz"))
+      kinds.push_back(path.substr(name.size() + 3, path.size() - name.size() - 10));
+  return kinds;
 }
 
 TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
@@ -48,44 +61,67 @@ TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
             "map\tstudies\tparticipants\tcommand\tleft_out\n"
             "Other\t2\t41\tOther = mean TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS\tstudy1\n"
             "MyMean\t3\t69\tMyMean = mean\tNA\n");
+  const Names kinds = {"I2", "Q", "g", "n_p", "n_pFWE", "p", "pFWE", "tau2", "var", "z"};
+  EXPECT_EQ(kinds_of("MyMean"), kinds);
+  for (const std::string& kind : kinds) {
+    const Image image = read_image("MyMean_" + kind + ".nii.gz");
+    EXPECT_TRUE(image.grid == mni_grid()) << kind;
+    EXPECT_EQ(image.space, Space::mni) << kind;
+    EXPECT_EQ(image.description, "KVO 4.31 MyMean = mean") << kind;
+  }
+  EXPECT_EQ(value_at(read_image("MyMean_p.nii.gz"), {0, 60, 0}), 1) << "outside of the mask";
   write_image(engine.share() / "atlas_aal_frw.nii.gz", image_of(41));
   engine.must_run({"threshold Other, p, 0.5, 0, 1", "threshold MyMean, p, 0.5, 0, 1"});
   EXPECT_THAT(read_text("Other_z_p_0.50000_0.000_1.html"),
               AllOf(HasSubstr("(without &#39;study1&#39;)"), Not(HasSubstr("subgroup"))));
   EXPECT_THAT(read_text("MyMean_z_p_0.50000_0.000_1.html"), Not(HasSubstr("without")));
-  for (const char* suffix :
-       {"_g", "_var", "_z", "_p", "_tau2", "_I2", "_Q", "_pFWE", "_n_p", "_n_pFWE"}) {
-    const Image image = read_image("MyMean" + std::string(suffix) + ".nii.gz");
-    EXPECT_TRUE(image.grid == mni_grid()) << suffix;
-    EXPECT_EQ(image.space, Space::mni) << suffix;
-    EXPECT_EQ(image.description, "KVO 4.31 MyMean = mean") << suffix;
-  }
-  EXPECT_EQ(value_at(read_image("MyMean_p.nii.gz"), {0, 60, 0}), 1) << "outside of the mask";
+  for (const std::string name : {"MyMean", "Other"})
+    fs::remove(name + "_z_p_0.50000_0.000_1.nii.gz");
 
-  // A new meta-analysis takes the place of the old one; what is not ours stays.
+  // A new meta-analysis takes the place of the old one; what is not ours stays, and what a
+  // stranger's list names.
   write_text("Other_g.nii.gz", "a user's own");
   write_text("pp/notes.txt", "a user's own");
+  fs::copy_file("MyMean_g.nii.gz", "../share/x_g.nii.gz");
+  write_text("kvo_maps.txt", "MyMean\nOther\n../share/x\n/etc/passwd\nmy own\n..\n");
   write_studies(2);
-  EXPECT_EQ(engine.run(preprocess + "1").closing(), "d");
+  EXPECT_EQ(engine.run(preprocess + "19").closing(), "d");
+  EXPECT_TRUE(fs::exists("../share/x_g.nii.gz"));
   EXPECT_EQ(read_text("kvo_maps.txt"), "");
   EXPECT_TRUE(fs::exists("pp/study1_g.nii.gz"));
   EXPECT_FALSE(fs::exists("pp/study2_g.nii.gz"));
-  EXPECT_FALSE(fs::exists("MyMean_g.nii.gz"));
-  EXPECT_FALSE(fs::exists("Other_z.nii.gz"));
-  EXPECT_EQ(read_text("Other_g.nii.gz"), "a user's own");
-  EXPECT_EQ(read_text("pp/notes.txt"), "a user's own");
+  EXPECT_EQ(kinds_of("MyMean"), Names());
+  EXPECT_EQ(kinds_of("Other"), Names{"g"});
+  EXPECT_EQ(read_text("Other_g.nii.gz") + read_text("pp/notes.txt"), "a user's owna user's own");
   EXPECT_EQ(engine.run("MyMean = mean").closing(), "d");
   EXPECT_FALSE(fs::exists("MyMean_pFWE.nii.gz")) << "with too few randomizations for it";
 }
 
-TEST(Run, RemovesNothingThatAStrangersListNames) {
+TEST(Run, LeavesTheMapsOfEachCoefficientAndOfTheModel) {
   const Installation engine;
-  write_studies(3);
-  write_text("kvo_maps.txt", "../share/mask\n/etc/passwd\nmy own\n..\n");
-  fs::copy_file(engine.share() / "mask_gray_matter.nii.gz", engine.share() / "mask_g.nii.gz");
-  const auto programs = fs::file_size(engine.share() / "mask_g.nii.gz");
-  EXPECT_EQ(engine.run(preprocess + "1").closing(), "d");
-  EXPECT_EQ(fs::file_size(engine.share() / "mask_g.nii.gz"), programs);
+  write_studies(10);
+  write_text("kvo_table.txt", table_with_variables);
+  ASSERT_EQ(engine.run(preprocess + "20").closing(), "d");
+  EXPECT_THAT(engine.run("M = lm few").lines,
+              Contains("  7 studies are left out, as they have no value of few: study3, study4, "
+                       "study5, study6, study7 and 2 more"));
+  engine.must_run({"M_10 = mean"});
+  EXPECT_THAT(engine.run("M = lm + age+dose").lines,
+              Contains("  1 study is left out, as it has no value of age or dose: study9"));
+  EXPECT_EQ(read_text("kvo_maps.txt"), "M_0\nM_1\nM_10\nM_00\nM_01\n");
+  EXPECT_THAT(
+      read_text("kvo_analyses.txt"),
+      testing::AllOf(HasSubstr("\nM_1\t3\t"), HasSubstr("\nM_00\t9\t234\tM = lm age + dose\tNA\n"),
+                     HasSubstr("\nM_01\t9\t"), Not(HasSubstr("mean"))));
+  EXPECT_THAT(
+      read_text("kvo_nd.txt"),
+      testing::AllOf(HasSubstr("\nM_10\t6720\t"), HasSubstr("\nM_10_n\t"), HasSubstr("\nM_1\t")));
+  EXPECT_THAT(kinds_of("M_00"),
+              ElementsAre("I2", "Q", "g", "n_p", "n_pFWE", "p", "pFWE", "tau2", "var", "z"));
+  for (const std::string name : {"M_10", "M_01"}) {
+    EXPECT_THAT(kinds_of(name), ElementsAre("g", "n_p", "n_pFWE", "p", "pFWE", "var", "z"));
+    EXPECT_EQ(read_image(name + "_n_p.nii.gz").description, "KVO 4.31 M = lm age + dose");
+  }
 }
 
 TEST(Run, SaysHowItGoesOn) {
@@ -106,179 +142,181 @@ TEST(Run, SaysHowItGoesOn) {
     EXPECT_EQ(outcome.closing(), "d");
   }
   EXPECT_THAT(engine.run(preprocess + "1").lines,
-              testing::Contains("  study3: 2 of 3 peaks lie outside of the mask, 1 of them too far "
-                                "away to reach it"));
+              Contains("  study3: 2 of 3 peaks lie outside of the mask, 1 of them too far away to "
+                       "reach it"));
   write_text("kvo_table.txt",
              "study n1 n2 kept\nstudy0 12 NA 1\nstudy1 13 15 NA\nstudy2 14 15 0\nstudy3 15 NA 1\n");
   EXPECT_THAT(engine.run("MyMean = mean kept").lines,
-              testing::Contains("  The filter leaves out 2 of 4 studies"));
-  EXPECT_THAT(engine.start("help").finish().lines, testing::Contains("  NAME = mean [filter]"));
-}
+              Contains("  The filter leaves out 2 of 4 studies"));
+  EXPECT_THAT(engine.start("help").finish().lines, Contains("  NAME = mean [filter]"));
 
-TEST(Run, ListsTheFirstStudiesWithPeaksOutsideOfTheMask) {
-  const Installation engine;
-  struct {
-    int studies;
-    std::size_t listed;
-    const char* last;
-  } const rows[] = {
-      {20, 20, "  study19: 1 of 1 peaks lies outside of the mask"},
-      {21, 20, "  \u2026 and 1 more study with peaks outside of the mask"},
-      {25, 20, "  \u2026 and 5 more studies with peaks outside of the mask"},
-  };
-  for (const auto& [studies, listed, last] : rows) {
+  const std::pair<int, const char*> rows[] = {
+      {20, "  study19: 1 of 1 peaks lies outside of the mask"},
+      {21, "  \u2026 and 1 more study with peaks outside of the mask"},
+      {25, "  \u2026 and 5 more studies with peaks outside of the mask"}};
+  for (const auto& [studies, last] : rows) {
     write_studies(studies);
     for (int s = 0; s < studies; ++s)
       write_text("study" + std::to_string(s) + ".peaks.txt", "# space: MNI\n18 -14 6 4\n");
-    const Outcome outcome = engine.run(preprocess + "1");
-    ASSERT_EQ(outcome.closing(), "d");
-    std::vector<std::string> lines;
-    for (const std::string& line : outcome.lines)
-      if (line.starts_with("  ")) lines.push_back(line);
-    EXPECT_EQ(lines.size(), std::min<std::size_t>(std::size_t(studies), listed + 1)) << studies;
+    Names lines = engine.run(preprocess + "1").lines;
+    std::erase_if(lines, [](const std::string& line) { return !line.starts_with("  "); });
+    EXPECT_EQ(int(lines.size()), std::min(studies, 21));
     EXPECT_EQ(lines.back(), last);
   }
 }
 
 TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
   const Installation engine;
-  std::vector<std::map<std::string, std::string>> results;
-  for (const int threads : {1, 2, 5}) {
-    remove_everything();
-    write_studies(5);
-    for (const char* study : {"study2", "study3"}) {
-      fs::remove(std::string(study) + ".peaks.txt");
-      write_t_image(study, study[5]);
+  Image tissue = image_of(0);
+  for (std::size_t v = 0; v < tissue.values.size(); ++v) tissue.values[v] = float(v % 7);
+  write_image(engine.share() / "cor_gray_matter.nii.gz", tissue);
+  std::map<std::string, std::string> first;
+  for (const char* pp :
+       {"pp gray_matter, 1, 10, gray_matter, 20", "pp gray_matter, 0, 10, gray_matter, 20"}) {
+    first.clear();
+    for (const int threads : {1, 2, 5}) {
+      remove_everything();
+      write_studies(5);
+      for (const char* study : {"study2", "study3"}) {
+        fs::remove(std::string(study) + ".peaks.txt");
+        write_t_image(study, study[5]);
+      }
+      const auto with_threads = [&] { omp_set_num_threads(threads); };
+      engine.run(pp, with_threads);
+      EXPECT_THAT(
+          engine.run("MyMean = mean", with_threads).lines,
+          testing::IsSupersetOf(
+              {"aMeasuring the smoothness of 2 images",
+               "aMoving the peaks to random places and shuffling the images (20 times)", "d"}));
+      EXPECT_EQ(engine.run("MyModel = lm n1", with_threads).closing(), "d");
+      if (first.empty()) first = snapshot();
+      EXPECT_TRUE(snapshot() == first) << pp << " with " << threads << " threads";
     }
-    const auto with_threads = [&] { omp_set_num_threads(threads); };
-    ASSERT_EQ(engine.run(preprocess + "30", with_threads).closing(), "d");
-    ASSERT_EQ(engine.run("MyMean = mean", with_threads).closing(), "d");
-    ASSERT_EQ(engine.run("MyModel = lm n1", with_threads).closing(), "d");
-    results.push_back(snapshot());
-    EXPECT_TRUE(results.back() == results.front()) << threads << " threads";
   }
   // Another seed gives other p values, and nothing else.
   std::string record = read_text("kvo_pp.txt");
   write_text("kvo_pp.txt", record.replace(record.find("seed = 1"), 8, "seed = 2"));
-  ASSERT_EQ(engine.run("MyMean = mean").closing(), "d");
-  EXPECT_EQ(read_text("MyMean_z.nii.gz"), results.front()["./MyMean_z.nii.gz"]);
-  EXPECT_NE(read_text("MyMean_p.nii.gz"), results.front()["./MyMean_p.nii.gz"]);
+  engine.must_run({"MyMean = mean"});
+  EXPECT_EQ(read_text("MyMean_z.nii.gz"), first["./MyMean_z.nii.gz"]);
+  EXPECT_NE(read_text("MyMean_p.nii.gz"), first["./MyMean_p.nii.gz"]);
 }
 
-/// Three studies with a peak each in the same one of two voxels that are far apart. Among moved
-/// peaks all three meet in a given voxel with probability 1/8, which is then the p of the mean, and
-/// in one of the two with 1/4, which is the family-wise one. Peaks that do not reach the mask are
-/// not moved into it.
-TEST(Run, FindsTheProbabilityThatMovedPeaksMeet) {
+/// Studies with a peak each in the same one of two voxels that are far apart, or images with more
+/// in that one. At random, three all meet in a given voxel with probability 1/8, which is then the
+/// p of the mean, and in one of the two with 1/4, which is the family-wise one. Of four, two have
+/// negative peaks: no difference between these groups is as clear as when all four meet. Peaks that
+/// do not reach the mask are not moved into it.
+TEST(Run, FindsTheProbabilityThatRandomStudiesMeet) {
   const Installation engine;
   write_mask(engine.share() / "mask_gray_matter.nii.gz", {{-50, 0, 0}, {50, 0, 0}});
-  write_text("kvo_table.txt", "study n1\na 20\nb 20\nc 20\n");
-  for (const char* file : {"a.peaks.txt", "b.peaks.txt", "c.peaks.txt"})
-    write_text(file, "# space: MNI\n50 0 0 5\n0 -90 -60 9\n");
-  ASSERT_EQ(engine.run(preprocess + "4000").closing(), "d");
-  ASSERT_EQ(engine.run("MyMean = mean").closing(), "d");
-  const Image p = read_image("MyMean_p.nii.gz"), pFWE = read_image("MyMean_pFWE.nii.gz");
-  // Four standard errors of a binomial share of 4000.
-  EXPECT_NEAR(value_at(p, {50, 0, 0}), 0.125, 4 * 0.0052);
-  EXPECT_NEAR(value_at(pFWE, {50, 0, 0}), 0.25, 4 * 0.0068);
-  EXPECT_EQ(value_at(p, {-50, 0, 0}), 1);
-  EXPECT_EQ(value_at(read_image("MyMean_z.nii.gz"), {-50, 0, 0}), 0);
+  write_image(engine.share() / "cor_gray_matter.nii.gz", image_of(1));
+  Image more = image_of(1);
+  more.intent_code = 3;
+  more.values[mni_grid().index(70, 63, 36)] = 5;
+  const struct {
+    std::string anisotropy, command, map, studies;
+    double p;
+  } cases[] = {{"0", "M = mean", "M", "abc", 1.0 / 8},
+               {"1", "M = mean", "M", "abc", 1.0 / 8},
+               {"0", "M = lm group", "M_1", "abde", 1.0 / 16},
+               {"0", "M = mean", "M", "xyz", 1.0 / 8}};
+  for (const auto& [anisotropy, command, map, studies, p] : cases) {
+    SCOPED_TRACE(command + " of " + studies + ", anisotropy " + anisotropy);
+    std::string table = "study n1 group\n";
+    for (const char letter : studies) {
+      const std::string study(1, letter);
+      table += study + " 20 " + (letter < 'd' ? "1\n" : "0\n");
+      if (letter >= 'x')
+        write_image(study + ".nii.gz", more);
+      else
+        write_text(study + ".peaks.txt",
+                   std::string("# space: MNI\n0 -90 -60 9\n50 0 0 ") + (letter < 'd' ? "5" : "-5"));
+    }
+    write_text("kvo_table.txt", table);
+    for (const std::string& each :
+         {"pp gray_matter, " + anisotropy + ", 10, gray_matter, 4000", command})
+      ASSERT_EQ(engine.run(each).closing(), "d") << each;
+    const auto value = [&map = map](const char* kind, int x) {
+      return double(value_at(read_image(map + "_" + kind + ".nii.gz"), {x, 0, 0}));
+    };
+    // Four standard errors of a binomial share of 4000.
+    const auto near = [](double share) {
+      return testing::DoubleNear(share, 4 * std::sqrt(share * (1 - share) / 4000));
+    };
+    EXPECT_THAT(value("p", 50), near(p));
+    EXPECT_THAT(value("pFWE", 50), near(2 * p));
+    EXPECT_FLOAT_EQ(float(value("n_p", 50)), 1);
+    EXPECT_EQ(value("p", -50), 1);
+    // None was larger; the list has it to its step.
+    const std::string list = read_text("kvo_nd.txt");
+    const std::string row = list.substr(list.find("\n" + map + "\t") + 1);
+    EXPECT_NEAR(std::stod(row.substr(row.substr(0, row.find('\n')).rfind('\t'))), value("z", 50),
+                1.1 / 1024);
+  }
 }
-
-/// A folder in which a mean takes far longer than a test, as one study has thousands of peaks.
-class LongRun : public testing::Test {
- protected:
-  LongRun() {
-    write_studies(3);
-    std::ofstream peaks("study0.peaks.txt", std::ios::app);
-    for (int p = 0; p < 4000; ++p) peaks << "24 -14 6 4\n";
-    peaks.close();
-    EXPECT_EQ(engine_.run(preprocess + "10000").closing(), "d");
-    before_ = snapshot();
-  }
-
-  /// The mean, when it has begun to compute.
-  Running_command started_mean() const {
-    Running_command command = engine_.start("MyMean = mean");
-    command.read_until("aMoving the peaks");
-    return command;
-  }
-
-  void expect_unchanged() const { EXPECT_TRUE(snapshot() == before_); }
-
-  Installation engine_;
-  std::map<std::string, std::string> before_;
-};
 
 void wait_for_end(pid_t process) {
   for (int attempt = 0; attempt < 6000 && kill(process, 0) == 0; ++attempt) usleep(10000);
   EXPECT_NE(kill(process, 0), 0) << "process " << process << " is still running";
 }
 
-TEST_F(LongRun, IsCancelledByASignal) {
+/// A mean that takes far longer than a test, as one study has thousands of peaks.
+TEST(Run, LeavesTheFolderAsItIsWhenItIsEnded) {
+  const Installation engine;
+  write_studies(3);
+  std::string peaks = "# space: MNI\n";
+  for (int p = 0; p < 4000; ++p) peaks += "24 -14 6 4\n";
+  write_text("study0.peaks.txt", peaks);
+  ASSERT_EQ(engine.run(preprocess + "10000").closing(), "d");
+  const auto before = snapshot();
+  const auto started = [&] {
+    Running_command command = engine.start("MyMean = mean");
+    command.read_until("aMoving the peaks");
+    return command;
+  };
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-    Running_command command = started_mean();
-    kill(command.pid(), signal);
-    const Outcome outcome = command.finish();
+    Running_command cancelled = started();
+    kill(cancelled.pid(), signal);
+    const Outcome outcome = cancelled.finish();
     EXPECT_EQ(outcome.status, 1);
     ASSERT_GE(outcome.lines.size(), 2U);
     EXPECT_EQ(outcome.lines[outcome.lines.size() - 2], "c");
     EXPECT_EQ(outcome.closing(), "WARNING: The command was cancelled.");
-    expect_unchanged();
+    EXPECT_TRUE(snapshot() == before) << signal;
   }
-}
-
-TEST_F(LongRun, TellsOfTheDeathOfItsCore) {
-  Running_command command = started_mean();
-  kill(command.child(), SIGKILL);
-  const Outcome outcome = command.finish();
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.closing(), "WARNING: The engine ended before it finished: signal 9 (Killed).");
-  expect_unchanged();
-}
-
-TEST_F(LongRun, EndsWithItsParent) {
-  Running_command command = started_mean();
-  const pid_t core = command.child();
-  kill(command.pid(), SIGKILL);
-  command.finish();
-  wait_for_end(core);
-  expect_unchanged();
-}
-
-TEST_F(LongRun, IsTidiedUpByTheNextCommandWhenAllWereKilled) {
-  Running_command command = started_mean();
-  const pid_t core = command.child();
-  // Stopped first, so that it cannot tidy up when its parent is gone.
-  kill(core, SIGSTOP);
-  kill(command.pid(), SIGKILL);
-  kill(core, SIGKILL);
-  command.finish();
-  wait_for_end(core);
-  EXPECT_FALSE(snapshot() == before_);
-  EXPECT_THAT(engine_.run("MyMean = mean nothing").closing(), HasSubstr("no variable 'nothing'"));
-  expect_unchanged();
-}
-
-TEST_F(LongRun, KeepsOtherCommandsOutOfTheFolder) {
-  Running_command command = started_mean();
-  EXPECT_EQ(engine_.run("Other = mean").closing(),
+  Running_command without_core = started();
+  EXPECT_EQ(engine.run("Other = mean").closing(),
             "WARNING: Another command is running in this folder. Please wait until it has ended.");
-  kill(command.pid(), SIGTERM);
-  command.finish();
-  expect_unchanged();
-}
+  kill(without_core.child(), SIGKILL);
+  EXPECT_EQ(without_core.finish().closing(),
+            "WARNING: The engine ended before it finished: signal 9 (Killed).");
+  EXPECT_TRUE(snapshot() == before);
 
-TEST(Run, SaysWhenTheCoreCannotBeStarted) {
-  const Installation engine;
-  write_studies(3);
-  const auto before = snapshot();
+  Running_command parent = started();
+  const pid_t orphan = parent.child();
+  kill(parent.pid(), SIGKILL);
+  parent.finish();
+  wait_for_end(orphan);
+  EXPECT_TRUE(snapshot() == before) << "without its parent";
+
+  // Stopped first, so that it cannot tidy up when its parent is gone. The next command does.
+  Running_command all = started();
+  const pid_t core = all.child();
+  kill(core, SIGSTOP);
+  kill(all.pid(), SIGKILL);
+  kill(core, SIGKILL);
+  all.finish();
+  wait_for_end(core);
+  EXPECT_FALSE(snapshot() == before);
+  EXPECT_THAT(engine.run("MyMean = mean nothing").closing(), HasSubstr("no variable 'nothing'"));
+  EXPECT_TRUE(snapshot() == before);
+
   fs::permissions(engine.program("kvo_core"), fs::perms(0644));
-  EXPECT_THAT(engine.start(preprocess + "1").finish().lines,
-              ElementsAre(testing::EndsWith("kvo_core' cannot be started: Permission denied.")));
+  EXPECT_THAT(engine.start("MyMean = mean").finish().lines,
+              ElementsAre(EndsWith("kvo_core' cannot be started: Permission denied.")));
   fs::remove(engine.program("kvo_core"));
-  EXPECT_THAT(engine.start(preprocess + "1").finish().lines,
-              ElementsAre(testing::EndsWith("cannot be started: No such file or directory.")));
+  EXPECT_THAT(engine.start("MyMean = mean").finish().lines,
+              ElementsAre(EndsWith("cannot be started: No such file or directory.")));
   EXPECT_TRUE(snapshot() == before);
 }
 

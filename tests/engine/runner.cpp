@@ -19,14 +19,12 @@
 
 using namespace kvo::verbs;
 
+/// Of a build with counters, which a process that ends by _exit() must have written itself.
+extern "C" [[gnu::weak]] int __llvm_profile_write_file();
+
 namespace fs = std::filesystem;
 
 namespace {
-
-std::vector<std::string> words_of(const std::string& text) {
-  std::istringstream stream(text);
-  return {std::istream_iterator<std::string>(stream), {}};
-}
 
 std::vector<std::string> lines_of(const std::string& text) {
   std::istringstream stream(text);
@@ -111,14 +109,10 @@ int carry_out(const std::string& text) {
 
 Running_command Installation::start(const std::string& command,
                                     const std::function<void()>& prepare) const {
-  std::vector<std::string> words = words_of(command);
-  words.insert(words.begin(), program("kvo_parse"));
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  const std::string program_path = program("kvo_parse");
   return launch([&] {
     if (prepare) prepare();
-    execv(arguments[0], arguments.data());
+    execl(program_path.c_str(), program_path.c_str(), command.c_str(), nullptr);
   });
 }
 
@@ -128,7 +122,9 @@ Outcome Installation::run(const std::string& command, const std::function<void()
            program_invocation_name = program_path.data();
            omp_set_num_threads(1);
            if (prepare) prepare();
-           _exit(carry_out(command));
+           const int status = carry_out(command);
+           if (__llvm_profile_write_file != nullptr) __llvm_profile_write_file();
+           _exit(status);
          })
       .finish();
 }
@@ -153,13 +149,18 @@ Outcome Installation::expect_refused(const std::string& command, const std::stri
 }
 
 void Installation::save() const {
-  fs::remove_all(folder_.path() / "saved");
-  fs::copy(work(), folder_.path() / "saved", fs::copy_options::recursive);
+  fs::create_directories(folder_.path() / "saved");
+  for (const char* part : {"work", "share"}) {
+    fs::remove_all(folder_.path() / "saved" / part);
+    fs::copy(folder_.path() / part, folder_.path() / "saved" / part, fs::copy_options::recursive);
+  }
 }
 
 void Installation::restore() const {
-  remove_everything();
-  fs::copy(folder_.path() / "saved", ".", fs::copy_options::recursive);
+  for (const char* part : {"work", "share"}) {
+    for (const auto& entry : fs::directory_iterator(folder_.path() / part)) fs::remove_all(entry);
+    fs::copy(folder_.path() / "saved" / part, folder_.path() / part, fs::copy_options::recursive);
+  }
 }
 
 void remove_everything() {

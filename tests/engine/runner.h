@@ -64,9 +64,9 @@ class Installation {
   Outcome expect_refused(const std::string& command, const std::string& reason,
                          const std::function<void()>& prepare = {}) const;
 
-  /// Keeps what the working folder holds now.
+  /// Keeps what the working folder and the share folder hold now.
   void save() const;
-  /// Makes it hold that again, and nothing else.
+  /// Makes them hold that again, and nothing else.
   void restore() const;
 
   [[nodiscard]] std::filesystem::path share() const { return folder_.path() / "share"; }

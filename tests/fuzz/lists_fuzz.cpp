@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "check.h"
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view content(reinterpret_cast<const char*>(data), size);

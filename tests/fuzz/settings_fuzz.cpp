@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "check.h"
-#include "workspace/settings_file.h"
+#include "workspace/files/settings_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view content(reinterpret_cast<const char*>(data), size);

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "check.h"
-#include "workspace/study_table.h"
+#include "workspace/files/study_table.h"
 
 namespace {
 

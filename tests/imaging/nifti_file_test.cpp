@@ -6,16 +6,14 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <cmath>
+#include <array>
 #include <functional>
 #include <limits>
 
+#include "imaging/nifti.h"
 #include "made_image.h"
 
 namespace {
-
-using testing::ElementsAre;
-using testing::StartsWith;
 
 /// "" when the image is read, else the message.
 std::string refusal(const std::string& path, const Nifti_options& options = {}) {
@@ -26,18 +24,12 @@ std::string refusal(const std::string& path, const Nifti_options& options = {}) 
 
 /// An image that must be readable.
 Nifti_image read(const std::string& path) {
-  auto result = nifti_read(path);
-  if (const auto* error = std::get_if<Nifti_error>(&result)) {
-    ADD_FAILURE() << error->message;
-    return {};
-  }
-  return std::get<Nifti_image>(std::move(result));
+  EXPECT_EQ(refusal(path), "");
+  return std::get<Nifti_image>(nifti_read(path));
 }
 
-std::vector<float> values_of(const Nifti_image& image, std::size_t volume = 0) {
-  if (volume >= image.volumes.size()) return {};
-  const auto values = image.values(volume);
-  return {values.begin(), values.end()};
+std::vector<float> values_of(const Nifti_image& image) {
+  return {image.values(0).begin(), image.values(0).end()};
 }
 
 using Change = std::function<void(Nifti_header&)>;
@@ -53,9 +45,6 @@ constexpr const char* WRONG_MAGIC =
 constexpr const char* WRONG_SWAPPED =
     "File 'x.nii' is not a NIfTI file (wrong header size definition)";
 
-Change set_dim(int index, int value) {
-  return [=](Nifti_header& h) { h.dim[index] = static_cast<std::int16_t>(value); };
-}
 Change set_dims(std::vector<int> dims) {
   return [dims](Nifti_header& h) {
     for (std::size_t i = 0; i < dims.size(); ++i) h.dim[i] = static_cast<std::int16_t>(dims[i]);
@@ -82,26 +71,21 @@ struct Header_case {
 
 const Header_case HEADER_CASES[] = {
     {"nothing", [](Nifti_header&) {}, ""},
-    {"no dimensions", set_dim(0, 0), WRONG_SIZE},
-    {"width 0", set_dim(1, 0), WRONG_SIZE},
-    {"negative width", set_dim(1, -4), WRONG_SIZE},
-    {"negative depth", set_dim(3, -2), WRONG_SIZE},
+    {"no dimensions", set_dims({0}), WRONG_SIZE},
+    {"width 0", set_dims({3, 0}), WRONG_SIZE},
+    {"negative depth", set_dims({3, 4, 3, -2}), WRONG_SIZE},
     {"two negative sizes", set_dims({3, -4, -3, 2}), WRONG_SIZE},
     {"2^31 voxels", set_dims({3, 2048, 1024, 1024}), WRONG_SIZE},
-    {"2^45 voxels", set_dims({3, 32767, 32767, 32767}), WRONG_SIZE},
     {"more than 2^31 volumes", set_dims({6, 1, 1, 1, 32767, 32767, 32767}), WRONG_SIZE},
     {"2^31 - 2 voxels in 500 bytes", set_dims({3, 2, 32767, 32766}), NO_VOLUME_0},
     {"10 volumes, one of them there", set_dims({4, 4, 3, 2, 10}),
      "Unexpected end of NIfTI file 'x.nii' when reading volume 1"},
     {"volumes beyond dim[0]", set_dims({3, 4, 3, 2, 10}), ""},
     {"0 volumes", set_dims({4, 4, 3, 2, 0}), ""},
-    {"1 volume", set_dims({4, 4, 3, 2, 1}), ""},
     {"unused sizes negative", set_dims({7, 4, 3, 2, -1, -1, -1, -1}), ""},
     {"offset not a number", set_offset(NaN), WRONG_SIZE},
-    {"offset infinite", set_offset(INF), WRONG_SIZE},
     {"offset huge", set_offset(1e30F), WRONG_SIZE},
     {"offset negative", set_offset(-1), WRONG_SIZE},
-    {"offset at the end", set_offset(448), NO_VOLUME_0},
     {"offset beyond the file", set_offset(1e9F), NO_VOLUME_0},
     {"offset with a fraction", set_offset(352.9F), ""},
     {"magic of a pair", set_magic("ni1\0"), ""},
@@ -109,16 +93,13 @@ const Header_case HEADER_CASES[] = {
     {"version 0", set_magic("n+0\0"), WRONG_MAGIC},
     {"version letter", set_magic("n+x\0"), WRONG_MAGIC},
     {"magic not ended", set_magic("n+1\n"), WRONG_MAGIC},
-    {"wrong first letter", set_magic("N+1\0"), WRONG_MAGIC},
     {"size of header wrong in own order", [](Nifti_header& h) { h.sizeof_hdr = 1543; }, ""},
-    {"dimensions of neither order", set_dim(0, 0x0909), WRONG_SWAPPED},
-    {"swapped, size of header wrong", set_dim(0, 0x0300), WRONG_SWAPPED},
+    {"dimensions of neither order", set_dims({0x0909}), WRONG_SWAPPED},
+    {"swapped, size of header wrong", set_dims({0x0300}), WRONG_SWAPPED},
     {"8-bit", set_type(2, 8), ""},
     {"8-bit, 16 declared", set_type(2, 16), WRONG_TYPE},
-    {"float, 0 bits declared", set_type(16, 0), WRONG_TYPE},
     {"64-bit float", set_type(64, 64), UNSUPPORTED},
     {"RGB", set_type(128, 24), UNSUPPORTED},
-    {"no type", set_type(0, 0), UNSUPPORTED},
     {"type not known", set_type(-1, 32), UNSUPPORTED},
     {"wrong type and wrong offset", [](Nifti_header& h) { h.datatype = 0, h.vox_offset = -1; },
      WRONG_SIZE},
@@ -127,81 +108,64 @@ const Header_case HEADER_CASES[] = {
      "Header of NIfTI file 'x.nii' defines a wrong scaling"},
 };
 
-TEST(NiftiHeader, IsTakenOrRefusedByWhatItSays) {
+TEST(NiftiHeader, IsTakenOrRefusedByWhatItSaysInEitherByteOrder) {
   const Test_folder folder;
   for (const Header_case& c : HEADER_CASES) {
     Nifti_header header = made_header();
     c.change(header);
-    write_text("x.nii", single_file(header, bytes_of(made_values())));
-    const std::string message = refusal("x.nii");
-    // A wrong size may say in brackets which one.
-    if (c.message == WRONG_SIZE)
-      EXPECT_THAT(message, StartsWith(c.message)) << c.what;
-    else
-      EXPECT_EQ(message, c.message) << c.what;
-  }
-}
-
-TEST(NiftiHeader, IsRefusedAlikeInTheOtherByteOrder) {
-  const Test_folder folder;
-  for (const Header_case& c : HEADER_CASES) {
-    Nifti_header header = made_header();
-    c.change(header);
-    // These cases are about the order itself.
-    if (header.sizeof_hdr != sizeof header || header.dim[0] > 7 || header.dim[0] == 0) continue;
-    nifti_swap_header(header);
-    write_text("x.nii", single_file(header, bytes_of(made_values())));
-    EXPECT_THAT(refusal("x.nii"), StartsWith(c.message)) << c.what;
+    // Some cases are about the order itself.
+    const bool either =
+        header.sizeof_hdr == sizeof header && header.dim[0] <= 7 && header.dim[0] != 0;
+    for (int swapped = 0; swapped <= (either ? 1 : 0); ++swapped, nifti_swap_header(header)) {
+      write_text("x.nii", single_file(header, bytes_of(made_values())));
+      const std::string message = refusal("x.nii");
+      // A wrong size may say in brackets which one.
+      const bool may_go_on = c.message == WRONG_SIZE && message.starts_with(WRONG_SIZE);
+      EXPECT_EQ(may_go_on ? WRONG_SIZE : message, c.message) << c.what << " " << swapped;
+    }
   }
 }
 
 TEST(NiftiFile, IsFoundByItsEnding) {
   const Test_folder folder;
   const std::string bytes = single_file(made_header(), bytes_of(made_values()));
-  const auto kind_of = [](const std::string& path) {
-    const auto result = nifti_read(path);
-    if (const auto* error = std::get_if<Nifti_error>(&result)) return error->message;
-    return std::to_string(static_cast<int>(std::get<Nifti_image>(result).kind)) + " " +
-           std::get<Nifti_image>(result).path;
-  };
-  const auto unknown = [](const std::string& path) {
-    return "File '" + path + "' was not found or is not a NIfTI file (unknown extension)";
-  };
   write_gzip("a.nii.gz", bytes);
-  write_text("a.nii", bytes);
-  write_text("a.hdr", bytes_of(made_header()));
+  for (const char* name : {"a.nii", "plain.nii.gz", "not_compressed.nii", "odd.nii.nii"})
+    write_text(name, bytes);
+  for (const char* name : {"a.hdr", "CAPITALS.HDR"}) write_text(name, bytes_of(made_header()));
   write_text("a.img", bytes_of(made_values()));
-  write_text("CAPITALS.HDR", bytes_of(made_header()));
-  write_text("plain.nii.gz", bytes);
-  write_text("not_compressed.nii", bytes);
-  write_text("odd.nii.nii", bytes);
   std::filesystem::create_directory("folder.nii");
-  mkfifo("pipe.nii", 0600);
   mkfifo("pipe.nii.gz", 0600);
-  const struct {
-    std::string path;
-    std::string outcome;
-  } cases[] = {
-      {"a.nii.gz", "1 a.nii.gz"},
-      {"a.nii", "2 a.nii"},
-      {"a.hdr", "3 a.hdr"},
-      {"a", "1 a.nii.gz"},  // of the three
-      {"not_compressed", "2 not_compressed.nii"},
-      {"odd.nii", "File 'odd.nii' not found"},
-      {folder.path() / "a", "1 " + (folder.path() / "a.nii.gz").string()},
-      {"plain.nii.gz", "1 plain.nii.gz"},
-      {"CAPITALS.HDR", unknown("CAPITALS.HDR")},
-      {"a.img", unknown("a.img")},
-      {"", unknown("")},
-      {"no_such", unknown("no_such")},
-      {"no_such.nii", "File 'no_such.nii' not found"},
-      {"no_such.nii.gz", "Compressed file 'no_such.nii.gz' not found"},
-      {"no_such.hdr", "File 'no_such.hdr' not found"},
-      {"folder.nii", "File 'folder.nii' is not a regular file"},
-      {"pipe.nii", "File 'pipe.nii' is not a regular file"},
-      {"pipe.nii.gz", "File 'pipe.nii.gz' is not a regular file"},
+  const char* const unknown = " was not found or is not a NIfTI file (unknown extension)";
+  const std::vector<std::string> cases[] = {
+      // path, kind and file found; or the message behind the path
+      {"a.nii.gz", "1", "a.nii.gz"},
+      {"a.nii", "2", "a.nii"},
+      {"a.hdr", "3", "a.hdr"},
+      {"a", "1", "a.nii.gz"},  // of the three
+      {"not_compressed", "2", "not_compressed.nii"},
+      {folder.path() / "a", "1", folder.path() / "a.nii.gz"},
+      {"plain.nii.gz", "1", "plain.nii.gz"},
+      {"odd.nii", " not found"},
+      {"CAPITALS.HDR", unknown},
+      {"a.img", unknown},
+      {"", unknown},
+      {"no_such.nii.gz", " not found"},
+      {"no_such.hdr", " not found"},
+      {"folder.nii", " is not a regular file"},
+      {"pipe.nii.gz", " is not a regular file"},
   };
-  for (const auto& c : cases) EXPECT_EQ(kind_of(c.path), c.outcome) << c.path;
+  for (const auto& c : cases) {
+    const auto result = nifti_read(c[0]);
+    const auto* image = std::get_if<Nifti_image>(&result);
+    if (image != nullptr) {
+      EXPECT_EQ(std::to_string(static_cast<int>(image->kind)), c[1]) << c[0];
+      EXPECT_EQ(image->path, c.back());
+    } else {
+      const bool compressed = c[0] == "no_such.nii.gz";
+      EXPECT_EQ(refusal(c[0]), (compressed ? "Compressed file '" : "File '") + c[0] + "'" + c[1]);
+    }
+  }
 }
 
 TEST(NiftiFile, CutAnywhereIsRefused) {
@@ -303,67 +267,66 @@ TEST(NiftiFile, ThatPromisesTooMuchIsRefusedBeforeItIsBelieved) {
 
 TEST(NiftiScaling, IsAppliedWhenTheHeaderMeansIt) {
   const Test_folder folder;
-  struct Case {
-    float slope, inter;
-    float value;  // of a stored 3
-    float slope_after, inter_after;
+  const float cases[][5] = {
+      // slope, intercept, value of a stored 3, slope and intercept after
+      {2, 1, 7, 1, 0}, {0, 5, 3, 0, 5}, {1, 5, 8, 1, 0}, {-1, 0, -3, 1, 0}, {INF, 0, 3, INF, 0},
   };
-  const Case cases[] = {
-      {2, 1, 7, 1, 0},   {0, 5, 3, 0, 5},       {1, 0, 3, 1, 0},         {1, 5, 8, 1, 0},
-      {-1, 0, -3, 1, 0}, {0.5F, 0, 1.5F, 1, 0}, {NaN, NaN, 3, NaN, NaN}, {INF, 0, 3, INF, 0},
-  };
-  for (const Case& c : cases) {
+  for (const auto& [slope, inter, value, slope_after, inter_after] : cases) {
     Nifti_header header = made_header();
     set_type(4, 16)(header);
-    header.scl_slope = c.slope;
-    header.scl_inter = c.inter;
+    header.scl_slope = slope;
+    header.scl_inter = inter;
     write_text("x.nii", single_file(header, bytes_of(std::vector<std::int16_t>(24, 3))));
     const Nifti_image image = read("x.nii");
-    const std::string slope = std::to_string(c.slope) + " " + std::to_string(c.inter);
-    EXPECT_EQ(values_of(image), std::vector<float>(24, c.value)) << slope;
-    EXPECT_EQ(std::to_string(image.header.scl_slope), std::to_string(c.slope_after)) << slope;
-    EXPECT_EQ(std::to_string(image.header.scl_inter), std::to_string(c.inter_after)) << slope;
+    EXPECT_EQ(values_of(image), std::vector<float>(24, value)) << slope << " " << inter;
+    EXPECT_EQ(image.header.scl_slope, slope_after) << slope << " " << inter;
+    EXPECT_EQ(image.header.scl_inter, inter_after) << slope << " " << inter;
     EXPECT_EQ(image.header.datatype, NIFTI_FLOAT32);
     EXPECT_EQ(image.header.bitpix, 32);
   }
 }
 
-TEST(NiftiVolumes, AreCountedAndKeptInOrder) {
-  const Test_folder folder;
+/// An image of volumes whose values are their numbers.
+void write_series(const char* path, int volumes) {
   Nifti_header header = made_header();
-  std::ranges::copy(std::initializer_list<std::int16_t>{6, 4, 3, 2, 2, 0, 3}, header.dim);
-  std::string values;
-  for (std::uint8_t volume = 0; volume < 6; ++volume)
-    values += bytes_of(std::vector<std::uint8_t>(24, volume));
+  set_dims({4, 4, 3, 2, volumes})(header);
   set_type(2, 8)(header);
-  write_text("x.nii", single_file(header, values));
-  const Nifti_image image = read("x.nii");
-  EXPECT_EQ(image.voxels_per_volume, 24);
-  EXPECT_EQ(image.n_volumes, 6);
-  for (std::size_t volume = 0; volume < 6; ++volume)
-    EXPECT_EQ(values_of(image, volume), std::vector<float>(24, static_cast<float>(volume)));
+  std::string values;
+  for (int volume = 0; volume < volumes; ++volume)
+    values += std::string(24, static_cast<char>(volume));
+  write_text(path, single_file(header, values));
 }
 
-TEST(NiftiHeader, IsReturnedInTheMachinesOrder) {
+TEST(LoadNiftiDeathTest, FillsWhatTheCallerProvidesOrEndsTheProgram) {
   const Test_folder folder;
-  Nifti_header header = made_header();
-  // A different byte everywhere, so that a field that is turned wrongly shows.
-  auto* bytes = reinterpret_cast<unsigned char*>(&header);
-  for (std::size_t i = 0; i < sizeof header; ++i) bytes[i] = static_cast<unsigned char>(i % 61 + 1);
-  const Nifti_header sound = made_header();
-  header.sizeof_hdr = sound.sizeof_hdr;
-  std::memcpy(header.dim, sound.dim, sizeof header.dim);
-  std::memcpy(header.magic, sound.magic, sizeof header.magic);
-  const std::string in_own_order = bytes_of(header);
-  nifti_swap_header(header);
-  write_text("x.nii", bytes_of(header));
-  const auto result = nifti_read_info("x.nii");
-  ASSERT_TRUE(std::holds_alternative<Nifti_info>(result));
-  EXPECT_EQ(bytes_of(std::get<Nifti_info>(result).header), in_own_order);
-  EXPECT_TRUE(std::get<Nifti_info>(result).other_order);
-  // These four are never turned.
-  EXPECT_EQ(bytes_of(header).substr(32, 6), in_own_order.substr(32, 6));
-  EXPECT_EQ(bytes_of(header).substr(140, 8), in_own_order.substr(140, 8));
+  write_series("1.nii", 1);
+  write_series("3 %s.nii", 3);
+  write_series("3001.nii", 3001);
+  const auto ends = testing::ExitedWithCode(1);
+  const char* const closing =
+      "\\.\nThe program will close as this problem could cause fatal errors.";
+  Nifti_header header{};
+  std::int32_t n_volumes = 0;
+  std::int32_t voxels = 0;
+  std::array<Nifti_volume, 3> volumes;
+  EXPECT_EQ(Q_load_nifti(header, n_volumes, voxels, volumes, "%i %s.nii", 3, "%s"), 2);
+  EXPECT_EQ(n_volumes, 3);
+  EXPECT_EQ(voxels, 24);
+  EXPECT_EQ(header.dim[4], 3);
+  for (std::size_t volume = 0; volume < 3; ++volume)
+    EXPECT_EQ(volumes.at(volume)[23], static_cast<float>(volume));
+  EXPECT_EXIT(Q_load_nifti(header, n_volumes, voxels, volumes, "no%s.nii", "%n"), ends,
+              std::string("^File 'no%n.nii' not found") + closing);
+  EXPECT_EXIT(
+      Q_load_nifti(header, n_volumes, voxels, std::span(volumes).first(2), "3 %%s.nii"), ends,
+      std::string("^NIfTI file '3 %s.nii' has a wrong size \\(3 volumes, which is more than 2\\)") +
+          closing);
+  Q_load_nifti_one_or_die(header, voxels, volumes[2], "%i.nii", 1);
+  EXPECT_EQ(volumes[2][23], 0);
+  EXPECT_EXIT(Q_load_nifti_one_or_die(header, voxels, volumes[0], "%i %%s", 3), ends,
+              std::string("^'3 %s' does not contain one volume") + closing);
+  EXPECT_EXIT(Q_load_nifti_one_or_die(header, voxels, volumes[0], "3001.nii"), ends,
+              "^NIfTI file '3001.nii' has a wrong size");
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ TEST(TStatistic, AgreesWithRInBothTails) {
     EXPECT_EQ(convert(-value, df), -convert(value, df)) << kind << " " << value;
     ++rows;
   }
-  EXPECT_EQ(rows, 400);
+  EXPECT_EQ(rows, 95);
 }
 
 TEST(TStatistic, KeepsWhatIsNoStatistic) {
@@ -63,13 +63,9 @@ TEST(TStatistic, GrowsWithoutStepsWhereTheMethodChanges) {
     }
     EXPECT_NEAR(t_of_log10_p(std::log10(2), df), 0, 1e-12);
   }
-}
-
-TEST(TStatistic, OfOneDegreeOfFreedomHasAClosedForm) {
-  for (double log10_p = 0.4; log10_p < 200; log10_p += 3.7) {
-    const double p = std::pow(10, -log10_p);
-    EXPECT_NEAR(t_of_log10_p(log10_p, 1) * std::tan(M_PI * p), 1, 1e-10) << log10_p;
-  }
+  // One degree of freedom has a closed form.
+  for (double log10_p = 0.4; log10_p < 200; log10_p += 3.7)
+    EXPECT_NEAR(t_of_log10_p(log10_p, 1) * std::tan(M_PI * std::pow(10, -log10_p)), 1, 1e-10);
 }
 
 }  // namespace

@@ -343,7 +343,7 @@ class LauncherTest(User):
         self.assertEqual(self.port(root), second_port)
         # However it ends, so do the program and the site.
         second.send_signal(signal.SIGTERM)
-        self.assertEqual(self.end(second), 128 + signal.SIGTERM)
+        self.assertEqual(second.wait(20), 128 + signal.SIGTERM)
         self.assertFalse(os.path.exists(os.path.join(root, "etc/kvo_site.txt")))
         with self.assertRaises(ConnectionRefusedError), socket.create_connection(("127.0.0.1", second_port)):
             pass

@@ -2,6 +2,7 @@
 """program_test.py INSTALLATION: the real program with its real companions, as a person uses it."""
 
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -28,17 +29,23 @@ def tree(folder):
 
 
 class ProgramTest(unittest.TestCase):
-    """Each test has an installation and a meta-analysis of its own."""
+    """Each test has an installation and a meta-analysis of its own, in folders whose names the shell
+    would act on, and the user's language has decimal commas."""
 
     @classmethod
     def setUpClass(cls):
         cls.display = Display()
         cls.addClassCleanup(cls.display.close)
+        locales = cls.enterClassContext(tempfile.TemporaryDirectory())
+        subprocess.run(["localedef", "-i", "de_DE", "-f", "UTF-8", os.path.join(locales, "de_DE.UTF-8")],
+                       check=True)
+        cls.display.environment.update(LOCPATH=locales, LC_ALL="de_DE.UTF-8")
+        assert cls.display.run("/usr/bin/printf", "%.1f", "0,5") == "0,5"
 
     def setUp(self):
         scratch = self.enterContext(tempfile.TemporaryDirectory())
-        self.installation = os.path.join(scratch, "quorvane")
-        self.folder = os.path.join(scratch, "my analysis")
+        self.installation = os.path.join(scratch, "it's \"quorvane\" $(touch x) & co")
+        self.folder = os.path.join(scratch, "my `touch x` <b>$HOME\\analysis; *")
         fresh_copy(INSTALLATION, self.installation)
         fresh_copy(os.path.join(INSTALLATION, "example"), self.folder)
         os.remove(os.path.join(self.folder, "kvo_batch.txt"))
@@ -105,8 +112,8 @@ class ProgramTest(unittest.TestCase):
         program = self.open_on_folder()
         console = program.run_batch()
         self.assertNotIn("WARNING", console)
-        self.assertRegex(console, r"\n +1  positive +\d+ +\d+ +40,4,0 +4\.431 .*  Right insula, BA 48\n")
-        self.assertRegex(console, r"Pooled g: 0\.133 \(95 % interval")
+        self.assertRegex(console, r"\n +1  positive .* 38,0,-2 +3\.962 .*\n +40,12,-4 +3\.836 .*  Right insula, BA 48\n")
+        self.assertRegex(console, r"Pooled g: 0\.117 \(95 % interval")
         for report in ("MyMean_z_p_0.00500_1.000_10.html", "extract_Right_insula.html"):
             self.assertIn(report, console)
             self.assertTrue(os.path.exists(self.path(report)), report)
@@ -128,7 +135,7 @@ class ProgramTest(unittest.TestCase):
         program.process.wait()
 
         def engine_gone():
-            return subprocess.run(["pgrep", "-f", self.installation], check=False,
+            return subprocess.run(["pgrep", "-f", re.escape(self.installation)], check=False,
                                   stdout=subprocess.DEVNULL).returncode != 0
         wait_for(engine_gone, "the engine to finish or stop")
         after = tree(self.folder)

@@ -31,19 +31,17 @@ double part_of(const GdkPixbuf* image, Condition condition) {
   return double(n) / width / height;
 }
 
-struct Case {
-  const char* name;
-  const guint8* bytes;
-  int width, height;
-  double least_transparent, least_opaque, least_warm;
-};
-
 TEST(Images, HaveTheirSizeTransparencyAndColours) {
-  const Case cases[] = {
+  const struct {
+    const char* name;
+    const guint8* bytes;
+    int width, height;
+    double least_transparent, least_opaque, least_warm;
+  } cases[] = {
       {"icon", image_kvo, 64, 64, 0.2, 0.5, 0.05},
       {"lettering", image_kvo_letters, 208, 86, 0.6, 0.1, 0.005},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const Q_object<GdkPixbuf> image(kvo_image(c.bytes));
     ASSERT_TRUE(image);

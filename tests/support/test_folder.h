@@ -2,6 +2,7 @@
 
 // A fresh folder that is the current folder while a test runs.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -41,4 +42,10 @@ inline void write_text(const std::filesystem::path& path, const std::string& tex
 inline std::string read_text(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// The permissions of a file; none, as of no other file, when it is not there.
+inline mode_t mode_of(const std::filesystem::path& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : mode_t{0};
 }

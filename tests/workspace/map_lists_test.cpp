@@ -1,80 +1,46 @@
 // The engine's lists: what each kind of line becomes, and what a second load leaves.
 
-#include "workspace/map_lists.h"
+#include "workspace/files/map_lists.h"
 
-#include <gtest/gtest.h>
-
+#include "each.h"
 #include "test_folder.h"
+#include "workspace/files/file_names.h"
 
 namespace {
 
-TEST(MapLists, ReadsMapNames) {
-  const struct {
-    const char* content;
-    Q_string_list names;
-  } cases[] = {
-      {"", {}},
-      {"\n \t\r\n", {}},
-      {"b\r\n\r\na\r\n", {"b", "a"}},
-      {" My \t mean  map \nb", {"My mean map", "b"}},
-      {"b\na\nb\n", {"b", "a", "b"}},
-      {"a\xff"
-       "b_n\n100%s\n",
-       {"a", "b_n", "100%s"}},
-  };
-  for (const auto& c : cases) EXPECT_EQ(kvo_read_map_names(c.content), c.names) << c.content;
-}
-
-TEST(MapLists, ReadsNamesOfNullDistributions) {
-  const struct {
-    const char* content;
-    Q_string_list names;
-  } cases[] = {
-      {"", {}},
-      {"name n\n", {}},
-      {"\n \nname n\n\nb 500\na\t20 x\n", {"a", "b"}},
-      {"name\nMy mean\na_n 1\na_nb 2\n_n 3\nn 4\na_N 5\n", {"My", "a_N", "a_nb", "n"}},
-      {"b_n\nb\nB\n10\n9\nb\n", {"10", "9", "B", "b", "b"}},
-      {"name\r\n  z 1\r\n\r\ny 2", {"y", "z"}},
-  };
-  for (const auto& c : cases) EXPECT_EQ(kvo_read_nd_names(c.content), c.names) << c.content;
+TEST(MapLists, ReadNames) {
+  expect_each<std::string, Q_string_list>(kvo_read_map_names,
+                                          {{"", {}},
+                                           {"\n \t\r\n", {}},
+                                           {" My \t mean  map \r\n\r\nb\n", {"My mean map", "b"}},
+                                           {"b\na\nb_n\xff%s", {"b", "a", "b_n", "%s"}}});
+  expect_each<std::string, Q_string_list>(
+      kvo_read_nd_names,
+      {{"", {}},
+       {"\n \nname n\n\nb 500\n a\t20 x\n", {"a", "b"}},
+       {"name\nMy mean\na_n 1\na_nb 2\n_n 3\nn 4\na_N 5\n", {"My", "a_N", "a_nb", "n"}},
+       {"b_n\r\nb\r\n\r\nB\r\n10\n9\nb", {"10", "9", "B", "b", "b"}}});
 }
 
 TEST(MapLists, LoadsReplaceTheNamesOfBefore) {
   const Test_folder folder;
   EXPECT_EQ(kvo3_load_nd_names(), 0);
-  write_text(KVO_MAPS_FILE, "c\nb\na\n");
-  write_text(KVO_ND_FILE, "name\nc\nb\n");
-  kvo_load_kvo_maps_txt();
-  EXPECT_EQ(kvo_vs_maps, (Q_string_list{"c", "b", "a"}));
-  EXPECT_EQ(kvo_maps, 3);
-  EXPECT_EQ(kvo3_load_nd_names(), 2);
-
-  write_text(KVO_MAPS_FILE, "d\n");
-  write_text(KVO_ND_FILE, "name\nd\n");
-  kvo_load_kvo_maps_txt();
-  EXPECT_EQ(kvo_vs_maps, Q_string_list{"d"});
-  EXPECT_EQ(kvo_maps, 1);
-  EXPECT_EQ(kvo3_load_nd_names(), 1);
-  EXPECT_EQ(kvo_vs_nds, Q_string_list{"d"});
-
+  EXPECT_EXIT(kvo_load_kvo_maps_txt(), testing::ExitedWithCode(1),
+              "File 'kvo_maps\\.txt' not found\\.");
+  for (const Q_string_list& names : {Q_string_list{"c", "b", "a"}, Q_string_list{"d"}}) {
+    std::string content;
+    for (const std::string& name : names) content += name + "\n";
+    write_text("kvo_maps.txt", content);
+    write_text("kvo_nd.txt", "name\n" + content);
+    kvo_load_kvo_maps_txt();
+    EXPECT_EQ(kvo_vs_maps, names);
+    EXPECT_EQ(kvo_maps, std::ssize(names));
+    EXPECT_EQ(kvo3_load_nd_names(), std::ssize(names));
+  }
   std::filesystem::remove(KVO_ND_FILE);
   EXPECT_EQ(kvo3_load_nd_names(), 0);
   EXPECT_EQ(kvo_vs_nds, Q_string_list{"d"});
   EXPECT_EQ(kvo_nds, 1);
-}
-
-TEST(MapLists, HoldAnyNumberOfNames) {
-  std::string content;
-  for (int i = 0; i < 20000; ++i) content += "map" + std::to_string(i) + "\n";
-  EXPECT_EQ(kvo_read_map_names(content).size(), 20000);
-  EXPECT_EQ(kvo_read_nd_names(content).size(), 19999);
-}
-
-TEST(MapListsDeathTest, NeedTheMapList) {
-  const Test_folder folder;
-  EXPECT_EXIT(kvo_load_kvo_maps_txt(), testing::ExitedWithCode(1),
-              "File 'kvo_maps\\.txt' not found\\.");
 }
 
 }  // namespace

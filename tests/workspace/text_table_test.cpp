@@ -1,22 +1,19 @@
 // Text tables: what each kind of line becomes, the operations' checks, and files written back.
 
-#include "workspace/text_table.h"
+#include "workspace/files/text_table.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <ctime>
 
+#include "each.h"
 #include "file_size_limit.h"
 #include "test_folder.h"
 #include "util/q_string.h"
 
 namespace {
 
-using testing::ElementsAreArray;
 using testing::ExitedWithCode;
-using testing::HasSubstr;
 
 const Q_cell ABSENT = std::nullopt;
 using Rows = std::vector<std::vector<Q_cell>>;
@@ -45,143 +42,74 @@ Q_table table_of(const Rows& rows) {
 }
 
 TEST(TextTable, LoadsLines) {
-  struct {
-    std::string content;
-    Rows rows;
-  } const cases[] = {
-      {"", {}},
-      {"\n \t \n\r\n", {}},
-      {"a b,c", {{"a", "b", "c"}}},
-      {"a, b\n", {{"a", "", "b"}}},
-      {"a\tb\n1\t\t2\n", {{"a", "b"}, {"1", ""}}},
-      {"a\tb\tc\n1\t\t2\n", {{"a", "b", "c"}, {"1", "", "2"}}},
-      {"a b\n x\n\ty\n,z\n", {{"a", "b"}, {"", "x"}, {"", "y"}, {"", "z"}}},
-      {"a\tb\n1\t2\t3 4,5\n", {{"a", "b"}, {"1", "2"}}},
-      {"a b c\n1\n1 2\n", {{"a", "b", "c"}, {"1", ABSENT, ABSENT}, {"1", "2", ABSENT}}},
-      {"a b\n1,\n", {{"a", "b"}, {"1", ""}}},
-      {"a,b,\n1,2,3", {{"a", "b", ""}, {"1", "2", "3"}}},
-      {"a\tb\t\n1\t2\t\t \n", {{"a", "b"}, {"1", "2"}}},
-      {"\n\na b\n\n \n1 2\n\n", {{"a", "b"}, {"1", "2"}}},
-      {"a b\r\n1 2\r\n\r\n3 4\r\n", {{"a", "b"}, {"1", "2"}, {"3", "4"}}},
-      {"a b\r1 2", {{"a", "b"}, {"1", "2"}}},
-      {"a b\n1 2\xff"
-       "3 4\n",
-       {{"a", "b"}, {"1", "2"}, {"3", "4"}}},
-      {"a b\n%s%n 100%\n", {{"a", "b"}, {"%s%n", "100%"}}},
-      {"a\tb\n\vx\v\f\vy\v\tz\f\n", {{"a", "b"}, {"x y", "z"}}},
-      {"\xc3\xa9tude n1\n\"M\xc3\xbcller 1\"\n",
-       {{"\xc3\xa9tude", "n1"}, {"\"M\xc3\xbcller", "1\""}}},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(rows_of(loaded(c.content)), c.rows) << testing::PrintToString(c.content);
-}
-
-TEST(TextTable, CutsLinesAtTheLongestText) {
-  const std::string cell(Q_STRING_MAX, 'x');
-  EXPECT_EQ(rows_of(loaded("a b\n" + cell + "yz 1\n")),
-            (Rows{{"a", "b"}, {cell, ABSENT}, {"yz", "1"}}));
-}
-
-TEST(TextTable, TellsWhatLoadingLoses) {
   const std::string full(Q_STRING_MAX, 'x');
-  const auto cells = [](const char* line, int found, int columns) {
-    return Q_format(
-               "line %s: there are %i cells, but the header has %i columns (each blank, tab or "
-               "comma begins a new cell)",
-               line, found, columns)
-        .str();
-  };
-  const struct {
-    std::string content;
-    std::string loss;
-  } cases[] = {
-      {"", ""},
-      {"a,b\n1\n\n1,2\n1\t2\t\n1 2,,\n" + full, ""},
-      {"\n\na,age\r\n1,2\r\n1,31,5\r\n", cells("5", 3, 2)},
-      {"a\r1\r1,,2", cells("3", 3, 1)},
-      {"a b\n" + full + "x\n", "line 2: it has more than 49999 characters"},
-      {"a b\n1\xff"
-       "2\n",
-       "line 2: it has a byte of value 255"},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(Q_table_loss(c.content).value_or(""), c.loss) << c.content.substr(0, 50);
-}
+  expect_each<std::string, Rows>(
+      [](const std::string& content) { return rows_of(loaded(content)); },
+      {{"", {}},
+       {"\n \t \n\r\n", {}},
+       {"a b,c", {{"a", "b", "c"}}},
+       {"a, b\n", {{"a", "", "b"}}},
+       {"a\tb\tc\n1\t\t2\n", {{"a", "b", "c"}, {"1", "", "2"}}},
+       {"a b\n x\n\ty\n,z\n", {{"a", "b"}, {"", "x"}, {"", "y"}, {"", "z"}}},
+       {"a\tb\n1\t2\t3 4,5\n", {{"a", "b"}, {"1", "2"}}},
+       {"a b c\n1\n1 2\n1,\n",
+        {{"a", "b", "c"}, {"1", ABSENT, ABSENT}, {"1", "2", ABSENT}, {"1", "", ABSENT}}},
+       {"a,b,\n1,2,3", {{"a", "b", ""}, {"1", "2", "3"}}},
+       {"\n\na\tb\t\r\n\n \r\n1\t2\t\t \n\n", {{"a", "b"}, {"1", "2"}}},
+       {"a b\r1 2\xff"
+        "3 4",
+        {{"a", "b"}, {"1", "2"}, {"3", "4"}}},
+       {"a b\n%s%n 100%\n", {{"a", "b"}, {"%s%n", "100%"}}},
+       {"a\tb\n\vx\v\f\vy\v\tz\f\n", {{"a", "b"}, {"x y", "z"}}},
+       {"\xc3\xa9tude n1\n\"M\xc3\xbcller 1\"\n",
+        {{"\xc3\xa9tude", "n1"}, {"\"M\xc3\xbcller", "1\""}}},
+       {"a b\n" + full + "yz 1\n", {{"a", "b"}, {full, ABSENT}, {"yz", "1"}}}});
+  EXPECT_EQ(loaded("a b\n1 2\n3\n"), (Q_table{"3", "2", "a", "b", "1", "2", "3", ABSENT}));
 
-TEST(TextTable, SplitsLines) {
-  const struct {
-    const char* line;
-    std::vector<std::string> cells;
-  } cases[] = {{"", {}},
-               {" \t ", {}},
-               {"a", {"a"}},
-               {" a,,b\vc\t d,\t ", {"", "a", "", "b c", "", "d", ""}},
-               {",", {"", ""}}};
-  for (const auto& c : cases) EXPECT_EQ(Q_table_split_line(c.line), c.cells) << c.line;
-}
+  EXPECT_EQ(Q_table_split_line(" a,,b\vc\t d,\t "),
+            (std::vector<std::string>{"", "a", "", "b c", "", "d", ""}));
 
-TEST(TextTable, AppendsWithoutHeaderToATableThatHasRows) {
+  // A table that has rows already takes all lines as rows.
   Q_table table = loaded("a b\n1 2\n");
   Q_table_load_text(table, "c d e\n\n3\n");
   EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {"1", "2"}, {"c", "d"}, {"3", ABSENT}}));
 }
 
-TEST(TextTable, TakesAZeroRowCountForAnEmptyTable) {
-  Q_table table{"0"};
-  Q_table_load_text(table, "a b\n1 2\n");
-  EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {"1", "2"}}));
+TEST(TextTable, TellsWhatLoadingLoses) {
+  const std::string full(Q_STRING_MAX, 'x');
+  const std::string separators = " (each blank, tab or comma begins a new cell)";
+  expect_each<std::string, std::string>(
+      [](const std::string& content) { return Q_table_loss(content).value_or(""); },
+      {{"", ""},
+       {"a,b\n1\n\n1,2\n1\t2\t\n1 2,,\n" + full, ""},
+       {"\n\na,age\r\n1,2\r\n1,31,5\r\n",
+        "line 5: there are 3 cells, but the header has 2 columns" + separators},
+       {"a\r1\r1,,2", "line 3: there are 3 cells, but the header has 1 column" + separators},
+       {"a b\n" + full + "x\n", "line 2: it has more than 49999 characters"},
+       {"a b\n1\xff!\n", "line 2: it has a byte of value 255"}});
 }
 
-TEST(TextTable, KeepsDimensionsAsTextsBeforeTheCells) {
-  EXPECT_THAT(loaded("a b\n1 2\n3\n"),
-              ElementsAreArray(std::vector<Q_cell>{"3", "2", "a", "b", "1", "2", "3", ABSENT}));
-}
-
-TEST(TextTable, Transposes) {
-  struct {
-    Rows before, after;
-  } const cases[] = {
-      {{{"a", "b", "c"}, {"1", ABSENT, ""}}, {{"a", "1"}, {"b", ABSENT}, {"c", ""}}},
-      {{{"a", "b"}, {"c", "d"}}, {{"a", "c"}, {"b", "d"}}},
-      {{{"a"}}, {{"a"}}},
-      {{{"a"}, {"b"}}, {{"a", "b"}}},
-  };
-  for (const auto& c : cases) {
-    Q_table table = table_of(c.before);
+TEST(TextTable, TransposesAndWritesTransposed) {
+  const std::tuple<Rows, Rows, std::string> cases[] = {
+      // The rows, those when transposed, and the text that is written.
+      {{{"a", "b", "c"}, {"1", ABSENT, ""}},
+       {{"a", "1"}, {"b", ABSENT}, {"c", ""}},
+       "a\t1\t\nb\tNA\t\nc\t\t\n"},
+      {{{"a", "b"}, {"%d", "%n"}}, {{"a", "%d"}, {"b", "%n"}}, "a\t%d\t\nb\t%n\t\n"},
+      {{{"a"}}, {{"a"}}, "a\t\n"},
+      {{{"a"}, {"b"}}, {{"a", "b"}}, "a\tb\t\n"}};
+  for (const auto& [before, after, text] : cases) {
+    Q_table table = table_of(before);
+    EXPECT_EQ(Q_table_text(table), text);
     Q_table_t(table);
-    EXPECT_EQ(rows_of(table), c.after) << testing::PrintToString(c.before);
+    EXPECT_EQ(rows_of(table), after) << text;
     Q_table_t(table);
-    EXPECT_EQ(rows_of(table), c.before);
+    EXPECT_EQ(rows_of(table), before);
   }
   Q_table empty;
+  EXPECT_EQ(Q_table_text(empty), "");
   Q_table_t(empty);
-  EXPECT_EQ(Q_table_nrow(empty), 0);
-  EXPECT_EQ(Q_table_ncol(empty), 0);
-}
-
-TEST(TextTable, WritesTransposedWithATabBehindEachCell) {
-  struct {
-    Rows rows;
-    std::string text;
-  } const cases[] = {
-      {{{"a", "1"}, {"b", "2"}, {"c", "3"}}, "a\tb\tc\t\n1\t2\t3\t\n"},
-      {{{"a", "1"}, {"b", ABSENT}, {"c", ""}}, "a\tb\tc\t\n1\tNA\t\t\n"},
-      {{{"%d", "%n"}}, "%d\t\n%n\t\n"},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(Q_table_text(table_of(c.rows)), c.text) << testing::PrintToString(c.rows);
-  EXPECT_EQ(Q_table_text({}), "");
-}
-
-TEST(TextTable, SavesWhatItLoadedByteForByte) {
-  const Test_folder folder;
-  const std::string content = "study\tn1\tage\t\nA_1\t20\t31.5\t\nB\t\tNA\t\n\t3\t\xc3\xa9%s\t\n";
-  write_text("table 1%.txt", content);
-  Q_table table;
-  Q_table_load(table, "%s %d%%.txt", "table", 1);
-  Q_table_t(table);
-  ASSERT_TRUE(Q_table_save(table, "%s%d.txt", "out", 2));
-  EXPECT_EQ(read_text("out2.txt"), content);
+  EXPECT_EQ(Q_table_nrow(empty) + Q_table_ncol(empty), 0);
 }
 
 TEST(TextTable, RowsComeAndGoWithoutStaleCells) {
@@ -194,14 +122,10 @@ TEST(TextTable, RowsComeAndGoWithoutStaleCells) {
   table[0] = "1";  // as callers may, without releasing the cells
   Q_table_load_text(table, "y\n");
   EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {"y", ABSENT}}));
-  table[0] = "9";
-  Q_table_set(table, 7, 0, "z");
-  EXPECT_EQ(TABLE(table, 6, 1), ABSENT);
-  EXPECT_EQ(TABLE(table, 7, 0), "z");
-  EXPECT_EQ(TABLE(table, 8, 1), ABSENT);
-  Q_table_remove_row(table, 8);
-  Q_table_remove_row(table, 7);
-  EXPECT_EQ(TABLE(table, 6, 0), ABSENT);
+  table[0] = "4";
+  Q_table_set(table, 3, 0, "z");
+  Q_table_remove_row(table, 1);
+  EXPECT_EQ(rows_of(table), (Rows{{"a", "b"}, {ABSENT, "x"}, {"z", ABSENT}}));
 
   Q_table none;
   Q_table_increase_nrow(none);
@@ -212,38 +136,32 @@ TEST(TextTable, RowsComeAndGoWithoutStaleCells) {
 
 TEST(TextTable, FindsRowsByTheirFirstCell) {
   const Q_table table = table_of({{"a", "x"}, {ABSENT, "y"}, {"b", "z"}, {"a", "w"}});
-  const struct {
-    const char* name;
-    long row;
-  } cases[] = {{"a", 0}, {"b", 2}, {"A", -1}, {"y", -1}, {"", -1}, {"a ", -1}};
-  for (const auto& c : cases) EXPECT_EQ(Q_get_table_row_pos(table, c.name), c.row) << c.name;
+  expect_each<const char*, long>(
+      [&table](const char* name) { return Q_get_table_row_pos(table, name); },
+      {{"a", 0}, {"b", 2}, {"A", -1}, {"y", -1}, {"", -1}, {"a ", -1}});
   EXPECT_EQ(Q_get_table_row_pos_or_die(table, "b"), 2);
   EXPECT_EQ(Q_get_table_row_pos({}, "a"), -1);
 }
 
 TEST(TextTableDeathTest, ChecksEveryAccess) {
   const Q_table table = table_of({{"a", "b"}});
-  const struct {
-    const char* name;
-    Q_table table;
-    long row, column;
-    const char* message;
-  } cases[] = {
-      {"empty", {}, 0, 0, "Table does not have this row\\."},
-      {"row count absent", {ABSENT, "1", "a"}, 0, 0, "this row"},
-      {"row count zero", {"0", "1", "a"}, 0, 0, "this row"},
-      {"negative row", table, -1, 0, "this row"},
-      {"row too high", table, 1, 0, "this row"},
-      {"both wrong", table, 1, 2, "this row"},
-      {"column count absent", {"1"}, 0, 0, "Table does not have this column\\."},
-      {"negative column", table, 0, -1, "this column"},
-      {"column too high", table, 0, 2, "this column"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EXIT(TABLE(c.table, c.row, c.column), ExitedWithCode(1), c.message);
-    Q_table copy = c.table;
-    EXPECT_EXIT(Q_table_set(copy, c.row, c.column, "x"), ExitedWithCode(1), c.message);
+  const std::tuple<const char*, Q_table, long, long> cases[] = {
+      // What there is not, and the cell that is asked for.
+      {"row", {}, 0, 0},
+      {"row", {ABSENT, "1", "a"}, 0, 0},
+      {"row", {"0", "1", "a"}, 0, 0},
+      {"row", table, -1, 0},
+      {"row", table, 1, 2},
+      {"column", {"1"}, 0, 0},
+      {"column", table, 0, -1},
+      {"column", table, 0, 2}};
+  for (const auto& [missing, asked, row, column] : cases) {
+    SCOPED_TRACE(testing::PrintToString(asked) + std::to_string(row) + " " +
+                 std::to_string(column));
+    const std::string message = std::string("Table does not have this ") + missing + "\\.";
+    EXPECT_EXIT(TABLE(asked, row, column), ExitedWithCode(1), message);
+    Q_table copy = asked;
+    EXPECT_EXIT(Q_table_set(copy, row, column, "x"), ExitedWithCode(1), message);
   }
   EXPECT_EXIT(
       {
@@ -256,34 +174,29 @@ TEST(TextTableDeathTest, ChecksEveryAccess) {
               "Row 'b%s' not found in the table\\.");
 }
 
-TEST(TextTableDeathTest, EndsTheProgramForFilesThatCannotBeUsed) {
+TEST(TextTable, SavesWhatItLoadedOrKeepsTheOldFile) {
   const Test_folder folder;
+  const std::string content = "study\tn1\tage\t\nA_1\t20\t31.5\t\nB\t\tNA\t\n\t3\t\xc3\xa9%s\t\n";
+  write_text("table 1%.txt", content);
+  write_text("out2.txt", "old\n");
+  Q_table table;
+  Q_table_load(table, "%s %d%%.txt", "table", 1);
+  Q_table_t(table);
+  {
+    const File_size_limit full_disk(content.size() - 1);
+    EXPECT_FALSE(Q_table_save(table, "out2.txt"));
+  }
+  EXPECT_EQ(read_text("out2.txt"), "old\n");
+  EXPECT_TRUE(Q_table_save(table, "%s%d.txt", "out", 2));
+  EXPECT_EQ(read_text("out2.txt"), content);
+
   mkdir("folder", 0755);
-  Q_table table = table_of({{"a"}});
   EXPECT_EXIT(Q_table_load(table, "%s.txt", "none"), ExitedWithCode(1),
               "File 'none\\.txt' not found\\.");
   EXPECT_EXIT(Q_table_load(table, "folder"), ExitedWithCode(1),
               "File '/.*/folder' is not a regular file\\.");
   EXPECT_EXIT((void)Q_table_save(table, "none/%s.txt", "x"), ExitedWithCode(1),
               "File 'none/x\\.txt' not writable\\.");
-  EXPECT_EXIT((void)Q_table_save(table, "folder"), ExitedWithCode(1), "File 'folder' not writable");
-}
-
-TEST(TextTable, KeepsTheOldFileWhereverTheDiskIsFull) {
-  const Test_folder folder;
-  const Q_table table = table_of({{"study", "A", "B"}, {"n1", "20", "30"}});
-  const std::string text = Q_table_text(table);
-  write_text("table.txt", "old\n");
-  for (rlim_t room = 0; room <= text.size(); ++room) {
-    bool saved = false;
-    {
-      const File_size_limit limit(room);
-      saved = Q_table_save(table, "table.txt");
-    }
-    EXPECT_EQ(saved, room == text.size()) << room;
-    EXPECT_EQ(read_text("table.txt"), saved ? text : "old\n") << room;
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 1) << room;
-  }
 }
 
 TEST(TextTable, LoadsMillionsOfCells) {

@@ -9,6 +9,7 @@
 
 #include "engine/base/wording.h"
 #include "engine/report/cluster_report.h"
+#include "table.h"
 
 using namespace kvo::report;
 
@@ -16,6 +17,7 @@ namespace {
 
 using testing::Contains;
 using testing::HasSubstr;
+using testing::IsSupersetOf;
 using testing::Not;
 
 /// What a strict parser finds in a page.
@@ -139,31 +141,11 @@ TEST(ClusterReport, HasEveryClusterWithItsPlaceNumbersAndRegions) {
   EXPECT_EQ(html, cluster_report(report)) << "the same report, other bytes";
   const Parsed page = parsed(html);
   ASSERT_EQ(page.error, "");
-  for (const char* text : {"MyMean",
-                           "MyMean = mean",
-                           "Studies",
-                           "21",
-                           "\u221242",
-                           "34",
-                           "28",
-                           "4.12",
-                           "0.00012",
-                           "0.012",
-                           "200",
-                           "1600",
-                           "Left <i>insula</i>",
-                           "99.5 %",
-                           "30",
-                           "\u221286",
-                           "8",
-                           "\u22123.46",
-                           "12\u202F345",
-                           "98\u202F760",
-                           "Outside of the atlas (right)",
-                           "Corpus callosum (midline)",
-                           "0.500",
-                           "1 smaller part"})
-    EXPECT_THAT(page.texts, Contains(text));
+  const char* texts =
+      "MyMean|MyMean = mean|Studies|21|\u221242|34|28|4.12|0.00012|0.012|200|1600|"
+      "Left <i>insula</i>|99.5 %|30|\u221286|8|\u22123.46|12\u202F345|98\u202F760|"
+      "Outside of the atlas (right)|Corpus callosum (midline)|0.500|1 smaller part";
+  for (const std::string& text : split(texts, "|", 30)) EXPECT_THAT(page.texts, Contains(text));
   EXPECT_THAT(page.texts, Contains(HasSubstr("2 clusters survive the thresholds: 1 positive and 1 "
                                              "negative, 12\u202F545 voxels")));
   EXPECT_EQ(page.elements.at("img"), 2);
@@ -184,8 +166,7 @@ TEST(ClusterReport, SaysThatNothingSurvivesAndWhatWasRun) {
   const Parsed page = parsed(cluster_report(report_of({}, map)));
   EXPECT_EQ(page.error, "");
   EXPECT_THAT(page.texts, Contains(HasSubstr("Nothing survives the thresholds")));
-  EXPECT_THAT(page.texts, Contains("MyMean = mean"));
-  EXPECT_THAT(page.texts, Contains("21"));
+  EXPECT_THAT(page.texts, IsSupersetOf({"MyMean = mean", "21"}));
 }
 
 TEST(ReportText, WritesNumbersForReading) {
@@ -202,13 +183,7 @@ TEST(ReportText, WritesNumbersForReading) {
       {p_text(0.0000223), "2.2 × 10⁻⁵"},
       {p_text(1.5e-123), "1.5 × 10⁻¹²³"},
       {p_text(0), "0.000"},
-      {count_text(0), "0"},
-      {count_text(9999), "9999"},
-      {count_text(10000), "10\u202F000"},
-      {count_text(123456789), "123\u202F456\u202F789"},
-      {counted(1, "study", "studies"), "1 study"},
       {printable_text({}), ""},
-      {counted(0, "study", "studies"), "0 studies"},
   };
   for (const auto& [written, expected] : cases) EXPECT_EQ(written, expected);
 }
