@@ -8,7 +8,7 @@
 #if defined(__SANITIZE_ADDRESS__)
 #define WIDEST_VECTORS
 #else
-#define WIDEST_VECTORS [[gnu::target_clones("default", "arch=x86-64-v3", "arch=x86-64-v4")]]
+#define WIDEST_VECTORS [[gnu::target_clones("default", "arch=x86-64-v3")]]
 #endif
 
 // INDEPENDENT, before a loop: no round reads what another writes. UNROLLED, before a loop inside of

@@ -3,15 +3,15 @@
 #include <Eigen/Cholesky>
 #include <algorithm>
 #include <cmath>
+
 #include "engine/base/distributions.h"
 
 namespace kvo::model {
 
 namespace {
 
-using Square =
-    Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, 0, max_terms + 1, max_terms + 1>;
-using Column = Eigen::Matrix<double, Eigen::Dynamic, 1, 0, max_terms + 1, 1>;
+using Square = Eigen::MatrixXd;
+using Column = Eigen::VectorXd;
 
 /// Single values of the studies, and what is added up of them. The sums grow study by study: the
 /// order in which a library's matrix product takes them depends on the processor's caches.
