@@ -18,7 +18,7 @@ namespace {
 /// A folder that is all of PATH while a test runs.
 class Help : public testing::Test {
  protected:
-  Help() : path_before_(std::getenv("PATH")) {
+  Help() : path_before_(g_getenv("PATH")) {
     setenv("PATH", folder_.path().c_str(), 1);
     Qs_HelpURL = "http://localhost/manual/?show=";
     Qs_HelpTopic = "create.mask";

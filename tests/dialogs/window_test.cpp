@@ -53,8 +53,8 @@ TEST(DialogWindow, StaysInFrontOfTheMainWindow) {
 TEST(DialogWindow, FitsASmallScreen) {
   std::string words = "MULTIMODAL META-ANALYSES\n";
   for (int i = 0; i < 60; ++i) words += "several words ";
-  const std::string path = "/home/" + std::string(300, 'x') + "/image.nii.gz";
-  for (const std::string& message : {words, path + "\n" + path}) {
+  const std::string path = "/home/" + std::string(300, 'x') + "/image.nii.gz\n";
+  for (const std::string& message : {words, path + path}) {
     std::array<Q_input_item, 6> items;
     for (int i = 0; i < 6; ++i)
       Q_input_item_file(items, i, "A rather long label of a question", "", "*");

@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <cstring>
+#include <numeric>
 #include <span>
 #include <string>
 #include <vector>
@@ -43,8 +44,8 @@ inline std::string single_file(const Nifti_header& header, const std::string& va
 
 /// 24 values, 0.5 to 23.5, that fill made_header()'s image.
 inline std::vector<float> made_values() {
-  std::vector<float> values;
-  for (int i = 0; i < 24; ++i) values.push_back(static_cast<float>(i) + 0.5F);
+  std::vector<float> values(24);
+  std::iota(values.begin(), values.end(), 0.5F);
   return values;
 }
 

@@ -45,7 +45,7 @@ constexpr const char* WRONG_MAGIC =
 constexpr const char* WRONG_SWAPPED =
     "File 'x.nii' is not a NIfTI file (wrong header size definition)";
 
-Change set_dims(std::vector<int> dims) {
+Change set_dims(const std::vector<int>& dims) {
   return [dims](Nifti_header& h) {
     for (std::size_t i = 0; i < dims.size(); ++i) h.dim[i] = static_cast<std::int16_t>(dims[i]);
   };

@@ -66,7 +66,7 @@ class Toolbox_test : public testing::Test {
   }
   [[nodiscard]] std::filesystem::path root() const { return folder_.path() / "it's the root"; }
   [[nodiscard]] std::filesystem::path make_target(const char* name) const {
-    const std::filesystem::path target = folder_.path() / name;
+    std::filesystem::path target = folder_.path() / name;
     std::filesystem::create_directories(target);
     return target;
   }

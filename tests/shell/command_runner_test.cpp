@@ -88,7 +88,7 @@ TEST(Runner, SaysWhyTheEngineIsGone) {
   for (const auto& [script, command, shown] : cases) {
     std::filesystem::remove(shell.engine());
     if (*script != '\0') shell.engine_does(script);
-    EXPECT_EQ(shown_of(command).console, command + "\n" + shown) << script;
+    EXPECT_EQ(shown_of(command).console, std::string(command).append("\n").append(shown)) << script;
   }
   std::filesystem::permissions(shell.engine(), std::filesystem::perms(0644));
   const std::string console = shown_of("go").console;

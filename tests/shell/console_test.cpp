@@ -136,8 +136,6 @@ TEST(Print, LongWordsDoNotWidenTheWindow) {
 }
 
 TEST(PrintStamped, WritesTheLocalTime) {
-  const std::string grey = "<foreground=6666:6666:6666>";
-  const std::string bold = "<foreground=6666:6666:6666 weight=700>";
   std::string printed;
   std::string right;
   // Once more when a second has begun between the print and the look at the clock.
@@ -149,11 +147,15 @@ TEST(PrintStamped, WritesTheLocalTime) {
     Q_print_warning(0, "No %s", "maps &amp; nothing");
     printed = tagged_text(console());
     const std::time_t now = std::time(nullptr);
-    char stamp[40];
-    std::strftime(stamp, sizeof stamp, "%H:%M:%S - </>", std::localtime(&now));
-    right = grey + stamp + "<>Reading a &lt; b...</>" + grey + stamp + bold + "DONE</><>\n\n</>" +
-            grey + stamp + bold + "CANCELLED</><>\n\n</>" +
-            "<foreground=ffff:0:0>WARNING: No maps &amp; nothing\n</>";
+    char stamp[80];
+    std::strftime(stamp, sizeof stamp, "<foreground=6666:6666:6666>%H:%M:%S - </>",
+                  std::localtime(&now));
+    right = Q_format(
+                "%s<>Reading a &lt; b...</>%s<foreground=6666:6666:6666 weight=700>DONE</><>\n\n</>"
+                "%s<foreground=6666:6666:6666 weight=700>CANCELLED</><>\n\n</>"
+                "<foreground=ffff:0:0>WARNING: No maps &amp; nothing\n</>",
+                stamp, stamp, stamp)
+                .str();
   }
   EXPECT_EQ(printed, right);
 }
