@@ -19,8 +19,7 @@ constexpr guint ENTER_KEYS[] = {GDK_KEY_Return, GDK_KEY_KP_Enter, GDK_KEY_ISO_En
                                 GDK_KEY_3270_Enter};
 
 void show(const Engine_event& event) {
-  // A C string ends at a zero byte, so whatever follows one is not shown.
-  const std::string text(event.text.substr(0, event.text.find('\0')));
+  const std::string text(event.text);
   switch (event.kind) {
     case Engine_line::empty:
       sched_yield();

@@ -150,7 +150,9 @@ TEST(Runner, ShowsLinesAsTheyComeUnderAModalPopUp) {
       .when_shown("  no end\n", let_pass)
       .when_shown("xxx...",
                   [&] {
-                    EXPECT_LE(Qw_WorkingWindow->allocation.width, gdk_screen_width());
+                    GtkRequisition wanted;
+                    gtk_widget_size_request(Qw_WorkingWindow, &wanted);
+                    EXPECT_LE(wanted.width, gdk_screen_width());
                     let_pass();
                   })
       .when_shown("Last...", [&] {
