@@ -72,12 +72,18 @@ std::optional<Fault> value_fault_of(const Check_index& index, const Table& table
                                     long column) {
   const std::string& variable = cell(table, HEADER, column);
   const std::string& text = cell(table, row, column);
-  const std::string n2 = index.n2_column < 0 ? "" : cell(table, row, index.n2_column);
-  const auto fault = value_fault(variable, text, n2);
-  if (!fault) return std::nullopt;
-  const bool is_size = variable != "threshold_t";
-  if (is_size && is_missing(text)) return problem("The sample size is missing.");
-  return problem(std::string(is_size ? "The sample size is " : "The threshold is ") + *fault + ".");
+  const auto cell_in = [&](long of) { return of < 0 ? std::string() : cell(table, row, of); };
+  const std::string n1 = cell_in(index.n1_column), n2 = cell_in(index.n2_column);
+  if (const auto fault = value_fault(variable, text, {n1, n2})) {
+    if (is_missing(text)) return problem("The sample size is missing.");
+    const bool is_size = column == index.n1_column || column == index.n2_column;
+    return problem((is_size ? "The sample size" : variable) + " is " + *fault + ".");
+  }
+  if (column == index.threshold_t_column || column == index.threshold_p_column)
+    if (const char* fault =
+            thresholds_fault(cell_in(index.threshold_t_column), cell_in(index.threshold_p_column)))
+      return problem("The study " + std::string(fault) + ".");
+  return std::nullopt;
 }
 
 void count_names(std::unordered_map<std::string, long>& counts, const Table& table, long column) {
@@ -101,6 +107,8 @@ void refresh_names(Check_index& index, const Table& table) {
   index.study_column = column_of(table, "study");
   index.n1_column = column_of(table, "n1");
   index.n2_column = column_of(table, "n2");
+  index.threshold_t_column = column_of(table, "threshold_t");
+  index.threshold_p_column = column_of(table, "threshold_p");
   index.variable_names.clear();
   for (const std::string& name : table.header.cells) ++index.variable_names[name];
   count_names(index.study_names, table, index.study_column);

@@ -29,6 +29,7 @@ struct Check_index {
   std::unordered_map<std::string, long> variable_names;
   long study_column = -1;
   long n1_column = -1, n2_column = -1;
+  long threshold_t_column = -1, threshold_p_column = -1;
   std::unordered_set<std::string> files;  ///< peaks files and images of the table's folder
 };
 

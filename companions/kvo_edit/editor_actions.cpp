@@ -39,7 +39,7 @@ const char* const editor_ui_description = R"(
       <menuitem action='move_left'/><menuitem action='move_right'/><separator/>
       <menuitem action='sort_ascending'/><menuitem action='sort_descending'/>
     </menu>
-    <menu action='help'><menuitem action='keys'/></menu>
+    <menu action='help'><menuitem action='keys'/><menuitem action='listing'/></menu>
   </menubar>
   <toolbar name='toolbar'>
     <toolitem action='save'/><separator/>
@@ -264,6 +264,9 @@ void open_peaks(Editor& editor, const Cell_range& /*range*/) {
 void say_keys(Editor& editor) {
   say_help(editor.window);
 }
+void say_listing(Editor& editor) {
+  say_listing_help(editor.window);
+}
 
 #define ACT(handler) G_CALLBACK(act<handler>)
 #define ACT_ON_SELECTION(handler) G_CALLBACK(act_on_selection<handler>)
@@ -327,6 +330,7 @@ const GtkActionEntry ENTRIES[] = {
      ACT_ON_SELECTION(sort<true>)},
     {"help", nullptr, "_Help", nullptr, nullptr, nullptr},
     {"keys", GTK_STOCK_HELP, "_Keys and marks", "F1", nullptr, ACT(say_keys)},
+    {"listing", nullptr, "How studies _list their peaks", nullptr, nullptr, ACT(say_listing)},
 };
 
 /// The shorter labels of the toolbar.

@@ -1,5 +1,7 @@
 #include "companions/kvo_edit/editor_dialogs.h"
 
+#include "companions/kvo_edit/column_help.h"
+
 namespace kvo::edit {
 
 namespace {
@@ -29,6 +31,12 @@ struct Name_dialog {
   GtkWidget* message;
   const std::function<std::optional<std::string>(const std::string&)>& fault;
 };
+
+void say(GtkWidget* window, const char* title, const std::string& text) {
+  GtkWidget* dialog = new_message(window, GTK_MESSAGE_INFO, title, text);
+  gtk_dialog_add_button(GTK_DIALOG(dialog), GTK_STOCK_CLOSE, GTK_RESPONSE_OK);
+  run_and_destroy(dialog);
+}
 
 void judge_name(GtkEditable* /*entry*/, gpointer data) {
   const auto& parts = *static_cast<Name_dialog*>(data);
@@ -91,8 +99,7 @@ std::optional<std::string> ask_name(
 }
 
 void say_help(GtkWidget* window) {
-  GtkWidget* dialog = new_message(
-      window, GTK_MESSAGE_INFO, "Keys and marks",
+  say(window, "Keys and marks",
       "Type to replace a cell, F2 or double-click to change it. Enter goes down and Tab to the "
       "right, "
       "with Shift back; Tab behind the last cell adds a study. Escape gives up what has been "
@@ -103,14 +110,16 @@ void say_help(GtkWidget* window) {
       "dragged to another place.\n\n"
       "Blocks are copied from and to any spreadsheet. Pasting adds the studies and variables that "
       "are needed.\n\n"
-      "Red marks: a name that is missing, doubled or not usable, a sample size that is no number, "
-      "a "
-      "blank, tab or comma inside a cell. Orange marks: a study without peaks file and image. "
+      "Red marks: a name that is missing, doubled or not usable, a sample size or "
+      "threshold that cannot be one, two thresholds, a blank, tab or comma inside a cell. Orange "
+      "marks: a study without peaks file and image. "
       "Point at a "
       "mark, or go to the cell, to read what it means.\n\n"
       "NA, in grey, is a missing value.");
-  gtk_dialog_add_button(GTK_DIALOG(dialog), GTK_STOCK_CLOSE, GTK_RESPONSE_OK);
-  run_and_destroy(dialog);
+}
+
+void say_listing_help(GtkWidget* window) {
+  say(window, "How studies list their peaks", listing_help());
 }
 
 }  // namespace kvo::edit

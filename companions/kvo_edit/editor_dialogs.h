@@ -32,4 +32,7 @@ std::optional<std::string> ask_name(
 /// Says which keys do what, and what the marks mean.
 void say_help(GtkWidget* window);
 
+/// Says what the table can hold of how a study lists its peaks.
+void say_listing_help(GtkWidget* window);
+
 }  // namespace kvo::edit

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "companions/kvo_edit/column_help.h"
 #include "companions/kvo_edit/grid_cell.h"
 #include "companions/kvo_edit/grid_edit.h"
 #include "companions/kvo_edit/grid_keys.h"
@@ -160,7 +161,7 @@ void show_name(Grid& grid, long position) {
   const GdkColor* color = fault ? &color_of(fault->severity) : nullptr;
   for (const GtkStateType state : {GTK_STATE_NORMAL, GTK_STATE_PRELIGHT, GTK_STATE_ACTIVE})
     gtk_widget_modify_fg(label, state, color);
-  gtk_widget_set_tooltip_text(column->button, fault ? fault->text.c_str() : nullptr);
+  gtk_widget_set_tooltip_text(column->button, fault ? fault->text.c_str() : column_help(name));
 }
 
 /// The rows of the view carry nothing but their numbers, so only their count has to follow the

@@ -92,7 +92,8 @@ std::string PpRecord::text() const {
 std::string table_facts(const Study& study) {
   const auto [n1, n2] = study.sample;
   return "n1 " + std::to_string(n1) + ", n2 " + (n2 > 0 ? std::to_string(n2) : missing_value) +
-         ", threshold_t " + (study.threshold_t ? text_of(*study.threshold_t) : missing_value);
+         ", threshold_t " + (study.threshold_t ? text_of(*study.threshold_t) : missing_value) +
+         (study.threshold_p ? ", threshold_p " + text_of(*study.threshold_p) : "");
 }
 
 PpRecord read_pp_record() {

@@ -26,7 +26,8 @@ struct PpRecord {
   [[nodiscard]] std::string text() const;
 };
 
-/// What the table says of a study that its maps depend on: "n1 25, n2 NA, threshold_t 3.1".
+/// What the table says of a study that its maps depend on: "n1 25, n2 NA, threshold_t 3.1", or
+/// "n1 25, n2 NA, threshold_t NA, threshold_p 0.001".
 std::string table_facts(const Study& study);
 
 /// Reads the record. Throws Refusal when preprocessing has not been run in the folder, or when the

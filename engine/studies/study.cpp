@@ -56,30 +56,53 @@ std::vector<std::string> row_of(std::string_view text, std::size_t line, std::si
   return cells;
 }
 
+/// "" when there is no such column.
+std::string_view cell_of(const StudyTable& table, const Study& study, const char* name) {
+  const std::optional<std::size_t> column = table.column(name);
+  return column ? std::string_view(study.values[*column]) : "";
+}
+
 /// The value of a column that has a meaning; nothing when it is missing, or the column is.
 std::optional<double> checked_value(const StudyTable& table, const Study& study, const char* name) {
   const std::optional<std::size_t> column = table.column(name);
   if (!column) return std::nullopt;
-  const std::optional<std::size_t> n2 = table.column("n2");
   const std::string& text = study.values[*column];
-  if (const auto fault = value_fault(name, text, n2 ? study.values[*n2] : ""))
+  if (const auto fault =
+          value_fault(name, text, {cell_of(table, study, "n1"), cell_of(table, study, "n2")}))
     refuse(study.line,
            std::string(name) + " of study '" + study.name + "' is '" + text + "', " + *fault);
   return number_of(text);
 }
 
 Study study_of(const StudyTable& table, std::vector<std::string> values, std::size_t line) {
-  Study study{values[*table.column("study")], line, {}, {}, std::move(values)};
+  Study study;
+  study.name = values[*table.column("study")];
+  study.line = line;
+  study.values = std::move(values);
   if (is_missing(study.name)) refuse(line, "the study has no name");
   if (const char* fault = Q_name_fault(study.name); fault != nullptr)
     refuse(line, "the study's name '" + study.name + "' " + fault);
   study.sample.n1 = int(checked_value(table, study, "n1").value());
   study.sample.n2 = int(checked_value(table, study, "n2").value_or(0));
   study.threshold_t = checked_value(table, study, "threshold_t");
+  study.threshold_p = checked_value(table, study, "threshold_p");
+  if (const char* fault = thresholds_fault(cell_of(table, study, "threshold_t"),
+                                           cell_of(table, study, "threshold_p")))
+    refuse(line, "study '" + study.name + "' " + fault);
+  if (const auto peaks = checked_value(table, study, "peaks_per_cluster"))
+    study.peaks_per_cluster = int(*peaks);
+  study.peak_distance = checked_value(table, study, "peak_distance");
+  study.cluster_extent = checked_value(table, study, "cluster_extent");
   return study;
 }
 
 }  // namespace
+
+Threshold threshold_of(const Study& study) {
+  if (study.threshold_t) return {*study.threshold_t, false};
+  return {t_of_p(study.threshold_p.value_or(assumed_threshold_p), study.sample),
+          !study.threshold_p};
+}
 
 std::optional<std::size_t> StudyTable::column(std::string_view name) const {
   const auto found = std::find(columns.begin(), columns.end(), name);

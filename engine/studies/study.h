@@ -14,11 +14,27 @@ namespace kvo::studies {
 
 struct Study {
   std::string name;
-  std::size_t line;  ///< of the table's file
+  std::size_t line = 0;  ///< of the table's file
   Sample sample;
-  std::optional<double> threshold_t;  ///< the study's own significance threshold
-  std::vector<std::string> values;    ///< one for each column; "NA" when missing
+  /// From where on the study called a voxel significant, as a t value or a one-tailed p, not both.
+  std::optional<double> threshold_t, threshold_p;
+  std::optional<int> peaks_per_cluster;  ///< how many the study lists at most
+  std::optional<double> peak_distance;   ///< mm that listed peaks are apart at least
+  std::optional<double> cluster_extent;  ///< voxels of 2 mm that a cluster had to have
+  std::vector<std::string> values;       ///< one for each column; "NA" when missing
 };
+
+/// The one-tailed p of the threshold of studies that state none.
+inline constexpr double assumed_threshold_p = 0.001;
+
+struct Threshold {
+  double t;
+  bool assumed;  ///< the table does not state it
+};
+
+/// The study's threshold: its threshold_t, or the t value whose one-tailed p is its threshold_p,
+/// else assumed_threshold_p.
+Threshold threshold_of(const Study& study);
 
 struct StudyTable {
   std::vector<std::string> columns;
@@ -29,8 +45,8 @@ struct StudyTable {
 };
 
 /// Reads and checks the table of the working folder. Throws Refusal, naming the line, when it has
-/// no studies, a name that is missing, double or unfit to be a file's, a sample size that is no
-/// whole number or too small for a variance, or a line that does not fit the header.
+/// no studies, a name that is missing, double or unfit to be a file's, a value that its column
+/// cannot have (study_rules.h), or a line that does not fit the header.
 StudyTable read_study_table();
 
 /// Index of a column. Throws Refusal when there is none of that name.

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <span>
 
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/images/image.h"
 #include "engine/images/talairach.h"
 #include "engine/studies/study_rules.h"
+#include "util/q_string.h"
 #include "util/text.h"
 
 namespace kvo::studies {
@@ -19,7 +21,6 @@ namespace {
 // other than mm.
 constexpr double max_mm = 200;
 constexpr std::size_t max_peaks = 5000;
-constexpr double unknown_height_p = 0.001;
 constexpr std::string_view space_key = "space:";
 
 bool same_ignoring_case(std::string_view a, std::string_view b) {
@@ -28,10 +29,19 @@ bool same_ignoring_case(std::string_view a, std::string_view b) {
                     [&](char x, char y) { return lower(x) == lower(y); });
 }
 
+/// By how much the number may have been rounded: half of a unit of its last decimal.
+double rounding_of(std::string_view number) {
+  if (number.find_first_of("eE") != std::string_view::npos) return 0;
+  const std::size_t point = number.find('.');
+  const std::size_t decimals = point == std::string_view::npos ? 0 : number.size() - point - 1;
+  return 0.5 * std::pow(10, -double(decimals));
+}
+
 /// Reads one peaks file; the members are what has been read so far.
 struct Reader {
   const Study& study;
   std::string path;
+  Threshold threshold;
   Space space = Space::unknown;
   std::vector<Peak> peaks;
   bool unknown_heights = false;
@@ -53,16 +63,30 @@ struct Reader {
     space = named;
   }
 
-  double height(const TextLine& line, std::string_view text) {
+  [[noreturn]] void refuse_below_threshold(const TextLine& line,
+                                           const std::vector<std::string_view>& cells) const {
+    std::string what = "the peak of study '" + study.name + "' at";
+    for (const std::string_view coordinate : std::span(cells).first(3))
+      what.append(" ").append(coordinate);
+    what.append(" has the t value ").append(cells[3]);
+    what += study.threshold_t ? ", but its threshold_t is " + text_of(*study.threshold_t)
+                              : ", but its threshold_p of " + text_of(*study.threshold_p) +
+                                    Q_format(" is a t of %.3f", threshold.t).str();
+    refuse(line, what);
+  }
+
+  double height(const TextLine& line, const std::vector<std::string_view>& cells) {
+    const std::string_view text = cells[3];
     if (text == "p" || text == "n") {
       unknown_heights = true;
-      const double t = study.threshold_t.value_or(t_of_p(unknown_height_p, study.sample));
-      return text == "p" ? t : -t;
+      return text == "p" ? threshold.t : -threshold.t;
     }
     const std::optional<double> t = number_of(text);
     if (!t || std::abs(*t) > max_t)
       refuse(line, "the height '" + std::string(text) +
                        "' is neither a t value from -10000 to 10000 nor 'p' or 'n'");
+    if (!threshold.assumed && std::abs(*t) + rounding_of(text) < threshold.t)
+      refuse_below_threshold(line, cells);
     return *t;
   }
 
@@ -88,7 +112,7 @@ struct Reader {
                "the coordinate '" + std::string(cell) + "' is not a number of mm from -200 to 200");
       peak.mm[axis] = *mm;
     }
-    peak.g = hedges_g(height(line, cells[3]), study.sample);
+    peak.g = hedges_g(height(line, cells), study.sample);
     if (peaks.size() == max_peaks)
       refuse(line, "there are more than " + std::to_string(max_peaks) + " peaks");
     peaks.push_back(peak);
@@ -109,7 +133,7 @@ std::string peaks_file(const Study& study) {
 }
 
 StudyPeaks read_peaks(const Study& study) {
-  Reader reader{study, peaks_file(study), Space::unknown, {}, false};
+  Reader reader{study, peaks_file(study), threshold_of(study), Space::unknown, {}, false};
   const std::string text = read_text(reader.path);
   for (const TextLine& line : filled_lines(text)) reader.read_line(line);
   if (reader.space == Space::unknown)

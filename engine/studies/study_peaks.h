@@ -26,9 +26,10 @@ struct StudyPeaks {
 std::string peaks_file(const Study& study);
 
 /// Reads the study's peaks file. Talairach coordinates are taken to MNI space. A peak of unknown
-/// height has the height that just reached significance: the study's threshold_t, else the t value
-/// whose one-tailed p is 0.001. Throws Refusal, naming the line, when the file is not as it should
-/// be, has no line with the space, or places a peak far outside of any head.
+/// height has the height that just reached significance, threshold_of() the study. Throws Refusal,
+/// naming the line, when the file is not as it should be, has no line with the space, places a peak
+/// far outside of any head, or has a peak below the threshold that the table states; as heights are
+/// rounded, half of a unit of the last decimal is forgiven.
 StudyPeaks read_peaks(const Study& study);
 
 }  // namespace kvo::studies

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "engine/base/text_file.h"
-#include "util/q_string.h"
+#include "engine/studies/effect_size.h"
 #include "workspace/files/file_names.h"
 
 namespace kvo::studies {
@@ -12,8 +12,50 @@ namespace {
 
 constexpr int most_people = 1000000000;
 constexpr double most_t = 1000;
+constexpr int most_peaks = 1000;
+constexpr double most_mm = 200, most_voxels = 1000000;
 // With fewer there is no variance within the samples, or no unbiased effect size.
 constexpr int least_of_one_sample = 3, least_of_two = 2;
+
+enum class Kind { whole, from, above };
+
+/// What numbers a column may have.
+struct Range {
+  Kind kind;
+  double least, most;
+  bool required = false;
+};
+
+std::optional<Range> range_of(std::string_view column, std::string_view n2) {
+  const int least_n = column == "n2" || !is_missing(n2) ? least_of_two : least_of_one_sample;
+  if (column == "n1") return Range{Kind::whole, double(least_n), most_people, true};
+  if (column == "n2") return Range{Kind::whole, double(least_n), most_people};
+  if (column == "threshold_t") return Range{Kind::above, 0, most_t};
+  if (column == "threshold_p") return Range{Kind::above, 0, 0.5};
+  if (column == "peaks_per_cluster") return Range{Kind::whole, 1, most_peaks};
+  if (column == "peak_distance") return Range{Kind::above, 0, most_mm};
+  if (column == "cluster_extent") return Range{Kind::from, 0, most_voxels};
+  return std::nullopt;
+}
+
+bool holds(const Range& range, double number) {
+  return number <= range.most &&
+         (range.kind == Kind::above ? number > range.least : number >= range.least) &&
+         (range.kind != Kind::whole || number == std::floor(number));
+}
+
+std::string not_in(const Range& range) {
+  const std::string least = decimals_of(range.least), most = decimals_of(range.most);
+  if (range.kind == Kind::above) return "not a number above " + least + " and up to " + most;
+  return std::string(range.kind == Kind::whole ? "not a whole number" : "not a number") + " from " +
+         least + " to " + most;
+}
+
+/// The sample of those sizes; nothing when they cannot be a sample's.
+std::optional<Sample> sample_of(SizeCells sizes) {
+  if (value_fault("n1", sizes.n1, sizes) || value_fault("n2", sizes.n2, sizes)) return std::nullopt;
+  return Sample{int(*number_of(sizes.n1)), int(number_of(sizes.n2).value_or(0))};
+}
 
 }  // namespace
 
@@ -26,20 +68,21 @@ const char* cell_fault(std::string_view text) {
 }
 
 std::optional<std::string> value_fault(std::string_view column, std::string_view text,
-                                       std::string_view n2) {
-  const bool is_n2 = column == "n2";
+                                       SizeCells sizes) {
+  const std::optional<Range> range = range_of(column, sizes.n2);
+  if (!range || (!range->required && is_missing(text))) return std::nullopt;
   const std::optional<double> number = number_of(text);
-  if (column == "n1" || is_n2) {
-    // A study with one sample has no second size.
-    if (is_n2 && is_missing(text)) return std::nullopt;
-    const int least = is_n2 || !is_missing(n2) ? least_of_two : least_of_one_sample;
-    if (number && *number >= least && *number <= most_people && *number == std::floor(*number))
-      return std::nullopt;
-    return Q_format("not a whole number from %i to %i", least, most_people).str();
-  }
-  if (column != "threshold_t" || is_missing(text)) return std::nullopt;
-  if (number && *number > 0 && *number <= most_t) return std::nullopt;
-  return Q_format("not a number above 0 and up to %g", most_t).str();
+  if (!number || !holds(*range, *number)) return not_in(*range);
+  if (column != "threshold_p") return std::nullopt;
+  const std::optional<Sample> sample = sample_of(sizes);
+  if (!sample || t_of_p(*number, *sample) <= most_t) return std::nullopt;
+  return "too small for so few participants: its t is above " + decimals_of(most_t);
+}
+
+const char* thresholds_fault(std::string_view threshold_t, std::string_view threshold_p) {
+  return is_missing(threshold_t) || is_missing(threshold_p)
+             ? nullptr
+             : "gives both threshold_t and threshold_p";
 }
 
 const char* variable_fault(std::string_view name) {

@@ -21,11 +21,20 @@ bool is_missing(std::string_view text);
 /// break"; null when it can.
 const char* cell_fault(std::string_view text);
 
+/// A study's cells with the sizes of its samples, "" when the table has no such column.
+struct SizeCells {
+  std::string_view n1, n2;
+};
+
 /// Why the text cannot be the value of a column that has a meaning: "not a whole number from 3 to
 /// 1000000000". Nothing when it can, and for columns that are anyone's variables. How small a
-/// sample may be depends on the study's `n2`, "" when the table has no such column.
+/// sample may be depends on whether there is a second one, how small a threshold_p on both sizes.
 std::optional<std::string> value_fault(std::string_view column, std::string_view text,
-                                       std::string_view n2);
+                                       SizeCells sizes);
+
+/// Why a study cannot have these two thresholds, to follow its name: "gives both threshold_t and
+/// threshold_p"; null when it can.
+const char* thresholds_fault(std::string_view threshold_t, std::string_view threshold_p);
 
 /// Why a command cannot have the name of a variable in it, to follow the name: "holds a quote, '='
 /// or '+'"; null when it can. The table may have such a variable.

@@ -66,8 +66,14 @@ TEST(Checks, MarkCellsAndSayWhy) {
           {"a,12,many", 2, "problem: The sample size is not a whole number from 2"},
           {"a,12,9,any%text<b>", 3, ""},
           {"a,12,9,x\vy", 3, "problem: The cell holds a blank"},
-          {"a,12,9,x,y", 3, "problem: The line has 5 cells, but the table has 4 variables."},
-          {"a,12,9,x,,", 3, ""},
+          {"a,12,9,x,,,y", 5, "problem: The line has 7 cells, but the table has 6 variables."},
+          {"a,12,9,x,,,,", 5, ""},
+          {"a,12,NA,,3.1", 4, ""},
+          {"a,12,NA,,0", 4, "problem: threshold_t is not a number above 0 and up to 1000."},
+          {"a,12,NA,,3.1,.001", 4, "problem: The study gives both threshold_t and threshold_p."},
+          {"a,12,NA,,3.1,.001", 5, "problem: The study gives both threshold_t and threshold_p."},
+          {"a,2,2,,NA,1e-9", 5, "problem: threshold_p is too small for so few"},
+          {"a,few,NA,,,1e-9", 5, ""},
       },
           names[] = {
               {"study,n1,%s<b>", 2, ""},
@@ -91,7 +97,8 @@ TEST(Checks, MarkCellsAndSayWhy) {
     EXPECT_TRUE(fault.empty() ? found.empty() : found.starts_with(fault)) << content << found;
   };
   for (const auto& [line, column, fault] : studies)
-    check("study,n1,n2,note\n" + line + "\ntwice,1,1,1\n", 0, column, fault);
+    check("study,n1,n2,note,threshold_t,threshold_p\n" + line + "\ntwice,1,1,1\n", 0, column,
+          fault);
   for (const auto& [header, column, fault] : names) check(header + "\n", HEADER, column, fault);
 }
 
@@ -116,12 +123,26 @@ TEST(Checks, FindAProblemWhereTheEngineRefusesATable) {
   for (const std::string& name : studies)
     if (!name.empty() && name.find('/') == std::string::npos) write_text(name + ".peaks.txt", "");
   write_text("both.nii.gz", "");
-  const std::vector<std::string> columns = {"n2",     "threshold_t", "age", "",      "NA", "a\vb",
-                                            "(none)", "a+b",         "x/y", "study", "n1", "age"};
+  const std::vector<std::string> columns = {"n2",
+                                            "threshold_t",
+                                            "threshold_p",
+                                            "peaks_per_cluster",
+                                            "peak_distance",
+                                            "cluster_extent",
+                                            "age",
+                                            "",
+                                            "NA",
+                                            "a\vb",
+                                            "(none)",
+                                            "a+b",
+                                            "x/y",
+                                            "study",
+                                            "n1",
+                                            "age"};
   const std::vector<std::string> values = {
       "3",     "2",    "1",      "0",    "-3",         "2.5",        "1.5e1", "+4",
       "0x10",  "nan",  "12x",    "1e-9", "1000000000", "1000000001", "",      "NA",
-      "1e400", "1000", "1000.5", "a\fb", "20",         "15"};
+      "1e400", "1000", "1000.5", "a\fb", "20",         "15",         "0.5",   ".001"};
   std::mt19937 random(7);
   const auto one_of = [&](const std::vector<std::string>& list, std::size_t usual) {
     // Mostly what is right: a table with a fault everywhere tells little.
@@ -132,7 +153,7 @@ TEST(Checks, FindAProblemWhereTheEngineRefusesATable) {
   for (int n = 0; n < TABLES; ++n) {
     std::vector<std::string> header = {"study", "n1"};
     if (random() % 16 == 0) header.erase(header.begin() + random() % 2);
-    for (std::size_t more = random() % 4; more > 0; --more) header.push_back(one_of(columns, 3));
+    for (std::size_t more = random() % 4; more > 0; --more) header.push_back(one_of(columns, 7));
     std::string content;
     const auto add_line = [&](const std::vector<std::string>& cells) {
       for (std::size_t i = 0; i < cells.size(); ++i) content += (i > 0 ? "," : "") + cells[i];
@@ -142,7 +163,10 @@ TEST(Checks, FindAProblemWhereTheEngineRefusesATable) {
     for (std::size_t rows = 1 + random() % 3, row = 0; row < rows; ++row) {
       std::vector<std::string> cells;
       for (const std::string& column : header)
-        cells.push_back(column == "study" ? one_of(studies, 5) : one_of(values, random() % 2 + 1));
+        cells.push_back(column == "study" ? one_of(studies, 5)
+                        : column == "threshold_p"
+                            ? one_of({"1e-9", ".001", "NA", "0.6", "1e-99"}, 3)
+                            : one_of(values, random() % 2 + 1));
       if (random() % 16 == 0) cells.push_back(random() % 2 == 0 ? "more" : "");
       if (random() % 16 == 0) cells.pop_back();
       if (cells.empty() || (cells.size() == 1 && cells[0].empty())) cells = {"a"};

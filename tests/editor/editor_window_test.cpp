@@ -252,6 +252,30 @@ TEST_F(EditorWindow, SelectsAndRenamesVariablesByTheirNames) {
   EXPECT_EQ(user.waiting(), 0U);
 }
 
+TEST_F(EditorWindow, SaysWhereInAPaperAValueStands) {
+  Session session(
+      "study,threshold_t,threshold_p,peaks_per_cluster,peak_distance,cluster_extent,age,age\n");
+  Dialog_driver user;
+  std::string all;
+  user.then([&](Shown_dialog& dialog) {
+    gchar* text = nullptr;
+    g_object_get(dialog.widget(), "secondary-text", &text, nullptr);
+    all = Q_g_memory<char>(text).get();
+    dialog.press("Close");
+  });
+  session.does("@listing");
+  for (int column = 1; column <= 7; ++column) {
+    GtkTreeViewColumn* shown = gtk_tree_view_get_column(session.grid().view, column + 1);
+    const Q_g_memory<char> help(gtk_widget_get_tooltip_text(shown->button));
+    if (column > 5)
+      EXPECT_STREQ(help.get(), "Another variable has the same name.");
+    else if (help == nullptr)
+      ADD_FAILURE() << column;
+    else
+      EXPECT_THAT(all, HasSubstr(help.get()));
+  }
+}
+
 TEST_F(EditorWindow, ShowsMarksAndGoesToThem) {
   write_text("a.peaks.txt", "# space: MNI\n");
   Session session("study,n1,n2\na,2,2\nb,x,4\n");

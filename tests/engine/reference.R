@@ -48,7 +48,8 @@ for (s in which(file.exists(paste0(table$study, ".peaks.txt")))) {
   two <- !is.na(row$n2)
   df <- if (two) row$n1 + row$n2 - 2 else row$n1 - 1
   peaks <- read_peaks(row$study)
-  unknown <- if (is.na(row$threshold_t)) qt(0.001, df, lower.tail = FALSE) else row$threshold_t
+  p <- if (is.na(row$threshold_p)) 0.001 else row$threshold_p
+  unknown <- if (is.na(row$threshold_t)) qt(p, df, lower.tail = FALSE) else row$threshold_t
   t <- as.numeric(ifelse(peaks[, 4] == "p", unknown, ifelse(peaks[, 4] == "n", -unknown, peaks[, 4])))
   j <- exp(lgamma(df / 2) - lgamma((df - 1) / 2)) / sqrt(df / 2)
   g <- j * (if (two) t * sqrt(1 / row$n1 + 1 / row$n2) else t / sqrt(row$n1))

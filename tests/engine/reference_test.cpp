@@ -50,18 +50,18 @@ std::string values_of(const std::vector<std::string>& maps) {
 void write_folder_of_maps(const Installation& engine) {
   enter(engine, "maps");
   write_text("kvo_table.txt",
-             "study,n1,n2,threshold_t,adults,age,micrograms,tesla,group\n"
-             "one,12,NA,NA,1,31.5,2.1e6,-0.0012,1\n"
-             "two,15,17,NA,1,24,5.5e6,0.0031,0\n"
-             "small,3,NA,NA,0,61.25,1.4e6,0.0007,0\n"
-             "large,20000,10000,NA,1,43,9.7e6,-0.0044,1\n"
-             "unknown,18,NA,NA,NA,38,3.2e6,0.0058,1\n"
-             "threshold,24,22,2.7,1,NA,4.8e6,0.0026,0\n"
-             "no=thing+,20,20,NA,1,52,NA,-0.0039,1\n"
-             "talairach,30,NA,NA,1,29.75,7.3e6,-0.0005,0\n"
-             "image,14,16,NA,1,47,6.6e6,0.0019,1\n");
+             "study,n1,n2,threshold_t,threshold_p,adults,age,micrograms,tesla,group\n"
+             "one,12,NA,NA,0.005,1,31.5,2.1e6,-0.0012,1\n"
+             "two,15,17,NA,NA,1,24,5.5e6,0.0031,0\n"
+             "small,3,NA,NA,NA,0,61.25,1.4e6,0.0007,0\n"
+             "large,20000,10000,NA,NA,1,43,9.7e6,-0.0044,1\n"
+             "unknown,18,NA,NA,NA,NA,38,3.2e6,0.0058,1\n"
+             "threshold,24,22,2.7,NA,1,NA,4.8e6,0.0026,0\n"
+             "no=thing+,20,20,NA,NA,1,52,NA,-0.0039,1\n"
+             "talairach,30,NA,NA,NA,1,29.75,7.3e6,-0.0005,0\n"
+             "image,14,16,NA,NA,1,47,6.6e6,0.0019,1\n");
   const std::map<std::string, const char*> peaks = {
-      {"one", "# space: MNI\n# comment\n24 -14 6 4.25 # the largest\n32,-10,4,-3.5\n"},
+      {"one", "# space: MNI\n# comment\n24 -14 6 4.25 # the largest\n32,-10,4,-3.5\n22 -8 2 n\n"},
       {"two", "# space: MNI\n20.7 -11.3 3.1 +3.75\n24 -12 4 3.1\n22 -14 8 2.9\n24 -12 4 5.5\n"},
       {"small", "# SPACE: mni\r\n28 -16 2 7.5\r\n"},
       {"large", "# space: MNI\n26 -8 10 3\n"},

@@ -105,7 +105,7 @@ void change(const Installation& engine, const std::string& text) {
 
 void set_up(const Installation& engine, const std::string& name) {
   write_text("kvo_table.txt", "study n1 n2 threshold_t none\nA 12 14 NA 0\nB 20 NA 3.1 NA\n");
-  write_text("A.peaks.txt", "# space: MNI\n24 -14 6 4.1\n30 -10 4 -2.2\n");
+  write_text("A.peaks.txt", "# space: MNI\n24 -14 6 4.1\n30 -10 4 -2.1\n");
   write_text("B.peaks.txt", "# space: Talairach\n22 -16 4 p\n");
   write_image(engine.share() / "atlas_aal_frw.nii.gz", image_of(41));
   write_image(engine.share() / "cor_gray_matter.nii.gz", image_of(1));

@@ -24,6 +24,8 @@ void use_table() {
     check(study.name.find_first_of("/\n") == std::string::npos && !study.name.starts_with('.'));
     const auto [n1, n2] = study.sample;
     check(n2 == 0 ? n1 >= 3 : n1 >= 2 && n2 >= 2);
+    const double t = threshold_of(study).t;
+    check(t >= 0 && t <= 1000);
   }
 }
 
