@@ -22,9 +22,11 @@ struct MapKind {
 };
 inline constexpr MapKind g_map{"_g", 1001, 0}, var_map{"_var", 1001, 0}, z_map{"_z", 5, 0},
     p_map{"_p", 22, 1}, tau2_map{"_tau2", 1001, 0}, I2_map{"_I2", 0, 0}, Q_map{"_Q", 0, 0},
+    ci_low_map{"_ci_low", 1001, 0}, ci_high_map{"_ci_high", 1001, 0}, info_map{"_info", 0, 0},
     pFWE_map{"_pFWE", 22, 1}, negative_p_map{"_n_p", 22, 1}, negative_pFWE_map{"_n_pFWE", 22, 1};
-inline constexpr std::array map_kinds{g_map,  var_map, z_map,    p_map,          tau2_map,
-                                      I2_map, Q_map,   pFWE_map, negative_p_map, negative_pFWE_map};
+inline constexpr std::array map_kinds{
+    g_map,      var_map,     z_map,    p_map,    tau2_map,       I2_map,           Q_map,
+    ci_low_map, ci_high_map, info_map, pFWE_map, negative_p_map, negative_pFWE_map};
 
 /// What an analysis was: its command, and who took part.
 struct AnalysisFacts {

@@ -93,7 +93,10 @@ std::string gaussian(double fwhm) {
 /// How effects spread from peaks.
 void describe_kernel(Paragraph& text, const MethodsFacts& facts) {
   const std::string correlation = readable(facts.correlation_template);
-  std::string kernel = "Around each reported peak the effect size fell off ";
+  std::string kernel = facts.estimated_from_peaks
+                           ? "For the test of convergence the effect size fell off around each "
+                             "reported peak "
+                           : "Around each reported peak the effect size fell off ";
   if (facts.anisotropy < 1) kernel += gaussian(facts.fwhm);
   if (facts.anisotropy > 0 && facts.anisotropy < 1)
     kernel += ", made anisotropic (" + decimals_of(facts.anisotropy) +
@@ -124,14 +127,13 @@ void describe_maps(Paragraph& text, const MethodsFacts& facts) {
     text.sentence("The statistical map of " + Q_counted(images, "study", "studies") +
                   " was available" + (images == 1 ? "" : " for each") + "; of " +
                   Q_counted(with_peaks, "study", "studies") +
-                  " a map was estimated from the reported peak coordinates");
+                  " the reported peak coordinates were used");
   else if (images > 0)
     text.sentence(images == 1 ? "The statistical map of the study was available"
                               : "The statistical maps of all studies were available");
   else
-    text.sentence(facts.studies == 1
-                      ? "The map of the study was estimated from the reported peak coordinates"
-                      : "The map of each study was estimated from the reported peak coordinates");
+    text.sentence(facts.studies == 1 ? "The reported peak coordinates of the study were used"
+                                     : "The reported peak coordinates of the studies were used");
   if (facts.talairach)
     text.sentence("Coordinates in Talairach space were transformed to MNI space" +
                   text.cited({sources::lancaster}));
@@ -141,7 +143,33 @@ void describe_maps(Paragraph& text, const MethodsFacts& facts) {
                   "' in MNI space, with voxels of 2 mm");
 }
 
+/// How effects follow from peaks.
+void describe_likelihood(Paragraph& text, const MethodsFacts& facts) {
+  text.sentence(
+      "The peaks of a study were taken for those that it lists of the local maxima of a smooth "
+      "random field whose mean is the effect and whose variance is the sum of the study's own and "
+      "the between-study variance; the density of such maxima by height is known" +
+      text.cited({sources::bardeen}));
+  text.sentence(
+      "Which share of its maxima a study lists followed from their number, so that what a study "
+      "does not list was not taken for no effect");
+  text.sentence(
+      std::string(facts.variables.empty() ? "The effect was" : "The coefficients were") +
+      " estimated as the mode of the posterior of this point process with a smooth Gaussian prior" +
+      text.cited({sources::moller}) + ", with 95 % intervals by the Laplace approximation" +
+      text.cited({sources::rue}) +
+      (facts.studies_with_images > 0
+           ? ", together with the images, weighted by the inverse of their variances"
+           : ""));
+}
+
 void describe_model(Paragraph& text, const MethodsFacts& facts) {
+  if (facts.estimated_from_peaks) {
+    describe_likelihood(text, facts);
+    if (!facts.term.empty())
+      text.sentence("The results reported here are those of the coefficient of " + facts.term);
+    return;
+  }
   const bool is_regression = facts.analysis == Analysis::linear_model || !facts.variables.empty();
   const std::string unit =
       facts.analysis == Analysis::mean || facts.analysis == Analysis::linear_model

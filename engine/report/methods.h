@@ -27,6 +27,7 @@ struct MethodsFacts {
   std::size_t studies_with_images = 0;  ///< of the studies; the rest have peaks
   bool talairach = false;               ///< whether some coordinates were in Talairach space
   bool unknown_heights = false;         ///< whether some peaks had no t value
+  bool estimated_from_peaks = false;    ///< whether the effects are those of the peaks' likelihood
   double fwhm = 20, anisotropy = 0;
   std::string correlation_template, mask;
   std::size_t randomizations = 0;

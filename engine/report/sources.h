@@ -17,6 +17,19 @@ inline constexpr Source hedges{
     "Hedges LV (1981). Distribution theory for Glass's estimator of effect "
     "size and related estimators. Journal of Educational Statistics "
     "6:107\u2013128."};
+inline constexpr Source bardeen{
+    "Bardeen et al. 1986",
+    "Bardeen JM, Bond JR, Kaiser N, Szalay AS (1986). The statistics of peaks of Gaussian random "
+    "fields. The Astrophysical Journal 304:15\u201361."};
+inline constexpr Source moller{
+    "Møller et al. 1998",
+    "Møller J, Syversveen AR, Waagepetersen RP (1998). Log Gaussian Cox processes. Scandinavian "
+    "Journal of Statistics 25:451\u2013482."};
+inline constexpr Source rue{
+    "Rue et al. 2009",
+    "Rue H, Martino S, Chopin N (2009). Approximate Bayesian inference for latent Gaussian models "
+    "by using integrated nested Laplace approximations. Journal of the Royal Statistical Society: "
+    "Series B 71:319\u2013392."};
 inline constexpr Source borenstein{"Borenstein et al. 2009",
                                    "Borenstein M, Hedges LV, Higgins JPT, Rothstein HR (2009). "
                                    "Introduction to Meta-Analysis. Chichester: Wiley."};

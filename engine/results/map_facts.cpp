@@ -11,6 +11,7 @@
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/pp_record.h"
 #include "engine/model/study_model.h"
+#include "engine/results/estimate_record.h"
 #include "engine/studies/study_image.h"
 #include "engine/studies/study_peaks.h"
 #include "workspace/files/study_table.h"
@@ -112,6 +113,11 @@ MapFacts facts_of_map(const std::string& map, std::span<const Verb> verbs) {
                    {"Participants", std::to_string(analysis->participants)}};
   }
   add_studies(methods, record);
+  if (!map.empty()) {
+    const std::vector<Fact> estimate = read_estimate_record(map);
+    methods.estimated_from_peaks = !estimate.empty();
+    known.facts.insert(known.facts.end(), estimate.begin(), estimate.end());
+  }
   if (!methods.left_out.empty()) known.facts.push_back({"Left out", methods.left_out});
   known.facts.insert(
       known.facts.end(),

@@ -113,6 +113,7 @@ struct Reader {
       peak.mm[axis] = *mm;
     }
     peak.g = hedges_g(height(line, cells), study.sample);
+    peak.height_known = cells[3] != "p" && cells[3] != "n";
     if (peaks.size() == max_peaks)
       refuse(line, "there are more than " + std::to_string(max_peaks) + " peaks");
     peaks.push_back(peak);

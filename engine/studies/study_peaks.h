@@ -14,6 +14,7 @@ namespace kvo::studies {
 struct Peak {
   Eigen::Vector3d mm;  ///< in MNI space
   double g;            ///< Hedges' g
+  bool height_known = true;
 };
 
 struct StudyPeaks {

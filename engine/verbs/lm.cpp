@@ -5,15 +5,23 @@
 // intercept's.
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
+#include <optional>
 
+#include "engine/base/distributions.h"
+#include "engine/base/exists.h"
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/inference/randomization.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
+#include "engine/model/joint_estimate.h"
 #include "engine/model/meta_regression.h"
+#include "engine/model/pooling.h"
 #include "engine/model/study_model.h"
+#include "engine/results/estimate_record.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 #include "util/text.h"
@@ -72,11 +80,17 @@ LinearModel prepare_model(const ModelRequest& request) {
 
 /// The maps of each coefficient, and of the model.
 struct LinearModelMaps {
-  std::vector<Map> g, var, z;
+  std::vector<Map> g, var, z, info;
   Map tau2, I2, Q;
 
   LinearModelMaps(std::size_t coefficients, std::size_t voxels)
-      : g(coefficients, Map(voxels)), var(g), z(g), tau2(voxels), I2(voxels), Q(voxels) {}
+      : g(coefficients, Map(voxels)),
+        var(g),
+        z(g),
+        info(coefficients, Map(voxels, 1)),
+        tau2(voxels),
+        I2(voxels),
+        Q(voxels) {}
 };
 
 std::vector<float*> pointers_at(std::vector<Map>& maps, std::size_t begin) {
@@ -115,7 +129,37 @@ std::string doing(const ModelRequest& request, std::size_t studies) {
 struct Fit {
   LinearModelMaps maps;
   std::vector<NullDistribution> nulls;
+  std::optional<JointFacts> joint;  ///< nothing where all the studies have images
 };
+
+/// Has the estimates be those of the likelihood of the studies' peaks, and says so. Of the
+/// heterogeneity is known what the images of a mean tell.
+JointFacts estimate_from_peaks(const LinearModel& linear, const StudyMaps& studies,
+                               LinearModelMaps& maps) {
+  const MetaAnalysis& meta = linear.meta;
+  const std::size_t voxels = meta.mask.size();
+  JointEstimate joint = estimate_jointly(meta, linear.model.design, studies);
+  maps.g = std::move(joint.g);
+  maps.var = std::move(joint.var);
+  maps.info = std::move(joint.info);
+  for (std::size_t j = 0; j < maps.z.size(); ++j)
+    for (std::size_t v = 0; v < voxels; ++v)
+      maps.z[j][v] = maps.g[j][v] / std::sqrt(maps.var[j][v]);
+  for (Map* map : {&maps.tau2, &maps.I2, &maps.Q})
+    std::fill(map->begin(), map->end(), std::numeric_limits<float>::quiet_NaN());
+  std::vector<const float*> g, var;
+  for (std::size_t s = 0; s < meta.members.size(); ++s) {
+    if (!meta.members[s].has_image) continue;
+    g.push_back(studies.g[s].data());
+    var.push_back(studies.var[s].data());
+  }
+  if (maps.z.size() == 1 && g.size() > 1) {
+    Map z(voxels);
+    pool(g, var, voxels,
+         {.z = z.data(), .tau2 = maps.tau2.data(), .I2 = maps.I2.data(), .Q = maps.Q.data()});
+  }
+  return std::move(joint.facts);
+}
 
 Fit fit_of(const ModelRequest& request, const LinearModel& linear) {
   const Design& design = linear.model.design;
@@ -124,14 +168,25 @@ Fit fit_of(const ModelRequest& request, const LinearModel& linear) {
   Action action(doing(request, meta.members.size()));
   LinearModelMaps maps = maps_of(design, studies, meta.mask.size());
   action.finish();
+  const std::vector<Map> statistics = maps.z;
+  std::optional<JointFacts> joint;
+  if (has_peaks(meta)) joint = estimate_from_peaks(linear, studies, maps);
   std::vector<NullDistribution> nulls = randomized({
       .meta = meta,
       .images = images_of(meta, std::move(studies)),
-      .observed = maps.z,
+      .observed = statistics,
       .statistic = [&](auto g, auto var, std::size_t voxels,
                        auto z) { fit_model_maps(design, g, var, voxels, {.z = z}); },
   });
-  return {std::move(maps), std::move(nulls)};
+  return {std::move(maps), std::move(nulls), std::move(joint)};
+}
+
+/// A limit of the 95 % interval: the upper one with a sign of 1, the lower one with -1.
+Map limit_of(const Map& g, const Map& var, float sign) {
+  Map limit(g.size());
+  for (std::size_t v = 0; v < g.size(); ++v)
+    limit[v] = g[v] + sign * float(normal_quantile(0.975)) * std::sqrt(var[v]);
+  return limit;
 }
 
 std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
@@ -139,6 +194,9 @@ std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
   std::vector<NamedMap> named;
   for (std::size_t j = 0; j < linear.names.size(); ++j) {
     const std::string& name = linear.names[j];
+    named.push_back({name, ci_low_map, limit_of(maps.g[j], maps.var[j], -1)});
+    named.push_back({name, ci_high_map, limit_of(maps.g[j], maps.var[j], 1)});
+    named.push_back({name, info_map, std::move(maps.info[j])});
     named.push_back({name, g_map, std::move(maps.g[j])});
     named.push_back({name, var_map, std::move(maps.var[j])});
     named.push_back({name, z_map, std::move(maps.z[j])});
@@ -148,6 +206,18 @@ std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
   named.push_back({linear.names[0], I2_map, std::move(maps.I2)});
   named.push_back({linear.names[0], Q_map, std::move(maps.Q)});
   return named;
+}
+
+/// Leaves the record of the estimate, or has that of an earlier one removed.
+void leave_record(Outputs& outputs, const LinearModel& linear,
+                  const std::optional<JointFacts>& facts) {
+  for (const std::string& name : linear.names) {
+    const std::string file = estimate_record_file(name);
+    if (facts)
+      outputs.write_text(file, estimate_record(estimate_facts(*facts)));
+    else if (path_exists(file))
+      outputs.remove(file);
+  }
 }
 
 /// Fits the model that the command asks for and leaves its maps.
@@ -161,10 +231,13 @@ LinearModel run_model(const Command& command, const ModelRequest& request) {
   std::vector<ListedMap> listed;
   for (std::size_t j = 0; j < fit.nulls.size(); ++j)
     listed.push_back({linear.names[j], fit.nulls[j]});
+  leave_record(outputs, linear, fit.joint);
   AnalysisFacts facts = facts_of(command.text(), linear.meta);
   facts.left_out = linear.left_out;
   list_maps(outputs, listed, facts);
   outputs.commit();
+  if (fit.joint)
+    for (const Fact& fact : estimate_facts(*fit.joint)) say(fact.label + ": " + fact.text);
   return linear;
 }
 

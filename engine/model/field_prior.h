@@ -1,0 +1,58 @@
+#pragma once
+
+// Smooth fields over the brain: white noise in the cells of a coarse grid, smoothed with a Gaussian
+// kernel. Of independent normal values in the cells it makes a field whose values have the variance
+// 1 at every place.
+
+#include <Eigen/Core>
+#include <array>
+#include <vector>
+
+#include "engine/images/mask.h"
+#include "engine/model/model_layer.h"
+
+namespace kvo::model {
+
+/// What a field is at a place: a weighted sum over a box of cells, whose weights are products.
+struct FieldPlace {
+  std::array<std::size_t, 3> first;
+  std::array<std::vector<double>, 3> weights;
+};
+
+class FieldPrior {
+ public:
+  /// The field's autocorrelation has that full width at half maximum, in mm.
+  explicit FieldPrior(double width);
+
+  [[nodiscard]] static std::size_t cells();
+  /// How many mm³ of each cell lie in the mask.
+  [[nodiscard]] static Eigen::VectorXd volumes(const Mask& mask);
+  /// The cell that a place in MNI space, in mm, lies in; cells() outside of the grid.
+  [[nodiscard]] static std::size_t cell_at(const Eigen::Vector3d& mm);
+
+  /// The field at the centres of the cells, of the values of the noise there: K z.
+  [[nodiscard]] Eigen::VectorXd at_cells(const Eigen::VectorXd& noise) const;
+  /// The transpose of that: K' f.
+  [[nodiscard]] Eigen::VectorXd to_noise(const Eigen::VectorXd& field) const;
+  /// The field in the voxels of a mask.
+  [[nodiscard]] std::vector<float> in_mask(const Eigen::VectorXd& noise, const Mask& mask) const;
+
+  [[nodiscard]] FieldPlace place(const Eigen::Vector3d& mm) const;
+  [[nodiscard]] static double at(const FieldPlace& place, const Eigen::VectorXd& noise);
+  /// Adds the value times the weights to the noise: the transpose of at().
+  static void add_to_noise(const FieldPlace& place, double value, Eigen::VectorXd& noise);
+
+  /// The cells that a coordinate takes part of, with their weights.
+  struct Row {
+    std::size_t first;
+    std::vector<double> weights;
+  };
+
+ private:
+  [[nodiscard]] Row row(int axis, double voxel) const;
+
+  double sigma_;                                    ///< of the kernel, in voxels
+  std::array<std::vector<Row>, 3> cells_, voxels_;  ///< of the centres of each axis
+};
+
+}  // namespace kvo::model

@@ -1,0 +1,42 @@
+#pragma once
+
+// The effects of a meta-analysis from all that its studies know: peaks by their likelihood
+// (peak_fit.h), and the images of others as they are.
+//
+// In each voxel the two are independent normal sources of knowledge of the coefficients. An image
+// counts with the variance that its study's g has at the estimate, and the between-study variance.
+
+#include <vector>
+
+#include "engine/maps/meta_analysis.h"
+#include "engine/model/design.h"
+#include "engine/model/peak_settings.h"
+
+namespace kvo::model {
+
+/// What the estimate rests on.
+struct JointFacts {
+  std::size_t studies_with_peaks = 0, images = 0;
+  std::size_t thresholds_assumed = 0;  ///< of the studies with peaks
+  bool tau2_of_images = false;
+  ChosenAssumptions chosen;
+  std::vector<double> shares;  ///< listed, of the studies with peaks
+  double listing_doubt = 0;  ///< standard deviation of the mean effect for not knowing their rules
+};
+
+/// The maps of each coefficient, as of the terms of the design, in the voxels of the mask.
+struct JointEstimate {
+  std::vector<std::vector<float>> g, var;
+  /// What the studies know of it, from 0 to 1: as a share of what images of all of them would.
+  std::vector<std::vector<float>> info;
+  JointFacts facts;
+};
+
+/// Whether a study has peaks, so that there is something to estimate jointly.
+bool has_peaks(const MetaAnalysis& meta);
+
+/// The estimate, from the studies' maps, of which it takes the images'. Shows progress.
+JointEstimate estimate_jointly(const MetaAnalysis& meta, const Design& design,
+                               const StudyMaps& maps);
+
+}  // namespace kvo::model

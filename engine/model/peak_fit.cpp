@@ -1,0 +1,347 @@
+#include "engine/model/peak_fit.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <random>
+
+#include "engine/base/parallel.h"
+#include "engine/model/peak_likelihood.h"
+#include "engine/model/small_symmetric.h"
+
+namespace kvo::model {
+
+namespace {
+
+constexpr int most_solver_steps = 25, draws = 64;
+/// When a search ends: after so many rounds, or when the effects move no farther in one.
+struct Effort {
+  int rounds;
+  double still;
+};
+constexpr Effort thorough{40, 0.003}, rough{8, 0.01};
+/// A study without a peak is taken to list half of one.
+constexpr double no_peaks = 0.5;
+
+using Vector = Eigen::VectorXd;
+using Fields = std::vector<Vector>;
+
+double dot(const Fields& a, const Fields& b) {
+  double sum = 0;
+  for (std::size_t j = 0; j < a.size(); ++j) sum += a[j].dot(b[j]);
+  return sum;
+}
+
+/// The effect in a study of that row of the design.
+Vector effect_of(const Fields& coefficients, const Vector& row) {
+  Vector effect = row[0] * coefficients[0];
+  for (std::size_t j = 1; j < coefficients.size(); ++j)
+    effect += row[Eigen::Index(j)] * coefficients[j];
+  return effect;
+}
+
+/// Whether a peak lies in a cell that has a part in the mask.
+bool lies_in(const ListedPeak& peak, const Vector& volumes) {
+  const std::size_t cell = FieldPrior::cell_at(peak.mm);
+  return cell != FieldPrior::cells() && volumes[Eigen::Index(cell)] > 0;
+}
+
+/// A listed peak that lies in the mask.
+struct Placed {
+  std::size_t study;
+  FieldPlace place;
+  const ListedPeak* peak;
+};
+
+/// Studies that have the same row of the design, whose expected peaks are added up.
+struct Group {
+  Vector row;
+  std::vector<std::size_t> studies;
+  LikelihoodTable expected;  ///< peaks per mm³, by the effect
+};
+
+/// The likelihood of the fields, as the sum over studies.
+class Likelihood {
+ public:
+  Likelihood(std::span<const ListingStudy> studies, const Mask& mask, const PeakFit& fit)
+      : studies_(studies), fit_(fit), volumes_(FieldPrior::volumes(mask)) {
+    const PeakDensity density(fit.assumptions.smoothness);
+    for (std::size_t s = 0; s < studies.size(); ++s) {
+      likelihoods_.push_back(likelihood_of(studies[s], density));
+      std::size_t listed = 0;
+      for (const ListedPeak& peak : studies[s].peaks) {
+        if (!lies_in(peak, volumes_)) continue;
+        peaks_.push_back({s, fit.prior.place(peak.mm), &peak});
+        ++listed;
+      }
+      listed_.push_back(listed);
+      const auto group = std::find_if(groups_.begin(), groups_.end(), [&](const Group& other) {
+        return other.row == studies[s].row;
+      });
+      if (group != groups_.end())
+        group->studies.push_back(s);
+      else
+        groups_.push_back({studies[s].row, {s}, {}});
+    }
+  }
+
+  [[nodiscard]] const Vector& volumes() const { return volumes_; }
+
+  /// Sets the listed shares by the fields.
+  void set_shares(const Fields& cells, std::vector<double>& shares) {
+    for (Group& group : groups_) {
+      const Vector effect = effect_of(cells, group.row);
+      group.expected = {};
+      for (const std::size_t s : group.studies) {
+        double expected = 0;
+        for (Eigen::Index c = 0; c < effect.size(); ++c)
+          if (volumes_[c] > 0)
+            expected += volumes_[c] * likelihoods_[s]->expected.at(effect[c]).value;
+        shares[s] = std::min(1.0, std::max(double(listed_[s]), no_peaks) / expected);
+        group.expected.add(likelihoods_[s]->expected, shares[s]);
+      }
+    }
+  }
+
+  [[nodiscard]] double value(const Fields& noise, const Fields& cells) const {
+    double sum = 0;
+    for (const Group& group : groups_) {
+      const Vector effect = effect_of(cells, group.row);
+      for (Eigen::Index c = 0; c < effect.size(); ++c)
+        if (volumes_[c] > 0) sum -= volumes_[c] * group.expected.at(effect[c]).value;
+    }
+    for (const Placed& placed : peaks_)
+      sum += likelihoods_[placed.study]->of_peak(*placed.peak, effect_at(placed, noise)).value;
+    return sum;
+  }
+
+  /// The derivative by the noise of the fields, without the prior's, and the expected information
+  /// of the cells.
+  void derivatives(const Fields& noise, const Fields& cells, Fields& slope,
+                   Fields& information) const {
+    const std::size_t p = noise.size();
+    const Eigen::Index n = volumes_.size();
+    Fields in_cells(p, Vector::Zero(n));
+    information.assign(triangle_size(p), Vector::Zero(n));
+    for (const Group& group : groups_) {
+      const Vector effect = effect_of(cells, group.row);
+      for (Eigen::Index c = 0; c < n; ++c) {
+        if (volumes_[c] == 0) continue;
+        const LikelihoodTable::Value at = group.expected.at(effect[c]);
+        for (std::size_t j = 0, m = 0; j < p; ++j) {
+          in_cells[j][c] -= volumes_[c] * at.slope * group.row[Eigen::Index(j)];
+          for (std::size_t k = 0; k <= j; ++k, ++m)
+            information[m][c] += volumes_[c] * at.information * group.row[Eigen::Index(j)] *
+                                 group.row[Eigen::Index(k)];
+        }
+      }
+    }
+    slope.clear();
+    for (const Vector& field : in_cells) slope.push_back(fit_.prior.to_noise(field));
+    for (const Placed& placed : peaks_) {
+      const double by_effect =
+          likelihoods_[placed.study]->of_peak(*placed.peak, effect_at(placed, noise)).slope;
+      for (std::size_t j = 0; j < p; ++j)
+        FieldPrior::add_to_noise(placed.place,
+                                 by_effect * studies_[placed.study].row[Eigen::Index(j)], slope[j]);
+    }
+    for (std::size_t j = 0; j < p; ++j) slope[j] *= fit_.sd(j);
+  }
+
+ private:
+  std::shared_ptr<const StudyLikelihood> likelihood_of(const ListingStudy& study,
+                                                       const PeakDensity& density) {
+    for (std::size_t s = 0; s < likelihoods_.size(); ++s)
+      if (studies_[s].variance.base == study.variance.base &&
+          studies_[s].variance.slope == study.variance.slope &&
+          studies_[s].threshold == study.threshold)
+        return likelihoods_[s];
+    return std::make_shared<StudyLikelihood>(study, fit_.assumptions.tau2, density);
+  }
+
+  [[nodiscard]] double effect_at(const Placed& placed, const Fields& noise) const {
+    double effect = 0;
+    for (std::size_t j = 0; j < noise.size(); ++j)
+      effect += studies_[placed.study].row[Eigen::Index(j)] * fit_.sd(j) *
+                FieldPrior::at(placed.place, noise[j]);
+    return effect;
+  }
+
+  std::span<const ListingStudy> studies_;
+  const PeakFit& fit_;
+  Vector volumes_;
+  std::vector<std::shared_ptr<const StudyLikelihood>> likelihoods_;
+  std::vector<std::size_t> listed_;
+  std::vector<Placed> peaks_;
+  std::vector<Group> groups_;
+};
+
+/// The coefficients in the cells.
+Fields in_cells(const PeakFit& fit, const Fields& noise) {
+  Fields cells;
+  for (std::size_t j = 0; j < noise.size(); ++j)
+    cells.push_back(fit.sd(j) * fit.prior.at_cells(noise[j]));
+  return cells;
+}
+
+/// Solves (1 + sd K' W K sd) x = b by conjugate gradients, W the information of the cells.
+Fields solved(const PeakFit& fit, const Fields& information, const Fields& b, double tolerance) {
+  const std::size_t p = b.size();
+  Fields x(p, Vector::Zero(b[0].size())), residual = b, direction = b;
+  double square = dot(residual, residual);
+  const double enough = tolerance * tolerance * square;
+  for (int step = 0; step < most_solver_steps && square > enough; ++step) {
+    const Fields cells = in_cells(fit, direction);
+    Fields weighted(p, Vector::Zero(b[0].size()));
+    for (std::size_t j = 0, m = 0; j < p; ++j)
+      for (std::size_t k = 0; k <= j; ++k, ++m) {
+        weighted[j].array() += information[m].array() * cells[k].array();
+        if (k < j) weighted[k].array() += information[m].array() * cells[j].array();
+      }
+    for (std::size_t j = 0; j < p; ++j)
+      weighted[j] = direction[j] + fit.sd(j) * fit.prior.to_noise(weighted[j]);
+    const double length = square / dot(direction, weighted);
+    for (std::size_t j = 0; j < p; ++j) {
+      x[j] += length * direction[j];
+      residual[j] -= length * weighted[j];
+    }
+    const double next = dot(residual, residual);
+    for (std::size_t j = 0; j < p; ++j) direction[j] = residual[j] + next / square * direction[j];
+    square = next;
+  }
+  return x;
+}
+
+/// How far the coefficients have moved, as the root of the mean square over the mask.
+double moved_by(const Fields& from, const Fields& to, const Vector& volumes) {
+  double sum = 0;
+  for (std::size_t j = 0; j < from.size(); ++j) sum += volumes.dot((to[j] - from[j]).cwiseAbs2());
+  return std::sqrt(sum / volumes.sum());
+}
+
+/// A draw of the fields' noise from the normal distribution that the fit's posterior is close to.
+Fields draw(const PeakFit& fit, std::uint64_t number) {
+  const std::size_t p = fit.noise.size();
+  const Eigen::Index n = fit.noise[0].size();
+  std::mt19937_64 random(number);
+  // Signs have the variance of normal values, and the sums of many are normal.
+  const auto signs = [&] {
+    Vector values(n);
+    std::uint64_t bits = 0;
+    for (Eigen::Index c = 0; c < n; ++c) {
+      if (c % 64 == 0) bits = random();
+      values[c] = (bits >> (c % 64) & 1) != 0 ? 1 : -1;
+    }
+    return values;
+  };
+  Fields raw, root(p, Vector::Zero(n)), b;
+  for (std::size_t j = 0; j < p; ++j) raw.push_back(signs());
+  for (Eigen::Index c = 0; c < n; ++c) {
+    if (fit.information[0][c] == 0) continue;
+    SmallSymmetric W{};
+    for (std::size_t m = 0; m < triangle_size(p); ++m) W[m] = fit.information[m][c];
+    const SmallSymmetric L = cholesky_of(W, p);
+    for (std::size_t j = 0; j < p; ++j)
+      for (std::size_t k = 0; k <= j; ++k) root[j][c] += L[in_triangle(j, k)] * raw[k][c];
+  }
+  for (std::size_t j = 0; j < p; ++j)
+    b.push_back(fit.sd(j) * fit.prior.to_noise(root[j]) + signs());
+  return solved(fit, fit.information, b, 0.02);
+}
+
+PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
+               const PeakAssumptions& assumptions, const PeakFit* start, const Effort& effort) {
+  PeakFit fit{assumptions, FieldPrior(assumptions.width), {}, {}, {}};
+  const auto p = std::size_t(studies[0].row.size());
+  fit.noise.assign(p, Vector::Zero(Eigen::Index(FieldPrior::cells())));
+  if (start != nullptr) fit.noise = start->noise;
+  fit.shares.resize(studies.size());
+  Likelihood likelihood(studies, mask, fit);
+  Fields cells = in_cells(fit, fit.noise);
+  for (int round = 0; round < effort.rounds; ++round) {
+    likelihood.set_shares(cells, fit.shares);
+    Fields b;
+    likelihood.derivatives(fit.noise, cells, b, fit.information);
+    for (std::size_t j = 0; j < p; ++j) b[j] -= fit.noise[j];
+    const Fields step = solved(fit, fit.information, b, 0.1);
+    const double before = likelihood.value(fit.noise, cells) - dot(fit.noise, fit.noise) / 2;
+    double moved = 0;
+    for (double length = 1; length > 0.01; length /= 2) {
+      Fields noise = fit.noise;
+      for (std::size_t j = 0; j < p; ++j) noise[j] += length * step[j];
+      Fields next = in_cells(fit, noise);
+      if (likelihood.value(noise, next) - dot(noise, noise) / 2 < before) continue;
+      moved = moved_by(cells, next, likelihood.volumes());
+      fit.noise = std::move(noise);
+      cells = std::move(next);
+      break;
+    }
+    if (moved < effort.still) break;
+  }
+  Fields unused;
+  likelihood.derivatives(fit.noise, cells, unused, fit.information);
+  return fit;
+}
+
+}  // namespace
+
+PeakFit fit_peaks(std::span<const ListingStudy> studies, const Mask& mask,
+                  const PeakAssumptions& assumptions) {
+  return fitted(studies, mask, assumptions, nullptr, thorough);
+}
+
+PeakFit fit_roughly(std::span<const ListingStudy> studies, const Mask& mask,
+                    const PeakAssumptions& assumptions, const PeakFit* start) {
+  return fitted(studies, mask, assumptions, start, rough);
+}
+
+Foretold foretold(const PeakFit& fit, const ListingStudy& study, const Mask& mask) {
+  const StudyLikelihood likelihood(study, fit.assumptions.tau2,
+                                   PeakDensity(fit.assumptions.smoothness));
+  const Vector volumes = FieldPrior::volumes(mask),
+               effect = effect_of(in_cells(fit, fit.noise), study.row);
+  double expected = 0;
+  for (Eigen::Index c = 0; c < effect.size(); ++c)
+    if (volumes[c] > 0) expected += volumes[c] * likelihood.expected.at(effect[c]).value;
+  Foretold result;
+  for (const ListedPeak& peak : study.peaks) {
+    if (!lies_in(peak, volumes)) continue;
+    const FieldPlace place = fit.prior.place(peak.mm);
+    double at_peak = 0;
+    for (std::size_t j = 0; j < fit.noise.size(); ++j)
+      at_peak += study.row[Eigen::Index(j)] * fit.sd(j) * FieldPrior::at(place, fit.noise[j]);
+    result.sum += likelihood.of_peak(peak, at_peak).value - std::log(expected);
+    ++result.peaks;
+  }
+  return result;
+}
+
+PeakEstimates estimates_of(const PeakFit& fit, const Mask& mask) {
+  const std::size_t p = fit.noise.size();
+  PeakEstimates maps;
+  for (std::size_t j = 0; j < p; ++j) {
+    std::vector<float> map = fit.prior.in_mask(fit.noise[j], mask);
+    for (float& value : map) value *= float(fit.sd(j));
+    maps.estimates.push_back(std::move(map));
+  }
+  maps.covariances.assign(triangle_size(p), std::vector<float>(mask.size()));
+  const auto threads = std::size_t(omp_get_max_threads());
+  for (std::size_t first = 0; first < std::size_t(draws); first += threads) {
+    const std::size_t count = std::min(threads, std::size_t(draws) - first);
+    std::vector<std::vector<std::vector<float>>> drawn(count);
+    in_parallel(count, [&](std::size_t i, std::size_t) {
+      const Fields noise = draw(fit, first + i);
+      for (std::size_t j = 0; j < p; ++j)
+        drawn[i].push_back(fit.prior.in_mask(fit.sd(j) * noise[j], mask));
+    });
+    // In their order, so that the sums are the same with any number of threads.
+    for (const auto& fields : drawn)
+      for (std::size_t j = 0, m = 0; j < p; ++j)
+        for (std::size_t k = 0; k <= j; ++k, ++m)
+          for (std::size_t v = 0; v < mask.size(); ++v)
+            maps.covariances[m][v] += fields[j][v] * fields[k][v] / float(draws);
+  }
+  return maps;
+}
+
+}  // namespace kvo::model

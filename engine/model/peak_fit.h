@@ -1,0 +1,93 @@
+#pragma once
+
+// Effects from the peaks that studies list: the peaks as a marked point process over the brain.
+//
+// The peaks of a study are what it lists of the local maxima of a smooth field whose mean at v is
+// g(v) = x'b(v), x the study's row of the design, and whose variance is that of its g plus tau².
+// The maxima of height h have the density a rho((h - g)/s)/s for |h| above the study's threshold u,
+// where rho is the density of local maxima of a field of mean 0 and variance 1 (peak_density.h), s²
+// the variance, and a the share of its maxima that the study lists: as many are expected over the
+// mask as it has. A peak whose height is not told has the integral of that over the heights above
+// u. So what a study does not list says little where it lists few of its maxima, and much where it
+// lists all.
+//
+// The coefficients b are smooth fields (field_prior.h): a log-Gaussian Cox process (Møller,
+// Syversveen and Waagepetersen 1998, Scandinavian Journal of Statistics 25:451) with marks; the
+// estimate is the mode of their posterior, found by Newton's method with the expected information,
+// and its covariance that of the Laplace approximation (Rue, Martino and Chopin 2009, Journal of
+// the Royal Statistical Society B 71:319), from random draws of it (Papandreou and Yuille 2010,
+// Gaussian sampling by local perturbations, NIPS 23).
+
+#include <Eigen/Core>
+#include <span>
+#include <vector>
+
+#include "engine/images/mask.h"
+#include "engine/model/field_prior.h"
+#include "engine/model/model_layer.h"
+#include "engine/studies/effect_size.h"
+
+namespace kvo::model {
+
+struct ListedPeak {
+  Eigen::Vector3d mm;  ///< in MNI space
+  double g;            ///< its height; of one that is not told, its sign alone counts
+  bool height_known = true;
+};
+
+/// What a study lists, and what it would list.
+struct ListingStudy {
+  VarianceOfG variance;
+  double threshold;  ///< in g, above 0
+  std::vector<ListedPeak> peaks;
+  Eigen::VectorXd row;  ///< of the design
+};
+
+/// What is assumed of all studies. The between-study variance is what 21 studies of pain show whose
+/// images are public (NeuroVault collection 1425).
+struct PeakAssumptions {
+  double tau2 = 0.07;      ///< between the studies
+  double smoothness = 11;  ///< FWHM of a study's map, mm
+  double width = 28;       ///< FWHM of the autocorrelation of the coefficients, mm
+  double effect_sd = 0.5;  ///< of the first coefficient, before anything is known
+  double slope_sd = 0.4;   ///< of the others
+};
+
+/// The coefficients' most likely fields, as the values of their noise (FieldPrior).
+struct PeakFit {
+  PeakAssumptions assumptions;
+  FieldPrior prior;
+  std::vector<Eigen::VectorXd> noise;
+  std::vector<double> shares;                ///< the listed share of each study
+  std::vector<Eigen::VectorXd> information;  ///< of the cells: the lower triangle, row by row
+
+  [[nodiscard]] double sd(std::size_t coefficient) const {
+    return coefficient == 0 ? assumptions.effect_sd : assumptions.slope_sd;
+  }
+};
+
+/// Fits the fields of all coefficients to the studies' peaks in the mask.
+/// Fits the fields of all coefficients to the studies' peaks in the mask.
+PeakFit fit_peaks(std::span<const ListingStudy> studies, const Mask& mask,
+                  const PeakAssumptions& assumptions);
+/// The same, roughly: good enough to compare assumptions. A fit of much the same studies under much
+/// the same assumptions saves work as a start; null for none.
+PeakFit fit_roughly(std::span<const ListingStudy> studies, const Mask& mask,
+                    const PeakAssumptions& assumptions, const PeakFit* start);
+
+/// Estimates and their covariances (the lower triangle, row by row) in the voxels of the mask.
+struct PeakEstimates {
+  std::vector<std::vector<float>> estimates, covariances;
+};
+PeakEstimates estimates_of(const PeakFit& fit, const Mask& mask);
+
+/// How well a fit of other studies foretells where a study's peaks in the mask lie and how high
+/// they are: the natural logarithm of their density, per mm³ and unit of g, among all that the
+/// study might have listed.
+struct Foretold {
+  double sum = 0;  ///< over the peaks
+  std::size_t peaks = 0;
+};
+Foretold foretold(const PeakFit& fit, const ListingStudy& study, const Mask& mask);
+
+}  // namespace kvo::model

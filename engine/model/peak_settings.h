@@ -1,0 +1,25 @@
+#pragma once
+
+// What is assumed of all studies, chosen by how well some of them foretell the peaks of the others.
+
+#include <optional>
+#include <span>
+
+#include "engine/model/peak_fit.h"
+
+namespace kvo::model {
+
+struct ChosenAssumptions {
+  PeakAssumptions assumptions;
+  bool by_prediction = false;  ///< false where the peaks are too few to choose by
+  bool tau2_by_prediction = false;
+  double gain = 0;  ///< by peak, in natural logarithms, over peaks anywhere in the mask
+};
+
+/// Tries the between-study variance (unless it is known, or the studies list too little of their
+/// maxima), the smoothness and the width up and down as long as that foretells the peaks of
+/// left-out studies better.
+ChosenAssumptions choose_assumptions(std::span<const ListingStudy> studies, const Mask& mask,
+                                     std::optional<double> known_tau2);
+
+}  // namespace kvo::model
