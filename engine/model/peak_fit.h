@@ -49,7 +49,7 @@ struct PeakAssumptions {
   double tau2 = 0.07;      ///< between the studies
   double smoothness = 11;  ///< FWHM of a study's map, mm
   double width = 28;       ///< FWHM of the autocorrelation of the coefficients, mm
-  double effect_sd = 0.5;  ///< of the first coefficient, before anything is known
+  double effect_sd = 0.8;  ///< of the first coefficient, before anything is known
   double slope_sd = 0.4;   ///< of the others
 };
 

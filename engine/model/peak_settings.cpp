@@ -30,7 +30,7 @@ constexpr double effect_sd_of_predictions = 0.4;
 /// The values that are tried.
 constexpr std::array tau2_steps{0.01, 0.02, 0.04, 0.07, 0.1, 0.15, 0.25};
 constexpr std::array smoothness_steps{7.0, 9.0, 11.0, 14.0};
-constexpr std::array width_steps{20.0, 24.0, 28.0};
+constexpr std::array width_steps{24.0, 28.0};
 
 class Prediction {
  public:
