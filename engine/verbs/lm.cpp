@@ -194,12 +194,13 @@ std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
   std::vector<NamedMap> named;
   for (std::size_t j = 0; j < linear.names.size(); ++j) {
     const std::string& name = linear.names[j];
-    named.push_back({name, ci_low_map, limit_of(maps.g[j], maps.var[j], -1)});
-    named.push_back({name, ci_high_map, limit_of(maps.g[j], maps.var[j], 1)});
-    named.push_back({name, info_map, std::move(maps.info[j])});
+    Map low = limit_of(maps.g[j], maps.var[j], -1), high = limit_of(maps.g[j], maps.var[j], 1);
     named.push_back({name, g_map, std::move(maps.g[j])});
     named.push_back({name, var_map, std::move(maps.var[j])});
     named.push_back({name, z_map, std::move(maps.z[j])});
+    named.push_back({name, ci_low_map, std::move(low)});
+    named.push_back({name, ci_high_map, std::move(high)});
+    named.push_back({name, info_map, std::move(maps.info[j])});
     add_p_maps(named, name, fit.nulls[j], linear.meta.record.randomizations);
   }
   named.push_back({linear.names[0], tau2_map, std::move(maps.tau2)});

@@ -121,7 +121,8 @@ TEST_F(Hostile, NumbersAtTheirEndsGiveFiniteMaps) {
       EXPECT_THAT(line, testing::Not(testing::AnyOf(HasSubstr("nan"), HasSubstr("inf"))))
           << command;
   }
-  for (const char* map : {"g", "var", "z", "tau2", "I2", "Q", "0_g", "1_g", "0_z", "1_z"}) {
+  for (const char* map :
+       {"g", "var", "z", "info", "ci_low", "ci_high", "0_g", "1_g", "0_z", "1_z", "1_info"}) {
     for (const float value : read_image("New_" + std::string(map) + ".nii.gz").values)
       ASSERT_TRUE(std::isfinite(value)) << map;
   }

@@ -21,7 +21,7 @@ pool_values <- function(fit)
 # Maps of every study, of means and of linear models. Single-precision files hold seven digits; what is
 # 0 must be 0 but for rounding.
 
-setwd(file.path(root, "maps"))
+setwd(file.path(root, "peaks"))
 fwhm <- 8
 table <- read.csv("kvo_table.txt")
 voxels <- read.delim("voxels.tsv", check.names = FALSE)
@@ -69,6 +69,8 @@ for (s in which(file.exists(paste0(table$study, ".peaks.txt")))) {
               if (two) 1 / row$n1 + 1 / row$n2 + effects^2 / (2 * (row$n1 + row$n2)) else 1 / row$n1 + effects^2 / (2 * row$n1))
 }
 
+setwd(file.path(root, "maps"))
+voxels <- read.delim("voxels.tsv", check.names = FALSE)
 adults <- !is.na(table$adults) & table$adults == 1
 models <- list(All = character(), Adults = character(), One = "micrograms", Two = c("age", "micrograms"),
                Four = c("age", "micrograms", "tesla", "group"))
@@ -88,9 +90,12 @@ for (name in names(models)) {
     substr(digits, j, j) <- "1"
     map <- if (j == 0) of_intercept else paste0(name, "_", digits)
     # The terms differ in scale by many powers of ten, and so do the coefficients.
-    for (kind in c("g", "var", "z")) {
-      reference <- sapply(fits, function(fit) list(g = fit$beta[j + 1], var = fit$se[j + 1]^2, z = fit$zval[j + 1])[[kind]])
-      compare_map(paste0(map, "_", kind), some, reference, 1e-9 * (if (length(terms) > 0) max(abs(reference)) else 1))
+    for (kind in c("g", "var", "z", "ci_low", "ci_high")) {
+      reference <- sapply(fits, function(fit) list(g = fit$beta[j + 1], var = fit$se[j + 1]^2, z = fit$zval[j + 1],
+                                                   ci_low = fit$ci.lb[j + 1], ci_high = fit$ci.ub[j + 1])[[kind]])
+      # A limit is the sum of numbers that may be far larger.
+      rounding <- if (startsWith(kind, "ci")) 1e-6 else 1e-9
+      compare_map(paste0(map, "_", kind), some, reference, rounding * (if (length(terms) > 0) max(abs(reference)) else 1))
     }
   }
   compare_map(paste0(of_intercept, "_tau2"), some, sapply(fits, function(fit) fit$tau2))

@@ -46,9 +46,10 @@ std::string values_of(const std::vector<std::string>& maps) {
 }
 
 /// One- and two-sample studies, small and large, in both spaces, with known and unknown heights,
-/// overlapping peaks, peaks between voxels, beyond the mask and none at all, and an image.
-void write_folder_of_maps(const Installation& engine) {
-  enter(engine, "maps");
+/// overlapping peaks, peaks between voxels, beyond the mask and none at all, and an image. Then the
+/// same studies with images alone.
+void write_folders_of_maps(const Installation& engine) {
+  enter(engine, "peaks");
   write_text("kvo_table.txt",
              "study,n1,n2,threshold_t,threshold_p,adults,age,micrograms,tesla,group\n"
              "one,12,NA,NA,0.005,1,31.5,2.1e6,-0.0012,1\n"
@@ -70,20 +71,33 @@ void write_folder_of_maps(const Installation& engine) {
       {"no=thing+", "# space: MNI\n"},
       {"talairach", "24 -14 6 4.8\n# space: Talairach\n"}};
   write_t_image("image", 3);
-  std::vector<std::string> maps = {"pp/image_g", "pp/image_var"};
+  std::vector<std::string> of_studies;
   for (const auto& [study, lines] : peaks) {
     write_text(study + ".peaks.txt", lines);
-    for (const char* suffix : {"_g", "_var"}) maps.push_back("pp/" + study + suffix);
+    for (const char* suffix : {"_g", "_var"}) of_studies.push_back("pp/" + study + suffix);
   }
-  engine.must_run({"pp gray_matter, 0, 8, gray_matter, 1", "All = mean", "Adults = mean adults",
-                   "One = lm micrograms", "Two = lm age + micrograms, adults",
+  const char* const preprocess = "pp gray_matter, 0, 8, gray_matter, 1";
+  engine.must_run({preprocess});
+  write_text("voxels.tsv", values_of(of_studies));
+
+  const std::string table = read_text("kvo_table.txt");
+  enter(engine, "maps");
+  write_text("kvo_table.txt", table);
+  int seed = 0;
+  for (const auto& [study, lines] : peaks) write_t_image(study, ++seed);
+  write_t_image("image", 0);
+  engine.must_run({preprocess, "All = mean", "Adults = mean adults", "One = lm micrograms",
+                   "Two = lm age + micrograms, adults",
                    "Four = lm age + micrograms + tesla + group"});
+  std::vector<std::string> maps = {"pp/image_g", "pp/image_var"};
+  maps.insert(maps.end(), of_studies.begin(), of_studies.end());
   for (const std::string name : {"All", "Adults", "One_0", "Two_00", "Four_0000"})
-    for (const char* suffix : {"_g", "_var", "_z", "_tau2", "_I2", "_Q"})
+    for (const char* suffix : {"_g", "_var", "_z", "_ci_low", "_ci_high", "_tau2", "_I2", "_Q"})
       maps.push_back(name + suffix);
   for (const std::string name :
        {"One_1", "Two_10", "Two_01", "Four_1000", "Four_0100", "Four_0010", "Four_0001"})
-    for (const char* suffix : {"_g", "_var", "_z"}) maps.push_back(name + suffix);
+    for (const char* suffix : {"_g", "_var", "_z", "_ci_low", "_ci_high"})
+      maps.push_back(name + suffix);
   write_text("voxels.tsv", values_of(maps));
 }
 
@@ -231,7 +245,7 @@ void write_folder_of_names(const Installation& engine) {
 
 TEST(Reference, AgreesWithMetafor) {
   const Installation engine;
-  write_folder_of_maps(engine);
+  write_folders_of_maps(engine);
   write_folder_of_pools(engine);
   write_folders_of_globals(engine);
   write_folder_of_extractions(engine);
