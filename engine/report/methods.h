@@ -22,6 +22,9 @@ struct MethodsFacts {
   std::vector<std::string> variables;         ///< of the model, or of the globals' model
   std::string term;                           ///< whose map a linear model's map is; "" intercept
   std::string mask_of_extraction;
+  /// Of globals: whether REML and the tests of Hartung and Knapp were used, not the method of
+  /// moments.
+  bool restricted_likelihood = false;
 
   /// How the studies were preprocessed; not used for globals and conjunction.
   std::size_t studies_with_images = 0;  ///< of the studies; the rest have peaks
