@@ -144,7 +144,7 @@ void describe_maps(Paragraph& text, const MethodsFacts& facts) {
 /// How single values are analysed by REML.
 void describe_restricted_model(Paragraph& text, const MethodsFacts& facts) {
   const std::string variance =
-      "the between-study variance was estimated by restricted maximum likelihood" +
+      "the between-study variance was estimated by restricted maximum likelihood, REML" +
       text.cited({sources::reml});
   if (!facts.variables.empty())
     text.sentence("A random-effects meta-regression of the effect size on " +
@@ -155,23 +155,28 @@ void describe_restricted_model(Paragraph& text, const MethodsFacts& facts) {
         "Effect sizes were pooled with a random-effects model, each study weighted by the "
         "inverse of the sum of its own and the between-study variance; " +
         variance);
-  text.sentence("Intervals and tests are those of Hartung and Knapp, by the t " +
-                std::string(facts.variables.empty() ? "distribution" : "and F distributions") +
-                text.cited({sources::knapp}));
+
   text.sentence(std::string(facts.variables.empty() ? "Heterogeneity" : "Residual heterogeneity") +
                 " was described by Q, I² and H²" + text.cited({sources::higgins}) +
                 ", with intervals by the Q profile" + text.cited({sources::profile}));
 }
 
-/// What is said of pooled single values beyond their mean.
-void describe_small_studies(Paragraph& text, const MethodsFacts& facts) {
-  if (!facts.variables.empty() || facts.studies < 3) return;
-  text.sentence("A 95 % prediction interval was calculated" + text.cited({sources::prediction}));
-  text.sentence(
-      "Small-study effects were tested by random-effects regression of the effect size on "
-      "the standard error that the sample sizes alone let expect, since that of Hedges' g "
-      "depends on g itself" +
-      text.cited({sources::pustejovsky}));
+/// What is said of globals beyond their model.
+void describe_globals(Paragraph& text, const MethodsFacts& facts) {
+  if (facts.hartung_knapp)
+    text.sentence("Intervals and tests are those of Hartung and Knapp, by the t " +
+                  std::string(facts.variables.empty() ? "distribution" : "and F distributions") +
+                  text.cited({sources::knapp}));
+  else
+    text.sentence("Intervals and tests are those of the normal distribution");
+  if (facts.prediction_interval)
+    text.sentence("A 95 % prediction interval was calculated" + text.cited({sources::prediction}));
+  if (facts.small_study_test)
+    text.sentence(
+        "Small-study effects were tested by random-effects regression of the effect size on the "
+        "standard error that the sample sizes alone let expect, since that of Hedges' g depends on "
+        "g itself" +
+        text.cited({sources::pustejovsky}));
 }
 
 void describe_model(Paragraph& text, const MethodsFacts& facts) {
@@ -276,7 +281,7 @@ Methods methods_of(const MethodsFacts& facts) {
   if (facts.analysis == Analysis::extraction && facts.studies >= 3)
     text.sentence("Asymmetry of the funnel plot was tested by the regression of Egger's test" +
                   text.cited({sources::egger}));
-  if (facts.analysis == Analysis::globals) describe_small_studies(text, facts);
+  if (facts.analysis == Analysis::globals) describe_globals(text, facts);
   if (facts.analysis == Analysis::mean || facts.analysis == Analysis::linear_model)
     describe_null(text, facts);
   describe_thresholds(text, facts);

@@ -256,7 +256,7 @@ std::string text_file_of(const Globals& globals, const GlobalsFit& result) {
   return table.text();
 }
 
-Methods methods_of(const Command& command, const Globals& globals) {
+Methods methods_of(const Command& command, const Globals& globals, const GlobalsFit& result) {
   MethodsFacts facts;
   facts.analysis = MethodsFacts::Analysis::globals;
   facts.studies = globals.studies.size();
@@ -264,6 +264,9 @@ Methods methods_of(const Command& command, const Globals& globals) {
   facts.subgroup = command.arguments[1];
   facts.variables = globals.model.terms;
   facts.restricted_likelihood = globals.method == Method::restricted_likelihood;
+  facts.hartung_knapp = t_df(result.fit).has_value();
+  facts.prediction_interval = result.pool && result.pool->prediction;
+  facts.small_study_test = result.small_studies.test.has_value();
   return methods_of(facts);
 }
 
@@ -285,7 +288,7 @@ std::string report_of(const Command& command, const Globals& globals, const Glob
   }
   report.heading("What was run");
   report.commands(std::vector{command.text()});
-  report.methods(methods_of(command, globals));
+  report.methods(methods_of(command, globals, result));
   return report.finish();
 }
 

@@ -46,7 +46,8 @@ MethodsFacts facts_of(Analysis analysis, const std::string& told) {
     if (name == "talairach") f.talairach = true;
     if (name == "unknown_heights") f.unknown_heights = true;
     if (name == "error") f.error_assumed = f.better_scenario = true;
-    if (name == "reml") f.restricted_likelihood = true;
+    if (name == "reml") f.restricted_likelihood = f.hartung_knapp = true;
+    if (name == "pool") f.prediction_interval = f.small_study_test = true;
     if (name == "variables") f.variables = {"age", "dose"};
     if (name == "tolerable_p") f.tolerable_p = number;
     if (name == "p") thresholds.p = number;
@@ -100,18 +101,20 @@ TEST(Methods, SaysWhatWasDone) {
        "divided by \u221A2|tolerable p of 0.1 stays", "Hedges"},
       {Analysis::extraction, "randomizations=500", "'Left amygdala'|Egger et al. 1997|pooled with",
        "in each voxel|seed"},
-      {Analysis::globals, "randomizations=500",
-       "global values of 21 studies|Hedges' g|DerSimonian and Laird 1986|Pustejovsky",
+      {Analysis::globals, "randomizations=500 pool",
+       "global values of 21 studies|Hedges' g|tests are those of the normal|DerSimonian and Laird "
+       "1986|Pustejovsky",
        "kernel|voxel|seed|Egger|restricted"},
-      {Analysis::globals, "reml",
-       "restricted maximum likelihood (Viechtbauer 2005)|Knapp and Hartung 2003|Viechtbauer 2007|"
+      {Analysis::globals, "reml pool",
+       "restricted maximum likelihood, REML (Viechtbauer 2005)|Knapp and Hartung 2003|Viechtbauer "
+       "2007|"
        "Pustejovsky and Rodgers 2019|Higgins et al. 2009",
        "Egger|DerSimonian|Residual|F dist"},
       {Analysis::globals, "reml variables studies=4",
-       "on age and dose|restricted maximum likelihood (Viechtbauer 2005)|F distributions|"
+       "on age and dose|restricted maximum likelihood, REML (Viechtbauer 2005)|F distributions|"
        "Residual heterogeneity",
        "Pustejovsky|prediction|DerSimonian"},
-      {Analysis::globals, "reml studies=1", "single study",
+      {Analysis::globals, "studies=1", "single study|normal",
        "restricted|Knapp|Q profile|prediction"},
   };
   for (const auto& [analysis, facts, said, unsaid] : cases) {
@@ -142,7 +145,7 @@ TEST(Methods, IsGrammaticalAndListsWhatItCites) {
     for (const std::string studies : {"1", "2", "25"})
       for (const std::string images : {"0", "1", "2", "25"})
         for (const std::string anisotropy :
-             {"0 variables", "0.5 error", "1 error reml", "1 reml variables"})
+             {"0 variables", "0.5 error", "1 error reml pool", "1 reml variables"})
           for (const std::string times : {"0", "1 talairach unknown_heights", "500"}) {
             const Methods methods = methods_of(facts_of(
                 analysis, "studies=" + studies + " images=" + images + " anisotropy=" + anisotropy +
