@@ -155,10 +155,8 @@ void describe_restricted_model(Paragraph& text, const MethodsFacts& facts) {
         "Effect sizes were pooled with a random-effects model, each study weighted by the "
         "inverse of the sum of its own and the between-study variance; " +
         variance);
-
   text.sentence(std::string(facts.variables.empty() ? "Heterogeneity" : "Residual heterogeneity") +
-                " was described by Q, I² and H²" + text.cited({sources::higgins}) +
-                ", with intervals by the Q profile" + text.cited({sources::profile}));
+                " was described by Q, I² and H²" + text.cited({sources::higgins}));
 }
 
 /// What is said of globals beyond their model.
@@ -169,6 +167,9 @@ void describe_globals(Paragraph& text, const MethodsFacts& facts) {
                   text.cited({sources::knapp}));
   else
     text.sentence("Intervals and tests are those of the normal distribution");
+  if (facts.studies > 1)
+    text.sentence("Intervals of τ², I² and H² are those of the Q profile" +
+                  text.cited({sources::profile}));
   if (facts.prediction_interval)
     text.sentence("A 95 % prediction interval was calculated" + text.cited({sources::prediction}));
   if (facts.small_study_test)
