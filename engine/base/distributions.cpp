@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/math/distributions/chi_squared.hpp>
+#include <boost/math/distributions/fisher_f.hpp>
 #include <boost/math/distributions/normal.hpp>
 #include <boost/math/distributions/students_t.hpp>
 #include <boost/math/special_functions/gamma.hpp>
@@ -33,6 +34,14 @@ double t_of_tail(double upper_p, double df) {
 double chi_squared_tail(double Q, double df) {
   if (df < 1) return 1;
   return cdf(complement(boost::math::chi_squared(df), std::max(Q, 0.0)));
+}
+
+double chi_squared_of_tail(double upper_p, double df) {
+  return quantile(complement(boost::math::chi_squared(df), upper_p));
+}
+
+double f_tail(double F, double df1, double df2) {
+  return cdf(complement(boost::math::fisher_f(df1, df2), std::max(F, 0.0)));
 }
 
 double gamma_ratio_half(double a) {

@@ -17,6 +17,11 @@ double t_of_tail(double upper_p, double df);
 
 /// The upper tail of the chi-squared distribution beyond Q; 1 without degrees of freedom.
 double chi_squared_tail(double Q, double df);
+/// The Q above which the chi-squared distribution has such a tail.
+double chi_squared_of_tail(double upper_p, double df);
+
+/// The upper tail of the F distribution beyond F.
+double f_tail(double F, double df1, double df2);
 
 /// gamma(a) / gamma(a + 1/2), which neither overflows nor cancels.
 double gamma_ratio_half(double a);

@@ -1,89 +1,95 @@
 #include "engine/model/meta_regression.h"
 
 #include <Eigen/Cholesky>
-#include <algorithm>
 #include <cmath>
 
 #include "engine/base/distributions.h"
+#include "engine/base/refusal.h"
+#include "engine/model/between_studies.h"
 
 namespace kvo::model {
 
 namespace {
 
-using Square = Eigen::MatrixXd;
-using Column = Eigen::VectorXd;
+// Residuals that are smaller than effects by this factor are rounding errors.
+constexpr double least_scatter = 1e-7;
 
-/// Single values of the studies, and what is added up of them. The sums grow study by study: the
-/// order in which a library's matrix product takes them depends on the processor's caches.
-struct Values {
-  const Design& design;
-  std::span<const double> effects, variances;
+Scales scales_of(const Values& values, const WeightedFit& common, double tau2) {
+  const double typical = values.df() / common.trace;
+  return {tau2, 100 * tau2 / (typical + tau2), tau2 / typical + 1};
+}
 
-  [[nodiscard]] Column row(std::size_t s) const {
-    return design.basis.row(Eigen::Index(s)).transpose();
-  }
-  /// Z' diag(w(s)) Z for the basis Z of the design.
-  template <typename Weight>
-  [[nodiscard]] Square squares(const Weight& w) const {
-    const auto p = design.basis.cols();
-    Square sum = Square::Zero(p, p);
-    for (std::size_t s = 0; s < effects.size(); ++s) sum += w(s) * row(s) * row(s).transpose();
-    return sum;
-  }
-  /// Z' diag(w(s)) y for the effects y.
-  template <typename Weight>
-  [[nodiscard]] Column products(const Weight& w) const {
-    Column sum = Column::Zero(design.basis.cols());
-    for (std::size_t s = 0; s < effects.size(); ++s) sum += w(s) * effects[s] * row(s);
-    return sum;
-  }
-};
+double tau2_of(const Values& values, Method method) {
+  if (method == Method::moments) return moments_tau2(values);
+  if (const std::optional<double> tau2 = restricted_tau2(values)) return *tau2;
+  throw Refusal(
+      "The variance between studies cannot be estimated by restricted maximum likelihood (REML): "
+      "its iterations do not converge. Are there effects that are far too large?");
+}
 
-void find_heterogeneity(const Values& values, ModelFit& fit) {
-  const auto weight = [&](std::size_t s) { return 1 / values.variances[s]; };
-  const Eigen::LDLT<Square> A(values.squares(weight));
-  const Column fitted = A.solve(values.products(weight));
-  double trace =
-      -A.solve(values.squares([&](std::size_t s) { return weight(s) * weight(s); })).trace();
-  for (std::size_t s = 0; s < values.effects.size(); ++s) {
-    const double residual = values.effects[s] - values.row(s).dot(fitted);
-    fit.QE += weight(s) * residual * residual;
-    trace += weight(s);
-  }
-  const double excess = fit.QE - fit.QE_df;
-  if (excess <= 0 || trace <= 0) return;
-  fit.tau2 = excess / trace;
-  fit.I2 = 100 * excess / fit.QE;
-  fit.H2 = fit.QE / fit.QE_df;
+/// Whether the effects are other than those of the model.
+bool scatters(const Values& values, double tau2, double Q) {
+  double square = 0;
+  for (std::size_t s = 0; s < values.effects.size(); ++s)
+    square += values.effects[s] * values.effects[s] / (values.variances[s] + tau2);
+  return Q > least_scatter * least_scatter * square;
+}
+
+Estimate estimate_of(double value, double se, std::optional<double> df) {
+  const double z = value / se;
+  const double half = (df ? t_of_tail(interval_tail, *df) : interval_z) * se;
+  const double tail = df ? t_tail(std::abs(z), *df) : normal_tail(std::abs(z));
+  return {value, se, z, 2 * tail, {value - half, value + half}, df};
 }
 
 }  // namespace
 
 ModelFit fit_model(const Design& design, std::span<const double> effects,
-                   std::span<const double> variances) {
+                   std::span<const double> variances, Method method) {
   const Values values{design, effects, variances};
-  const Eigen::Index k = design.basis.rows(), p = design.basis.cols();
+  const Eigen::Index p = design.basis.cols();
   ModelFit fit;
-  fit.QE_df = double(k - p);
+  fit.QE_df = values.df();
   fit.QM_df = double(p - 1);
-  if (k > p) find_heterogeneity(values, fit);
-  const auto weight = [&](std::size_t s) { return 1 / (variances[s] + fit.tau2); };
-  const Square spread = values.squares(weight).ldlt().solve(Square::Identity(p, p));
-  const Column in_basis = spread * values.products(weight);
-  const Square back = design.back;
-  const Column estimates = back * in_basis;
-  fit.covariance = back * spread * back.transpose();
-  for (Eigen::Index j = 0; j < p; ++j) {
-    const double se = std::sqrt(fit.covariance(j, j)), z = estimates(j) / se;
-    fit.coefficients.push_back({estimates(j), se, z, 2 * normal_tail(std::abs(z))});
+  double tau2 = 0;
+  if (fit.QE_df > 0) {
+    const WeightedFit common = weighted_fit(values, 0);
+    tau2 = tau2_of(values, method);
+    fit.QE = common.Q;
+    fit.residual = scales_of(values, common, tau2);
   }
-  // The basis without its first column spans the centred terms.
-  const Column slopes = in_basis.tail(p - 1);
-  const Square slopes_spread = spread.bottomRightCorner(p - 1, p - 1);
-  if (p > 1) fit.QM = slopes.dot(slopes_spread.ldlt().solve(slopes));
+  const WeightedFit weighted = weighted_fit(values, tau2);
+  std::optional<double> df;
+  double scale = 1;
+  if (method == Method::restricted_likelihood && fit.QE_df > 0 &&
+      scatters(values, tau2, weighted.Q)) {
+    df = fit.QE_df;
+    scale = weighted.Q / *df;
+  }
+  const Eigen::VectorXd estimates = design.back * weighted.in_basis;
+  const Eigen::MatrixXd covariance =
+      scale * design.back * weighted.spread * design.back.transpose();
+  for (Eigen::Index j = 0; j < p; ++j)
+    fit.coefficients.push_back(estimate_of(estimates(j), std::sqrt(covariance(j, j)), df));
   fit.QE_p = chi_squared_tail(fit.QE, fit.QE_df);
-  fit.QM_p = chi_squared_tail(fit.QM, fit.QM_df);
+  if (p == 1) return fit;
+  // The basis without its first column spans the centred terms.
+  const Eigen::VectorXd slopes = weighted.in_basis.tail(p - 1);
+  const Eigen::MatrixXd spread = weighted.spread.bottomRightCorner(p - 1, p - 1);
+  fit.QM = slopes.dot(spread.ldlt().solve(slopes));
+  if (df) fit.QM /= scale * fit.QM_df;
+  fit.QM_p = df ? f_tail(fit.QM, fit.QM_df, *df) : chi_squared_tail(fit.QM, fit.QM_df);
   return fit;
+}
+
+std::optional<ScaleIntervals> scale_intervals(const Design& design, std::span<const double> effects,
+                                              std::span<const double> variances) {
+  const Values values{design, effects, variances};
+  const std::optional<Interval> tau2 = profile_tau2(values);
+  if (!tau2) return {};
+  const WeightedFit common = weighted_fit(values, 0);
+  return ScaleIntervals{scales_of(values, common, tau2->low),
+                        scales_of(values, common, tau2->high)};
 }
 
 }  // namespace kvo::model

@@ -3,43 +3,74 @@
 // Random-effects meta-regression: a linear model of the studies' effects, of single values or voxel
 // by voxel.
 //
-// Weighted least squares with weights 1/(v + tau2). The between-study variance that the terms leave
-// unexplained is the method-of-moments estimate of DerSimonian and Laird (1986, Controlled Clinical
-// Trials 7:177) as generalised by Raudenbush (2009, The Handbook of Research Synthesis and
-// Meta-Analysis, chapter 16): tau2 = (QE - (k - p)) / tr(P), never below 0, for k studies and p
-// coefficients, where W = diag(1/v), P = W - W X (X'WX)^-1 X'W and QE = y'Py. I2 = 100 (QE - (k -
-// p)) / QE percent, never below 0: the share of the residual variance that is between studies.
+// Weighted least squares with weights 1/(v + tau2), where tau2 is the between-study variance that
+// the terms leave unexplained (between_studies.h), in maps that of moments_tau2(). In maps I2 = 100
+// (QE - (k - p)) / QE percent, never below 0: the share of the residual variance that is between
+// studies.
 //
 // All is computed in the orthogonal basis of the design and transformed back, so that terms of very
 // different scales lose no digits. Without terms the maps are made by pooling.h.
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "engine/model/design.h"
+#include "engine/model/interval.h"
 #include "engine/model/model_layer.h"
 
 namespace kvo::model {
 
-/// An estimated coefficient with its standard error, z = estimate / se, and two-tailed p.
-struct Coefficient {
-  double estimate, se, z, p;
+/// How single values are analysed.
+enum class Method {
+  /// restricted_tau2(), and standard errors and tests of Knapp and Hartung (2003, Statistics in
+  /// Medicine
+  /// 22:2693): the covariance times y'Py / (k - p), t and F with k - p degrees of freedom.
+  restricted_likelihood,
+  /// moments_tau2(), and tests by the normal and the chi-squared distribution.
+  moments,
+};
+
+/// An estimate with its two-tailed test and 95 % interval.
+struct Estimate {
+  double value, se, z, p;  ///< z = value / se, which is a t where there are degrees of freedom
+  Interval interval;
+  std::optional<double> df;  ///< of t; none where z is a standard normal deviate
+};
+
+/// Heterogeneity on the scales of tau2, of I2 = 100 tau2 / (s2 + tau2) percent and of H2 = tau2 /
+/// s2 + 1, where s2 = (k - p) / tr(P) with P of tau2 = 0 is the studies' typical variance (Higgins
+/// and Thompson 2002, Statistics in Medicine 21:1539). With moments_tau2() I2 = 100 (QE - (k - p))
+/// / QE and H2 = QE / (k - p), as long as QE is larger.
+struct Scales {
+  double tau2 = 0, I2 = 0, H2 = 1;
 };
 
 /// What a model says of single values. The intercept comes first, then the terms in their order.
 struct ModelFit {
-  std::vector<Coefficient> coefficients;
-  Eigen::MatrixXd covariance;          ///< of the estimates
-  double tau2 = 0, I2 = 0, H2 = 1;     ///< residual heterogeneity; I2 in percent, H2 at least 1
+  std::vector<Estimate> coefficients;
+  Scales residual;                     ///< heterogeneity
   double QE = 0, QE_p = 1, QE_df = 0;  ///< its chi-squared test
-  double QM = 0, QM_p = 1, QM_df = 0;  ///< test of all terms together; 0 without terms
+  /// Test of all terms together, chi-squared, or F where the coefficients have degrees of freedom;
+  /// 0 without terms.
+  double QM = 0, QM_p = 1, QM_df = 0;
 };
 
 /// Fits the model to one effect and variance (above 0) of each study. With as many coefficients as
-/// studies, all of the residual heterogeneity is 0.
+/// studies, all of the residual heterogeneity is 0. Tests are by the normal distribution whatever
+/// the method where nothing is left that a scatter could be estimated from: with as many
+/// coefficients as studies, and where all effects are those of the model. Throws Refusal when no
+/// restricted_tau2() is found.
 ModelFit fit_model(const Design& design, std::span<const double> effects,
-                   std::span<const double> variances);
+                   std::span<const double> variances, Method method);
+
+/// The interval profile_tau2(), and those of I2 and H2 that it comes to.
+struct ScaleIntervals {
+  Scales low, high;
+};
+std::optional<ScaleIntervals> scale_intervals(const Design& design, std::span<const double> effects,
+                                              std::span<const double> variances);
 
 /// Where the values of the voxels go: for each coefficient a map of z and, unless the list is
 /// empty, of the estimate and its variance; maps that are null are left out. The intercept comes

@@ -1,5 +1,7 @@
 #include "engine/model/random_effects.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include "engine/base/distributions.h"
 
@@ -7,28 +9,38 @@ namespace kvo::model {
 
 namespace {
 
+struct Columns {
+  std::vector<double> g, variances;
+};
+
+Columns columns_of(std::span<const Effect> effects) {
+  Columns columns;
+  for (const Effect& effect : effects) {
+    columns.g.push_back(effect.g);
+    columns.variances.push_back(effect.variance);
+  }
+  return columns;
+}
+
 // Standard errors that differ by less, relatively, are the same; so are effects.
 constexpr double least_spread = 1e-7;
 
 }  // namespace
 
-Estimate estimate_of(const Coefficient& coefficient) {
-  const auto& [value, se, z, p] = coefficient;
-  const double half = interval_z * se;
-  return {value, se, z, p, {value - half, value + half}};
-}
-
 Heterogeneity heterogeneity_of(const ModelFit& fit) {
-  return {fit.QE, fit.QE_p, fit.tau2, fit.I2, fit.H2, std::size_t(fit.QE_df)};
+  return {fit.QE,          fit.QE_p,        fit.residual.tau2,
+          fit.residual.I2, fit.residual.H2, std::size_t(fit.QE_df)};
 }
 
-ModelFit fit_effects(const Design& design, std::span<const Effect> effects) {
-  std::vector<double> g, variances;
-  for (const Effect& effect : effects) {
-    g.push_back(effect.g);
-    variances.push_back(effect.variance);
-  }
-  return fit_model(design, g, variances);
+ModelFit fit_effects(const Design& design, std::span<const Effect> effects, Method method) {
+  const auto [g, variances] = columns_of(effects);
+  return fit_model(design, g, variances, method);
+}
+
+std::optional<ScaleIntervals> intervals_of_effects(const Design& design,
+                                                   std::span<const Effect> effects) {
+  const auto [g, variances] = columns_of(effects);
+  return scale_intervals(design, g, variances);
 }
 
 std::vector<double> weights_of(std::span<const Effect> effects, double tau2) {
@@ -39,15 +51,16 @@ std::vector<double> weights_of(std::span<const Effect> effects, double tau2) {
   return weights;
 }
 
-PooledEffect pool_effects(std::span<const Effect> effects) {
-  const ModelFit fit = fit_effects(make_design({}, effects.size()), effects);
-  PooledEffect pooled{estimate_of(fit.coefficients.front()),
-                      heterogeneity_of(fit),
-                      {},
-                      weights_of(effects, fit.tau2)};
-  if (effects.size() >= 3) {
-    const double half = t_of_tail(interval_tail, double(effects.size()) - 2) *
-                        std::sqrt(fit.tau2 + pooled.mean.se * pooled.mean.se);
+PooledEffect pool_effects(std::span<const Effect> effects, Method method) {
+  const ModelFit fit = fit_effects(make_design({}, effects.size()), effects, method);
+  const double tau2 = fit.residual.tau2;
+  PooledEffect pooled{
+      fit.coefficients.front(), heterogeneity_of(fit), {}, weights_of(effects, tau2)};
+  const double df =
+      method == Method::moments ? double(effects.size()) - 2 : pooled.mean.df.value_or(0);
+  if (df > 0) {
+    const double half =
+        t_of_tail(interval_tail, df) * std::sqrt(tau2 + pooled.mean.se * pooled.mean.se);
     pooled.prediction = Interval{pooled.mean.value - half, pooled.mean.value + half};
   }
   return pooled;
@@ -95,6 +108,25 @@ EggerOutcome egger_test(std::span<const Effect> effects) {
   test.se = std::sqrt(residual / double(test.df) / se_se);
   test.t = test.slope / test.se;
   test.p = 2 * t_tail(std::fabs(test.t), double(test.df));
+  return {test, ""};
+}
+
+SmallStudyOutcome small_study_test(std::span<const Effect> effects,
+                                   std::span<const double> errors_by_size, Method method) {
+  if (effects.size() < 3) return {{}, "there are fewer than 3 studies"};
+  const auto [least, largest] = std::minmax_element(errors_by_size.begin(), errors_by_size.end());
+  if (*largest - *least <= least_spread * *largest)
+    return {{}, "all studies have samples of the same size"};
+  // In units of the largest, so that no study is too large for a design.
+  Term term{"error by size", {}};
+  for (const double error : errors_by_size) term.values.push_back(error / *largest);
+  const ModelFit fit = fit_effects(make_design(std::array{term}, effects.size()), effects, method);
+  if (method == Method::restricted_likelihood && !fit.coefficients.back().df)
+    return {{}, "the effects do not scatter"};
+  SmallStudyTest test{fit.coefficients.back(), fit.coefficients.front()};
+  for (double* value :
+       {&test.slope.value, &test.slope.se, &test.slope.interval.low, &test.slope.interval.high})
+    *value /= *largest;
   return {test, ""};
 }
 

@@ -21,25 +21,19 @@ struct Effect {
   double g, variance;
 };
 
-/// An estimate with its Wald test against the standard normal distribution, two-tailed.
-struct Estimate {
-  double value, se, z, p;
-  Interval interval;
-};
-Estimate estimate_of(const Coefficient& coefficient);
-
 /// What the model leaves unexplained. Q is Cochran's (the residual QE with moderators), its p that
-/// of the chi-squared distribution; I2 = 100 (Q - df) / Q percent, never below 0, and H2 = Q / df,
-/// never below 1 (Higgins and Thompson 2002, Statistics in Medicine 21:1539). Without degrees of
-/// freedom Q, tau2 and I2 are 0, H2 and p are 1.
+/// of the chi-squared distribution. Without degrees of freedom nothing is known of it; then Q, tau2
+/// and I2 are 0, H2 and p are 1.
 struct Heterogeneity {
   double Q, p, tau2, I2, H2;
   std::size_t df;
 };
 Heterogeneity heterogeneity_of(const ModelFit& fit);
 
-/// fit_model() of the effects.
-ModelFit fit_effects(const Design& design, std::span<const Effect> effects);
+/// fit_model() and scale_intervals() of the effects.
+ModelFit fit_effects(const Design& design, std::span<const Effect> effects, Method method);
+std::optional<ScaleIntervals> intervals_of_effects(const Design& design,
+                                                   std::span<const Effect> effects);
 
 /// The studies' weights 1/(v + tau2), in percent of their sum.
 std::vector<double> weights_of(std::span<const Effect> effects, double tau2);
@@ -48,14 +42,16 @@ std::vector<double> weights_of(std::span<const Effect> effects, double tau2);
 struct PooledEffect {
   Estimate mean;
   Heterogeneity heterogeneity;
-  /// Where the true effect of a new study is expected: mean +- t(k - 2) sqrt(tau2 + se^2) (Higgins,
-  /// Thompson and Spiegelhalter 2009, JRSS A 172:137); nothing with fewer than 3 studies.
+  /// Where the true effect of a new study is expected: mean +- t sqrt(tau2 + se^2) (Higgins,
+  /// Thompson and Spiegelhalter 2009, JRSS A 172:137). With Method::moments t has k - 2 degrees of
+  /// freedom, as there; with Method::restricted_likelihood the k - 1 of the mean, and there is no
+  /// such interval where the mean has none.
   std::optional<Interval> prediction;
   std::vector<double> weights;  ///< of the studies, in percent
 };
 
 /// Pools at least one effect.
-PooledEffect pool_effects(std::span<const Effect> effects);
+PooledEffect pool_effects(std::span<const Effect> effects, Method method = Method::moments);
 
 /// The pool without each study in turn; none with a single study.
 std::vector<PooledEffect> leave_one_out(std::span<const Effect> effects);
@@ -76,5 +72,22 @@ struct EggerOutcome {
   std::string why_not;
 };
 EggerOutcome egger_test(std::span<const Effect> effects);
+
+/// The regression test for small-study effects that stays right where effects are standardized mean
+/// differences: on error_by_size(), which unlike the standard error of g does not depend on g
+/// (Pustejovsky and Rodgers 2019, Research Synthesis Methods 10:57), as a term of the
+/// random-effects model.
+struct SmallStudyTest {
+  Estimate slope;
+  Estimate intercept;  ///< the effect expected of a study of no error
+};
+
+/// The test, or the reason why there is none, as egger_test() has it.
+struct SmallStudyOutcome {
+  std::optional<SmallStudyTest> test;
+  std::string why_not;
+};
+SmallStudyOutcome small_study_test(std::span<const Effect> effects,
+                                   std::span<const double> errors_by_size, Method method);
 
 }  // namespace kvo::model

@@ -163,11 +163,54 @@ void describe_likelihood(Paragraph& text, const MethodsFacts& facts) {
            : ""));
 }
 
+/// How single values are analysed by REML.
+void describe_restricted_model(Paragraph& text, const MethodsFacts& facts) {
+  const std::string variance =
+      "the between-study variance was estimated by restricted maximum likelihood, REML" +
+      text.cited({sources::reml});
+  if (!facts.variables.empty())
+    text.sentence("A random-effects meta-regression of the effect size on " +
+                  listed(facts.variables) + " was fitted by weighted least squares" +
+                  text.cited({sources::thompson}) + "; " + variance);
+  else
+    text.sentence(
+        "Effect sizes were pooled with a random-effects model, each study weighted by the "
+        "inverse of the sum of its own and the between-study variance; " +
+        variance);
+  text.sentence(std::string(facts.variables.empty() ? "Heterogeneity" : "Residual heterogeneity") +
+                " was described by Q, I² and H²" + text.cited({sources::higgins}));
+}
+
+/// What is said of globals beyond their model.
+void describe_globals(Paragraph& text, const MethodsFacts& facts) {
+  if (facts.hartung_knapp)
+    text.sentence("Intervals and tests are those of Hartung and Knapp, by the t " +
+                  std::string(facts.variables.empty() ? "distribution" : "and F distributions") +
+                  text.cited({sources::knapp}));
+  else
+    text.sentence("Intervals and tests are those of the normal distribution");
+  if (facts.studies > 1)
+    text.sentence("Intervals of τ², I² and H² are those of the Q profile" +
+                  text.cited({sources::profile}));
+  if (facts.prediction_interval)
+    text.sentence("A 95 % prediction interval was calculated" + text.cited({sources::prediction}));
+  if (facts.small_study_test)
+    text.sentence(
+        "Small-study effects were tested by random-effects regression of the effect size on the "
+        "standard error that the sample sizes alone let expect, since that of Hedges' g depends on "
+        "g itself" +
+        text.cited({sources::pustejovsky}));
+}
+
 void describe_model(Paragraph& text, const MethodsFacts& facts) {
   if (facts.estimated_from_peaks) {
     describe_likelihood(text, facts);
     if (!facts.term.empty())
       text.sentence("The results reported here are those of the coefficient of " + facts.term);
+    return;
+  }
+  if (facts.restricted_likelihood && facts.studies > 1) {
+    describe_restricted_model(text, facts);
     return;
   }
   const bool is_regression = facts.analysis == Analysis::linear_model || !facts.variables.empty();
@@ -267,6 +310,7 @@ Methods methods_of(const MethodsFacts& facts) {
   if (facts.analysis == Analysis::extraction && facts.studies >= 3)
     text.sentence("Asymmetry of the funnel plot was tested by the regression of Egger's test" +
                   text.cited({sources::egger}));
+  if (facts.analysis == Analysis::globals) describe_globals(text, facts);
   if (facts.analysis == Analysis::mean || facts.analysis == Analysis::linear_model)
     describe_null(text, facts);
   describe_thresholds(text, facts);

@@ -44,6 +44,10 @@ inline constexpr Source egger{
 inline constexpr Source higgins{"Higgins and Thompson 2002",
                                 "Higgins JPT, Thompson SG (2002). Quantifying heterogeneity in a "
                                 "meta-analysis. Statistics in Medicine 21:1539\u20131558."};
+inline constexpr Source knapp{
+    "Knapp and Hartung 2003",
+    "Knapp G, Hartung J (2003). Improved tests for a random effects meta-regression with a single "
+    "covariate. Statistics in Medicine 22:2693\u20132710."};
 inline constexpr Source lancaster{
     "Lancaster et al. 2007",
     "Lancaster JL, Tordesillas-Gutiérrez D, Martinez M, et al. (2007). "
@@ -61,11 +65,23 @@ inline constexpr Source prediction{
     "Higgins et al. 2009",
     "Higgins JPT, Thompson SG, Spiegelhalter DJ (2009). A re-evaluation of random-effects "
     "meta-analysis. Journal of the Royal Statistical Society: Series A 172:137\u2013159."};
+inline constexpr Source pustejovsky{
+    "Pustejovsky and Rodgers 2019",
+    "Pustejovsky JE, Rodgers MA (2019). Testing for funnel plot asymmetry of standardized mean "
+    "differences. Research Synthesis Methods 10:57\u201371."};
 inline constexpr Source raudenbush{
     "Raudenbush 2009",
     "Raudenbush SW (2009). Analyzing effect sizes: random-effects models. In: Cooper H, Hedges LV, "
     "Valentine JC (eds) The Handbook of Research Synthesis and Meta-Analysis, 2nd ed. New York: "
     "Russell Sage Foundation, 295\u2013315."};
+inline constexpr Source reml{
+    "Viechtbauer 2005",
+    "Viechtbauer W (2005). Bias and efficiency of meta-analytic variance estimators in the "
+    "random-effects model. Journal of Educational and Behavioral Statistics 30:261\u2013293."};
+inline constexpr Source profile{
+    "Viechtbauer 2007",
+    "Viechtbauer W (2007). Confidence intervals for the amount of heterogeneity in meta-analysis. "
+    "Statistics in Medicine 26:37\u201352."};
 
 }  // namespace sources
 

@@ -11,10 +11,6 @@ namespace kvo::results {
 
 namespace {
 
-std::string interval_text(const Interval& interval) {
-  return decimal_text(interval.low, 3) + " to " + decimal_text(interval.high, 3);
-}
-
 Interval interval_of(const Effect& effect) {
   const double half = interval_z * std::sqrt(effect.variance);
   return {effect.g - half, effect.g + half};
@@ -22,6 +18,31 @@ Interval interval_of(const Effect& effect) {
 
 std::string quoted_for_file(const std::string& text) {
   return text.find_first_of("#\"") == std::string::npos ? text : in_quotes(text);
+}
+
+/// The forest plot and the funnel plot of a pool, and what the test for small-study effects says.
+void add_plots(HtmlReport& report, std::span<const StudyEffect> studies, const PooledEffect& pool,
+               const std::string& note, const std::string& paragraph) {
+  ForestPlot forest = forest_of(studies, pool.weights);
+  forest.pooled = pool.mean.value;
+  forest.pooled_interval = pool.mean.interval;
+  forest.prediction = pool.prediction;
+  forest.heterogeneity = heterogeneity_text(pool.heterogeneity);
+  report.heading("Forest plot");
+  for (const Picture& picture : forest_plot(forest))
+    report.picture(picture,
+                   "Hedges' g with its 95 % interval; squares by weight, the diamond is the pooled "
+                   "effect.");
+  FunnelPlot funnel;
+  for (const auto& [study, n, effect] : studies)
+    funnel.points.push_back({study, effect.g, std::sqrt(effect.variance)});
+  funnel.pooled = pool.mean.value;
+  funnel.note = note;
+  report.heading("Funnel plot");
+  report.picture(funnel_plot(funnel),
+                 "Effects against their standard errors, with the pooled effect ± 1.96 standard "
+                 "errors.");
+  report.paragraph(paragraph);
 }
 
 }  // namespace
@@ -39,9 +60,15 @@ std::vector<Effect> effects_of(std::span<const StudyEffect> studies) {
   return effects;
 }
 
+std::string interval_text(const Interval& interval) {
+  return decimal_text(interval.low, 3) + " to " + decimal_text(interval.high, 3);
+}
+
 std::string estimate_text(const Estimate& estimate) {
+  std::string test = (estimate.df ? "t = " : "z = ") + decimal_text(estimate.z, 2);
+  if (estimate.df) test += " (df = " + decimal_text(*estimate.df, 0) + ")";
   return decimal_text(estimate.value, 3) + " (95 % interval " + interval_text(estimate.interval) +
-         "), z = " + decimal_text(estimate.z, 2) + ", " + p_phrase(estimate.p);
+         "), " + test + ", " + p_phrase(estimate.p);
 }
 
 std::string heterogeneity_text(const Heterogeneity& heterogeneity) {
@@ -50,6 +77,21 @@ std::string heterogeneity_text(const Heterogeneity& heterogeneity) {
          ", " + p_phrase(heterogeneity.p) + "), I² = " + decimal_text(heterogeneity.I2, 1) +
          " %, H² = " + decimal_text(heterogeneity.H2, 2) +
          ", τ² = " + decimal_text(heterogeneity.tau2, 4);
+}
+
+std::string intervals_text(const Heterogeneity& heterogeneity,
+                           const std::optional<ScaleIntervals>& intervals) {
+  if (heterogeneity.df == 0) return heterogeneity_text(heterogeneity);
+  if (!intervals) return "none, as the effects scatter less than any τ² lets expect";
+  const auto& [low, high] = *intervals;
+  return "τ² " + decimal_text(low.tau2, 4) + " to " + decimal_text(high.tau2, 4) + ", I² " +
+         decimal_text(low.I2, 1) + " to " + decimal_text(high.I2, 1) + " %, H² " +
+         decimal_text(low.H2, 2) + " to " + decimal_text(high.H2, 2);
+}
+
+std::string small_study_text(const SmallStudyOutcome& outcome) {
+  if (!outcome.test) return "not possible, as " + outcome.why_not;
+  return "slope " + estimate_text(outcome.test->slope);
 }
 
 std::string egger_text(const EggerOutcome& outcome) {
@@ -76,12 +118,26 @@ void ResultTable::value(std::string_view key, std::string_view text) {
 }
 
 void ResultTable::values(const Heterogeneity& heterogeneity) {
+  if (heterogeneity.df == 0) return value("heterogeneity", heterogeneity_text(heterogeneity));
   value("Q", heterogeneity.Q);
   value("Q_df", double(heterogeneity.df));
   value("Q_p", heterogeneity.p);
   value("I2", heterogeneity.I2);
   value("H2", heterogeneity.H2);
   value("tau2", heterogeneity.tau2);
+}
+
+void ResultTable::values(const SmallStudyOutcome& outcome) {
+  if (!outcome.test) return value("small_study", small_study_text(outcome));
+  const auto& [slope, intercept] = *outcome.test;
+  value("small_study_slope", slope.value);
+  value("small_study_standard_error", slope.se);
+  value(slope.df ? "small_study_t" : "small_study_z", slope.z);
+  if (slope.df) value("small_study_df", *slope.df);
+  value("small_study_p", slope.p);
+  value("small_study_low_95", slope.interval.low);
+  value("small_study_high_95", slope.interval.high);
+  value("small_study_intercept", intercept.value);
 }
 
 void ResultTable::values(const EggerOutcome& outcome) {
@@ -135,10 +191,16 @@ HtmlTable leave_one_out_html(std::span<const StudyEffect> studies,
                    {"p", true},  {"Q", true},         {"I² (%)", true},        {"τ²", true}};
   for (std::size_t i = 0; i < pools.size(); ++i) {
     const auto& [mean, heterogeneity, prediction, weights] = pools[i];
-    table.rows.push_back(
-        {{studies[i].study, decimal_text(mean.value, 3), interval_text(mean.interval),
-          decimal_text(mean.z, 2), p_text(mean.p), decimal_text(heterogeneity.Q, 2),
-          decimal_text(heterogeneity.I2, 1), decimal_text(heterogeneity.tau2, 4)}});
+    std::vector<std::string> cells = {studies[i].study, decimal_text(mean.value, 3),
+                                      interval_text(mean.interval), decimal_text(mean.z, 2),
+                                      p_text(mean.p)};
+    if (heterogeneity.df == 0)
+      cells.insert(cells.end(), 3, "–");
+    else
+      cells.insert(cells.end(),
+                   {decimal_text(heterogeneity.Q, 2), decimal_text(heterogeneity.I2, 1),
+                    decimal_text(heterogeneity.tau2, 4)});
+    table.rows.push_back({std::move(cells)});
   }
   return table;
 }
@@ -154,29 +216,24 @@ ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const doubl
 
 void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
                     const PooledEffect& pool, const EggerOutcome& egger) {
-  ForestPlot forest = forest_of(studies, pool.weights);
-  forest.pooled = pool.mean.value;
-  forest.pooled_interval = pool.mean.interval;
-  forest.prediction = pool.prediction;
-  forest.heterogeneity = heterogeneity_text(pool.heterogeneity);
-  report.heading("Forest plot");
-  for (const Picture& picture : forest_plot(forest))
-    report.picture(picture,
-                   "Hedges' g with its 95 % interval; squares by weight, the diamond is the pooled "
-                   "effect.");
-  FunnelPlot funnel;
-  for (const auto& [study, n, effect] : studies)
-    funnel.points.push_back({study, effect.g, std::sqrt(effect.variance)});
-  funnel.pooled = pool.mean.value;
-  funnel.note = "Egger's test: " + egger_text(egger);
-  report.heading("Funnel plot");
-  report.picture(funnel_plot(funnel),
-                 "Effects against their standard errors, with the pooled effect ± 1.96 standard "
-                 "errors.");
-  report.paragraph(
-      "Egger's regression test (effect on standard error, weighted by the inverse variance, t test "
-      "of the slope): " +
-      egger_text(egger) + ".");
+  add_plots(report, studies, pool, "Egger's test: " + egger_text(egger),
+            "Egger's regression test (effect on standard error, weighted by the inverse variance, "
+            "t test of the slope): " +
+                egger_text(egger) + ".");
+}
+
+void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
+                    const PooledEffect& pool, const SmallStudyOutcome& small_studies) {
+  std::string paragraph =
+      "Test for small-study effects (random-effects regression of the effect on the standard error "
+      "that the sample sizes alone let expect): " +
+      small_study_text(small_studies) + ".";
+  if (small_studies.test)
+    paragraph += " The effect that it expects of a study of unlimited size is " +
+                 decimal_text(small_studies.test->intercept.value, 3) + " (95 % interval " +
+                 interval_text(small_studies.test->intercept.interval) + ").";
+  add_plots(report, studies, pool, "Small-study effects: " + small_study_text(small_studies),
+            paragraph);
 }
 
 }  // namespace kvo::results

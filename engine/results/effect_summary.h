@@ -25,10 +25,19 @@ struct StudyEffect {
 std::size_t participants_of(std::span<const StudyEffect> studies);
 std::vector<Effect> effects_of(std::span<const StudyEffect> studies);
 
-/// "0.214 (95 % interval 0.102 to 0.326), z = 3.75, p = 0.00018".
+/// "0.102 to 0.326".
+std::string interval_text(const Interval& interval);
+/// "0.214 (95 % interval 0.102 to 0.326), z = 3.75, p = 0.00018"; of t, "t = 3.75 (df = 20), p =
+/// …".
 std::string estimate_text(const Estimate& estimate);
 /// "Q = 12.30 (df = 20, p = 0.905), I² = 0.0 %, H² = 1.00, τ² = 0.0000".
 std::string heterogeneity_text(const Heterogeneity& heterogeneity);
+/// "τ² 0.0021 to 0.1304, I² 12.1 to 90.1 %, H² 1.14 to 10.10", or why there is none.
+std::string intervals_text(const Heterogeneity& heterogeneity,
+                           const std::optional<ScaleIntervals>& intervals);
+/// "slope 1.21 (95 % interval 0.11 to 2.31), t = 2.30 (df = 19), p = 0.033", or why there is no
+/// test.
+std::string small_study_text(const SmallStudyOutcome& outcome);
 /// "slope 1.21, t = 2.30 (df = 19, p = 0.033)", or why there is no test.
 std::string egger_text(const EggerOutcome& outcome);
 
@@ -44,7 +53,9 @@ class ResultTable {
   void row(std::span<const std::string> cells);
   void value(std::string_view key, std::string_view text);
   void value(std::string_view key, double number) { value(key, file_number(number)); }
+  /// In words where there is none.
   void values(const Heterogeneity& heterogeneity);
+  void values(const SmallStudyOutcome& outcome);
   void values(const EggerOutcome& outcome);
   [[nodiscard]] const std::string& text() const { return text_; }
 
@@ -67,5 +78,7 @@ ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const doubl
 /// Adds the forest plot and the funnel plot of a pool to a report.
 void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
                     const PooledEffect& pool, const EggerOutcome& egger);
+void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
+                    const PooledEffect& pool, const SmallStudyOutcome& small_studies);
 
 }  // namespace kvo::results

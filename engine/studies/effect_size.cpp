@@ -9,12 +9,15 @@ double degrees_of_freedom(Sample sample) {
   return sample.n2 > 0 ? double(sample.n1) + sample.n2 - 2 : sample.n1 - 1.0;
 }
 
+double error_by_size(Sample sample) {
+  return sample.n2 > 0 ? std::sqrt(1.0 / sample.n1 + 1.0 / sample.n2)
+                       : 1 / std::sqrt(double(sample.n1));
+}
+
 double hedges_g(double t, Sample sample) {
   const double df = degrees_of_freedom(sample);
   const double j = 1 / (std::sqrt(df / 2) * gamma_ratio_half((df - 1) / 2));
-  const double d_of_t = sample.n2 > 0 ? std::sqrt(1.0 / sample.n1 + 1.0 / sample.n2)
-                                      : 1 / std::sqrt(double(sample.n1));
-  return t * d_of_t * j;
+  return t * error_by_size(sample) * j;
 }
 
 VarianceOfG variance_of_g(Sample sample) {

@@ -25,7 +25,11 @@ inline constexpr double max_t = 10000;
 /// Degrees of freedom of the study's t statistic.
 double degrees_of_freedom(Sample sample);
 
-/// Hedges' g from a t statistic: d = t sqrt(1/n1 + 1/n2), or t / sqrt(n1) with one sample, times
+/// The standard error of a standardized mean difference of 0: sqrt(1/n1 + 1/n2), or 1 / sqrt(n1)
+/// with one sample.
+double error_by_size(Sample sample);
+
+/// Hedges' g from a t statistic: d = t error_by_size(), times
 /// J(df) = gamma(df/2) / (sqrt(df/2) gamma((df-1)/2)). Needs at least 2 degrees of freedom.
 double hedges_g(double t, Sample sample);
 

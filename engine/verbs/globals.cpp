@@ -23,15 +23,18 @@ namespace {
 struct Globals {
   Model values;  ///< the variables that make an effect, and the studies without all of them
   Model model;
-  std::vector<StudyEffect> studies;  ///< those of the model
+  Method method = Method::restricted_likelihood;
+  std::vector<StudyEffect> studies;    ///< those of the model
+  std::vector<double> errors_by_size;  ///< of the same
   std::size_t filtered = 0, all = 0;
 };
 
 struct GlobalsFit {
   ModelFit fit;
+  std::optional<ScaleIntervals> intervals;
   std::vector<double> weights;
   std::optional<PooledEffect> pool;  ///< of a model without terms
-  EggerOutcome egger;
+  SmallStudyOutcome small_studies;   ///< likewise
   std::optional<double> R2;  ///< share of the heterogeneity that the terms explain, in percent
 };
 
@@ -56,12 +59,12 @@ Effect effect_of(const StudyTable& table, const Study& study, bool two_samples) 
         std::sqrt(((n1 - 1) * sd1 * sd1 + (n2 - 1) * sd2 * sd2) / (n1 + n2 - 2));
     t = (mean("mean1") - mean("mean2")) / pooled_sd / std::sqrt(1 / n1 + 1 / n2);
   }
-  const double g = hedges_g(t, study.sample);
-  const double variance = variance_of_g(study.sample).at(g);
-  if (!std::isfinite(g) || !std::isfinite(variance))
+  if (!(std::abs(t) <= max_t))
     throw Refusal(at_line(KVO_TABLE_FILE, study.line) + "the means and standard deviations of '" +
-                  study.name + "' give no effect size.");
-  return {g, variance};
+                  study.name + "' give no effect size: as a t value it would be beyond " +
+                  text_of(max_t) + ".");
+  const double g = hedges_g(t, study.sample);
+  return {g, variance_of_g(study.sample).at(g)};
 }
 
 /// The studies that have all the variables; the names of the others are kept too.
@@ -92,6 +95,7 @@ Globals prepare_globals(const Command& command) {
   const StudyTable table = read_study_table();
   const std::vector<std::size_t> chosen = filtered_studies(table, command.arguments[1]);
   Globals globals;
+  if (!command.arguments[2].empty()) globals.method = Method::moments;
   globals.all = table.studies.size();
   globals.filtered = table.studies.size() - chosen.size();
   // A mean cannot be pooled with differences of means: one study with two samples makes all that.
@@ -103,6 +107,7 @@ Globals prepare_globals(const Command& command) {
     const Study& study = table.studies[i];
     globals.studies.push_back(
         {study.name, participants_of(study.sample), effect_of(table, study, two_samples)});
+    globals.errors_by_size.push_back(error_by_size(study.sample));
   }
   return globals;
 }
@@ -110,14 +115,15 @@ Globals prepare_globals(const Command& command) {
 GlobalsFit fit_of(const Globals& globals) {
   const std::vector<Effect> effects = effects_of(globals.studies);
   GlobalsFit result;
-  result.fit = fit_effects(globals.model.design, effects);
-  result.weights = weights_of(effects, result.fit.tau2);
-  const PooledEffect pool = pool_effects(effects);
+  result.fit = fit_effects(globals.model.design, effects, globals.method);
+  result.intervals = intervals_of_effects(globals.model.design, effects);
+  result.weights = weights_of(effects, result.fit.residual.tau2);
+  const PooledEffect pool = pool_effects(effects, globals.method);
   if (globals.model.terms.empty()) {
     result.pool = pool;
-    result.egger = egger_test(effects);
+    result.small_studies = small_study_test(effects, globals.errors_by_size, globals.method);
   } else if (pool.heterogeneity.tau2 > 0) {
-    result.R2 = std::max(0.0, 100 * (1 - result.fit.tau2 / pool.heterogeneity.tau2));
+    result.R2 = std::max(0.0, 100 * (1 - result.fit.residual.tau2 / pool.heterogeneity.tau2));
   }
   return result;
 }
@@ -132,37 +138,75 @@ std::string model_text(const Globals& globals) {
   return text;
 }
 
+/// The degrees of freedom of t and F; none where tests are by the normal distribution.
+std::optional<double> t_df(const ModelFit& fit) {
+  return fit.coefficients.front().df;
+}
+
 std::string terms_test_text(const ModelFit& fit) {
-  return "QM = " + decimal_text(fit.QM, 2) + " (df = " + decimal_text(fit.QM_df, 0) + ", " +
-         p_phrase(fit.QM_p) + ")";
+  const std::optional<double> df = t_df(fit);
+  return (df ? "F = " : "QM = ") + decimal_text(fit.QM, 2) +
+         " (df = " + decimal_text(fit.QM_df, 0) + (df ? " and " + decimal_text(*df, 0) : "") +
+         ", " + p_phrase(fit.QM_p) + ")";
+}
+
+std::string method_text(const Globals& globals, const ModelFit& fit) {
+  const std::string normal = "intervals and tests by the normal distribution";
+  if (globals.studies.size() == 1)
+    return "none is needed for a single study; interval and test by the normal distribution from "
+           "its "
+           "own variance";
+  if (globals.method == Method::moments)
+    return "DL: τ² by the method of moments (DerSimonian and Laird), " + normal;
+  if (!t_df(fit))
+    return "REML: τ² by restricted maximum likelihood; " + normal +
+           ", as nothing scatters that Hartung and Knapp's could come from";
+  return "REML: τ² by restricted maximum likelihood, intervals and tests by Hartung and Knapp";
+}
+
+/// Whether the scatter that the intervals rest on is smaller than the studies' own variances.
+bool is_narrower_than_normal(const ModelFit& fit) {
+  return t_df(fit) && fit.residual.tau2 == 0 && fit.QE < fit.QE_df;
 }
 
 std::vector<Fact> facts_of(const Command& command, const Globals& globals,
                            const GlobalsFit& result) {
-  std::vector<Fact> facts = {{"Model", model_text(globals)}};
+  std::vector<Fact> facts = {{"Model", model_text(globals)},
+                             {"Method", method_text(globals, result.fit)}};
   if (!command.arguments[1].empty()) facts.push_back({"Subgroup", command.arguments[1]});
   facts.push_back(
       {"Studies", Q_counted(globals.studies.size(), "study", "studies") + " with " +
                       Q_counted(participants_of(globals.studies), "participant", "participants")});
   if (const auto& pool = result.pool; pool && pool->prediction)
-    facts.push_back({"95 % prediction interval", decimal_text(pool->prediction->low, 3) + " to " +
-                                                     decimal_text(pool->prediction->high, 3)});
+    facts.push_back({"95 % prediction interval", interval_text(*pool->prediction)});
   facts.push_back({globals.model.terms.empty() ? "Heterogeneity" : "Residual heterogeneity",
                    heterogeneity_text(heterogeneity_of(result.fit))});
+  if (result.fit.QE_df > 0)
+    facts.push_back({"95 % intervals by the Q profile",
+                     intervals_text(heterogeneity_of(result.fit), result.intervals)});
+  if (is_narrower_than_normal(result.fit))
+    facts.push_back(
+        {"Note",
+         "the effects scatter less than their variances let expect, which makes Hartung "
+         "and Knapp's intervals narrower than those of the variances alone"});
   if (!globals.model.terms.empty())
     facts.push_back({"Test of all terms", terms_test_text(result.fit)});
   if (result.R2)
     facts.push_back({"Explained heterogeneity", "R² = " + decimal_text(*result.R2, 1) + " %"});
-  if (result.pool) facts.push_back({"Egger's test", egger_text(result.egger)});
+  if (result.pool) facts.push_back({"Small-study effects", small_study_text(result.small_studies)});
   return facts;
 }
 
 HtmlTable coefficients_html(const Globals& globals, const ModelFit& fit) {
   HtmlTable table;
-  table.columns = {{"Term"},    {"Estimate", true}, {"Standard error", true},
-                   {"z", true}, {"p", true},        {"95 % interval", true}};
+  table.columns = {{"Term"},
+                   {"Estimate", true},
+                   {"Standard error", true},
+                   {t_df(fit) ? "t (df = " + decimal_text(*t_df(fit), 0) + ")" : "z", true},
+                   {"p", true},
+                   {"95 % interval", true}};
   for (std::size_t i = 0; i < fit.coefficients.size(); ++i) {
-    const Estimate estimate = estimate_of(fit.coefficients[i]);
+    const Estimate& estimate = fit.coefficients[i];
     table.rows.push_back(
         {{term_name(globals, i), decimal_text(estimate.value, 4), decimal_text(estimate.se, 4),
           decimal_text(estimate.z, 2), p_text(estimate.p),
@@ -173,37 +217,56 @@ HtmlTable coefficients_html(const Globals& globals, const ModelFit& fit) {
 }
 
 std::string text_file_of(const Globals& globals, const GlobalsFit& result) {
-  ResultTable table(std::vector<std::string>{"term", "estimate", "standard_error", "z", "p",
-                                             "low_95", "high_95"});
-  for (std::size_t i = 0; i < result.fit.coefficients.size(); ++i) {
-    const auto [value, se, z, p, interval] = estimate_of(result.fit.coefficients[i]);
+  const ModelFit& fit = result.fit;
+  ResultTable table(std::vector<std::string>{"term", "estimate", "standard_error",
+                                             t_df(fit) ? "t" : "z", "p", "low_95", "high_95"});
+  for (std::size_t i = 0; i < fit.coefficients.size(); ++i) {
+    const auto& [value, se, z, p, interval, df] = fit.coefficients[i];
     table.row(std::vector{term_name(globals, i), file_number(value), file_number(se),
                           file_number(z), file_number(p), file_number(interval.low),
                           file_number(interval.high)});
   }
   table.value("model", model_text(globals));
+  table.value("method", method_text(globals, fit));
+  if (t_df(fit)) table.value("t_df", *t_df(fit));
   table.value("studies", double(globals.studies.size()));
   table.value("participants", double(participants_of(globals.studies)));
-  table.values(heterogeneity_of(result.fit));
-  table.value("QM", result.fit.QM);
-  table.value("QM_df", result.fit.QM_df);
-  table.value("QM_p", result.fit.QM_p);
+  table.values(heterogeneity_of(fit));
+  if (result.intervals) {
+    for (const auto& [ending, scales] : {std::pair("_low_95", result.intervals->low),
+                                         std::pair("_high_95", result.intervals->high)}) {
+      table.value(std::string("tau2") + ending, scales.tau2);
+      table.value(std::string("I2") + ending, scales.I2);
+      table.value(std::string("H2") + ending, scales.H2);
+    }
+  } else if (fit.QE_df > 0) {
+    table.value("intervals", intervals_text(heterogeneity_of(fit), result.intervals));
+  }
+  if (!globals.model.terms.empty()) {
+    table.value(t_df(fit) ? "F" : "QM", fit.QM);
+    table.value(t_df(fit) ? "F_df" : "QM_df", fit.QM_df);
+    table.value(t_df(fit) ? "F_p" : "QM_p", fit.QM_p);
+  }
   if (result.R2) table.value("R2", *result.R2);
   if (const auto& pool = result.pool; pool && pool->prediction) {
     table.value("prediction_low_95", pool->prediction->low);
     table.value("prediction_high_95", pool->prediction->high);
   }
-  if (result.pool) table.values(result.egger);
+  if (result.pool) table.values(result.small_studies);
   return table.text();
 }
 
-Methods methods_of(const Command& command, const Globals& globals) {
+Methods methods_of(const Command& command, const Globals& globals, const GlobalsFit& result) {
   MethodsFacts facts;
   facts.analysis = MethodsFacts::Analysis::globals;
   facts.studies = globals.studies.size();
   facts.participants = participants_of(globals.studies);
   facts.subgroup = command.arguments[1];
   facts.variables = globals.model.terms;
+  facts.restricted_likelihood = globals.method == Method::restricted_likelihood;
+  facts.hartung_knapp = t_df(result.fit).has_value();
+  facts.prediction_interval = result.pool && result.pool->prediction;
+  facts.small_study_test = result.small_studies.test.has_value();
   return methods_of(facts);
 }
 
@@ -215,7 +278,7 @@ std::string report_of(const Command& command, const Globals& globals, const Glob
   report.heading("Studies");
   report.table(effect_html(globals.studies, result.weights));
   if (result.pool) {
-    add_pool_plots(report, globals.studies, *result.pool, result.egger);
+    add_pool_plots(report, globals.studies, *result.pool, result.small_studies);
   } else {
     ForestPlot forest = forest_of(globals.studies, result.weights);
     forest.heterogeneity = "Residual: " + heterogeneity_text(heterogeneity_of(result.fit));
@@ -225,13 +288,13 @@ std::string report_of(const Command& command, const Globals& globals, const Glob
   }
   report.heading("What was run");
   report.commands(std::vector{command.text()});
-  report.methods(methods_of(command, globals));
+  report.methods(methods_of(command, globals, result));
   return report.finish();
 }
 
 void say_result(const Command& command, const Globals& globals, const GlobalsFit& result) {
   for (std::size_t i = 0; i < result.fit.coefficients.size(); ++i)
-    say(term_name(globals, i) + ": " + estimate_text(estimate_of(result.fit.coefficients[i])));
+    say(term_name(globals, i) + ": " + estimate_text(result.fit.coefficients[i]));
   const std::vector<Fact> facts = facts_of(command, globals, result);
   for (const Fact& fact : facts) say(fact.label + ": " + fact.text);
 }

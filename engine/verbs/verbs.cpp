@@ -20,6 +20,7 @@ constexpr Argument mean_arguments[] = {
 constexpr Argument globals_arguments[] = {
     {.label = "model", .kind = Kind::model, .optional = true},
     {.label = "filter", .kind = Kind::variable, .optional = true},
+    {.label = "DL", .kind = Kind::word, .optional = true},
 };
 constexpr Argument lm_arguments[] = {
     {.label = "model", .kind = Kind::model},
@@ -57,7 +58,11 @@ constexpr Argument extract_arguments[] = {{.label = "mask"}};
 constexpr Reference effect_sizes{"effect sizes", {sources::hedges.citation}},
     talairach{"Talairach to MNI", {sources::lancaster.citation}},
     random_effects{"random effects", {sources::dersimonian.citation}},
-    regression{"random effects", {sources::dersimonian.citation, sources::raudenbush.citation}},
+    restricted{"REML", {sources::reml.citation}},
+    tests{"intervals and tests", {sources::knapp.citation}},
+    profile{"intervals of the heterogeneity", {sources::profile.citation}},
+    regression{"DL", {sources::dersimonian.citation, sources::raudenbush.citation}},
+    small_studies{"small-study effects", {sources::pustejovsky.citation}},
     heterogeneity{"heterogeneity", {sources::higgins.citation}},
     moments{"meta-regression by the method of moments",
             {sources::dersimonian.citation, sources::raudenbush.citation}},
@@ -65,7 +70,8 @@ constexpr Reference effect_sizes{"effect sizes", {sources::hedges.citation}},
     prediction{"prediction interval", {sources::prediction.citation}},
     asymmetry{"funnel plot asymmetry", {sources::egger.citation}};
 constexpr Reference pp_references[] = {effect_sizes, talairach};
-constexpr Reference globals_references[] = {effect_sizes, regression};
+constexpr Reference globals_references[] = {effect_sizes, restricted,    tests,     profile,
+                                            prediction,   small_studies, regression};
 constexpr Reference mean_references[] = {random_effects, heterogeneity};
 constexpr Reference lm_references[] = {moments};
 constexpr Reference multi_references[] = {conjunction};
@@ -77,7 +83,9 @@ constexpr Verb verbs[] = {
      "Removes the maps of an earlier meta-analysis.",
      "pp gray_matter, 1.0, 20, gray_matter, 50", "", pp_references, check_pp, run_pp},
     {"globals", true, globals_arguments,
-     "Meta-analysis of the studies' global values, or of those of a subgroup.",
+     "Meta-analysis of the studies' global values, or of those of a subgroup, by REML with the "
+     "tests of "
+     "Hartung and Knapp; with DL by the method of moments and the normal distribution.",
      "MyGlobals = globals + age, adults",
      "the variables mean1 and sd1 (of two samples also mean2 and sd2); the example also age and "
      "adults.",

@@ -1,6 +1,28 @@
 # Compares what the folders of the current folder hold with metafor's. Ends with status 1 when a value
-# differs.
+# differs. With the argument "sets" writes data sets of metafor to the current folder instead: effects,
+# variances and terms.
 suppressPackageStartupMessages(library(metafor))
+
+if ("sets" %in% commandArgs(TRUE)) {
+  means <- function(measure, data)
+    escalc(measure, m1i = m1i, sd1i = sd1i, n1i = n1i, m2i = m2i, sd2i = sd2i, n2i = n2i, data = data)
+  sets <- list(
+    bcg = list(escalc("RR", ai = tpos, bi = tneg, ci = cpos, di = cneg, data = dat.bcg), c("ablat", "year")),
+    raudenbush = list(dat.raudenbush1985, "weeks"),
+    normand = list(means("SMD", dat.normand1999), "n1i"),
+    molloy = list(escalc("ZCOR", ri = ri, ni = ni, data = dat.molloy2014), c("quality", "meanage")),
+    hackshaw = list(dat.hackshaw1998, "year"),
+    konstantopoulos = list(dat.konstantopoulos2011, "year"),
+    bangertdrowns = list(dat.bangertdrowns2004, c("length", "wic", "feedback", "meta")),
+    curtis = list(means("ROM", dat.curtis1998), c("time", "co2.elev")),
+    gibson = list(means("SMD", dat.gibson2002), c("year", "type")))
+  for (name in names(sets)) {
+    rows <- as.data.frame(sets[[name]][[1]])[, c("yi", "vi", sets[[name]][[2]])]
+    rows <- rows[complete.cases(rows), ]
+    write.table(format(data.matrix(rows), digits = 17), paste0(name, ".tsv"), sep = "\t", quote = FALSE, row.names = FALSE)
+  }
+  quit()
+}
 
 root <- getwd()
 failed <- FALSE
@@ -115,43 +137,90 @@ values_of <- function(file) {
   setNames(as.list(sub("^[^=]*= ", "", lines)), sub("^# ([^ ]+) = .*", "\\1", lines))
 }
 
-compare_pool <- function(values, fit) {
+compare_prediction <- function(values, fit) {
   half <- qt(0.975, fit$k - 2) * sqrt(fit$tau2 + fit$se^2)
   compare("prediction", c(values$prediction_low_95, values$prediction_high_95), c(fit$beta) + c(-half, half))
   # metafor's own interval has normal quantiles; its standard error is the same.
   limits <- predict(fit)
   compare("prediction error", half / qt(0.975, fit$k - 2), (limits$pi.ub - limits$pi.lb) / 2 / qnorm(0.975))
+}
+
+compare_pool <- function(values, fit) {
+  compare_prediction(values, fit)
   egger <- regtest(fit, model = "lm")
   slope <- summary(egger$fit)$coefficients
   compare("Egger", values[paste0("egger_", c("slope", "standard_error", "t", "p", "df", "intercept"))],
           c(slope[2, 1:2], egger$zval, egger$pval, egger$dfs, slope[1, 1]))
 }
 
+# The best that metafor can do: its own limits of convergence are wider than ours.
+fit_of <- function(data, mods, method)
+  rma(yi, vi, mods = mods, data = data, method = method, test = if (method == "REML") "knha" else "z",
+      control = list(threshold = 1e-13, maxiter = 10000))
+coefficients_of <- function(fit) rbind(c(fit$beta), fit$se, fit$zval, fit$pval, fit$ci.lb, fit$ci.ub)
+# tau2, I2 and H2 of the lower and the upper bound.
+profile_of <- function(fit) {
+  bounds <- confint(fit, control = list(tol = 1e-14, maxiter = 10000, tau2.max = 1e5))$random
+  c(bounds[c("tau^2", "I^2(%)", "H^2"), c("ci.lb", "ci.ub")])
+}
+
 for (folder in Sys.glob(file.path(root, "globals *"))) {
   setwd(folder)
   table <- read.delim("kvo_table.txt")
-  effects <- if ("n2" %in% names(table))
+  two <- "n2" %in% names(table)
+  effects <- if (two)
     escalc("SMD", m1i = mean1, sd1i = sd1, n1i = n1, m2i = mean2, sd2i = sd2, n2i = n2, data = table)
   else escalc("SMN", mi = mean1, sdi = sd1, ni = n1, data = table)
-  models <- list(None = ~ 1, One = ~ year, Two = ~ patients + age, Four = ~ year + dose + patients + age)
+  effects$size <- if (two) sqrt(1 / table$n1 + 1 / table$n2) else 1 / sqrt(table$n1)
+  models <- list(None = ~ 1, One = ~ year, Two = ~ patients + age, Four = ~ year + dose + patients + age,
+                 NoneDL = ~ 1, TwoDL = ~ patients + age, FourDL = ~ year + dose + patients + age)
   for (name in names(models)) {
     used <- effects[complete.cases(effects[, c("yi", "vi", all.vars(models[[name]]))]), ]
-    if (name == "Two") used <- used[used$kept == 1, ]
-    fit <- rma(yi, vi, mods = models[[name]], data = used, method = "DL")
+    if (name %in% c("Two", "TwoDL")) used <- used[used$kept == 1, ]
+    method <- if (endsWith(name, "DL")) "DL" else "REML"
+    fit <- fit_of(used, models[[name]], method)
     file <- paste0(name, "_globals.txt")
-    compare(paste(name, "coefficients"), unlist(read.delim(file, comment.char = "#")[, -1]),
-            c(fit$beta, fit$se, fit$zval, fit$pval, fit$ci.lb, fit$ci.ub))
+    compare(paste(name, "coefficients"), unlist(read.delim(file, comment.char = "#")[, -1]), t(coefficients_of(fit)))
     values <- values_of(file)
-    compare(paste(name, "heterogeneity"), values[c("Q", "Q_p", "tau2", "I2", "H2", "studies")],
-            c(fit$QE, fit$QEp, fit$tau2, fit$I2, fit$H2, fit$k))
-    if (name == "None") compare_pool(values, fit)
-    else compare(paste(name, "QM"), values[c("QM", "QM_p", "QM_df")], c(fit$QM, fit$QMp, fit$m))
+    compare(paste(name, "heterogeneity"), values[c("Q", "Q_df", "Q_p", "tau2", "I2", "H2", "studies")],
+            c(fit$QE, fit$k - fit$p, fit$QEp, fit$tau2, fit$I2, fit$H2, fit$k))
+    if (fit$QE < qchisq(0.025, fit$k - fit$p)) {
+      if (!startsWith(values$intervals, "none")) failed <- TRUE
+    } else compare(paste(name, "profile"), values[outer(c("tau2", "I2", "H2"), c("_low_95", "_high_95"), paste0)], profile_of(fit))
+    if (models[[name]] != ~ 1)
+      compare(paste(name, "terms"), values[if (method == "DL") c("QM", "QM_p", "QM_df") else c("F", "F_p", "F_df")],
+              c(fit$QM, fit$QMp, fit$m))
+    else if (method == "DL") compare_prediction(values, fit)
+    else {
+      limits <- predict(fit)
+      compare("prediction", c(values$prediction_low_95, values$prediction_high_95), c(limits$pi.lb, limits$pi.ub))
+    }
+    if (models[[name]] == ~ 1) {
+      test <- fit_of(used, ~ size, method)
+      slope <- coefficients_of(test)[, 2]
+      keys <- c("slope", "standard_error", if (method == "DL") "z" else "t", "p", "low_95", "high_95", "intercept")
+      compare("small studies", values[paste0("small_study_", keys)], c(slope, test$beta[1]))
+    }
     if (!is.null(values$R2)) compare(paste(name, "R2"), values$R2, fit$R2)
     rows <- read.csv(paste0(name, "_globals.csv"))
     if (!identical(rows$study, used$study)) failed <- TRUE
     weights <- 1 / (used$vi + fit$tau2)
     compare(paste(name, "effects"), c(rows$g, rows$variance, rows$weight),
             c(used$yi, used$vi, 100 * weights / sum(weights)))
+  }
+}
+
+setwd(file.path(root, "sets"))
+for (file in list.files(pattern = "tsv$")) {
+  data <- read.delim(file)
+  for (method in c("REML", "DL")) for (kind in c("terms", "mean")) {
+    mods <- if (kind == "terms") as.matrix(data[, -(1:2), drop = FALSE]) else ~ 1
+    fit <- fit_of(data, mods, method)
+    limits <- predict(fit)
+    reference <- c(coefficients_of(fit), fit$tau2, fit$I2, fit$H2, fit$QE, fit$QEp, profile_of(fit),
+                   if (kind == "terms") c(fit$QM, fit$QMp),
+                   if (kind == "mean" && method == "REML") c(limits$pi.lb, limits$pi.ub))
+    compare(paste(file, method, kind), scan(paste0(file, ".", method, ".", kind), quiet = TRUE), reference)
   }
 }
 

@@ -1,6 +1,7 @@
 // Numbers against R's metafor: the effects of each study from its peaks, the maps of the mean and
-// of linear models, pools and models of one effect a study, Egger's test. Masks and the values
-// inside them against nibabel. All in one test, as loading metafor takes longer than the rest.
+// of linear models, pools and models of one effect a study, tests for small-study effects. Masks
+// and the values inside them against nibabel. All in one test, as loading metafor takes longer than
+// the rest.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,10 +11,13 @@
 #include <random>
 #include <sstream>
 
+#include "engine/base/refusal.h"
 #include "engine/images/mask.h"
 #include "engine/model/random_effects.h"
 #include "runner.h"
+#include "table.h"
 
+using namespace kvo::base;
 using namespace kvo::images;
 using namespace kvo::model;
 
@@ -153,8 +157,57 @@ void write_folders_of_globals(const Installation& engine) {
       write_text("kvo_table.txt", table_of_globals(40, two_samples, spread));
       engine.must_run({"None = globals", "One = globals  + year",
                        "Two = globals patients + age, kept",
-                       "Four = globals + year + dose + patients + age"});
+                       "Four = globals + year + dose + patients + age", "NoneDL = globals , , DL",
+                       "TwoDL = globals patients+age,kept, DL",
+                       "FourDL = globals year + dose + patients + age,, DL"});
     }
+}
+
+/// The models of data sets of metafor: effects and variances, and terms in the further columns.
+void write_folder_of_sets(const Installation& engine) {
+  enter(engine, "sets");
+  ASSERT_EQ(std::system(KVO_RSCRIPT " --vanilla '" KVO_REFERENCE "' sets 1>&2"), 0);
+  int sets = 0;
+  for (const auto& [path, text] : snapshot()) {
+    std::istringstream lines(text);
+    std::string line, name;
+    std::getline(lines, line);
+    std::istringstream header(line);
+    std::vector<Term> terms;
+    while (header >> name) terms.push_back({name, {}});
+    for (double value = 0; lines >> value;) {
+      terms[0].values.push_back(value);
+      for (std::size_t t = 1; t < terms.size() && lines >> value; ++t)
+        terms[t].values.push_back(value);
+    }
+    const std::vector<double> g = terms[0].values, v = terms[1].values;
+    terms.erase(terms.begin(), terms.begin() + 2);
+    std::vector<Effect> effects;
+    for (std::size_t s = 0; s < g.size(); ++s) effects.push_back({g[s], v[s]});
+    for (const bool reml : {true, false})
+      for (const bool with_terms : {true, false}) {
+        const Method method = reml ? Method::restricted_likelihood : Method::moments;
+        const Design design = make_design(
+            with_terms ? std::span<const Term>(terms) : std::span<const Term>(), g.size());
+        const ModelFit fit = fit_model(design, g, v, method);
+        std::ostringstream out;
+        out.precision(17);
+        for (const Estimate& b : fit.coefficients)
+          out << b.value << ' ' << b.se << ' ' << b.z << ' ' << b.p << ' ' << b.interval.low << ' '
+              << b.interval.high << '\n';
+        const auto& [tau2, I2, H2] = fit.residual;
+        out << tau2 << ' ' << I2 << ' ' << H2 << ' ' << fit.QE << ' ' << fit.QE_p << '\n';
+        const ScaleIntervals intervals = scale_intervals(design, g, v).value();
+        for (const Scales& scales : {intervals.low, intervals.high})
+          out << scales.tau2 << ' ' << scales.I2 << ' ' << scales.H2 << '\n';
+        if (with_terms) out << fit.QM << ' ' << fit.QM_p << '\n';
+        const std::optional<Interval> prediction = pool_effects(effects, method).prediction;
+        if (!with_terms && reml) out << prediction->low << ' ' << prediction->high << '\n';
+        write_text(path + (reml ? ".REML" : ".DL") + (with_terms ? ".terms" : ".mean"), out.str());
+      }
+    ++sets;
+  }
+  EXPECT_EQ(sets, 9);
 }
 
 /// The voxels of a mask, which are those that `inside` is true of by their place in mm.
@@ -248,11 +301,63 @@ TEST(Reference, AgreesWithMetafor) {
   write_folders_of_maps(engine);
   write_folder_of_pools(engine);
   write_folders_of_globals(engine);
+  write_folder_of_sets(engine);
   write_folder_of_extractions(engine);
   write_folder_of_names(engine);
   fs::current_path(engine.work().parent_path());
   EXPECT_EQ(std::system(KVO_RSCRIPT " --vanilla '" KVO_REFERENCE "' 1>&2"), 0);
   fs::current_path(engine.work());
+}
+
+/// What a few effects come to, in words where something is not to be told from them.
+TEST(Reference, SaysWhatCannotBeEstimated) {
+  const Installation engine;
+  struct {
+    const char *command, *studies;  ///< "n1 mean1 sd1" of each, between "|"
+    std::vector<std::string> said, unsaid;
+  } const cases[] = {
+      {"x = globals",
+       "20 5 5",
+       {"single study; interval and test by the normal", "# heterogeneity = not to be measured",
+        "# small_study = not possible, as there are fewer than 3 studies"},
+       {"tau2", "t_df", "# Q", "QM", "prediction", "nan"}},
+      {"x = globals",
+       "20 5 5|20 2 5",
+       {"\tt\tp", "# t_df = 1\n", "# prediction_low_95 = ", "# tau2_high_95 = "},
+       {"nan", "QM", "F_p"}},
+      // Nothing is left for Hartung and Knapp's intervals.
+      {"x = globals",
+       "20 5 5|20 5 5|20 5 5",
+       {"as nothing scatters", "\tz\tp", "# tau2 = 0\n",
+        "# intervals = none, as the effects scatter",
+        "# small_study = not possible, as all studies have samples of the same size"},
+       {"t_df", "prediction", "nan", "tau2_low"}},
+      {"x = globals n1",
+       "20 5 5|20 5 5|30 5 5|30 5 5",
+       {"as nothing scatters", "# QM = "},
+       {"R2", "t_df", "# F", "nan", "prediction"}},
+      {"x = globals , , DL",
+       "20 5 5|40 5 9|30 1 5",
+       {"DL: ", "DerSimonian", "\tz\tp", "# small_study_z = ", "# prediction_low_95 = "},
+       {"REML", "t_df", "nan"}},
+      {"x = globals",
+       "20 5000 5|20 -5000 5|30 4000 6|12 0 1",
+       {"# I2_high_95 = ", "# t_df = 3"},
+       {"nan", "inf"}},
+  };
+  for (const auto& [command, studies, said, unsaid] : cases) {
+    std::string table = "study n1 mean1 sd1\n";
+    for (const std::string& study : split(studies, "|", 9))
+      if (!study.empty()) table += "s" + std::to_string(table.size()) + " " + study + "\n";
+    write_text("kvo_table.txt", table);
+    engine.must_run({command});
+    const std::string text = read_text("x_globals.txt");
+    for (const std::string& part : said) EXPECT_THAT(text, HasSubstr(part)) << studies;
+    for (const std::string& part : unsaid)
+      EXPECT_THAT(text, testing::Not(HasSubstr(part))) << studies;
+  }
+  const std::vector<double> g = {1e200, -1e200, 3}, v = {1, 2, 3};
+  EXPECT_THROW(fit_model(make_design({}, 3), g, v, Method::restricted_likelihood), Refusal);
 }
 
 TEST(Reference, HasNoTestForAsymmetryOfTooFewOrEqualStudies) {

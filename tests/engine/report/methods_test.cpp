@@ -46,6 +46,9 @@ MethodsFacts facts_of(Analysis analysis, const std::string& told) {
     if (name == "talairach") f.talairach = true;
     if (name == "unknown_heights") f.unknown_heights = true;
     if (name == "error") f.error_assumed = f.better_scenario = true;
+    if (name == "reml") f.restricted_likelihood = f.hartung_knapp = true;
+    if (name == "pool") f.prediction_interval = f.small_study_test = true;
+    if (name == "variables") f.variables = {"age", "dose"};
     if (name == "tolerable_p") f.tolerable_p = number;
     if (name == "p") thresholds.p = number;
     if (name == "family_wise") thresholds.family_wise = true;
@@ -98,8 +101,21 @@ TEST(Methods, SaysWhatWasDone) {
        "divided by \u221A2|tolerable p of 0.1 stays", "Hedges"},
       {Analysis::extraction, "randomizations=500", "'Left amygdala'|Egger et al. 1997|pooled with",
        "in each voxel|seed"},
-      {Analysis::globals, "randomizations=500", "global values of 21 studies|Hedges' g",
-       "kernel|voxel|seed|Egger"},
+      {Analysis::globals, "randomizations=500 pool",
+       "global values of 21 studies|Hedges' g|tests are those of the normal|DerSimonian and Laird "
+       "1986|Pustejovsky",
+       "kernel|voxel|seed|Egger|restricted"},
+      {Analysis::globals, "reml pool",
+       "restricted maximum likelihood, REML (Viechtbauer 2005)|Knapp and Hartung 2003|Viechtbauer "
+       "2007|"
+       "Pustejovsky and Rodgers 2019|Higgins et al. 2009",
+       "Egger|DerSimonian|Residual|F dist"},
+      {Analysis::globals, "reml variables studies=4",
+       "on age and dose|restricted maximum likelihood, REML (Viechtbauer 2005)|F distributions|"
+       "Residual heterogeneity",
+       "Pustejovsky|prediction|DerSimonian"},
+      {Analysis::globals, "studies=1", "single study|normal",
+       "restricted|Knapp|Q profile|prediction"},
   };
   for (const auto& [analysis, facts, said, unsaid] : cases) {
     const std::string text = methods_of(facts_of(analysis, facts)).paragraph;
@@ -128,7 +144,8 @@ TEST(Methods, IsGrammaticalAndListsWhatItCites) {
                                   Analysis::extraction, Analysis::globals})
     for (const std::string studies : {"1", "2", "25"})
       for (const std::string images : {"0", "1", "2", "25"})
-        for (const std::string anisotropy : {"0", "0.5 error", "1 error"})
+        for (const std::string anisotropy :
+             {"0 variables", "0.5 error", "1 error reml pool", "1 reml variables"})
           for (const std::string times : {"0", "1 talairach unknown_heights", "500"}) {
             const Methods methods = methods_of(facts_of(
                 analysis, "studies=" + studies + " images=" + images + " anisotropy=" + anisotropy +

@@ -1,0 +1,57 @@
+#pragma once
+
+// What one effect a study says of the variance between studies, tau2, beside a linear model.
+//
+// With W = diag(1/(v + tau2)) and P = W - W X (X'WX)^-1 X'W, the generalised Q is y'Py, which falls
+// as tau2 grows and has the chi-squared distribution with k - p degrees of freedom at the true
+// tau2, for k studies and p coefficients.
+
+#include <optional>
+#include <span>
+
+#include "engine/model/design.h"
+#include "engine/model/interval.h"
+#include "engine/model/model_layer.h"
+
+namespace kvo::model {
+
+/// One effect and one variance (above 0) of each study of the design.
+struct Values {
+  const Design& design;
+  std::span<const double> effects, variances;
+
+  /// Degrees of freedom of the residual, k - p.
+  [[nodiscard]] double df() const {
+    return double(design.studies()) - double(design.coefficients());
+  }
+};
+
+/// Weighted least squares at a given tau2.
+struct WeightedFit {
+  Eigen::VectorXd in_basis;  ///< coefficients of the design's basis
+  Eigen::MatrixXd spread;    ///< their covariance, (X'WX)^-1
+  double Q;                  ///< y'Py
+  double trace;              ///< of P
+  double slope;  ///< y'PPy - tr(P): twice the derivative of the restricted log-likelihood by tau2
+  double log_likelihood;  ///< restricted, but for a constant
+};
+WeightedFit weighted_fit(const Values& values, double tau2);
+
+/// The estimate of DerSimonian and Laird (1986, Controlled Clinical Trials 7:177) as generalised by
+/// Raudenbush (2009, The Handbook of Research Synthesis and Meta-Analysis, chapter 16): (Q - (k -
+/// p)) / tr(P) with Q and P of tau2 = 0, never below 0. 0 without degrees of freedom.
+double moments_tau2(const Values& values);
+
+/// The tau2 of at least 0 where the restricted likelihood is largest (Viechtbauer 2005, Journal of
+/// Educational and Behavioral Statistics 30:261), to all digits; where there are several maxima,
+/// the largest of all. 0 without degrees of freedom; nothing when values are so large or small that
+/// no maximum is found.
+std::optional<double> restricted_tau2(const Values& values);
+
+/// The 95 % interval of tau2: all values whose generalised Q is between the 2.5 and the 97.5 %
+/// quantile of chi-squared (Viechtbauer 2007, Statistics in Medicine 26:37), as far as they are at
+/// least 0. Nothing without degrees of freedom, and nothing when the effects scatter so little that
+/// no tau2 is among them.
+std::optional<Interval> profile_tau2(const Values& values);
+
+}  // namespace kvo::model
