@@ -15,7 +15,7 @@ namespace {
 
 /// So many images tell the between-study variance.
 constexpr std::size_t enough_images = 4;
-constexpr double least_tau2 = 0.005, largest_tau2 = 0.5;
+constexpr double tau2_floor = 0.005, tau2_ceiling = 0.5;
 /// How a study chooses what it lists of its maxima is not known. In simulations of studies that
 /// list one to four maxima of each cluster, maxima some distance apart, or all, that moves the
 /// effect by so much, in g, as far as maxima are not listed.
@@ -48,7 +48,7 @@ std::optional<double> tau2_of_images(const MetaAnalysis& meta, const StudyMaps& 
   pool(g, var, voxels, {.z = z.data(), .tau2 = tau2.data()});
   double sum = 0;
   for (const float value : tau2) sum += double(value);
-  return std::clamp(sum / double(voxels), least_tau2, largest_tau2);
+  return std::clamp(sum / double(voxels), tau2_floor, tau2_ceiling);
 }
 
 double mean_of(std::span<const double> values) {
