@@ -45,6 +45,7 @@ MethodsFacts facts_of(Analysis analysis, const std::string& told) {
     if (name == "term") f.term = fact[1];
     if (name == "talairach") f.talairach = true;
     if (name == "unknown_heights") f.unknown_heights = true;
+    if (name == "likelihood") f.estimated_from_peaks = true;
     if (name == "error") f.error_assumed = f.better_scenario = true;
     if (name == "reml") f.restricted_likelihood = f.hartung_knapp = true;
     if (name == "pool") f.prediction_interval = f.small_study_test = true;
@@ -72,8 +73,12 @@ TEST(Methods, SaysWhatWasDone) {
        "'gray matter'",
        "Talairach|anisotropic|without their height|significant at|Nichols"},
       {Analysis::mean, "studies=1",
-       "1 study with 25 participants was conducted|The map of the study|single study",
+       "1 study with 25 participants was conducted|coordinates of the study were used|single study",
        "pooled|each study|in total"},
+      {Analysis::mean, "likelihood randomizations=500",
+       "local maxima of a smooth random field|Bardeen et al. 1986|not taken for no effect|"
+       "For the test of convergence|500 randomizations",
+       "DerSimonian|together with the images"},
       {Analysis::mean, "subgroup=adults left_out=Lee2010 talairach unknown_heights",
        "Lancaster et al. 2007|without their height|(subgroup 'adults') (without 'Lee2010')",
        "permuted"},
