@@ -14,6 +14,8 @@ namespace kvo::model {
 namespace {
 
 constexpr int most_solver_steps = 25, draws = 64;
+/// A Newton step is halved down to that share: those far from the mode can be much too long.
+constexpr double shortest_step = 1e-6;
 /// When a search ends: after so many rounds, or when the effects move no farther in one.
 struct Effort {
   int rounds;
@@ -266,7 +268,7 @@ PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
     const Fields step = solved(fit, fit.information, b, 0.1);
     const double before = likelihood.value(fit.noise, cells) - dot(fit.noise, fit.noise) / 2;
     double moved = 0;
-    for (double length = 1; length > 0.01; length /= 2) {
+    for (double length = 1; length > shortest_step; length /= 2) {
       Fields noise = fit.noise;
       for (std::size_t j = 0; j < p; ++j) noise[j] += length * step[j];
       Fields next = in_cells(fit, noise);
