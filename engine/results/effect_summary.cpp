@@ -11,6 +11,12 @@ namespace kvo::results {
 
 namespace {
 
+std::string quoted_for_file(const std::string& text) {
+  return text.find_first_of("#\"") == std::string::npos ? text : in_quotes(text);
+}
+
+}  // namespace
+
 std::string interval_text(const Interval& interval) {
   return decimal_text(interval.low, 3) + " to " + decimal_text(interval.high, 3);
 }
@@ -19,12 +25,6 @@ Interval interval_of(const Effect& effect) {
   const double half = interval_z * std::sqrt(effect.variance);
   return {effect.g - half, effect.g + half};
 }
-
-std::string quoted_for_file(const std::string& text) {
-  return text.find_first_of("#\"") == std::string::npos ? text : in_quotes(text);
-}
-
-}  // namespace
 
 std::size_t participants_of(std::span<const StudyEffect> studies) {
   std::size_t participants = 0;

@@ -25,6 +25,10 @@ struct StudyEffect {
 std::size_t participants_of(std::span<const StudyEffect> studies);
 std::vector<Effect> effects_of(std::span<const StudyEffect> studies);
 
+/// "0.102 to 0.326".
+std::string interval_text(const Interval& interval);
+/// The 95 % interval of a study's effect.
+Interval interval_of(const Effect& effect);
 /// "0.214 (95 % interval 0.102 to 0.326), z = 3.75, p = 0.00018".
 std::string estimate_text(const Estimate& estimate);
 /// "Q = 12.30 (df = 20, p = 0.905), I² = 0.0 %, H² = 1.00, τ² = 0.0000".
