@@ -180,7 +180,7 @@ def main(path, repetitions):
     cells = read(path)
     off = list(missed(cells))
     file = DOCS / "calibration.md"
-    text = file.read_text(encoding="utf-8") if file.exists() else "# Calibration\n"
+    text = file.read_text(encoding="utf-8") if file.exists() else "# What simulations say of the statistics\n"
     file.write_text(put_section(text, section(cells, repetitions, off)), encoding="utf-8")
     (DOCS / "calibration-estimates.svg").write_text(picture(cells), encoding="utf-8")
     print(f"{file}: {len(off)} goals missed", *off, sep="\n")

@@ -155,6 +155,17 @@ std::vector<float> FieldPrior::in_mask(const Eigen::VectorXd& noise, const Mask&
   return values;
 }
 
+Eigen::VectorXd FieldPrior::mean_weights(const Mask& mask) const {
+  const auto [nx, ny, nz] = mni_grid().size;
+  Block block{{std::size_t(nx), std::size_t(ny), std::size_t(nz)}, {}};
+  block.values.assign(mni_grid().voxels(), 0);
+  for (const std::uint32_t index : mask.grid_index) block.values[index] = 1 / double(mask.size());
+  const auto counts = cell_counts();
+  for (std::size_t axis = 0; axis < 3; ++axis)
+    block = back_along(block, int(axis), voxels_[axis], counts[axis]);
+  return vector_of(block);
+}
+
 FieldPlace FieldPrior::place(const Eigen::Vector3d& mm) const {
   const Eigen::Vector3d voxel = voxel_of(mm);
   FieldPlace place;

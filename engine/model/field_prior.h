@@ -37,6 +37,9 @@ class FieldPrior {
   /// The field in the voxels of a mask.
   [[nodiscard]] std::vector<float> in_mask(const Eigen::VectorXd& noise, const Mask& mask) const;
 
+  /// What the noise counts in the mean of the field over the voxels of a mask, which has some.
+  [[nodiscard]] Eigen::VectorXd mean_weights(const Mask& mask) const;
+
   [[nodiscard]] FieldPlace place(const Eigen::Vector3d& mm) const;
   [[nodiscard]] static double at(const FieldPlace& place, const Eigen::VectorXd& noise);
   /// Adds the value times the weights to the noise: the transpose of at().

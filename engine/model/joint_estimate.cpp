@@ -13,26 +13,13 @@ namespace kvo::model {
 
 namespace {
 
-/// So many images tell the between-study variance.
-constexpr std::size_t enough_images = 4;
 constexpr double tau2_floor = 0.005, tau2_ceiling = 0.5;
 /// How a study chooses what it lists of its maxima is not known. In simulations of studies that
 /// list one to four maxima of each cluster, maxima some distance apart, or all, that moves the
 /// effect by so much, in g, as far as maxima are not listed.
 constexpr double doubt_of_unlisted = 0.25;
-
-ListingStudy listing_of(const Member& member, Eigen::VectorXd row) {
-  const Sample sample = member.study.sample;
-  ListingStudy study{
-      variance_of_g(sample), hedges_g(threshold_of(member.study).t, sample), {}, std::move(row)};
-  for (const Peak& peak : member.peaks) {
-    study.peaks.push_back({peak.mm, peak.g, peak.height_known});
-    // A study that lists lower peaks has a lower threshold than is assumed.
-    if (peak.height_known && peak.g != 0)
-      study.threshold = std::min(study.threshold, std::abs(peak.g));
-  }
-  return study;
-}
+/// The same as far as the heights of peaks are not told: effects then come out too small.
+constexpr double doubt_of_heights = 0.4;
 
 /// The mean over the voxels of the between-study variance of the images.
 std::optional<double> tau2_of_images(const MetaAnalysis& meta, const StudyMaps& maps) {
@@ -49,12 +36,6 @@ std::optional<double> tau2_of_images(const MetaAnalysis& meta, const StudyMaps& 
   double sum = 0;
   for (const float value : tau2) sum += double(value);
   return std::clamp(sum / double(voxels), tau2_floor, tau2_ceiling);
-}
-
-double mean_of(std::span<const double> values) {
-  double sum = 0;
-  for (const double value : values) sum += value;
-  return sum / double(values.size());
 }
 
 /// One voxel after the other.
@@ -185,35 +166,64 @@ bool has_peaks(const MetaAnalysis& meta) {
                      [](const Member& member) { return !member.has_image; });
 }
 
+ListingStudy listing_of(const Member& member, Eigen::VectorXd row, double assumed_p) {
+  const Sample sample = member.study.sample;
+  const Threshold threshold = threshold_of(member.study);
+  const double t = threshold.assumed ? t_of_p(assumed_p, sample) : threshold.t;
+  ListingStudy study{variance_of_g(sample), hedges_g(t, sample), {}, std::move(row)};
+  for (const Peak& peak : member.peaks) {
+    study.peaks.push_back({peak.mm, peak.g, peak.height_known});
+    // A study that lists lower peaks has a lower threshold than is assumed.
+    if (peak.height_known && peak.g != 0)
+      study.threshold = std::min(study.threshold, std::abs(peak.g));
+  }
+  return study;
+}
+
+double listing_doubt_of(const PeakFit& fit) {
+  double sum = 0;
+  for (const double share : fit.shares) sum += share;
+  return std::hypot(doubt_of_unlisted * (1 - sum / double(fit.shares.size())),
+                    doubt_of_heights * fit.unknown_heights);
+}
+
+JointFit fit_jointly(const MetaAnalysis& meta, const Design& design, const StudyMaps& maps,
+                     Action& action) {
+  JointFacts facts;
+  std::vector<ListingStudy> listing;
+  for (std::size_t s = 0; s < meta.members.size(); ++s) {
+    const Member& member = meta.members[s];
+    if (member.has_image) {
+      ++facts.images;
+      continue;
+    }
+    listing.push_back(listing_of(member, design.basis.row(Eigen::Index(s)).transpose()));
+    facts.thresholds_assumed += threshold_of(member.study).assumed ? 1 : 0;
+  }
+  facts.studies_with_peaks = listing.size();
+  const std::optional<double> tau2 = tau2_of_images(meta, maps);
+  facts.tau2_of_images = tau2.has_value();
+  facts.chosen = choose_assumptions(listing, meta.mask, tau2);
+  action.step();
+  PeakFit fit = fit_peaks(listing, meta.mask, facts.chosen.assumptions);
+  facts.shares = fit.shares;
+  facts.listing_doubt = listing_doubt_of(fit);
+  action.step();
+  return {std::move(listing), std::move(facts), std::move(fit)};
+}
+
 JointEstimate estimate_jointly(const MetaAnalysis& meta, const Design& design,
                                const StudyMaps& maps) {
   const std::size_t p = design.coefficients(), voxels = meta.mask.size();
   JointEstimate joint{std::vector(p, std::vector<float>(voxels)), {}, {}, {}};
   joint.var = joint.info = joint.g;
-  std::vector<ListingStudy> listing;
-  for (std::size_t s = 0; s < meta.members.size(); ++s) {
-    const Member& member = meta.members[s];
-    if (member.has_image) {
-      ++joint.facts.images;
-      continue;
-    }
-    listing.push_back(listing_of(member, design.basis.row(Eigen::Index(s)).transpose()));
-    joint.facts.thresholds_assumed += threshold_of(member.study).assumed ? 1 : 0;
-  }
-  joint.facts.studies_with_peaks = listing.size();
   Action action("Estimating the effects from peaks", 4);
-  const std::optional<double> tau2 = tau2_of_images(meta, maps);
-  joint.facts.tau2_of_images = tau2.has_value();
-  joint.facts.chosen = choose_assumptions(listing, meta.mask, tau2);
-  action.step();
-  const PeakAssumptions& assumptions = joint.facts.chosen.assumptions;
-  const PeakFit fit = fit_peaks(listing, meta.mask, assumptions);
-  joint.facts.shares = fit.shares;
-  joint.facts.listing_doubt = doubt_of_unlisted * (1 - mean_of(fit.shares));
-  action.step();
+  JointFit fitted = fit_jointly(meta, design, maps, action);
+  joint.facts = std::move(fitted.facts);
+  const PeakFit& fit = fitted.fit;
   const PeakEstimates of_peaks = estimates_of(fit, meta.mask);
   action.step();
-  Voxels each(meta, design, maps, of_peaks, assumptions, joint);
+  Voxels each(meta, design, maps, of_peaks, fit.assumptions, joint);
   in_parallel((voxels + piece_voxels - 1) / piece_voxels, [&](std::size_t piece, std::size_t) {
     const std::size_t end = std::min((piece + 1) * piece_voxels, voxels);
     for (std::size_t v = piece * piece_voxels; v < end; ++v) each.estimate(v);

@@ -6,8 +6,10 @@
 // In each voxel the two are independent normal sources of knowledge of the coefficients. An image
 // counts with the variance that its study's g has at the estimate, and the between-study variance.
 
+#include <span>
 #include <vector>
 
+#include "engine/base/progress.h"
 #include "engine/maps/meta_analysis.h"
 #include "engine/model/design.h"
 #include "engine/model/peak_settings.h"
@@ -34,6 +36,27 @@ struct JointEstimate {
 
 /// Whether a study has peaks, so that there is something to estimate jointly.
 bool has_peaks(const MetaAnalysis& meta);
+
+/// A study's peaks as the likelihood takes them, whose threshold is a one-tailed p of assumed_p if
+/// the table does not state it.
+ListingStudy listing_of(const Member& member, Eigen::VectorXd row,
+                        double assumed_p = assumed_threshold_p);
+/// The standard deviation of the mean effect for not knowing how studies choose what they list, by
+/// the shares of their maxima that they list and of their peaks whose height is not told.
+double listing_doubt_of(const PeakFit& fit);
+
+/// So many images tell the between-study variance.
+inline constexpr std::size_t enough_images = 4;
+
+/// The studies that have peaks, some at least, and the fit to them under the assumptions that are
+/// chosen for them and the images, of which there are maps. Counts two steps of the action.
+struct JointFit {
+  std::vector<ListingStudy> listing;
+  JointFacts facts;
+  PeakFit fit;
+};
+JointFit fit_jointly(const MetaAnalysis& meta, const Design& design, const StudyMaps& maps,
+                     Action& action);
 
 /// The estimate, from the studies' maps, of which it takes the images'. Shows progress.
 JointEstimate estimate_jointly(const MetaAnalysis& meta, const Design& design,

@@ -21,7 +21,7 @@ struct Effort {
   int rounds;
   double still;
 };
-constexpr Effort thorough{40, 0.003}, rough{8, 0.01};
+constexpr Effort thorough{40, 0.003}, rough{8, 0.01}, of_profile{8, 0.0002};
 /// A study without a peak is taken to list half of one.
 constexpr double no_peaks = 0.5;
 
@@ -89,19 +89,25 @@ class Likelihood {
 
   [[nodiscard]] const Vector& volumes() const { return volumes_; }
 
-  /// Sets the listed shares by the fields.
-  void set_shares(const Fields& cells, std::vector<double>& shares) {
-    for (Group& group : groups_) {
+  /// Finds the listed shares by the fields, and takes them.
+  void find_shares(const Fields& cells, std::vector<double>& shares) {
+    for (const Group& group : groups_) {
       const Vector effect = effect_of(cells, group.row);
-      group.expected = {};
       for (const std::size_t s : group.studies) {
         double expected = 0;
         for (Eigen::Index c = 0; c < effect.size(); ++c)
           if (volumes_[c] > 0)
             expected += volumes_[c] * likelihoods_[s]->expected.at(effect[c]).value;
         shares[s] = std::min(1.0, std::max(double(listed_[s]), no_peaks) / expected);
-        group.expected.add(likelihoods_[s]->expected, shares[s]);
       }
+    }
+    take_shares(shares);
+  }
+  void take_shares(std::span<const double> shares) {
+    for (Group& group : groups_) {
+      group.expected = {};
+      for (const std::size_t s : group.studies)
+        group.expected.add(likelihoods_[s]->expected, shares[s]);
     }
   }
 
@@ -251,50 +257,120 @@ Fields draw(const PeakFit& fit, std::uint64_t number) {
   return solved(fit, fit.information, b, 0.02);
 }
 
-PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
-               const PeakAssumptions& assumptions, const PeakFit* start, const Effort& effort) {
-  PeakFit fit{assumptions, FieldPrior(assumptions.width), {}, {}, {}};
-  const auto p = std::size_t(studies[0].row.size());
-  fit.noise.assign(p, Vector::Zero(Eigen::Index(FieldPrior::cells())));
-  if (start != nullptr) fit.noise = start->noise;
-  fit.shares.resize(studies.size());
-  Likelihood likelihood(studies, mask, fit);
+/// A search for the mode of the posterior, or of what it is times exp(tilt'z), z the noise of the
+/// first coefficient.
+struct Search {
+  PeakFit& fit;
+  Likelihood& likelihood;
+  const Vector* tilt = nullptr;
   Fields cells = in_cells(fit, fit.noise);
-  for (int round = 0; round < effort.rounds; ++round) {
-    likelihood.set_shares(cells, fit.shares);
+
+  [[nodiscard]] double log_posterior(const Fields& noise, const Fields& in_cells) const {
+    return likelihood.value(noise, in_cells) - dot(noise, noise) / 2;
+  }
+  [[nodiscard]] double target(const Fields& noise, const Fields& in_cells) const {
+    return log_posterior(noise, in_cells) + (tilt != nullptr ? tilt->dot(noise[0]) : 0);
+  }
+  /// A step of Newton's method, as long as it leads up. Returns how far the effects have moved.
+  double step() {
+    const std::size_t p = fit.noise.size();
     Fields b;
     likelihood.derivatives(fit.noise, cells, b, fit.information);
     for (std::size_t j = 0; j < p; ++j) b[j] -= fit.noise[j];
+    if (tilt != nullptr) b[0] += *tilt;
     const Fields step = solved(fit, fit.information, b, 0.1);
-    const double before = likelihood.value(fit.noise, cells) - dot(fit.noise, fit.noise) / 2;
-    double moved = 0;
+    const double before = target(fit.noise, cells);
     for (double length = 1; length > shortest_step; length /= 2) {
       Fields noise = fit.noise;
       for (std::size_t j = 0; j < p; ++j) noise[j] += length * step[j];
       Fields next = in_cells(fit, noise);
-      if (likelihood.value(noise, next) - dot(noise, noise) / 2 < before) continue;
-      moved = moved_by(cells, next, likelihood.volumes());
+      if (target(noise, next) < before) continue;
+      const double moved = moved_by(cells, next, likelihood.volumes());
       fit.noise = std::move(noise);
       cells = std::move(next);
-      break;
+      return moved;
     }
-    if (moved < effort.still) break;
+    return 0;
+  }
+};
+
+PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
+               const PeakAssumptions& assumptions, const FitStart& start, const Effort& effort) {
+  PeakFit fit{assumptions, FieldPrior(assumptions.width), {}, {}, {}, 0};
+  const auto p = std::size_t(studies[0].row.size());
+  fit.noise.assign(p, Vector::Zero(Eigen::Index(FieldPrior::cells())));
+  if (start.near != nullptr) fit.noise = start.near->noise;
+  fit.shares.assign(start.shares.begin(), start.shares.end());
+  fit.shares.resize(studies.size());
+  std::size_t peaks = 0, unknown = 0;
+  for (const ListingStudy& study : studies)
+    for (const ListedPeak& peak : study.peaks) ++peaks, unknown += peak.height_known ? 0 : 1;
+  if (peaks > 0) fit.unknown_heights = double(unknown) / double(peaks);
+  Likelihood likelihood(studies, mask, fit);
+  likelihood.take_shares(fit.shares);
+  Search search{fit, likelihood};
+  for (int round = 0; round < effort.rounds; ++round) {
+    if (start.shares.empty()) likelihood.find_shares(search.cells, fit.shares);
+    if (search.step() < effort.still) break;
   }
   Fields unused;
-  likelihood.derivatives(fit.noise, cells, unused, fit.information);
+  likelihood.derivatives(fit.noise, search.cells, unused, fit.information);
   return fit;
+}
+
+/// What the noise of the first coefficient counts in its mean over the region.
+Vector weights_of(const PeakFit& fit, const Mask& region) {
+  return fit.sd(0) * fit.prior.mean_weights(region);
+}
+
+/// How much the noise goes along with that mean: its covariance with it.
+Fields covariance_with(const PeakFit& fit, const Vector& weights) {
+  Fields b(fit.noise.size(), Vector::Zero(weights.size()));
+  b[0] = weights;
+  return solved(fit, fit.information, b, 0.001);
 }
 
 }  // namespace
 
 PeakFit fit_peaks(std::span<const ListingStudy> studies, const Mask& mask,
-                  const PeakAssumptions& assumptions) {
-  return fitted(studies, mask, assumptions, nullptr, thorough);
+                  const PeakAssumptions& assumptions, const FitStart& start) {
+  return fitted(studies, mask, assumptions, start, thorough);
 }
 
 PeakFit fit_roughly(std::span<const ListingStudy> studies, const Mask& mask,
                     const PeakAssumptions& assumptions, const PeakFit* start) {
-  return fitted(studies, mask, assumptions, start, rough);
+  return fitted(studies, mask, assumptions, {start}, rough);
+}
+
+RegionMean region_mean(const PeakFit& fit, const Mask& region) {
+  const Vector weights = weights_of(fit, region);
+  return {weights.dot(fit.noise[0]), weights.dot(covariance_with(fit, weights)[0])};
+}
+
+std::vector<ProfilePoint> region_profile(const PeakFit& fit, std::span<const ListingStudy> studies,
+                                         const Mask& mask, const Mask& region,
+                                         std::span<const double> standard_errors) {
+  const Vector weights = weights_of(fit, region);
+  const Fields covariance = covariance_with(fit, weights);
+  const double se = std::sqrt(weights.dot(covariance[0]));
+  std::vector<ProfilePoint> points(standard_errors.size() + 1);
+  in_parallel(points.size(), [&](std::size_t i, std::size_t) {
+    // The mode of a tilted posterior is the highest place of the posterior itself among those of
+    // its mean; were the posterior normal, this tilt would move the mean just so far.
+    const double tilted = i == 0 ? 0 : standard_errors[i - 1] / se;
+    PeakFit at = fit;
+    for (std::size_t j = 0; j < at.noise.size(); ++j) at.noise[j] += tilted * covariance[j];
+    Likelihood likelihood(studies, mask, at);
+    likelihood.take_shares(fit.shares);
+    const Vector tilt = tilted * weights;
+    Search search{at, likelihood, &tilt};
+    for (int round = 0; round < of_profile.rounds; ++round)
+      if (search.step() < of_profile.still) break;
+    points[i] = {weights.dot(at.noise[0]), search.log_posterior(at.noise, search.cells)};
+  });
+  const double first = points[0].log_density;
+  for (ProfilePoint& point : points) point.log_density -= first;
+  return points;
 }
 
 Foretold foretold(const PeakFit& fit, const ListingStudy& study, const Mask& mask) {

@@ -61,15 +61,22 @@ struct PeakFit {
   std::vector<double> shares;                ///< the listed share of each study
   std::vector<Eigen::VectorXd> information;  ///< of the cells: the lower triangle, row by row
 
+  double unknown_heights = 0;  ///< the share of the peaks whose height is not told
+
   [[nodiscard]] double sd(std::size_t coefficient) const {
     return coefficient == 0 ? assumptions.effect_sd : assumptions.slope_sd;
   }
 };
 
-/// Fits the fields of all coefficients to the studies' peaks in the mask.
+/// What a fit begins with, and what of it is given instead of found.
+struct FitStart {
+  const PeakFit* near = nullptr;        ///< a fit of much the same; it saves work
+  std::span<const double> shares = {};  ///< the listed share of each study
+};
+
 /// Fits the fields of all coefficients to the studies' peaks in the mask.
 PeakFit fit_peaks(std::span<const ListingStudy> studies, const Mask& mask,
-                  const PeakAssumptions& assumptions);
+                  const PeakAssumptions& assumptions, const FitStart& start = {});
 /// The same, roughly: good enough to compare assumptions. A fit of much the same studies under much
 /// the same assumptions saves work as a start; null for none.
 PeakFit fit_roughly(std::span<const ListingStudy> studies, const Mask& mask,
@@ -80,6 +87,22 @@ struct PeakEstimates {
   std::vector<std::vector<float>> estimates, covariances;
 };
 PeakEstimates estimates_of(const PeakFit& fit, const Mask& mask);
+
+/// The mean of the first coefficient over the voxels of a region, which has some, and its variance.
+struct RegionMean {
+  double mean, variance;
+};
+RegionMean region_mean(const PeakFit& fit, const Mask& region);
+
+/// The highest that the posterior gets where the first coefficient has that mean over the region,
+/// with the listed shares of the fit; as a natural logarithm, relative to the first one's.
+struct ProfilePoint {
+  double mean, log_density;
+};
+/// The profile at the fit's mean of the region and at about so many standard errors from it.
+std::vector<ProfilePoint> region_profile(const PeakFit& fit, std::span<const ListingStudy> studies,
+                                         const Mask& mask, const Mask& region,
+                                         std::span<const double> standard_errors);
 
 /// How well a fit of other studies foretells where a study's peaks in the mask lie and how high
 /// they are: the natural logarithm of their density, per mm³ and unit of g, among all that the

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "engine/base/wording.h"
 #include "engine/report/axis.h"
@@ -33,8 +34,13 @@ Rows rows_for(std::size_t studies) {
 /// press the rest together.
 Axis axis_for(const ForestPlot& plot) {
   std::vector<double> halves;
-  double low = 0, high = 0, lowest = 0, highest = 0;
+  double low = 0, high = 0, lowest = 0, highest = 0, lowest_mark = 0, highest_mark = 0;
   for (const ForestRow& row : plot.rows) {
+    if (!row.known.empty()) {
+      lowest_mark = std::min(lowest_mark, row.mark.value_or(0));
+      highest_mark = std::max(highest_mark, row.mark.value_or(0));
+      continue;
+    }
     const double half = (row.interval.high - row.interval.low) / 2;
     if (!std::isfinite(row.g) || !std::isfinite(half)) continue;
     halves.push_back(half);
@@ -49,6 +55,8 @@ Axis axis_for(const ForestPlot& plot) {
     low = std::max(low, lowest - 3 * *middle);
     high = std::min(high, highest + 3 * *middle);
   }
+  low = std::min(low, lowest_mark);
+  high = std::max(high, highest_mark);
   for (const auto& interval : {plot.prediction.value_or(Interval{0, 0}),
                                plot.pooled ? plot.pooled_interval : Interval{0, 0}}) {
     if (std::isfinite(interval.low)) low = std::min(low, interval.low);
@@ -90,6 +98,22 @@ struct Layout {
   double most_weight;  ///< of a study
 };
 
+/// What is known of a study that has no estimate.
+void draw_known(const Canvas& canvas, const Layout& layout, const ForestRow& row, double y) {
+  constexpr double gap = 12;
+  canvas.text(
+      plot_right + gap, y, row.known,
+      {.size = layout.rows.font, .colour = dim_ink, .width = weight_right - plot_right - gap});
+  if (!row.mark || !layout.axis.shows(*row.mark)) return;
+  cairo_t* context = canvas.context();
+  cairo_new_sub_path(context);
+  cairo_arc(context, layout.axis.at(*row.mark), y, 0.2 * layout.rows.height, 0,
+            2 * std::numbers::pi);
+  cairo_set_line_width(context, 1);
+  canvas.colour(data_colour);
+  cairo_stroke(context);
+}
+
 void draw_row(const Canvas& canvas, const Layout& layout, const ForestRow& row, double y) {
   const Axis& axis = layout.axis;
   const Rows& rows = layout.rows;
@@ -98,6 +122,7 @@ void draw_row(const Canvas& canvas, const Layout& layout, const ForestRow& row, 
   };
   canvas.text(margin, y, row.study, {.size = rows.font, .colour = ink, .width = name_width});
   if (row.n > 0) cell(n_right, Q_count_text(row.n));
+  if (!row.known.empty()) return draw_known(canvas, layout, row, y);
   cell(estimate_right, estimate_text(row.g, row.interval));
   cell(weight_right, decimal_text(row.weight, rows.weight_decimals));
   if (!std::isfinite(row.g) || !std::isfinite(row.interval.low + row.interval.high)) return;

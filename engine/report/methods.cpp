@@ -7,6 +7,7 @@
 #include "engine/base/text_file.h"
 #include "engine/base/wording.h"
 #include "engine/maps/path_map.h"
+#include "engine/model/joint_estimate.h"
 #include "engine/report/sources.h"
 #include "util/text.h"
 
@@ -69,6 +70,11 @@ void describe_studies(Paragraph& text, const MethodsFacts& facts) {
       text.sentence("A voxel-based meta-analysis of " + studies + " was conducted");
       return;
     case Analysis::extraction:
+      if (facts.estimated_from_peaks) {
+        text.sentence("The effect in the mask '" + readable(facts.mask_of_extraction) +
+                      "', as its mean over the voxels, was estimated from " + studies);
+        return;
+      }
       text.sentence("The effects of " + studies + " were extracted from the mask '" +
                     readable(facts.mask_of_extraction) + "' in their maps of effect sizes");
       return;
@@ -137,7 +143,11 @@ void describe_maps(Paragraph& text, const MethodsFacts& facts) {
   if (facts.talairach)
     text.sentence("Coordinates in Talairach space were transformed to MNI space" +
                   text.cited({sources::lancaster}));
-  if (with_peaks > 0) describe_kernel(text, facts);
+  // A region's effect does not depend on the kernel.
+  const bool is_region = facts.analysis == Analysis::extraction && facts.estimated_from_peaks;
+  if (with_peaks > 0 && !is_region) describe_kernel(text, facts);
+  if (facts.unknown_heights && is_region)
+    text.sentence("Of peaks reported without their height the place and the sign were used");
   if (!facts.mask.empty())
     text.sentence("The analysis was confined to the mask '" + readable(facts.mask) +
                   "' in MNI space, with voxels of 2 mm");
@@ -161,6 +171,10 @@ void describe_likelihood(Paragraph& text, const MethodsFacts& facts) {
       (facts.studies_with_images > 0
            ? ", together with the images, weighted by the inverse of their variances"
            : ""));
+  if (facts.analysis == Analysis::extraction)
+    text.sentence(
+        "The estimate was repeated with other thresholds of significance, shares of listed maxima "
+        "and smoothness, to see how it depends on what is assumed of them");
 }
 
 /// How single values are analysed by REML.
@@ -307,7 +321,12 @@ Methods methods_of(const MethodsFacts& facts) {
   else
     describe_maps(text, facts);
   describe_model(text, facts);
-  if (facts.analysis == Analysis::extraction && facts.studies >= 3)
+  const bool of_images = facts.estimated_from_peaks && facts.studies_with_images >= enough_images;
+  if (facts.analysis == Analysis::extraction && of_images)
+    text.sentence("Heterogeneity was described by Q and I² of the images alone" +
+                  text.cited({sources::higgins}));
+  if (facts.analysis == Analysis::extraction && facts.studies >= 3 &&
+      (of_images || !facts.estimated_from_peaks))
     text.sentence("Asymmetry of the funnel plot was tested by the regression of Egger's test" +
                   text.cited({sources::egger}));
   if (facts.analysis == Analysis::globals) describe_globals(text, facts);

@@ -19,6 +19,10 @@ struct ForestRow {
   double g;
   Interval interval;  ///< 95 %
   double weight;      ///< share in the pooled estimate, in %
+  /// Of a study that has no estimate: what is known instead, written in the place of one, and where
+  /// on the axis a hollow mark stands for it, if anywhere.
+  std::string known = {};
+  std::optional<double> mark = {};
 };
 
 struct ForestPlot {
@@ -34,6 +38,7 @@ struct ForestPlot {
 
 /// A forest plot: a line for each study with its name, number of participants, estimate with its
 /// interval and weight, the area of its square as its weight, and the pooled estimate as a diamond.
+/// A study without an estimate has words instead, and no weight.
 /// Many studies take several pictures, each with the axis; the pooled estimate is on the last.
 /// Without rows there is no picture.
 std::vector<Picture> forest_plot(const ForestPlot& plot);
@@ -55,5 +60,20 @@ struct FunnelPlot {
 /// estimate and the region pooled ± 1.96 standard errors (Sterne and Egger 2001, Journal of
 /// Clinical Epidemiology 54:1046).
 Picture funnel_plot(const FunnelPlot& plot);
+
+struct DensityPoint {
+  double x, density;  ///< the highest density is 1
+};
+
+struct DensityPlot {
+  std::vector<DensityPoint> points;  ///< by rising x, two at least
+  double estimate = 0;
+  Interval interval{};  ///< 95 %
+  std::string axis = "Hedges' g";
+};
+
+/// A density as a curve above its axis, with an estimate and its interval as lines, and as a dashed
+/// curve the normal density of that estimate and interval.
+Picture density_plot(const DensityPlot& plot);
 
 }  // namespace kvo::report

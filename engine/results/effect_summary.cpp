@@ -11,11 +11,6 @@ namespace kvo::results {
 
 namespace {
 
-Interval interval_of(const Effect& effect) {
-  const double half = interval_z * std::sqrt(effect.variance);
-  return {effect.g - half, effect.g + half};
-}
-
 std::string quoted_for_file(const std::string& text) {
   return text.find_first_of("#\"") == std::string::npos ? text : in_quotes(text);
 }
@@ -46,6 +41,11 @@ void add_plots(HtmlReport& report, std::span<const StudyEffect> studies, const P
 }
 
 }  // namespace
+
+Interval interval_of(const Effect& effect) {
+  const double half = interval_z * std::sqrt(effect.variance);
+  return {effect.g - half, effect.g + half};
+}
 
 std::size_t participants_of(std::span<const StudyEffect> studies) {
   std::size_t participants = 0;

@@ -27,6 +27,8 @@ std::vector<Effect> effects_of(std::span<const StudyEffect> studies);
 
 /// "0.102 to 0.326".
 std::string interval_text(const Interval& interval);
+/// The 95 % interval of a study's effect.
+Interval interval_of(const Effect& effect);
 /// "0.214 (95 % interval 0.102 to 0.326), z = 3.75, p = 0.00018"; of t, "t = 3.75 (df = 20), p =
 /// …".
 std::string estimate_text(const Estimate& estimate);

@@ -1,4 +1,7 @@
-// The values of the studies inside a mask: one effect a study, pooled.
+// The effect inside a mask. Where all studies have images, it is their mean values there, pooled;
+// where some have peaks, the estimate by the peaks' likelihood.
+
+#include <algorithm>
 
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
@@ -6,8 +9,11 @@
 #include "engine/base/refusal.h"
 #include "engine/base/wording.h"
 #include "engine/maps/meta_analysis.h"
+#include "engine/model/region_estimate.h"
 #include "engine/results/effect_summary.h"
+#include "engine/results/estimate_record.h"
 #include "engine/results/map_facts.h"
+#include "engine/results/region_summary.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 #include "util/text.h"
@@ -68,18 +74,34 @@ Effect effect_in(const PpRecord& record, const Mask& mask, const std::string& st
   return {mean_of(read_effects(record, study, mask)), mean_of(read_variances(record, study, mask))};
 }
 
-void extract_effects(Extraction& extraction) {
+/// The effects of the studies that have images.
+std::vector<std::optional<Effect>> effects_of_images(const Extraction& extraction) {
   const std::vector<Member>& members = extraction.meta.members;
-  Action action("Extracting the values of " + Q_counted(members.size(), "study", "studies"),
-                members.size(), 30);
-  extraction.studies.resize(members.size());
+  const auto images = std::size_t(std::count_if(
+      members.begin(), members.end(), [](const Member& member) { return member.has_image; }));
+  std::vector<std::optional<Effect>> effects(members.size());
+  if (images == 0) return effects;
+  Action action("Extracting the values of " + Q_counted(images, "study", "studies"), images, 30);
   in_parallel(members.size(), [&](std::size_t i, std::size_t) {
-    const Study& study = members[i].study;
-    extraction.studies[i] = {study.name, participants_of(study.sample),
-                             effect_in(extraction.meta.record, extraction.used, study.name)};
+    if (!members[i].has_image) return;
+    effects[i] = effect_in(extraction.meta.record, extraction.used, members[i].study.name);
     action.step();
   });
   action.finish();
+  return effects;
+}
+
+/// The maps of the studies that have images.
+StudyMaps maps_of_images(const MetaAnalysis& meta) {
+  StudyMaps maps;
+  maps.g.resize(meta.members.size());
+  maps.var.resize(meta.members.size());
+  in_parallel(meta.members.size(), [&](std::size_t s, std::size_t) {
+    if (!meta.members[s].has_image) return;
+    maps.g[s] = read_effects(meta.record, meta.members[s].study.name, meta.mask);
+    maps.var[s] = read_variances(meta.record, meta.members[s].study.name, meta.mask);
+  });
+  return maps;
 }
 
 Summary summary_of(std::span<const StudyEffect> studies) {
@@ -143,32 +165,15 @@ std::vector<Fact> facts_of(const Extraction& extraction, const Summary& summary)
   return facts;
 }
 
-// Such effects are those of the sample sizes, not of what was measured.
-constexpr const char* unknown_heights_text =
-    "Peaks of unknown height were given that of the study's significance threshold. This makes the "
-    "studies look more alike than they are: heterogeneity and Egger's test are not to be relied "
-    "on.";
-
-std::string report_of(const Command& command, const Extraction& extraction,
-                      const Summary& summary) {
+/// The end of a report: how the values came about.
+std::string finish(HtmlReport& report, const Command& command, const Extraction& extraction,
+                   std::size_t participants, bool from_peaks) {
   MapFacts known = facts_of_map("", all_verbs());
-  HtmlReport report("Values within the mask '" + extraction.mask + "'",
-                    "One effect for each study: the mean of its map inside the mask");
-  report.heading("Result");
-  report.facts(facts_of(extraction, summary));
-  if (known.methods.unknown_heights) report.paragraph(unknown_heights_text);
-  report.heading("Studies");
-  report.table(effect_html(extraction.studies, summary.pool.weights));
-  add_pool_plots(report, extraction.studies, summary.pool, summary.egger);
-  if (!summary.without.empty()) {
-    report.heading("Leave-one-out");
-    report.paragraph("The pooled effect of all studies but one.");
-    report.table(leave_one_out_html(extraction.studies, summary.without));
-  }
   known.methods.analysis = MethodsFacts::Analysis::extraction;
-  known.methods.studies = extraction.studies.size();
-  known.methods.participants = participants_of(extraction.studies);
+  known.methods.studies = extraction.meta.members.size();
+  known.methods.participants = participants;
   known.methods.mask_of_extraction = extraction.mask;
+  known.methods.estimated_from_peaks = from_peaks;
   report.heading("What was run");
   if (const std::string made = command_of_image(extraction.mask_path); !made.empty())
     known.commands.push_back(made);
@@ -177,6 +182,129 @@ std::string report_of(const Command& command, const Extraction& extraction,
   report.facts(known.facts);
   report.methods(methods_of(known.methods));
   return report.finish();
+}
+
+std::string report_of(const Command& command, const Extraction& extraction,
+                      const Summary& summary) {
+  HtmlReport report("Values within the mask '" + extraction.mask + "'",
+                    "One effect for each study: the mean of its map inside the mask");
+  report.heading("Result");
+  report.facts(facts_of(extraction, summary));
+  report.heading("Studies");
+  report.table(effect_html(extraction.studies, summary.pool.weights));
+  add_pool_plots(report, extraction.studies, summary.pool, summary.egger);
+  if (!summary.without.empty()) {
+    report.heading("Leave-one-out");
+    report.paragraph("The pooled effect of all studies but one.");
+    report.table(leave_one_out_html(extraction.studies, summary.without));
+  }
+  return finish(report, command, extraction, participants_of(extraction.studies), false);
+}
+
+void write_files(Outputs& outputs, const Extraction& extraction, const std::string& text,
+                 const std::vector<std::vector<std::string>>& rows, const std::string& html) {
+  outputs.write_text(output_name(extraction.mask, ".txt"), text);
+  outputs.write_text(output_name(extraction.mask, ".csv"), effect_csv(rows));
+  outputs.write_text(output_name(extraction.mask, ".html"), html);
+  outputs.commit();
+}
+
+void extract_images(Outputs& outputs, const Command& command, const Extraction& extraction) {
+  const Summary summary = summary_of(extraction.studies);
+  const auto rows = effect_rows(extraction.studies, summary.pool.weights);
+  write_files(outputs, extraction, text_file_of(extraction, summary, rows), rows,
+              report_of(command, extraction, summary));
+  say_summary(extraction, summary);
+}
+
+/// The region where studies have peaks.
+struct Region {
+  std::vector<StudyInRegion> studies;
+  RegionEstimate estimate;
+  /// Of the images alone, if there are enough of them.
+  std::optional<Summary> images;
+  std::size_t participants = 0;
+};
+
+Region region_of(const Extraction& extraction,
+                 const std::vector<std::optional<Effect>>& of_images) {
+  const MetaAnalysis& meta = extraction.meta;
+  Region region;
+  for (std::size_t s = 0; s < meta.members.size(); ++s) {
+    const Member& member = meta.members[s];
+    const std::size_t n = participants_of(member.study.sample);
+    region.studies.push_back(
+        {member.study.name, n, of_images[s], peaks_nearby(member.peaks, extraction.used)});
+    region.participants += n;
+  }
+  if (const auto images = with_images(region.studies); images.size() >= enough_images)
+    region.images = summary_of(images);
+  region.estimate = estimate_region(meta, maps_of_images(meta), of_images, extraction.used);
+  return region;
+}
+
+/// How the studies differ, as far as that is known.
+std::vector<Fact> differences_of(const Region& region) {
+  if (!region.images)
+    return {{"Heterogeneity, prediction interval and Egger's test", withheld_text}};
+  const PooledEffect& pool = region.images->pool;
+  const std::string of_images =
+      "of the " + Q_counted(region.estimate.facts.images, "image", "images") + " alone: ";
+  std::vector<Fact> facts = {{"Heterogeneity", of_images + heterogeneity_text(pool.heterogeneity)}};
+  if (pool.prediction)
+    facts.push_back({"95 % prediction interval", of_images + decimal_text(pool.prediction->low, 3) +
+                                                     " to " +
+                                                     decimal_text(pool.prediction->high, 3)});
+  facts.push_back({"Egger's test", of_images + egger_text(region.images->egger)});
+  return facts;
+}
+
+std::string text_file_of(const Extraction& extraction, const Region& region,
+                         const std::vector<std::vector<std::string>>& rows) {
+  ResultTable table(rows.front());
+  for (const auto& row : std::span(rows).subspan(1)) table.row(row);
+  table.value("mask", extraction.mask);
+  table.value("mask_voxels", double(extraction.mask_voxels));
+  table.value("used_voxels", double(extraction.used.size()));
+  table.value("studies", double(region.studies.size()));
+  table.value("participants", double(region.participants));
+  add_values(table, region.estimate);
+  if (region.images) {
+    table.value("heterogeneity", "of the images alone");
+    table.values(region.images->pool.heterogeneity);
+    table.values(region.images->egger);
+  } else {
+    table.value("heterogeneity", withheld_text);
+  }
+  return table.text();
+}
+
+std::string report_of(const Command& command, const Extraction& extraction, const Region& region) {
+  HtmlReport report("Effect within the mask '" + extraction.mask + "'",
+                    "The mean over the mask's voxels, estimated from all that the studies know");
+  report.heading("Result");
+  std::vector<Fact> facts = {
+      {"Studies", Q_counted(region.studies.size(), "study", "studies") + " with " +
+                      Q_counted(region.participants, "participant", "participants")},
+      {"Voxels", voxels_text(extraction)},
+      {"Hedges' g of the region", estimate_text(region.estimate.estimate)}};
+  for (Fact& fact : differences_of(region)) facts.push_back(std::move(fact));
+  for (Fact& fact : estimate_facts(region.estimate.facts)) facts.push_back(std::move(fact));
+  report.facts(facts);
+  add_region(report, region.studies, region.estimate);
+  return finish(report, command, extraction, region.participants, true);
+}
+
+void extract_from_peaks(Outputs& outputs, const Command& command, const Extraction& extraction,
+                        const std::vector<std::optional<Effect>>& of_images) {
+  const Region region = region_of(extraction, of_images);
+  const auto rows = region_rows(region.studies, region.estimate);
+  write_files(outputs, extraction, text_file_of(extraction, region, rows), rows,
+              report_of(command, extraction, region));
+  say("Voxels: " + voxels_text(extraction));
+  say("Estimated g: " + estimate_text(region.estimate.estimate));
+  for (const Fact& fact : differences_of(region)) say(fact.label + ": " + fact.text);
+  for (const Fact& fact : estimate_facts(region.estimate.facts)) say(fact.label + ": " + fact.text);
 }
 
 }  // namespace
@@ -188,17 +316,17 @@ void check_extract(const Command& command) {
 void run_extract(const Command& command) {
   Outputs outputs;
   Extraction extraction = prepare_extract(command);
-  extract_effects(extraction);
-  const Summary summary = summary_of(extraction.studies);
-  const auto rows = effect_rows(extraction.studies, summary.pool.weights);
-  const std::string& mask = extraction.mask;
-  const std::string report = output_name(mask, ".html");
-  outputs.write_text(output_name(mask, ".txt"), text_file_of(extraction, summary, rows));
-  outputs.write_text(output_name(mask, ".csv"), effect_csv(rows));
-  outputs.write_text(report, report_of(command, extraction, summary));
-  outputs.commit();
-  say_summary(extraction, summary);
-  say("Report: " + report);
+  const std::vector<std::optional<Effect>> effects = effects_of_images(extraction);
+  if (has_peaks(extraction.meta)) {
+    extract_from_peaks(outputs, command, extraction, effects);
+  } else {
+    for (std::size_t s = 0; s < effects.size(); ++s) {
+      const Study& study = extraction.meta.members[s].study;
+      extraction.studies.push_back({study.name, participants_of(study.sample), *effects[s]});
+    }
+    extract_images(outputs, command, extraction);
+  }
+  say("Report: " + output_name(extraction.mask, ".html"));
 }
 
 }  // namespace kvo::verbs
