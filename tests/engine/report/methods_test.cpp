@@ -45,6 +45,7 @@ MethodsFacts facts_of(Analysis analysis, const std::string& told) {
     if (name == "term") f.term = fact[1];
     if (name == "talairach") f.talairach = true;
     if (name == "unknown_heights") f.unknown_heights = true;
+    if (name == "from_peaks") f.estimated_from_peaks = true;
     if (name == "error") f.error_assumed = f.better_scenario = true;
     if (name == "tolerable_p") f.tolerable_p = number;
     if (name == "p") thresholds.p = number;
@@ -98,6 +99,12 @@ TEST(Methods, SaysWhatWasDone) {
        "divided by \u221A2|tolerable p of 0.1 stays", "Hedges"},
       {Analysis::extraction, "randomizations=500", "'Left amygdala'|Egger et al. 1997|pooled with",
        "in each voxel|seed"},
+      {Analysis::extraction, "from_peaks unknown_heights images=3",
+       "effect in the mask 'Left amygdala', as its mean|peaks reported without their height the "
+       "place|together with the images|repeated with other thresholds",
+       "kernel|pooled with|Egger|threshold of their study implies"},
+      {Analysis::extraction, "from_peaks images=4", "Egger et al. 1997|of the images alone",
+       "kernel|pooled with"},
       {Analysis::globals, "randomizations=500", "global values of 21 studies|Hedges' g",
        "kernel|voxel|seed|Egger"},
   };
@@ -129,7 +136,7 @@ TEST(Methods, IsGrammaticalAndListsWhatItCites) {
     for (const std::string studies : {"1", "2", "25"})
       for (const std::string images : {"0", "1", "2", "25"})
         for (const std::string anisotropy : {"0", "0.5 error", "1 error"})
-          for (const std::string times : {"0", "1 talairach unknown_heights", "500"}) {
+          for (const std::string times : {"0", "1 talairach unknown_heights from_peaks", "500"}) {
             const Methods methods = methods_of(facts_of(
                 analysis, "studies=" + studies + " images=" + images + " anisotropy=" + anisotropy +
                               " tolerable_p=0.1 p=0.005 peak_z=1 extent=" + times +
