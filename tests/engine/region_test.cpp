@@ -49,7 +49,7 @@ constexpr const char* preprocess = "pp gray_matter, 0, 10, gray_matter, 1";
 void write_folder(const Installation& engine) {
   write_studies(studies);
   write_text("study0.peaks.txt", "# space: MNI\n-60 40 40 5\n");
-  write_text("study1.peaks.txt", "# space: MNI\n24 -14 6 n\n36 -20 2 n\n");
+  write_text("study1.peaks.txt", "# space: MNI\n24 -14 6 n\n34 -16 2 n\n");
   write_mask("mask_one.nii.gz", {{24, -14, 6}});
   write_mask("mask_some.nii.gz", {{24, -14, 6}, {26, -14, 6}, {28, -12, 4}, {20, -20, 0}});
   write_mask(engine.share() / "mask_brain.nii.gz", box_voxels());

@@ -124,8 +124,8 @@ std::set<std::string> names_and_years(const char* pattern, const std::string& te
   return found;
 }
 
-constexpr const char* citation = "([A-Z]\\w+)(?: and [A-Z]\\w+| et al\\.)? ([0-9]{4})";
-constexpr const char* reference = "^(\\w+)[^(]*\\((\\d{4})\\)";
+constexpr const char* citation = "([A-Z][^\\s(),;]+)(?: and [A-Z]\\w+| et al\\.)? ([0-9]{4})";
+constexpr const char* reference = "^(\\S+)[^(]*\\((\\d{4})\\)";
 constexpr const char* bad_grammar =
     "  | [,.;:)]|\\( |[,.;:]{2}|\\b1 (studies|voxels|randomizations)|"
     "\\b(2|25|500) (study|voxel|randomization)\\b|\\. [a-z]|\\band and";

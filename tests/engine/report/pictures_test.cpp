@@ -406,7 +406,7 @@ TEST(DensityPlot, PlacesCurveEstimateAndInterval) {
   plot.estimate = 0.5;
   plot.interval = {0.2, 0.8};
   // Highest at 0.9, where neither the estimate nor the normal density of the interval is.
-  plot.points = {{0, 0}, {0.9, 1}, {1, 0}};
+  plot.points = {{0, 0}, {0.85, 0}, {0.9, 1}, {0.95, 0}, {1, 0}};
   const Pixels pixels = decoded(density_plot(plot).png);
   const double at_0 = 2 * 120, unit = 2 * 480;
   EXPECT_NEAR(area(pixels, is_data, 0, pixels.width, 0, 60).x, at_0 + 0.9 * unit, 8);
