@@ -21,7 +21,7 @@ struct Effort {
   int rounds;
   double still;
 };
-constexpr Effort thorough{40, 0.003}, rough{8, 0.01}, of_profile{8, 0.0002};
+constexpr Effort thorough{40, 0.001}, rough{8, 0.01}, of_profile{8, 0.0002};
 /// A study without a peak is taken to list half of one.
 constexpr double no_peaks = 0.5;
 

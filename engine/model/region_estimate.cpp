@@ -73,7 +73,9 @@ class Variations {
 
   std::vector<Sensitivity> estimate(Action& action) {
     in_parallel(planned_.size(), [&](std::size_t i, std::size_t) {
-      planned_[i].estimate = with(planned_[i].of, planned_[i].value);
+      const Sensitivity& one = planned_[i];
+      const bool is_as_assumed = one.of == Of::threshold && one.value == assumed_threshold_p;
+      planned_[i].estimate = is_as_assumed ? estimate_with(joint_.fit) : with(one.of, one.value);
       action.step();
     });
     return planned_;
@@ -120,7 +122,10 @@ class Variations {
       assumptions.smoothness *= value;
     }
     const PeakFit fit = fit_peaks(listing, meta_.mask, assumptions, start);
-    return estimate_of(together(of_peaks(fit, region_), of_images(values_, assumptions.tau2)));
+    return estimate_with(fit);
+  }
+  [[nodiscard]] Estimate estimate_with(const PeakFit& fit) const {
+    return estimate_of(together(of_peaks(fit, region_), of_images(values_, fit.assumptions.tau2)));
   }
 
   const MetaAnalysis& meta_;

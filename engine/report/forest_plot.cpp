@@ -15,6 +15,8 @@ namespace {
 constexpr int sheet_width = 720, margin = 14;
 constexpr double name_width = 196, n_right = 252, plot_left = 266, plot_right = 500;
 constexpr double estimate_right = 634, weight_right = sheet_width - margin;
+/// Where the words begin of a study that has no estimate.
+constexpr double known_left = plot_right + 12;
 constexpr int header_height = 24, title_height = 26, axis_height = 46, line_height = 20;
 
 /// How large the rows are, and how many of them a picture has.
@@ -37,8 +39,10 @@ Axis axis_for(const ForestPlot& plot) {
   double low = 0, high = 0, lowest = 0, highest = 0, lowest_mark = 0, highest_mark = 0;
   for (const ForestRow& row : plot.rows) {
     if (!row.known.empty()) {
-      lowest_mark = std::min(lowest_mark, row.mark.value_or(0));
-      highest_mark = std::max(highest_mark, row.mark.value_or(0));
+      const double mark = row.mark.value_or(0);
+      if (!std::isfinite(mark)) continue;
+      lowest_mark = std::min(lowest_mark, mark);
+      highest_mark = std::max(highest_mark, mark);
       continue;
     }
     const double half = (row.interval.high - row.interval.low) / 2;
@@ -100,10 +104,8 @@ struct Layout {
 
 /// What is known of a study that has no estimate.
 void draw_known(const Canvas& canvas, const Layout& layout, const ForestRow& row, double y) {
-  constexpr double gap = 12;
-  canvas.text(
-      plot_right + gap, y, row.known,
-      {.size = layout.rows.font, .colour = dim_ink, .width = weight_right - plot_right - gap});
+  canvas.text(known_left, y, row.known,
+              {.size = layout.rows.font, .colour = dim_ink, .width = weight_right - known_left});
   if (!row.mark || !layout.axis.shows(*row.mark)) return;
   cairo_t* context = canvas.context();
   cairo_new_sub_path(context);
@@ -182,14 +184,20 @@ void draw_frame(const Canvas& canvas, const Axis& axis, const ForestPlot& plot, 
   draw_horizontal_axis(canvas, axis, bottom, plot.axis);
 }
 
-void draw_header(const Canvas& canvas, double y) {
+void draw_header(const Canvas& canvas, const ForestPlot& plot, double y) {
   const auto title = [&](double x, const char* text, Align align) {
     canvas.text(x, y, text, {.size = 10.5, .colour = dim_ink, .align = align, .bold = true});
   };
   title(margin, "Study", Align::left);
   title(n_right, "n", Align::right);
-  title(estimate_right, "Estimate [95 % CI]", Align::right);
-  title(weight_right, "Weight (%)", Align::right);
+  const bool has_estimates = std::any_of(plot.rows.begin(), plot.rows.end(),
+                                         [](const ForestRow& row) { return row.known.empty(); });
+  if (has_estimates) {
+    title(estimate_right, "Estimate [95 % CI]", Align::right);
+    title(weight_right, "Weight (%)", Align::right);
+  } else {
+    title(known_left, "What is known", Align::left);
+  }
   canvas.colour(faint);
   canvas.line(margin, y + header_height / 2.0, weight_right, y + header_height / 2.0, 1);
 }
@@ -219,7 +227,7 @@ Picture draw_page(const ForestPlot& plot, const Layout& layout, std::size_t begi
   if (!plot.title.empty())
     canvas.text(margin, margin / 2.0 + title_height / 2.0, plot.title,
                 {.size = 13, .colour = ink, .bold = true, .width = sheet_width - 2.0 * margin});
-  draw_header(canvas, head - header_height / 2.0);
+  draw_header(canvas, plot, head - header_height / 2.0);
   draw_frame(canvas, axis, plot, head, head + body);
   double y = head + 3 + rows.height / 2.0;
   for (std::size_t i = begin; i < end; ++i, y += rows.height)

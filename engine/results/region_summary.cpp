@@ -14,11 +14,11 @@ namespace {
 constexpr const char* missing = "NA";
 
 /// "2 peaks nearby, g up to 0.83", or the words that stand for no peak.
-std::string listed_text(const PeaksNearby& peaks) {
+std::string listed_text(const PeaksNearby& peaks, bool tells_inside) {
   if (peaks.nearby == 0) return "nothing listed here";
   std::string text = Q_counted(peaks.nearby, "peak", "peaks") +
                      (peaks.inside == peaks.nearby ? " inside" : " nearby");
-  if (peaks.inside > 0 && peaks.inside < peaks.nearby)
+  if (tells_inside && peaks.inside > 0 && peaks.inside < peaks.nearby)
     text += ", " + Q_count_text(peaks.inside) + " of them inside";
   if (!peaks.highest->height_known) return text + ", of unknown height";
   const double g = peaks.highest->g;
@@ -32,7 +32,7 @@ struct Assumption {
 };
 
 Assumption assumption_of(const Sensitivity& sensitivity) {
-  const std::string value = text_of(sensitivity.value);
+  const std::string value = decimals_of(sensitivity.value);
   switch (sensitivity.of) {
     case Sensitivity::Of::threshold:
       return {"One-tailed p < " + value + " as the threshold where the table states none",
@@ -90,7 +90,7 @@ ForestPlot forest_of(std::span<const StudyInRegion> studies, const RegionEstimat
           {study, n, effect->g, interval_of(*effect), estimate.weights[s].value_or(0)});
       continue;
     }
-    ForestRow row{study, n, 0, {}, 0, listed_text(peaks)};
+    ForestRow row{study, n, 0, {}, 0, listed_text(peaks, false)};
     if (peaks.highest && peaks.highest->height_known) row.mark = peaks.highest->g;
     plot.rows.push_back(std::move(row));
   }
@@ -118,18 +118,26 @@ void add_curve(HtmlReport& report, const RegionEstimate& estimate) {
   report.heading("How likely each effect is");
   report.picture(
       density_plot(plot),
-      "Posterior density of the region’s effect, relative to the highest: for each effect the "
-      "highest that the posterior gets with it, widened by the doubt about what is listed. Dashed: "
-      "the normal density that the estimate (line) and the 95 % interval (shaded) are taken from.");
+      "Posterior density of the region’s effect, relative to the highest: its profile, which is "
+      "for "
+      "each effect the highest that the posterior gets with it and the listed shares found, "
+      "widened "
+      "by the doubt about what is listed. Dashed: the normal density that the estimate (line) and "
+      "the 95 % interval (shaded) are taken from.");
 }
 
 void add_sensitivity(HtmlReport& report, const RegionEstimate& estimate) {
   report.heading("Sensitivity");
   std::string text =
-      "The estimate under other assumptions than those that were made; the listed shares are given "
-      "then, as a part of those found, instead of found anew.";
+      "The estimate under other assumptions than those that were made. Listed shares are found "
+      "anew "
+      "under each, except where they are given as so many times those found. The smoothness of the "
+      "maps sets how many maxima there are, and so which share is listed: that moves the doubt "
+      "about what is listed and the interval rather than the estimate.";
   if (estimate.facts.thresholds_assumed == 0)
     text += " The table states the threshold of every study with peaks, so there is none to vary.";
+  else
+    text += " A study that lists peaks below such a threshold has that of its lowest peak.";
   report.paragraph(text);
   HtmlTable table = estimates_html("Assumption");
   table.rows.push_back(estimate_row("As estimated", estimate.estimate));
@@ -156,7 +164,7 @@ void add_leave_one_out(HtmlReport& report, std::span<const StudyInRegion> studie
 
 std::string known_text(const StudyInRegion& study) {
   if (study.effect) return "image";
-  std::string text = listed_text(study.peaks);
+  std::string text = listed_text(study.peaks, true);
   if (!study.peaks.highest) return text;
   const Eigen::Vector3d& mm = study.peaks.highest->mm;
   return text + " at " + std::to_string(std::lround(mm[0])) + "," +

@@ -32,8 +32,9 @@ std::vector<StudyEffect> with_images(std::span<const StudyInRegion> studies);
 
 /// Why peaks do not tell how studies differ.
 inline constexpr const char* withheld_text =
-    "cannot be told from peaks: what a study lists are the highest places of its map, and they say "
-    "little of its value here";
+    "cannot be told from peaks, as a study lists the highest places of its map, which say little "
+    "of "
+    "its value in the whole region";
 
 /// The header and the rows of the studies: study, n, g, variance, standard error, weight in %, and
 /// what is listed; NA where there is no such thing.

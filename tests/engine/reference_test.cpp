@@ -228,6 +228,10 @@ std::vector<std::size_t> voxels_of(const fs::path& mask, const auto& inside) {
 void write_folder_of_extractions(const Installation& engine) {
   enter(engine, "extract");
   write_studies(9);
+  for (int s = 0; s < 9; ++s) {
+    fs::remove("study" + std::to_string(s) + ".peaks.txt");
+    write_t_image("study" + std::to_string(s), s);
+  }
   Image atlas = image_of(0);
   for (std::size_t i = 0; i < atlas.values.size(); ++i)
     atlas.values[i] = float(i % 53) + (i % 3 == 0 ? 0.47F : i % 3 == 1 ? 0.99F : 0.F);
@@ -368,7 +372,7 @@ TEST(Reference, HasNoTestForAsymmetryOfTooFewOrEqualStudies) {
     std::string table = "study n1\n";
     for (int s = 0; s < studies; ++s) {
       table += "s" + std::to_string(s) + " 20\n";
-      write_text("s" + std::to_string(s) + ".peaks.txt", "# space: MNI\n");
+      write_t_image("s" + std::to_string(s), 1);
     }
     write_text("kvo_table.txt", table);
     engine.must_run({"pp gray_matter, 0, 10, gray_matter, 1"});

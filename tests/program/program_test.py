@@ -115,7 +115,7 @@ class ProgramTest(unittest.TestCase):
         # That the numbers are right is the matter of the manual's test.
         self.assertRegex(console, r"\n +1  positive +\d+ +\d+ +-?\d+,-?\d+,-?\d+ +\d\.\d{3}  .*\n")
         self.assertIn("  Right insula, BA 48\n", console)
-        self.assertRegex(console, r"Pooled g: 0\.\d{3} \(95 % interval")
+        self.assertRegex(console, r"Estimated g: \d\.\d{3} \(95 % interval")
         for report in ("MyMean_z_p_0.00500_1.000_10.html", "extract_Right_insula.html"):
             self.assertIn(report, console)
             self.assertTrue(os.path.exists(self.path(report)), report)

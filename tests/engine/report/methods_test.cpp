@@ -45,7 +45,7 @@ MethodsFacts facts_of(Analysis analysis, const std::string& told) {
     if (name == "term") f.term = fact[1];
     if (name == "talairach") f.talairach = true;
     if (name == "unknown_heights") f.unknown_heights = true;
-    if (name == "likelihood") f.estimated_from_peaks = true;
+    if (name == "from_peaks") f.estimated_from_peaks = true;
     if (name == "error") f.error_assumed = f.better_scenario = true;
     if (name == "reml") f.restricted_likelihood = f.hartung_knapp = true;
     if (name == "pool") f.prediction_interval = f.small_study_test = true;
@@ -75,7 +75,7 @@ TEST(Methods, SaysWhatWasDone) {
       {Analysis::mean, "studies=1",
        "1 study with 25 participants was conducted|coordinates of the study were used|single study",
        "pooled|each study|in total"},
-      {Analysis::mean, "likelihood randomizations=500",
+      {Analysis::mean, "from_peaks randomizations=500",
        "local maxima of a smooth random field|Bardeen et al. 1986|not taken for no effect|"
        "For the test of convergence|500 randomizations",
        "DerSimonian|together with the images"},
@@ -106,6 +106,12 @@ TEST(Methods, SaysWhatWasDone) {
        "divided by \u221A2|tolerable p of 0.1 stays", "Hedges"},
       {Analysis::extraction, "randomizations=500", "'Left amygdala'|Egger et al. 1997|pooled with",
        "in each voxel|seed"},
+      {Analysis::extraction, "from_peaks unknown_heights images=3",
+       "effect in the mask 'Left amygdala', as its mean|peaks reported without their height the "
+       "place|together with the images|repeated with other thresholds",
+       "kernel|pooled with|Egger|threshold of their study implies"},
+      {Analysis::extraction, "from_peaks images=4", "Egger et al. 1997|of the images alone",
+       "kernel|pooled with"},
       {Analysis::globals, "randomizations=500 pool",
        "global values of 21 studies|Hedges' g|tests are those of the normal|DerSimonian and Laird "
        "1986|Pustejovsky",
@@ -138,8 +144,8 @@ std::set<std::string> names_and_years(const char* pattern, const std::string& te
   return found;
 }
 
-constexpr const char* citation = "([A-Z]\\w+)(?: and [A-Z]\\w+| et al\\.)? ([0-9]{4})";
-constexpr const char* reference = "^(\\w+)[^(]*\\((\\d{4})\\)";
+constexpr const char* citation = "([A-Z][^\\s(),;]+)(?: and [A-Z]\\w+| et al\\.)? ([0-9]{4})";
+constexpr const char* reference = "^(\\S+)[^(]*\\((\\d{4})\\)";
 constexpr const char* bad_grammar =
     "  | [,.;:)]|\\( |[,.;:]{2}|\\b1 (studies|voxels|randomizations)|"
     "\\b(2|25|500) (study|voxel|randomization)\\b|\\. [a-z]|\\band and";
@@ -151,7 +157,7 @@ TEST(Methods, IsGrammaticalAndListsWhatItCites) {
       for (const std::string images : {"0", "1", "2", "25"})
         for (const std::string anisotropy :
              {"0 variables", "0.5 error", "1 error reml pool", "1 reml variables"})
-          for (const std::string times : {"0", "1 talairach unknown_heights", "500"}) {
+          for (const std::string times : {"0", "1 talairach unknown_heights from_peaks", "500"}) {
             const Methods methods = methods_of(facts_of(
                 analysis, "studies=" + studies + " images=" + images + " anisotropy=" + anisotropy +
                               " tolerable_p=0.1 p=0.005 peak_z=1 extent=" + times +

@@ -295,14 +295,17 @@ std::vector<Area> squares(const Pixels& pixels, std::size_t rows) {
 TEST(ForestPlot, PlacesEstimatesByTheirValueAndSizesThemByTheirWeight) {
   ForestPlot plot;
   // Intervals of no width leave the squares alone.
-  plot.rows = {row_at(-1, 0, 40), row_at(0, 0, 10), row_at(1, 0, 40), row_at(2.5, 0, 10)};
+  plot.rows = {row_at(-1, 0, 40), row_at(0, 0, 10), row_at(1, 0, 40), row_at(2.5, 0, 10),
+               row_at(0, 0, 40)};
+  plot.rows[4].known = "1 peak nearby, g 1.00";
+  plot.rows[4].mark = 1;
   plot.pooled = 0.5;
   plot.pooled_interval = {0.2, 0.8};
   const std::vector<Picture> pictures = forest_plot(plot);
   ASSERT_EQ(pictures.size(), 1U);
   EXPECT_EQ(pictures[0].png, forest_plot(plot)[0].png) << "the same plot, other bytes";
   const Pixels pixels = decoded(pictures[0].png);
-  const std::vector<Area> marks = squares(pixels, 4);
+  const std::vector<Area> marks = squares(pixels, 5);
   const double unit = marks[2].x - marks[1].x;
   EXPECT_GT(unit, 20);
   EXPECT_NEAR(marks[1].x - marks[0].x, unit, 1);
@@ -311,6 +314,11 @@ TEST(ForestPlot, PlacesEstimatesByTheirValueAndSizesThemByTheirWeight) {
     EXPECT_NEAR(marks[i].y - marks[i - 1].y, row_pixels, 1);
   EXPECT_NEAR(double(marks[0].pixels) / marks[1].pixels, 4, 0.5);
   EXPECT_NEAR(marks[0].pixels, marks[2].pixels, 60);
+  // What is known instead of an estimate has a hollow mark.
+  EXPECT_NEAR(marks[4].x, marks[2].x, 1);
+  EXPECT_GT(marks[4].pixels, 5);
+  const int x = int(marks[4].x), y = int(marks[4].y);
+  EXPECT_EQ(area(pixels, is_data, x - 2, x + 3, y - 2, y + 3).pixels, 0);
   // The diamond and its line are symmetric around the pooled estimate.
   EXPECT_NEAR(area(pixels, is_pooled).x, marks[1].x + 0.5 * unit, 1);
 }
@@ -393,12 +401,30 @@ TEST(FunnelPlot, PlacesStudiesByEffectAndError) {
   EXPECT_NEAR(marks[0].y, marks[1].y, 0.6);
 }
 
+TEST(DensityPlot, PlacesCurveEstimateAndInterval) {
+  DensityPlot plot;
+  plot.estimate = 0.5;
+  plot.interval = {0.2, 0.8};
+  // Highest at 0.9, where neither the estimate nor the normal density of the interval is.
+  plot.points = {{0, 0}, {0.85, 0}, {0.9, 1}, {0.95, 0}, {1, 0}};
+  const Pixels pixels = decoded(density_plot(plot).png);
+  const double at_0 = 2 * 120, unit = 2 * 480;
+  EXPECT_NEAR(area(pixels, is_data, 0, pixels.width, 0, 60).x, at_0 + 0.9 * unit, 8);
+  EXPECT_NEAR(area(pixels, is_pooled).x, at_0 + 0.5 * unit, 1);
+  const Area interval = area(pixels, colour(rgb_of(0xE1F0FF)));
+  EXPECT_NEAR(interval.x, at_0 + 0.5 * unit, 15);
+  EXPECT_NEAR(interval.pixels, 0.6 * unit * 2 * 150, 0.1 * unit * 2 * 150);
+}
+
 TEST(Plots, TakeAnyNumbers) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const double infinite = std::numeric_limits<double>::infinity();
   for (const double value : {nan, infinite, -infinite, 0.0, 1e300, -1e300, 1e-300}) {
     ForestPlot forest;
     forest.rows = {{"a", 0, value, {value, value}, value}, row_at(value, 1, 0)};
+    forest.rows.push_back(row_at(1, 1, 0));
+    forest.rows.back().known = "a peak";
+    forest.rows.back().mark = value;
     forest.pooled = value;
     forest.pooled_interval = {value, value};
     forest.prediction = Interval{value, value};
