@@ -67,7 +67,6 @@ struct PeakFit {
 };
 
 /// Fits the fields of all coefficients to the studies' peaks in the mask.
-/// Fits the fields of all coefficients to the studies' peaks in the mask.
 PeakFit fit_peaks(std::span<const ListingStudy> studies, const Mask& mask,
                   const PeakAssumptions& assumptions);
 /// The same, roughly: good enough to compare assumptions. A fit of much the same studies under much
@@ -81,13 +80,13 @@ struct PeakEstimates {
 };
 PeakEstimates estimates_of(const PeakFit& fit, const Mask& mask);
 
-/// How well a fit of other studies foretells where a study's peaks in the mask lie and how high
-/// they are: the natural logarithm of their density, per mm³ and unit of g, among all that the
+/// How well a fit of other studies foretells where the studies' peaks in the mask lie and how high
+/// they are: the natural logarithm of their density, per mm³ and unit of g, among all that each
 /// study might have listed.
 struct Foretold {
   double sum = 0;  ///< over the peaks
   std::size_t peaks = 0;
 };
-Foretold foretold(const PeakFit& fit, const ListingStudy& study, const Mask& mask);
+Foretold foretold(const PeakFit& fit, std::span<const ListingStudy> studies, const Mask& mask);
 
 }  // namespace kvo::model
