@@ -196,7 +196,8 @@ def main(bench, installation):
             off = numpy.abs(ours[mask] - estimate).max()
             print(f"  fit and maps, one thread: {sum(parts):.2f} s, NumPy {fit_seconds + map_seconds:.2f} s: "
                   f"{(fit_seconds + map_seconds) / sum(parts):.1f} times (goal 10; fit "
-                  f"{fit_seconds / parts[0]:.1f}, maps {map_seconds / parts[1]:.1f}); estimates differ by at most {off:.4f}", flush=True)
+                  f"{fit_seconds / parts[0]:.1f}, maps {map_seconds / parts[1]:.1f}); "
+                  f"estimates differ by at most {off:.4f}", flush=True)
 
 
 if __name__ == "__main__":

@@ -373,23 +373,26 @@ std::vector<ProfilePoint> region_profile(const PeakFit& fit, std::span<const Lis
   return points;
 }
 
-Foretold foretold(const PeakFit& fit, const ListingStudy& study, const Mask& mask) {
-  const StudyLikelihood likelihood(study, fit.assumptions.tau2,
-                                   PeakDensity(fit.assumptions.smoothness));
-  const Vector volumes = FieldPrior::volumes(mask),
-               effect = effect_of(in_cells(fit, fit.noise), study.row);
-  double expected = 0;
-  for (Eigen::Index c = 0; c < effect.size(); ++c)
-    if (volumes[c] > 0) expected += volumes[c] * likelihood.expected.at(effect[c]).value;
+Foretold foretold(const PeakFit& fit, std::span<const ListingStudy> studies, const Mask& mask) {
+  const PeakDensity density(fit.assumptions.smoothness);
+  const Vector volumes = FieldPrior::volumes(mask);
+  const Fields cells = in_cells(fit, fit.noise);
   Foretold result;
-  for (const ListedPeak& peak : study.peaks) {
-    if (!lies_in(peak, volumes)) continue;
-    const FieldPlace place = fit.prior.place(peak.mm);
-    double at_peak = 0;
-    for (std::size_t j = 0; j < fit.noise.size(); ++j)
-      at_peak += study.row[Eigen::Index(j)] * fit.sd(j) * FieldPrior::at(place, fit.noise[j]);
-    result.sum += likelihood.of_peak(peak, at_peak).value - std::log(expected);
-    ++result.peaks;
+  for (const ListingStudy& study : studies) {
+    const StudyLikelihood likelihood(study, fit.assumptions.tau2, density);
+    const Vector effect = effect_of(cells, study.row);
+    double expected = 0;
+    for (Eigen::Index c = 0; c < effect.size(); ++c)
+      if (volumes[c] > 0) expected += volumes[c] * likelihood.expected.at(effect[c]).value;
+    for (const ListedPeak& peak : study.peaks) {
+      if (!lies_in(peak, volumes)) continue;
+      const FieldPlace place = fit.prior.place(peak.mm);
+      double at_peak = 0;
+      for (std::size_t j = 0; j < fit.noise.size(); ++j)
+        at_peak += study.row[Eigen::Index(j)] * fit.sd(j) * FieldPrior::at(place, fit.noise[j]);
+      result.sum += likelihood.of_peak(peak, at_peak).value - std::log(expected);
+      ++result.peaks;
+    }
   }
   return result;
 }

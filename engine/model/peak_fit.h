@@ -104,13 +104,13 @@ std::vector<ProfilePoint> region_profile(const PeakFit& fit, std::span<const Lis
                                          const Mask& mask, const Mask& region,
                                          std::span<const double> standard_errors);
 
-/// How well a fit of other studies foretells where a study's peaks in the mask lie and how high
-/// they are: the natural logarithm of their density, per mm³ and unit of g, among all that the
+/// How well a fit of other studies foretells where the studies' peaks in the mask lie and how high
+/// they are: the natural logarithm of their density, per mm³ and unit of g, among all that each
 /// study might have listed.
 struct Foretold {
   double sum = 0;  ///< over the peaks
   std::size_t peaks = 0;
 };
-Foretold foretold(const PeakFit& fit, const ListingStudy& study, const Mask& mask);
+Foretold foretold(const PeakFit& fit, std::span<const ListingStudy> studies, const Mask& mask);
 
 }  // namespace kvo::model

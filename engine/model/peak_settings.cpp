@@ -42,16 +42,12 @@ class Prediction {
     std::vector<Foretold> foretold_of(parts);
     std::vector<std::optional<PeakFit>> fits(parts);
     in_parallel(parts, [&](std::size_t part, std::size_t) {
-      std::vector<ListingStudy> others;
+      std::vector<ListingStudy> left_out, others;
       for (std::size_t s = 0; s < studies_.size(); ++s)
-        if (s % parts != part) others.push_back(studies_[s]);
+        (s % parts == part ? left_out : others).push_back(studies_[s]);
       fits[part].emplace(
           fit_roughly(others, mask_, assumptions, fits_[part] ? &*fits_[part] : nullptr));
-      for (std::size_t s = part; s < studies_.size(); s += parts) {
-        const Foretold one = foretold(*fits[part], studies_[s], mask_);
-        foretold_of[part].sum += one.sum;
-        foretold_of[part].peaks += one.peaks;
-      }
+      foretold_of[part] = foretold(*fits[part], left_out, mask_);
     });
     Foretold all;
     for (const Foretold& part : foretold_of) all.sum += part.sum, all.peaks += part.peaks;

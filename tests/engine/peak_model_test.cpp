@@ -120,7 +120,7 @@ TEST(FieldPrior, HasTheCorrelationAskedForAndTransposes) {
   std::mt19937 random(3);
   std::normal_distribution<double> normal;
   const auto noise = [&] {
-    VectorXd values(Eigen::Index(FieldPrior::cells()));
+    VectorXd values = VectorXd::Zero(Eigen::Index(FieldPrior::cells()));
     for (double& value : values) value = normal(random);
     return values;
   };
@@ -300,7 +300,7 @@ struct Joint {
 
 /// The precisions add up, and the estimates with them as weights.
 TEST(JointEstimate, WeighsPeaksAndImagesByWhatTheyKnow) {
-  Joint all, alone;
+  Joint all;
   std::vector<ListingStudy> listing;
   for (const ListingStudy& study : drawn_studies(3, 0.5)) {
     const int n = int(std::round(1 / study.variance.base));
