@@ -88,7 +88,7 @@ class ProgramTest(unittest.TestCase):
         self.assertNotIn("WARNING", console)
         self.assertEqual(batch, "# User command:\npp gray_matter, 0.0, 20, gray_matter, 1\n\n"
                                 "# User command:\nMyMean = mean\n\n")
-        for map_name in ["g", "var", "z", "p", "tau2", "I2", "Q"]:
+        for map_name in ["g", "var", "z", "p", "ci_low", "ci_high", "info"]:
             image = nibabel.load(self.path(f"MyMean_{map_name}.nii.gz"))
             self.assertEqual(image.shape, (91, 109, 91))
             self.assertEqual(int(image.header["sform_code"]), 4)
@@ -97,6 +97,9 @@ class ProgramTest(unittest.TestCase):
         variance = nibabel.load(self.path("MyMean_var.nii.gz")).get_fdata()
         z = nibabel.load(self.path("MyMean_z.nii.gz")).get_fdata()
         inside = variance > 0
+        for map_name in ["tau2", "I2", "Q"]:  # which peaks do not tell
+            withheld = nibabel.load(self.path(f"MyMean_{map_name}.nii.gz")).get_fdata()
+            self.assertTrue(numpy.isnan(withheld[inside]).all(), map_name)
         self.assertGreater(inside.sum(), 100000)
         numpy.testing.assert_allclose(z[inside], g[inside] / numpy.sqrt(variance[inside]),
                                       rtol=1e-4, atol=1e-6)

@@ -360,27 +360,6 @@ class Example(unittest.TestCase):
         self.assertEqual(len(pooled), 21)
         self.assertEqual(self.marked("leave-one-out"), {"least": min(pooled), "most": max(pooled)})
 
-    def test_jackknife(self):
-        """z in the right insula without each study in turn."""
-        voxel = (65, 65, 36)  # 40,4,0 mm
-        g, variance = ({path.name.rsplit("_", 1)[0]: float(nibabel.load(path).dataobj[voxel])
-                        for path in pathlib.Path(self.folder, "pp").glob(f"*_{kind}.nii.gz")}
-                       for kind in ("g", "var"))
-        self.assertEqual(len(g), 21)
-        z = {}
-        for left_out in g:
-            others = [name for name in g if name != left_out]
-            effects, v = (numpy.array([values[name] for name in others]) for values in (g, variance))
-            Q = (effects**2 / v).sum() - (effects / v).sum()**2 / (1 / v).sum()
-            # DerSimonian and Laird
-            tau2 = max(0, (Q - len(v) + 1) / ((1 / v).sum() - (1 / v**2).sum() / (1 / v).sum()))
-            weights = 1 / (v + tau2)
-            z[left_out] = (weights * effects).sum() / numpy.sqrt(weights.sum())
-        least, most = min(z, key=z.get), max(z, key=z.get)
-        self.assertEqual(self.marked("jackknife"), {"least": f"{z[least]:.2f}", "most": f"{z[most]:.2f}"})
-        self.assertIn(f"(without {least})", self.page)
-        self.assertIn(f"(without {most})", self.page)
-
     def test_commands_are_those_of_the_engine(self):
         """The command table is that of the engine's help, whose examples do what they say."""
         folder = copy_of_example()
