@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <random>
 #include <vector>
 
@@ -95,24 +96,33 @@ void print_coverage(const Setting& setting, std::mt19937_64& random) {
               100.0 * prediction / runs, 100.0 * profile / runs);
 }
 
-}  // namespace
-
-int main() {
+void print_tables() {
   std::mt19937_64 random(1);
   std::puts(
-      "| samples | studies | g | τ | classic test, % | by sample size, REML, % | by sample size, "
-      "DL, % "
-      "|\n| --- | --- | --- | --- | --- | --- | --- |");
+      "| samples | studies | g | τ | classic test, % | by sample size, REML, % "
+      "| by sample size, DL, % |\n"
+      "| --- | --- | --- | --- | --- | --- | --- |");
   for (const bool two_samples : {false, true})
     for (const std::size_t studies : {10, 20, 40})
       for (const double g : {0.0, 0.5, 1.0})
         for (const double tau : {0.0, 0.2})
           print_false_positives({two_samples, studies, g, tau}, random);
   std::puts(
-      "\n| samples | studies | g | τ | mean, REML and Hartung-Knapp, % | mean, DL, % | prediction, "
-      "% "
-      "| τ², % |\n| --- | --- | --- | --- | --- | --- | --- | --- |");
+      "\n| samples | studies | g | τ | mean, REML and Hartung-Knapp, % | mean, DL, % "
+      "| prediction, % | τ², % |\n"
+      "| --- | --- | --- | --- | --- | --- | --- | --- |");
   for (const bool two_samples : {false, true})
     for (const std::size_t studies : {3, 5, 10, 20})
       for (const double tau : {0.1, 0.3}) print_coverage({two_samples, studies, 0.5, tau}, random);
+}
+
+}  // namespace
+
+int main() {
+  try {
+    print_tables();
+  } catch (const std::exception& fault) {
+    std::fprintf(stderr, "%s\n", fault.what());
+    return 1;
+  }
 }

@@ -105,6 +105,7 @@ std::optional<double> restricted_tau2(const Values& values) {
   if (largest <= 0) return 0;
   const std::vector<double> tried = tried_tau2(largest);
   std::vector<WeightedFit> fits;
+  fits.reserve(tried.size());
   for (const double tau2 : tried) fits.push_back(weighted_fit(values, tau2));
   const auto best = std::max_element(fits.begin(), fits.end(), [](const auto& a, const auto& b) {
     return a.log_likelihood < b.log_likelihood;
