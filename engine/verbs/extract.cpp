@@ -124,15 +124,24 @@ void say_summary(const Extraction& extraction, const Summary& summary) {
   say("Egger's test: " + egger_text(summary.egger));
 }
 
-std::string text_file_of(const Extraction& extraction, const Summary& summary,
-                         const std::vector<std::vector<std::string>>& rows) {
+/// The rows of the studies, and what was extracted from whom.
+ResultTable table_of(const Extraction& extraction,
+                     const std::vector<std::vector<std::string>>& rows, std::size_t studies,
+                     std::size_t participants) {
   ResultTable table(rows.front());
   for (const auto& row : std::span(rows).subspan(1)) table.row(row);
   table.value("mask", extraction.mask);
   table.value("mask_voxels", double(extraction.mask_voxels));
   table.value("used_voxels", double(extraction.used.size()));
-  table.value("studies", double(extraction.studies.size()));
-  table.value("participants", double(participants_of(extraction.studies)));
+  table.value("studies", double(studies));
+  table.value("participants", double(participants));
+  return table;
+}
+
+std::string text_file_of(const Extraction& extraction, const Summary& summary,
+                         const std::vector<std::vector<std::string>>& rows) {
+  ResultTable table =
+      table_of(extraction, rows, extraction.studies.size(), participants_of(extraction.studies));
   const auto& [mean, heterogeneity, prediction, weights] = summary.pool;
   table.value("g", mean.value);
   table.value("standard_error", mean.se);
@@ -261,13 +270,7 @@ std::vector<Fact> differences_of(const Region& region) {
 
 std::string text_file_of(const Extraction& extraction, const Region& region,
                          const std::vector<std::vector<std::string>>& rows) {
-  ResultTable table(rows.front());
-  for (const auto& row : std::span(rows).subspan(1)) table.row(row);
-  table.value("mask", extraction.mask);
-  table.value("mask_voxels", double(extraction.mask_voxels));
-  table.value("used_voxels", double(extraction.used.size()));
-  table.value("studies", double(region.studies.size()));
-  table.value("participants", double(region.participants));
+  ResultTable table = table_of(extraction, rows, region.studies.size(), region.participants);
   add_values(table, region.estimate);
   if (region.images) {
     table.value("heterogeneity", "of the images alone");
