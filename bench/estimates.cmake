@@ -6,3 +6,6 @@ add_executable(estimate_calibration EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/e
 target_link_libraries(estimate_calibration PRIVATE kvo_simulated_studies)
 add_executable(estimates_bench EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/estimates_bench.cpp)
 target_link_libraries(estimates_bench PRIVATE kvo_simulated_studies)
+# p values of the terms of linear models, for script/calibrate.
+add_executable(p_calibration EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/p_calibration.cpp)
+target_link_libraries(p_calibration PRIVATE kvo_simulated_studies kvo_engine_inference)

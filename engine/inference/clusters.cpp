@@ -114,15 +114,23 @@ std::vector<Cluster> clusters_of(std::span<const float> z) {
   return clusters;
 }
 
-void add_p(std::vector<Cluster>& clusters, const TailP& positive, const TailP& negative) {
+void add_p(std::vector<Cluster>& clusters, const BothTails& tails) {
   for (Cluster& cluster : clusters) {
-    const TailP& tail = cluster.positive ? positive : negative;
-    for (LocalPeak& peak : cluster.peaks) {
-      const std::size_t index = mni_grid().index(peak.voxel);
-      peak.p = tail.p[index];
-      if (!tail.pFWE.empty()) peak.pFWE = tail.pFWE[index];
-    }
+    const TailMaps& tail = cluster.positive ? tails.positive : tails.negative;
+    for (LocalPeak& peak : cluster.peaks)
+      for (std::size_t kind = 0; kind < tail.size(); ++kind)
+        if (!tail[kind].empty()) peak.p[kind] = tail[kind][mni_grid().index(peak.voxel)];
   }
+}
+
+std::vector<std::size_t> kinds_of_p(std::span<const Cluster> clusters) {
+  std::vector<std::size_t> kinds;
+  for (std::size_t kind = 0; kind < p_map_kinds.size(); ++kind)
+    if (std::any_of(clusters.begin(), clusters.end(), [&](const Cluster& cluster) {
+          return cluster.peaks.front().p[kind].has_value();
+        }))
+      kinds.push_back(kind);
+  return kinds;
 }
 
 std::vector<float> read_atlas() {

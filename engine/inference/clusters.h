@@ -24,8 +24,7 @@ struct RegionShare {
 struct LocalPeak {
   Voxel voxel;
   double z = 0;
-  double p = 1;                  ///< one-tailed, in the peak's own direction
-  std::optional<double> pFWE{};  ///< the same, corrected for the family-wise error
+  VoxelP p{};  ///< one-tailed, in the peak's own direction
   std::string region{};          ///< with its Brodmann area, if any
 };
 
@@ -50,7 +49,10 @@ inline constexpr const char* outside_atlas = "outside of the atlas";
 std::vector<Cluster> clusters_of(std::span<const float> z);
 
 /// Gives the peaks their p values.
-void add_p(std::vector<Cluster>& clusters, const TailP& positive, const TailP& negative);
+void add_p(std::vector<Cluster>& clusters, const BothTails& tails);
+
+/// Which of p_map_kinds the peaks of any cluster have.
+std::vector<std::size_t> kinds_of_p(std::span<const Cluster> clusters);
 
 /// The values of the installation's atlas on the MNI grid: whole part the region, first two
 /// decimals the Brodmann area. Throws Refusal, naming the file, when it is not there or not on the

@@ -63,16 +63,16 @@ std::vector<float> larger_p(const Image& first, const Image& second, bool positi
 
 Conjunction conjunction_of(const Image& first, const Image& second, const ConjunctionMode& mode) {
   Conjunction conjunction;
-  conjunction.tails.positive.p = larger_p(first, second, true, mode);
-  conjunction.tails.negative.p = larger_p(first, second, false, mode);
+  conjunction.tails.positive[0] = larger_p(first, second, true, mode);
+  conjunction.tails.negative[0] = larger_p(first, second, false, mode);
   for (std::size_t i = 0; i < first.values.size(); ++i)
     if (defined(first.values[i]) && defined(second.values[i])) ++conjunction.voxels;
   return conjunction;
 }
 
 std::vector<float> conjunction_z(const Conjunction& conjunction, float p) {
-  const std::vector<float>&positive = conjunction.tails.positive.p,
-        &negative = conjunction.tails.negative.p;
+  const std::vector<float>&positive = conjunction.tails.positive[0],
+        &negative = conjunction.tails.negative[0];
   std::vector<float> z(positive.size());
   for (std::size_t i = 0; i < z.size(); ++i) {
     if (positive[i] < p)

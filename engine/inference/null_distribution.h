@@ -10,7 +10,6 @@
 #include <array>
 #include <cstdint>
 #include <span>
-#include <string>
 #include <vector>
 
 #include "engine/inference/inference_layer.h"
@@ -38,7 +37,7 @@ class NullDistribution {
   void finish();
 
   [[nodiscard]] std::uint64_t values() const { return values_; }
-  [[nodiscard]] std::span<const float> observed() const { return observed_; }
+ 
 
   /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed;
   /// of the negative tail, with those at least as small.
@@ -62,22 +61,5 @@ class NullDistribution {
   std::vector<NullCounts> threads_;
   std::uint64_t values_ = 0;
 };
-
-/// Random numbers that depend on nothing but what they are for: the seed of the meta-analysis, the
-/// randomization and the study's name. (SplitMix64: Steele, Lea and Flood 2014.)
-class RandomStream {
- public:
-  RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash);
-  /// A whole number from 0 to below the limit, each as likely as the others to within 2^-32.
-  std::uint32_t below(std::uint32_t limit);
-  /// 64 bits, each 0 or 1.
-  std::uint64_t bits();
-
- private:
-  std::uint64_t state_;
-};
-
-/// A hash of a study's name that is the same everywhere (FNV-1a).
-std::uint64_t name_hash(const std::string& name);
 
 }  // namespace kvo::inference

@@ -47,12 +47,24 @@ std::optional<double> p_of_no_effect(const Image& map) {
 
 BothTails read_tails(const std::string& map) {
   BothTails tails;
-  tails.positive.p = read_p_map(map_file(map, p_map)).values;
-  tails.positive.pFWE = read_if_there(map_file(map, pFWE_map));
-  tails.negative.p = read_if_there(map_file(map, negative_p_map));
-  tails.negative.pFWE = read_if_there(map_file(map, negative_pFWE_map));
-  if (tails.negative.p.empty()) tails.negative.p = mirrored(tails.positive.p, null_values_of(map));
+  tails.positive[0] = read_p_map(map_file(map, p_map)).values;
+  tails.negative[0] = read_if_there(map_file(map, negative_p_map));
+  for (std::size_t kind = 1; kind < p_map_kinds.size(); ++kind) {
+    tails.positive[kind] = read_if_there(map_file(map, p_map_kinds[kind].positive));
+    tails.negative[kind] = read_if_there(map_file(map, p_map_kinds[kind].negative));
+  }
+  if (tails.negative[0].empty())
+    tails.negative[0] = mirrored(tails.positive[0], null_values_of(map));
   return tails;
+}
+
+std::array<std::vector<float>, 2> read_chosen(const ChosenP& chosen) {
+  const PMapKinds& kinds = p_map_kinds[chosen.kind];
+  if (!chosen.both)
+    return {read_p_map(map_file(chosen.map, kinds.positive)).values,
+            read_p_map(map_file(chosen.map, kinds.negative)).values};
+  std::vector<float> both = read_p_map(map_file(chosen.map, kinds.both)).values;
+  return {both, std::move(both)};
 }
 
 }  // namespace kvo::inference

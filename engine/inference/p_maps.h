@@ -2,19 +2,21 @@
 
 // p maps as other commands read them.
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/images/image.h"
 #include "engine/inference/inference_layer.h"
+#include "engine/maps/folder_maps.h"
 
 namespace kvo::inference {
 
-/// p values for each voxel of the MNI grid, one-tailed, of one direction.
-struct TailP {
-  std::vector<float> p, pFWE;  ///< pFWE is empty when there is none
-};
+/// p values of one direction: for each of p_map_kinds a map, which is empty when there is none, or
+/// the p values of one voxel.
+using TailMaps = std::array<std::vector<float>, p_map_kinds.size()>;
+using VoxelP = std::array<std::optional<double>, p_map_kinds.size()>;
 
 /// Reads an image of p values. Throws Refusal, naming the file and the voxel, when it is not on the
 /// MNI grid or a value is not above 0 and up to 1.
@@ -26,14 +28,18 @@ Image read_p_map(const std::string& path);
 /// program has written the map.
 std::optional<double> p_of_no_effect(const Image& map);
 
-/// The p values of an analysis' map in both directions.
+/// The p values of an analysis' map in both directions, one-tailed, for each voxel of the MNI grid.
 struct BothTails {
-  TailP positive, negative;
+  TailMaps positive, negative;
 };
 
 /// Reads the p maps of a map of the working folder. Where an earlier version has written none of
 /// the negative direction, that is 1 - p + 1 / (1 + null values), which is exact up to null values
 /// that equal the observed one. Throws Refusal when one cannot be read.
 BothTails read_tails(const std::string& map);
+
+/// The p values that are chosen to be thresholded, in either direction; two-tailed ones are the
+/// same in both. Throws Refusal when one cannot be read.
+std::array<std::vector<float>, 2> read_chosen(const ChosenP& chosen);
 
 }  // namespace kvo::inference

@@ -24,10 +24,43 @@ constexpr std::size_t longest_description = 79;  // bytes of the header's field
 // No list has counts beyond this one, which every unsigned number of 64 bits still holds.
 constexpr double largest_count = 1e18;
 
+/// The number of values that "kvo_nd.txt" gives under a name; 0 when it has none of that name.
+std::size_t listed_values(const std::string& name) {
+  const std::string text = read_text(KVO_ND_FILE);
+  for (const TextLine& line : filled_lines(text)) {
+    const std::vector<std::string_view> cells = Q_words(line.text);
+    if (cells.size() < 2 || cells[0] != name) continue;
+    const std::optional<double> values = number_of(cells[1]);
+    if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
+    throw Refusal(at_line(KVO_ND_FILE, line.number) + "there is no number of values.");
+  }
+  return 0;
+}
+
 }  // namespace
 
 std::string map_file(const std::string& name, const MapKind& kind) {
   return image_file_of(name + kind.suffix);
+}
+
+std::vector<MapKind> map_kinds() {
+  std::vector<MapKind> kinds{g_map, var_map,    z_map,       tau2_map, I2_map,
+                             Q_map, ci_low_map, ci_high_map, info_map, tfce_map};
+  for (const PMapKinds& p : p_map_kinds)
+    kinds.insert(kinds.end(), {p.positive, p.negative, p.both});
+  return kinds;
+}
+
+ChosenP chosen_p(const std::string& name) {
+  // "NAME_p" has always been a name like others.
+  for (std::size_t kind = 0; kind < p_map_kinds.size(); ++kind)
+    for (const bool both : {true, false}) {
+      const PMapKinds& kinds = p_map_kinds[kind];
+      const std::string_view suffix = both ? kinds.both.suffix : kinds.positive.suffix;
+      if ((both || kind > 0) && name.ends_with(suffix) && name.size() > suffix.size())
+        return {name.substr(0, name.size() - suffix.size()), kind, both};
+    }
+  return {name};
 }
 
 std::vector<std::string> coefficient_map_names(const std::string& name, std::size_t terms) {
@@ -53,8 +86,11 @@ void check_analysis_name(const std::string& name, const StudyTable& table) {
     throw Refusal("The name '" + name +
                   "' cannot be used: names that end with '_n' are kept for the negative tails of "
                   "null distributions.");
+  if (const ChosenP chosen = chosen_p(name); chosen.map != name)
+    throw Refusal("The name '" + name + "' cannot be used: its ending is kept for the p maps of '" +
+                  chosen.map + "'.");
   for (const Study& study : table.studies)
-    for (const MapKind& kind : map_kinds)
+    for (const MapKind& kind : map_kinds())
       if (study.name == name + kind.suffix)
         throw Refusal("The name '" + name + "' cannot be used: its map '" + map_file(name, kind) +
                       "' would be the image of study '" + study.name + "'.");
@@ -85,16 +121,13 @@ std::vector<std::string> read_map_list() {
 }
 
 std::size_t null_values_of(const std::string& map) {
-  const std::string text = read_text(KVO_ND_FILE);
-  for (const TextLine& line : filled_lines(text)) {
-    const std::vector<std::string_view> cells = Q_words(line.text);
-    if (cells.size() < 2 || cells[0] != map) continue;
-    const std::optional<double> values = number_of(cells[1]);
-    if (values && *values >= 1 && *values < largest_count) return std::size_t(*values);
-    throw Refusal(at_line(KVO_ND_FILE, line.number) + "there is no number of values.");
-  }
+  if (const std::size_t values = listed_values(map); values > 0) return values;
   throw Refusal("'" + std::string(KVO_ND_FILE) + "' has no null distribution of map '" + map +
                 "'. Please estimate the map again.");
+}
+
+std::size_t randomizations_of(const std::string& map, std::size_t kind) {
+  return path_exists(KVO_ND_FILE) ? listed_values(map + p_map_kinds[kind].positive.suffix) : 0;
 }
 
 std::string empty_analysis_list() {
@@ -131,7 +164,7 @@ void remove_listed_maps(Outputs& outputs) {
   for (const std::string& name : read_map_list()) {
     // Anyone can have written the list; only what is a name of ours is one.
     if (Q_name_fault(name) != nullptr) continue;
-    for (const MapKind& kind : map_kinds) {
+    for (const MapKind& kind : map_kinds()) {
       const std::string file = map_file(name, kind);
       if (written_by_this_system(file)) outputs.remove(file);
     }

@@ -23,10 +23,33 @@ struct MapKind {
 inline constexpr MapKind g_map{"_g", 1001, 0}, var_map{"_var", 1001, 0}, z_map{"_z", 5, 0},
     p_map{"_p", 22, 1}, tau2_map{"_tau2", 1001, 0}, I2_map{"_I2", 0, 0}, Q_map{"_Q", 0, 0},
     ci_low_map{"_ci_low", 1001, 0}, ci_high_map{"_ci_high", 1001, 0}, info_map{"_info", 0, 0},
-    pFWE_map{"_pFWE", 22, 1}, negative_p_map{"_n_p", 22, 1}, negative_pFWE_map{"_n_pFWE", 22, 1};
-inline constexpr std::array map_kinds{
-    g_map,      var_map,     z_map,    p_map,    tau2_map,       I2_map,           Q_map,
-    ci_low_map, ci_high_map, info_map, pFWE_map, negative_p_map, negative_pFWE_map};
+    tfce_map{"_TFCE", 0, 0}, negative_p_map{"_n_p", 22, 1};
+
+/// The maps of one kind of p: one-tailed for positive and for negative effects, and two-tailed.
+struct PMapKinds {
+  MapKind positive, negative, both;
+  const char* heading;  ///< of a column of them
+};
+/// Uncorrected; corrected for the family-wise error by the voxel's own value, by the extent of its
+/// cluster and by threshold-free cluster enhancement; and the false discovery rate.
+inline constexpr std::array p_map_kinds{
+    PMapKinds{p_map, negative_p_map, {"_both_p", 22, 1}, "p"},
+    PMapKinds{{"_pFWE", 22, 1}, {"_n_pFWE", 22, 1}, {"_both_pFWE", 22, 1}, "p (FWE)"},
+    PMapKinds{{"_pcluster", 22, 1}, {"_n_pcluster", 22, 1}, {"_both_pcluster", 22, 1}, "p (cluster)"},
+    PMapKinds{{"_pTFCE", 22, 1}, {"_n_pTFCE", 22, 1}, {"_both_pTFCE", 22, 1}, "p (TFCE)"},
+    PMapKinds{{"_q", 22, 1}, {"_n_q", 22, 1}, {"_both_q", 22, 1}, "q (FDR)"}};
+
+/// All kinds.
+std::vector<MapKind> map_kinds();
+
+/// What a name says that maps can be thresholded by: the analysis' map, and its p of one kind,
+/// "NAME", "NAME_pFWE", or "NAME_both_pFWE" for the two-tailed one.
+struct ChosenP {
+  std::string map;
+  std::size_t kind = 0;  ///< of p_map_kinds
+  bool both = false;
+};
+ChosenP chosen_p(const std::string& name);
 
 /// What an analysis was: its command, and who took part.
 struct AnalysisFacts {
@@ -62,6 +85,9 @@ std::vector<std::string> read_map_list();
 /// How many values the null distribution of the map has. Throws Refusal when "kvo_nd.txt" does not
 /// say it.
 std::size_t null_values_of(const std::string& map);
+
+/// How many randomizations the corrected p of a kind come from; 0 when "kvo_nd.txt" does not say it.
+std::size_t randomizations_of(const std::string& map, std::size_t kind);
 
 /// The text of "kvo_analyses.txt" for no analysis.
 std::string empty_analysis_list();

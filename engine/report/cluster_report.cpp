@@ -32,27 +32,27 @@ std::string region_and_side(const LocalPeak& peak) {
                                                                : " (right)");
 }
 
-bool any_corrected(std::span<const Cluster> clusters) {
-  return std::any_of(clusters.begin(), clusters.end(), [](const Cluster& cluster) {
-    return std::any_of(cluster.peaks.begin(), cluster.peaks.end(),
-                       [](const LocalPeak& peak) { return peak.pFWE.has_value(); });
-  });
+/// "0.012 ± 0.005": with the standard error that so many randomizations leave it.
+std::string p_with_error(double p, std::size_t randomizations) {
+  if (randomizations == 0) return p_text(p);
+  return p_text(p) + " ± " + p_text(std::sqrt(p * (1 - p) / double(randomizations)));
 }
 
-HtmlRow peak_row(const LocalPeak& peak, bool corrected) {
+HtmlRow peak_row(const LocalPeak& peak, std::span<const std::size_t> kinds,
+                 const ClusterReport& report) {
   HtmlRow row{{"", region_and_side(peak)}};
   for (const int mm : mm_of(peak.voxel)) row.cells.push_back(decimal_text(mm, 0));
   row.cells.push_back(decimal_text(peak.z, 2));
-  row.cells.push_back(p_text(peak.p));
-  if (corrected) row.cells.push_back(peak.pFWE ? p_text(*peak.pFWE) : "");
+  for (const std::size_t kind : kinds)
+    row.cells.push_back(peak.p[kind] ? p_with_error(*peak.p[kind], report.randomizations[kind]) : "");
   return row;
 }
 
 void add_cluster_rows(std::vector<HtmlRow>& rows, const Cluster& cluster, std::size_t number,
-                      bool corrected) {
+                      std::span<const std::size_t> kinds, const ClusterReport& report) {
   const std::size_t shown = std::min(cluster.peaks.size(), most_peaks);
   for (std::size_t i = 0; i < shown; ++i) {
-    HtmlRow row = peak_row(cluster.peaks[i], corrected);
+    HtmlRow row = peak_row(cluster.peaks[i], kinds, report);
     if (i == 0) {
       row.leads = true;
       row.cells[0] = std::to_string(number);
@@ -66,20 +66,19 @@ void add_cluster_rows(std::vector<HtmlRow>& rows, const Cluster& cluster, std::s
 }
 
 HtmlTable cluster_table(const ClusterReport& report) {
-  const bool corrected = any_corrected(report.clusters);
+  const std::vector<std::size_t> kinds = kinds_of_p(report.clusters);
   HtmlTable table;
   table.caption =
       "Each cluster with its highest peak, and below it its further local peaks. Coordinates in mm "
       "of MNI space; p one-tailed.";
   table.columns = {{"No."},     {"Region"},  {"x", true},
-                   {"y", true}, {"z", true}, {"Peak " + report.statistic, true},
-                   {"p", true}};
-  if (corrected) table.columns.push_back({"p (FWE)", true});
+                   {"y", true}, {"z", true}, {"Peak " + report.statistic, true}};
+  for (const std::size_t kind : kinds) table.columns.push_back({p_map_kinds[kind].heading, true});
   table.columns.push_back({"Voxels", true});
   table.columns.push_back({"mm³", true});
   std::size_t number = 0;
   for (const Cluster& cluster : report.clusters)
-    add_cluster_rows(table.rows, cluster, ++number, corrected);
+    add_cluster_rows(table.rows, cluster, ++number, kinds, report);
   return table;
 }
 

@@ -2,6 +2,7 @@
 
 // The report of a thresholded map.
 
+#include <array>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ struct ClusterReport {
   std::span<const Cluster> clusters;  ///< in the order of the table
   std::span<const float> z;           ///< of the whole MNI grid; 0 where it is not significant
   std::string statistic = "z";        ///< what the values are called
+  /// By which each of p_map_kinds has a standard error; 0 for those that have none to tell.
+  std::array<std::size_t, p_map_kinds.size()> randomizations{};
   BrainBackground background;         ///< as read_brain_background() reads it
 };
 

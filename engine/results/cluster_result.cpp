@@ -41,7 +41,7 @@ void keep_clusters(ClusterResult& result, const ClusterCriteria& criteria) {
   for (const Cluster& cluster : result.clusters)
     for (const std::uint32_t index : cluster.grid_index) kept[index] = result.z[index];
   result.z = std::move(kept);
-  add_p(result.clusters, criteria.tails.positive, criteria.tails.negative);
+  add_p(result.clusters, criteria.tails);
   add_regions(result.clusters, criteria.atlas);
 }
 

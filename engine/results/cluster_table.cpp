@@ -42,7 +42,7 @@ std::string regions_text(const Cluster& cluster) {
 Row csv_row(const std::string& map, std::size_t number, const Cluster& cluster, std::size_t nth) {
   const LocalPeak& peak = cluster.peaks[nth];
   const auto [x, y, z] = mm_of(peak.voxel);
-  return {map,
+  Row row{map,
           std::to_string(number),
           cluster.positive ? "positive" : "negative",
           std::to_string(cluster.voxels()),
@@ -51,14 +51,16 @@ Row csv_row(const std::string& map, std::size_t number, const Cluster& cluster, 
           std::to_string(x),
           std::to_string(y),
           std::to_string(z),
-          Q_format(exact, peak.z).str(),
-          Q_format(exact, peak.p).str(),
-          peak.pFWE ? Q_format(exact, *peak.pFWE).str() : "",
-          peak.region,
-          regions_text(cluster)};
+          Q_format(exact, peak.z).str()};
+  for (const std::optional<double>& p : peak.p)
+    row.push_back(p ? Q_format(exact, *p).str() : "");
+  row.push_back(peak.region);
+  row.push_back(regions_text(cluster));
+  return row;
 }
 
-Row console_row(std::size_t number, const Cluster& cluster, std::size_t nth, bool corrected) {
+Row console_row(std::size_t number, const Cluster& cluster, std::size_t nth,
+                std::span<const std::size_t> kinds) {
   const LocalPeak& peak = cluster.peaks[nth];
   const auto [x, y, z] = mm_of(peak.voxel);
   Row row = nth == 0 ? Row{std::to_string(number), cluster.positive ? "positive" : "negative",
@@ -66,8 +68,8 @@ Row console_row(std::size_t number, const Cluster& cluster, std::size_t nth, boo
                      : Row{"", "", "", ""};
   row.push_back(Q_format("%d,%d,%d", x, y, z).str());
   row.push_back(Q_format("%.3f", peak.z).str());
-  row.push_back(p_text(peak.p));
-  if (corrected) row.push_back(peak.pFWE ? p_text(*peak.pFWE) : "");
+  for (const std::size_t kind : kinds)
+    row.push_back(peak.p[kind] ? p_text(*peak.p[kind]) : "");
   row.push_back(peak.region);
   return row;
 }
@@ -97,7 +99,7 @@ std::vector<std::size_t> in_console(std::span<const Cluster> clusters) {
 }  // namespace
 
 std::string cluster_csv(const std::string& map, std::span<const Cluster> clusters) {
-  const Row header = {"map",
+  Row header = {"map",
                       "cluster",
                       "direction",
                       "voxels",
@@ -107,10 +109,11 @@ std::string cluster_csv(const std::string& map, std::span<const Cluster> cluster
                       "MNI y (mm)",
                       "MNI z (mm)",
                       "z",
-                      "p (one-tailed)",
-                      "p (FWE)",
-                      "region",
-                      "regions of the cluster: % (voxels)"};
+                      "p (one-tailed)"};
+  for (std::size_t kind = 1; kind < p_map_kinds.size(); ++kind)
+    header.push_back(p_map_kinds[kind].heading);
+  header.push_back("region");
+  header.push_back("regions of the cluster: % (voxels)");
   std::string csv = csv_line(header);
   for (std::size_t c = 0; c < clusters.size(); ++c)
     for (std::size_t nth = 0; nth < clusters[c].peaks.size(); ++nth)
@@ -120,20 +123,18 @@ std::string cluster_csv(const std::string& map, std::span<const Cluster> cluster
 
 void say_clusters(std::span<const Cluster> clusters) {
   const std::vector<std::size_t> shown = in_console(clusters);
-  const bool corrected = std::any_of(clusters.begin(), clusters.end(), [](const Cluster& cluster) {
-    return cluster.peaks.front().pFWE.has_value();
-  });
-  std::vector<Row> rows = {{"Cluster", "Effect", "Voxels", "mm³", "MNI x,y,z", "z", "p"}};
-  if (corrected) rows[0].push_back("p (FWE)");
+  const std::vector<std::size_t> kinds = kinds_of_p(clusters);
+  std::vector<Row> rows = {{"Cluster", "Effect", "Voxels", "mm³", "MNI x,y,z", "z"}};
+  for (const std::size_t kind : kinds) rows[0].push_back(p_map_kinds[kind].heading);
   rows[0].push_back("Region of the peak");
   std::vector<Row> regions = {{"Cluster", "%", "Voxels", "Regions of the cluster"}};
   for (const std::size_t c : shown) {
     const Cluster& cluster = clusters[c];
     for (std::size_t nth = 0; nth < std::min(cluster.peaks.size(), peaks_in_console); ++nth)
-      rows.push_back(console_row(c + 1, cluster, nth, corrected));
+      rows.push_back(console_row(c + 1, cluster, nth, kinds));
     add_region_rows(regions, c + 1, cluster);
   }
-  say_table(rows, corrected ? "rlrrrrrrl" : "rlrrrrrl");
+  say_table(rows, "rlrrrr" + std::string(kinds.size(), 'r') + "l");
   say("");
   say_table(regions, "rrrl");
   if (shown.size() < clusters.size())

@@ -16,9 +16,6 @@ namespace kvo::results {
 
 namespace {
 
-// With fewer randomizations the smallest family-wise p that is possible is above 0.05.
-constexpr std::size_t least_for_family_wise = 20;
-
 std::string null_row(const std::string& name, const NullDistribution& null, Tail tail) {
   std::string row = name + (tail == Tail::negative ? KVO_NEGATIVE_TAIL : "") + "\t" +
                     std::to_string(null.values());
@@ -29,12 +26,29 @@ std::string null_row(const std::string& name, const NullDistribution& null, Tail
   return row + "\n";
 }
 
-NamedMap p_map_of(const std::string& name, const MapKind& kind, const NullDistribution& null,
-                  Tail tail) {
+/// The lines of a map: its null distribution in either direction, and how many randomizations each
+/// corrected p comes from.
+std::string null_rows(const ListedMap& map) {
+  const TestedMap& tested = map.tested;
+  std::string rows = null_row(map.name, tested.null, Tail::positive) +
+                     null_row(map.name, tested.null, Tail::negative);
+  const std::size_t numbers[] = {tested.null.values(), tested.randomizations, tested.spatial,
+                                 tested.spatial, tested.null.values()};
+  for (std::size_t kind = 1; kind < p_map_kinds.size(); ++kind) {
+    if (tested.both[kind].empty()) continue;
+    rows += map.name + p_map_kinds[kind].positive.suffix + "\t" + std::to_string(numbers[kind]);
+    for (std::size_t i = 0; i < NullDistribution::stored_shares().size(); ++i)
+      rows += std::string("\t") + missing_value;
+    rows += "\n";
+  }
+  return rows;
+}
+
+NamedMap p_map_of(const std::string& name, const MapKind& kind, const TestedMap& tested, Tail tail) {
   constexpr float below_one = 1 - std::numeric_limits<float>::epsilon() / 2;
-  NamedMap map{name, kind, null.p(tail)};
+  NamedMap map{name, kind, tested.of(tail).front()};
   for (std::size_t n = 0; n < map.map.size(); ++n) {
-    const float z = null.observed()[n];
+    const float z = tested.statistic[n];
     float& p = map.map[n];
     if (tail == Tail::positive ? z < 0 : z > 0)
       p = std::min(p, below_one);
@@ -62,7 +76,7 @@ std::string list_without(const char* file, std::string list, std::span<const std
 /// again.
 void remove_others(Outputs& outputs, std::span<const NamedMap> maps) {
   for (const NamedMap& map : maps)
-    for (const MapKind& kind : map_kinds) {
+    for (const MapKind& kind : map_kinds()) {
       const std::string file = map_file(map.name, kind);
       const bool again = std::any_of(maps.begin(), maps.end(), [&](const NamedMap& other) {
         return other.name + other.kind.suffix == map.name + kind.suffix;
@@ -84,13 +98,13 @@ std::string empty_null_list() {
 
 void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const AnalysisFacts& facts) {
   std::vector<std::string> names = read_map_list(), replaced;
-  std::string null_rows, analysis_rows;
+  std::string distributions, analysis_rows;
   for (const ListedMap& map : maps) {
     if (std::find(names.begin(), names.end(), map.name) == names.end()) names.push_back(map.name);
     replaced.push_back(map.name);
     replaced.push_back(map.name + KVO_NEGATIVE_TAIL);
-    null_rows += null_row(map.name, map.null, Tail::positive);
-    null_rows += null_row(map.name, map.null, Tail::negative);
+    for (const PMapKinds& kinds : p_map_kinds) replaced.push_back(map.name + kinds.positive.suffix);
+    distributions += null_rows(map);
     analysis_rows += map.name + "\t" + std::to_string(facts.studies) + "\t" +
                      std::to_string(facts.participants) + "\t" + facts.command + "\t" +
                      (facts.left_out.empty() ? missing_value : facts.left_out) + "\n";
@@ -99,19 +113,25 @@ void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const Analysis
   for (const std::string& each : names) list += each + "\n";
   outputs.write_text(KVO_MAPS_FILE, list);
   outputs.write_text(KVO_ND_FILE,
-                     list_without(KVO_ND_FILE, empty_null_list(), replaced) + null_rows);
+                     list_without(KVO_ND_FILE, empty_null_list(), replaced) + distributions);
   outputs.write_text(
       KVO_ANALYSES_FILE,
       list_without(KVO_ANALYSES_FILE, empty_analysis_list(), replaced) + analysis_rows);
 }
 
-void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
-                std::size_t randomizations) {
-  maps.push_back(p_map_of(name, p_map, null, Tail::positive));
-  maps.push_back(p_map_of(name, negative_p_map, null, Tail::negative));
-  if (randomizations < least_for_family_wise) return;
-  maps.push_back({name, pFWE_map, null.p_family_wise(Tail::positive)});
-  maps.push_back({name, negative_pFWE_map, null.p_family_wise(Tail::negative)});
+void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, TestedMap& tested) {
+  maps.push_back(p_map_of(name, p_map, tested, Tail::positive));
+  maps.push_back(p_map_of(name, negative_p_map, tested, Tail::negative));
+  const auto add = [&](const MapKind& kind, std::vector<float>& map) {
+    if (!map.empty()) maps.push_back({name, kind, std::move(map)});
+  };
+  for (std::size_t kind = 0; kind < p_map_kinds.size(); ++kind) {
+    const PMapKinds& kinds = p_map_kinds[kind];
+    if (kind > 0) add(kinds.positive, tested.tails[0][kind]);
+    if (kind > 0) add(kinds.negative, tested.tails[1][kind]);
+    add(kinds.both, tested.both[kind]);
+  }
+  add(tfce_map, tested.tfce);
 }
 
 void write_maps(Outputs& outputs, const Command& command, const Mask& mask,

@@ -9,7 +9,7 @@
 #include "engine/base/command.h"
 #include "engine/base/outputs.h"
 #include "engine/images/mask.h"
-#include "engine/inference/null_distribution.h"
+#include "engine/inference/tested_map.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/results/results_layer.h"
 
@@ -23,24 +23,23 @@ struct NamedMap {
   float intent_p1 = 0;
 };
 
-/// A z map of an analysis, with its null distribution.
+/// A map of an analysis, with its null distributions.
 struct ListedMap {
   std::string name;
-  const NullDistribution& null;
+  const TestedMap& tested;
 };
 
 /// The text of "kvo_nd.txt" for no null distribution.
 std::string empty_null_list();
 
-/// Has the lists show that the folder has the maps of an analysis, with their null distributions.
+/// Has the lists show that the folder has the maps of an analysis, with their null distributions, and
+/// that they can be thresholded by their corrected p: "NAME_pFWE" and so on.
 void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const AnalysisFacts& facts);
 
-/// Adds the p maps of a z map: one-tailed for either direction, and with enough randomizations
-/// those that are corrected for the family-wise error. For whoever has a p map alone, its header
-/// tells the p of no effect (p_of_no_effect()), and 1 is never the p of an effect in the other
-/// direction.
-void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const NullDistribution& null,
-                std::size_t randomizations);
+/// Adds the p maps of a map, those that there are of each kind, and its TFCE. For whoever has an
+/// uncorrected one-tailed p map alone, its header tells the p of no effect (p_of_no_effect()), and 1
+/// is never the p of an effect in the other direction.
+void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, TestedMap& tested);
 
 /// Writes the maps, showing progress. Other kinds of map that an earlier analysis has left under
 /// one of the names are removed.

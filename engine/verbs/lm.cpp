@@ -14,7 +14,8 @@
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
-#include "engine/inference/randomization.h"
+#include "engine/inference/exchange.h"
+#include "engine/inference/relocation.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
 #include "engine/model/joint_estimate.h"
@@ -124,11 +125,10 @@ std::string doing(const ModelRequest& request, std::size_t studies) {
                                : "Fitting " + request.terms + " to " + count;
 }
 
-/// The model in the maps of the studies, which are in memory only meanwhile, and in the same maps
-/// at random.
+/// The model in the maps of the studies, which are in memory only meanwhile, and its p values.
 struct Fit {
   LinearModelMaps maps;
-  std::vector<NullDistribution> nulls;
+  std::vector<TestedMap> tested;    ///< the coefficients
   std::optional<JointFacts> joint;  ///< nothing where all the studies have images
 };
 
@@ -161,24 +161,45 @@ JointFacts estimate_from_peaks(const LinearModel& linear, const StudyMaps& studi
   return std::move(joint.facts);
 }
 
+/// One between-study variance for the whole map, by which the studies are weighted when p values are
+/// found: the one that is assumed of the peaks, or else the mean of the images'.
+double common_tau2(const LinearModelMaps& maps, const std::optional<JointFacts>& joint) {
+  if (joint) return joint->chosen.assumptions.tau2;
+  double sum = 0;
+  for (const float tau2 : maps.tau2) sum += double(tau2);
+  return sum / double(maps.tau2.size());
+}
+
+std::vector<TestedMap> tested_coefficients(const LinearModel& linear, const StudyMaps& studies,
+                                           double tau2, bool peaks) {
+  const Design& design = linear.model.design;
+  std::vector<TestedMap> tested;
+  for (std::size_t j = 0; j < design.coefficients(); ++j)
+    if (j == 0 && peaks)
+      tested.push_back(tested_by_relocation(
+          {.meta = linear.meta, .design = design, .studies = studies, .tau2 = tau2}));
+    else
+      tested.push_back(tested_by_exchange({.meta = linear.meta,
+                                           .design = design,
+                                           .coefficient = j,
+                                           .name = j == 0 ? "" : linear.model.terms[j - 1],
+                                           .studies = studies,
+                                           .tau2 = tau2}));
+  return tested;
+}
+
 Fit fit_of(const ModelRequest& request, const LinearModel& linear) {
   const Design& design = linear.model.design;
   const MetaAnalysis& meta = linear.meta;
-  StudyMaps studies = read_study_maps(meta);
+  const StudyMaps studies = read_study_maps(meta);
   Action action(doing(request, meta.members.size()));
   LinearModelMaps maps = maps_of(design, studies, meta.mask.size());
   action.finish();
-  const std::vector<Map> statistics = maps.z;
   std::optional<JointFacts> joint;
   if (has_peaks(meta)) joint = estimate_from_peaks(linear, studies, maps);
-  std::vector<NullDistribution> nulls = randomized({
-      .meta = meta,
-      .images = images_of(meta, std::move(studies)),
-      .observed = statistics,
-      .statistic = [&](auto g, auto var, std::size_t voxels,
-                       auto z) { fit_model_maps(design, g, var, voxels, {.z = z}); },
-  });
-  return {std::move(maps), std::move(nulls), std::move(joint)};
+  std::vector<TestedMap> tested =
+      tested_coefficients(linear, studies, common_tau2(maps, joint), joint.has_value());
+  return {std::move(maps), std::move(tested), std::move(joint)};
 }
 
 /// A limit of the 95 % interval: the upper one with a sign of 1, the lower one with -1.
@@ -201,7 +222,7 @@ std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
     named.push_back({name, ci_low_map, std::move(low)});
     named.push_back({name, ci_high_map, std::move(high)});
     named.push_back({name, info_map, std::move(maps.info[j])});
-    add_p_maps(named, name, fit.nulls[j], linear.meta.record.randomizations);
+    add_p_maps(named, name, fit.tested[j]);
   }
   named.push_back({linear.names[0], tau2_map, std::move(maps.tau2)});
   named.push_back({linear.names[0], I2_map, std::move(maps.I2)});
@@ -228,14 +249,14 @@ LinearModel run_model(const Command& command, const ModelRequest& request) {
   say_filtered(linear.filtered, linear.all);
   say_incomplete(linear.model);
   Fit fit = fit_of(request, linear);
-  write_maps(outputs, command, linear.meta.mask, named_maps(linear, fit));
-  std::vector<ListedMap> listed;
-  for (std::size_t j = 0; j < fit.nulls.size(); ++j)
-    listed.push_back({linear.names[j], fit.nulls[j]});
   leave_record(outputs, linear, fit.joint);
+  std::vector<ListedMap> listed;
+  for (std::size_t j = 0; j < fit.tested.size(); ++j)
+    listed.push_back({linear.names[j], fit.tested[j]});
   AnalysisFacts facts = facts_of(command.text(), linear.meta);
   facts.left_out = linear.left_out;
   list_maps(outputs, listed, facts);
+  write_maps(outputs, command, linear.meta.mask, named_maps(linear, fit));
   outputs.commit();
   if (fit.joint)
     for (const Fact& fact : estimate_facts(*fit.joint)) say(fact.label + ": " + fact.text);

@@ -97,9 +97,9 @@ void write_p(Outputs& outputs, const Command& command, const MultiRequest& reque
   image.grid = mni_grid();
   image.intent_code = p_map.intent_code;
   image.description = image_description(command.text());
-  image.values = tails.positive.p;
+  image.values = tails.positive[0];
   for (std::size_t i = 0; i < image.values.size(); ++i)
-    image.values[i] = std::min(image.values[i], tails.negative.p[i]);
+    image.values[i] = std::min(image.values[i], tails.negative[0][i]);
   write_image(outputs.path_of(image_file_of(p_base_of(request))), image);
 }
 
@@ -143,9 +143,9 @@ ClusterReport report_of(const Command& command, const MultiRequest& request,
 
 /// Whether a voxel of the cluster has a p up to the limit.
 bool has_p(const Cluster& cluster, const BothTails& tails, float limit) {
-  const TailP& tail = cluster.positive ? tails.positive : tails.negative;
+  const TailMaps& tail = cluster.positive ? tails.positive : tails.negative;
   return std::any_of(cluster.grid_index.begin(), cluster.grid_index.end(),
-                     [&](std::uint32_t index) { return tail.p[index] <= limit; });
+                     [&](std::uint32_t index) { return tail[0][index] <= limit; });
 }
 
 }  // namespace

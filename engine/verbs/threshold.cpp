@@ -42,9 +42,13 @@ std::string base_of(const ThresholdRequest& request) {
 }
 
 /// Throws Refusal unless the folder has the map.
-void check_map(const std::string& map) {
+ChosenP chosen_map(const std::string& map) {
   const std::vector<std::string> maps = read_map_list();
-  if (std::find(maps.begin(), maps.end(), map) != maps.end()) return;
+  const auto listed = [&](const std::string& name) {
+    return std::find(maps.begin(), maps.end(), name) != maps.end();
+  };
+  if (listed(map)) return {map};
+  if (ChosenP chosen = chosen_p(map); listed(chosen.map)) return chosen;
   std::string list;
   for (const std::string& each : maps) list += (list.empty() ? "" : ", ") + each;
   const std::string_view whole =
@@ -60,19 +64,24 @@ void check_map(const std::string& map) {
 /// A map with all that it is thresholded and described by.
 struct ZMap {
   Mask mask;
+  ChosenP chosen;
   std::vector<float> z;  ///< in the mask
   BothTails tails;
+  std::array<std::vector<float>, 2> p;  ///< what is thresholded, in either direction
   std::vector<float> atlas;
 };
 
 ZMap prepare_threshold(const ThresholdRequest& request) {
   check_result_name(base_of(request));
   const PpRecord record = read_pp_record();
-  check_map(request.map);
   ZMap map;
+  map.chosen = chosen_map(request.map);
   map.mask = read_mask(mask_path(record.mask));
-  map.z = read_map(map_file(request.map, z_map), map.mask);
-  map.tails = read_tails(request.map);
+  map.z = read_map(map_file(map.chosen.map, z_map), map.mask);
+  map.tails = read_tails(map.chosen.map);
+  map.p = map.chosen.kind == 0 && !map.chosen.both
+              ? std::array{map.tails.positive.front(), map.tails.negative.front()}
+              : read_chosen(map.chosen);
   map.atlas = read_atlas();
   return map;
 }
@@ -82,15 +91,19 @@ std::vector<float> beyond(const ZMap& map, float p) {
   std::vector<float> z(mni_grid().voxels());
   for (std::size_t n = 0; n < map.mask.size(); ++n) {
     const std::uint32_t index = map.mask.grid_index[n];
-    const TailP& tail = map.z[n] > 0 ? map.tails.positive : map.tails.negative;
-    if (tail.p[index] < p) z[index] = map.z[n];
+    if (map.p[map.z[n] > 0 ? 0 : 1][index] < p) z[index] = map.z[n];
   }
   return z;
 }
 
+/// What the p is called that is thresholded.
+std::string name_of_p(const ChosenP& chosen) {
+  return std::string(chosen.both ? "two-tailed " : "") + p_map_kinds[chosen.kind].heading;
+}
+
 ClusterReport report_of(const Command& command, const ClusterResult& result,
-                        const ThresholdRequest& request) {
-  MapFacts known = facts_of_map(request.map, all_verbs());
+                        const ThresholdRequest& request, const ChosenP& chosen) {
+  MapFacts known = facts_of_map(chosen.map, all_verbs());
   MethodsFacts::Thresholds stated;
   stated.p = command.number(2);
   stated.peak_z = command.number(3);
@@ -108,6 +121,8 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   report.commands = std::move(known.commands);
   report.commands.push_back(command.text());
   report.methods = methods_of(known.methods);
+  for (std::size_t kind = 1; kind + 1 < p_map_kinds.size(); ++kind)
+    report.randomizations[kind] = randomizations_of(chosen.map, kind);
   return report;
 }
 
@@ -122,11 +137,12 @@ void run_threshold(const Command& command) {
   ClusterResult result;
   result.map = request.map;
   result.base = base_of(request);
-  result.criteria = "p < " + request.p_text + ", peak |z| at least " + request.height_text +
-                    ", at least " + Q_counted(request.extent, "voxel", "voxels");
   Outputs outputs;
   Action action("Thresholding " + result.map);
   const ZMap map = prepare_threshold(request);
+  result.criteria = name_of_p(map.chosen) + " < " + request.p_text + ", peak |z| at least " +
+                    request.height_text + ", at least " +
+                    Q_counted(request.extent, "voxel", "voxels");
   result.z = beyond(map, request.p);
   keep_clusters(result, {.extent = request.extent,
                          .keep =
@@ -136,7 +152,7 @@ void run_threshold(const Command& command) {
                          .tails = map.tails,
                          .atlas = map.atlas});
   action.finish();
-  write_result(outputs, command, result, report_of(command, result, request));
+  write_result(outputs, command, result, report_of(command, result, request, map.chosen));
   outputs.commit();
   say_result(result);
 }

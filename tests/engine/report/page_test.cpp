@@ -112,7 +112,7 @@ Cluster cluster_at(int i, int j, int k, double z, std::size_t voxels, const std:
   cluster.positive = z > 0;
   for (std::size_t n = 0; n < voxels; ++n)
     cluster.grid_index.push_back(std::uint32_t(mni_grid().index(i, j, k) + n));
-  cluster.peaks.push_back({{i, j, k}, z, 0.00012, 0.012, region});
+  cluster.peaks.push_back({{i, j, k}, z, {0.00012, 0.012}, region});
   cluster.regions = {{region, voxels - 1}, {"Right insula", 1}};
   return cluster;
 }
@@ -134,7 +134,7 @@ ClusterReport report_of(std::span<const Cluster> clusters, std::vector<float>& m
 TEST(ClusterReport, HasEveryClusterWithItsPlaceNumbersAndRegions) {
   std::vector<Cluster> clusters = {cluster_at(24, 80, 50, 4.123, 200, "Left <i>insula</i>"),
                                    cluster_at(60, 20, 40, -3.456, 12345, "outside of the atlas")};
-  clusters[0].peaks.push_back({{45, 81, 50}, 3.2, 0.5, std::nullopt, "Corpus callosum"});
+  clusters[0].peaks.push_back({{45, 81, 50}, 3.2, {0.5}, "Corpus callosum"});
   std::vector<float> map;
   const ClusterReport report = report_of(clusters, map);
   const std::string html = cluster_report(report);

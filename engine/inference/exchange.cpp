@@ -1,0 +1,317 @@
+#include "engine/inference/exchange.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <memory>
+#include <utility>
+
+#include "engine/base/distributions.h"
+#include "engine/base/parallel.h"
+#include "engine/base/progress.h"
+#include "engine/base/vectors.h"
+#include "engine/inference/dispersion_z.h"
+#include "engine/inference/random_stream.h"
+#include "engine/inference/tails.h"
+#include "util/text.h"
+
+namespace kvo::inference {
+
+namespace {
+
+constexpr std::size_t least_exchanges = 10'000;
+/// Clusters and TFCE, which take most of the time, are looked at in so many of them.
+constexpr std::size_t most_spatial = 500;
+/// So many tell the moments of a voxel's values.
+constexpr std::size_t most_scored = 2000;
+/// Exchanges whose maps are there at the same time, and voxels of a tile.
+constexpr std::size_t batch_rows = 64, tile_voxels = 32;
+/// Exchanges that come to the same value in exact numbers may differ by this.
+constexpr float rounding = 1e-4F;
+constexpr std::size_t exchange_dots = 20;
+
+using Tile = std::array<float, tile_voxels>;
+
+/// What is exchanged: rows of numbers for the studies that make z values of their maps.
+class Rows {
+ public:
+  explicit Rows(const ExchangeRequest& request)
+      : seed_(request.meta.record.seed),
+        hash_(name_hash(request.name)),
+        flips_(request.coefficient == 0),
+        roots_(root_weights(request.meta, request.tau2)) {
+    const Eigen::MatrixXd others = other_columns(request.design, request.coefficient);
+    const Eigen::MatrixXd basis = orthonormal(others);
+    column_ = request.design.columns.col(Eigen::Index(request.coefficient));
+    column_ -= basis * (basis.transpose() * column_);
+    others_ = orthonormal(roots_.asDiagonal() * others);
+  }
+
+  /// Of an exchange; that of number 0 leaves everything as it is. Orthogonal to the others().
+  void write(std::size_t number, float* row) const {
+    Eigen::VectorXd values = column_;
+    RandomStream random(seed_, number, hash_);
+    for (Eigen::Index s = values.size(); number > 0 && s-- > 0;) {
+      if (!flips_)
+        std::swap(values(s), values(Eigen::Index(random.below(std::uint32_t(s) + 1))));
+      else if (random.below(2) == 1)
+        values(s) = -values(s);
+    }
+    values.array() *= roots_.array();
+    const double before = values.norm();
+    for (int twice = 0; twice < 2; ++twice) values -= others_ * (others_.transpose() * values);
+    const double norm = values.norm();
+    // What the other terms explain altogether has no coefficient.
+    values *= norm > 1e-9 * before ? 1 / norm : 0;
+    for (Eigen::Index s = 0; s < values.size(); ++s) row[s] = float(values(s));
+  }
+
+  [[nodiscard]] std::size_t studies() const { return std::size_t(column_.size()); }
+  [[nodiscard]] const Eigen::VectorXd& roots() const { return roots_; }
+  /// An orthonormal basis of the other columns times the roots of the weights.
+  [[nodiscard]] const Eigen::MatrixXd& others() const { return others_; }
+  [[nodiscard]] bool flips() const { return flips_; }
+
+ private:
+  std::uint64_t seed_, hash_;
+  bool flips_;
+  Eigen::VectorXd roots_, column_;
+  Eigen::MatrixXd others_;
+};
+
+/// The weighted effects of the studies in a tile, and their sum of squares beside the others().
+struct TileOfStudies {
+  std::vector<Tile> effects;
+  Tile squares{};
+};
+
+/// The projections of a tile on a row, and their z.
+WIDEST_VECTORS void multiply(const float* row, const std::vector<Tile>& effects,
+                             const Tile& squares, float df, Tile& sums, Tile& z) {
+  sums = {};
+  for (std::size_t s = 0; s < effects.size(); ++s) {
+    const float weight = row[s];
+    const float* __restrict effect = effects[s].data();
+    for (std::size_t v = 0; v < tile_voxels; ++v) sums[v] += weight * effect[v];
+  }
+  for (std::size_t v = 0; v < tile_voxels; ++v)
+    z[v] = sums[v] / std::sqrt(std::max(1.0F, (squares[v] - sums[v] * sums[v]) / df));
+}
+
+/// What is counted in the voxels of a tile.
+struct TileCounts {
+  Tile observed{};
+  std::array<double, tile_voxels> score{};  ///< of what is observed
+  std::array<std::array<std::uint32_t, tile_voxels>, 2> beyond{};
+  std::array<std::array<double, tile_voxels>, 3> powers{};  ///< of scores, their squares and cubes
+};
+
+/// The largest values in either direction, for each place in a tile.
+using Most = std::array<Tile, 2>;
+
+/// What the standard normal distribution has where a partial correlation of this square is when
+/// effects are normal (the t of it by Wallace 1959, Annals of Mathematical Statistics 30:1121).
+double normal_score(float projection, float squares, float df) {
+  if (!(squares > 0)) return 0;
+  const float share = std::min(projection * projection / squares, 0.999999F);
+  const float score = std::sqrt(-df * std::log1p(-share)) * (8 * df + 1) / (8 * df + 3);
+  return double(std::copysign(score, projection));
+}
+
+WIDEST_VECTORS void count(const Tile& z, TileCounts& counts, Most& most) {
+  for (std::size_t v = 0; v < tile_voxels; ++v) {
+    const float limit = rounding * (1 + std::abs(counts.observed[v]));
+    counts.beyond[0][v] += z[v] >= counts.observed[v] - limit ? 1 : 0;
+    counts.beyond[1][v] += z[v] <= counts.observed[v] + limit ? 1 : 0;
+    most[0][v] = most[0][v] > z[v] ? most[0][v] : z[v];
+    most[1][v] = most[1][v] > -z[v] ? most[1][v] : -z[v];
+  }
+}
+
+/// Takes in the scores of an exchange.
+void add_scores(const Tile& projections, const Tile& squares, float df, TileCounts& counts) {
+  for (std::size_t v = 0; v < tile_voxels; ++v) {
+    const double score = normal_score(projections[v], squares[v], df);
+    counts.powers[0][v] += score;
+    counts.powers[1][v] += score * score;
+    counts.powers[2][v] += score * score * score;
+  }
+}
+
+Moments moments_of(const TileCounts& counts, std::size_t v, double number) {
+  const double mean = counts.powers[0][v] / number, square = counts.powers[1][v] / number;
+  const double variance = square - mean * mean;
+  const double cube =
+      counts.powers[2][v] / number - 3 * mean * square + 2 * mean * mean * mean;
+  const double sd = std::sqrt(std::max(variance, 1e-12));
+  return {mean, sd, cube / (sd * sd * sd)};
+}
+
+/// All exchanges of a coefficient.
+class Exchanges {
+ public:
+  explicit Exchanges(const ExchangeRequest& request)
+      : request_(request),
+        rows_(request),
+        voxels_(request.meta.mask.size()),
+        df_(float(request.design.studies()) - float(request.design.coefficients())),
+        number_(std::max(least_exchanges, request.meta.record.randomizations)),
+        spatial_(std::min(number_, most_spatial)),
+        scored_(std::min(number_, most_scored)),
+        counts_((voxels_ + tile_voxels - 1) / tile_voxels),
+        observed_(voxels_) {
+    for (int t = 0; t < omp_get_max_threads(); ++t) extents_.emplace_back(request.meta.mask);
+  }
+
+  [[nodiscard]] std::size_t number() const { return number_; }
+  [[nodiscard]] std::size_t batches() const { return (number_ + batch_rows - 1) / batch_rows; }
+  [[nodiscard]] bool flips() const { return rows_.flips(); }
+
+  TestedMap run(Action& action) {
+    observe();
+    TestedMap tested{.null = NullDistribution({}, spatial_, extents_.size()),
+                     .randomizations = number_,
+                     .spatial = spatial_};
+    Found found{.thresholds = {forming_threshold(), forming_threshold()}};
+    for (LargestValues& largest : found.largest) {
+      largest.value.resize(number_);
+      largest.extent.resize(spatial_);
+      largest.tfce.resize(spatial_);
+    }
+    for (std::size_t first = 0; first < number_; first += batch_rows) {
+      run_batch(first, tested.null, found);
+      action.step();
+    }
+    tested.null.finish();
+    for (std::vector<float>& p : found.p) p.resize(voxels_);
+    in_parallel(counts_.size(), [&](std::size_t tile, std::size_t) { write_p(tile, found.p); });
+    add_corrected(tested, std::move(found), observed_, extents_.front());
+    tested.statistic = std::move(observed_);
+    return tested;
+  }
+
+ private:
+  [[nodiscard]] TileOfStudies tile_of(std::size_t tile) const {
+    const std::size_t begin = tile * tile_voxels, n = std::min(tile_voxels, voxels_ - begin);
+    TileOfStudies studies{std::vector<Tile>(rows_.studies()), {}};
+    const Eigen::MatrixXd& others = rows_.others();
+    std::vector<Tile> projections(std::size_t(others.cols()));
+    for (std::size_t s = 0; s < studies.effects.size(); ++s) {
+      const float* g = request_.studies.g[s].data() + begin;
+      const auto root = float(rows_.roots()(Eigen::Index(s)));
+      Tile& effects = studies.effects[s];
+      for (std::size_t v = 0; v < n; ++v) effects[v] = root * g[v];
+      for (std::size_t v = 0; v < n; ++v) studies.squares[v] += effects[v] * effects[v];
+      for (std::size_t j = 0; j < projections.size(); ++j) {
+        const auto part = float(others(Eigen::Index(s), Eigen::Index(j)));
+        for (std::size_t v = 0; v < n; ++v) projections[j][v] += part * effects[v];
+      }
+    }
+    for (const Tile& projection : projections)
+      for (std::size_t v = 0; v < n; ++v) studies.squares[v] -= projection[v] * projection[v];
+    return studies;
+  }
+
+  void observe() {
+    std::vector<float> row(rows_.studies());
+    rows_.write(0, row.data());
+    in_parallel(counts_.size(), [&](std::size_t tile, std::size_t) {
+      const TileOfStudies studies = tile_of(tile);
+      Tile projections;
+      TileCounts& counts = counts_[tile];
+      multiply(row.data(), studies.effects, studies.squares, df_, projections, counts.observed);
+      for (std::size_t v = 0; v < tile_voxels; ++v)
+        counts.score[v] = normal_score(projections[v], studies.squares[v], df_);
+      const std::size_t begin = tile * tile_voxels;
+      std::copy_n(counts_[tile].observed.begin(), std::min(tile_voxels, voxels_ - begin),
+                  observed_.begin() + std::ptrdiff_t(begin));
+    });
+  }
+
+  void run_batch(std::size_t first, NullDistribution& null, Found& found) {
+    const std::size_t rows = std::min(batch_rows, number_ - first), studies = rows_.studies();
+    std::vector<float> table(rows * studies);
+    for (std::size_t r = 0; r < rows; ++r) rows_.write(first + r + 1, table.data() + r * studies);
+    const std::size_t looked_at = first < spatial_ ? std::min(rows, spatial_ - first) : 0;
+    maps_.resize(looked_at, std::vector<float>(voxels_));
+    // Of each thread and row. A map of nothing has no more than 0.
+    std::vector<std::vector<Most>> most(extents_.size(), std::vector<Most>(rows));
+    in_parallel(counts_.size(), [&](std::size_t tile, std::size_t thread) {
+      const TileOfStudies maps = tile_of(tile);
+      const std::size_t begin = tile * tile_voxels, n = std::min(tile_voxels, voxels_ - begin);
+      Tile projections, z;
+      for (std::size_t r = 0; r < rows; ++r) {
+        multiply(table.data() + r * studies, maps.effects, maps.squares, df_, projections, z);
+        count(z, counts_[tile], most[thread][r]);
+        if (first + r < scored_) add_scores(projections, maps.squares, df_, counts_[tile]);
+        if (r < looked_at) std::copy_n(z.begin(), n, maps_[r].begin() + std::ptrdiff_t(begin));
+      }
+    });
+    for (std::size_t t = 0; t < 2; ++t)
+      for (std::size_t r = 0; r < rows; ++r) {
+        float& largest = found.largest[t].value[first + r];
+        for (const std::vector<Most>& of_thread : most)
+          largest = std::max(largest, *std::max_element(of_thread[r][t].begin(), of_thread[r][t].end()));
+      }
+    in_parallel(looked_at, [&](std::size_t r, std::size_t thread) {
+      null.count(maps_[r], first + r, thread);
+      for (std::size_t t = 0; t < 2; ++t) {
+        const Extents::Largest largest =
+            extents_[thread].largest(maps_[r], t == 0 ? 1.0F : -1.0F, found.thresholds[t]);
+        found.largest[t].extent[first + r] = largest.extent;
+        found.largest[t].tfce[first + r] = largest.tfce;
+      }
+    });
+  }
+
+  void write_p(std::size_t tile, std::array<std::vector<float>, 2>& p) const {
+    const TileCounts& counts = counts_[tile];
+    const double all = 1 + double(number_);
+    for (std::size_t v = 0; v < tile_voxels && tile * tile_voxels + v < voxels_; ++v)
+      for (std::size_t t = 0; t < 2; ++t) {
+        double each = (1 + double(counts.beyond[t][v])) / all;
+        if (counts.beyond[t][v] < few_beyond) {
+          Moments moments = moments_of(counts, v, double(scored_));
+          double value = counts.score[v];
+          if (t == 1) {
+            value = -value;
+            moments.mean = -moments.mean;
+            moments.skewness = -moments.skewness;
+          }
+          // Beyond what was counted by two decades at most, and never less certain than counted.
+          each = std::clamp(pearson_tail(value, moments), 0.01 / all, double(few_beyond + 1) / all);
+        }
+        p[t][tile * tile_voxels + v] = float(each);
+      }
+  }
+
+  [[nodiscard]] float forming_threshold() const {
+    return float(t_of_tail(forming_p, double(df_)));
+  }
+
+  const ExchangeRequest& request_;
+  Rows rows_;
+  std::size_t voxels_;
+  float df_;
+  std::size_t number_, spatial_, scored_;
+  std::vector<TileCounts> counts_;
+  std::vector<float> observed_;
+  std::vector<Extents> extents_;  ///< of each thread
+  std::vector<std::vector<float>> maps_;
+};
+
+}  // namespace
+
+TestedMap tested_by_exchange(const ExchangeRequest& request) {
+  Exchanges exchanges(request);
+  const std::string times = " (" + Q_counted(exchanges.number(), "time", "times") + ")";
+  Action action((exchanges.flips() ? "Turning images round at random"
+                                   : "Dealing out " + request.name + " to the studies at random") +
+                    times,
+                exchanges.batches(), exchange_dots);
+  TestedMap tested = exchanges.run(action);
+  action.finish();
+  return tested;
+}
+
+}  // namespace kvo::inference

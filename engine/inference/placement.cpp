@@ -1,0 +1,113 @@
+#include "engine/inference/placement.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "engine/base/exists.h"
+#include "engine/images/mask.h"
+
+namespace kvo::inference {
+
+namespace {
+
+constexpr const char* tissues[] = {"gray_matter", "white_matter"};
+/// Peaks that are thought to lie in each kind by its share of the mask, beside those that do, so
+/// that a few peaks do not rule a tissue out.
+constexpr double assumed_peaks = 10;
+constexpr int tries_of_a_group = 10;
+
+/// For each voxel of the mask the first of the tissues that has it.
+std::vector<std::uint8_t> kinds_of(const Mask& mask) {
+  constexpr std::uint8_t others = std::size(tissues);
+  std::vector<std::uint8_t> kinds(mask.size(), others);
+  for (std::uint8_t tissue = 0; tissue < others; ++tissue) {
+    const Mask of_tissue = read_mask(mask_path(tissues[tissue]));
+    for (std::size_t n = 0; n < mask.size(); ++n)
+      if (kinds[n] == others && of_tissue.inside[mask.grid_index[n]]) kinds[n] = tissue;
+  }
+  return kinds;
+}
+
+bool in_mask(const Mask& mask, const Voxel& at) {
+  return mni_grid().holds(at) && mask.inside[mni_grid().index(at)];
+}
+
+Voxel moved(const Voxel& at, const Voxel& from, const Voxel& to) {
+  return {at.i + to.i - from.i, at.j + to.j - from.j, at.k + to.k - from.k};
+}
+
+}  // namespace
+
+Placement::Placement(const Mask& mask, const std::vector<std::vector<PlacedPeak>>& peaks)
+    : mask_(mask) {
+  const std::vector<std::uint8_t> kind = kinds_of(mask);
+  for (std::size_t n = 0; n < mask.size(); ++n) voxels_[kind[n]].push_back(std::uint32_t(n));
+  std::array<double, kinds> counts{};
+  for (std::size_t k = 0; k < kinds; ++k)
+    counts[k] = assumed_peaks * double(voxels_[k].size()) / double(mask.size());
+  for (const std::vector<PlacedPeak>& of_study : peaks)
+    for (const PlacedPeak& peak : of_study) {
+      if (!in_mask(mask, peak.voxel)) continue;
+      const auto at = std::lower_bound(mask.grid_index.begin(), mask.grid_index.end(),
+                                       std::uint32_t(mni_grid().index(peak.voxel)));
+      counts[kind[std::size_t(at - mask.grid_index.begin())]] += 1;
+    }
+  const double all = std::accumulate(counts.begin(), counts.end(), 0.0);
+  double sum = 0;
+  for (std::size_t k = 0; k < kinds; ++k) {
+    sum += counts[k] / all;
+    shares_[k] = std::uint32_t(std::min(sum, 1.0) * double(UINT32_MAX));
+  }
+}
+
+Voxel Placement::draw(RandomStream& random) const {
+  const std::uint32_t which = random.below(UINT32_MAX);
+  std::size_t kind = 0;
+  while (kind + 1 < kinds && (which >= shares_[kind] || voxels_[kind].empty())) ++kind;
+  while (voxels_[kind].empty()) --kind;
+  return mask_.voxel(voxels_[kind][random.below(std::uint32_t(voxels_[kind].size()))]);
+}
+
+std::vector<std::vector<std::size_t>> peak_groups(const std::vector<PlacedPeak>& peaks,
+                                                  double distance_mm) {
+  std::vector<std::vector<std::size_t>> groups;
+  std::vector<bool> grouped(peaks.size());
+  const double reach = distance_mm / voxel_mm;
+  for (std::size_t first = 0; first < peaks.size(); ++first) {
+    if (grouped[first]) continue;
+    grouped[first] = true;
+    std::vector<std::size_t> group{first};
+    for (std::size_t next = 0; next < group.size(); ++next)
+      for (std::size_t other = 0; other < peaks.size(); ++other) {
+        if (grouped[other]) continue;
+        const Voxel &a = peaks[group[next]].voxel, &b = peaks[other].voxel;
+        const double i = a.i - b.i, j = a.j - b.j, k = a.k - b.k;
+        if (i * i + j * j + k * k > reach * reach) continue;
+        grouped[other] = true;
+        group.push_back(other);
+      }
+    groups.push_back(std::move(group));
+  }
+  return groups;
+}
+
+void place_groups(const std::vector<PlacedPeak>& peaks,
+                  const std::vector<std::vector<std::size_t>>& groups, const Mask& mask,
+                  const Placement& placement, RandomStream& random, std::vector<Voxel>& voxels) {
+  voxels.resize(peaks.size());
+  for (const std::vector<std::size_t>& group : groups) {
+    bool fits = false;
+    for (int again = 0; again < tries_of_a_group && !fits; ++again) {
+      const Voxel from = peaks[group[random.below(std::uint32_t(group.size()))]].voxel;
+      const Voxel to = placement.draw(random);
+      fits = std::all_of(group.begin(), group.end(), [&](std::size_t p) {
+        return in_mask(mask, moved(peaks[p].voxel, from, to));
+      });
+      for (const std::size_t p : group) voxels[p] = moved(peaks[p].voxel, from, to);
+    }
+    if (fits) continue;
+    for (const std::size_t p : group) voxels[p] = placement.draw(random);
+  }
+}
+
+}  // namespace kvo::inference

@@ -1,0 +1,45 @@
+#pragma once
+
+// Random places for a study's peaks.
+//
+// The voxels of the mask are of three kinds: grey matter, white matter and others, by the masks of
+// the installation. The peaks of all the studies tell how often one lies in each kind; within a kind
+// all voxels are as likely. Peaks of a study that are closer to each other than the kernel's FWHM,
+// by way of others too, make a group, which is moved as one to where all of it is in the mask, or,
+// where none of some tries gives such a place, peak by peak.
+
+#include <array>
+#include <vector>
+
+#include "engine/inference/inference_layer.h"
+#include "engine/inference/random_stream.h"
+#include "engine/maps/meta_analysis.h"
+#include "engine/maps/peak_map.h"
+
+namespace kvo::inference {
+
+class Placement {
+ public:
+  /// `peaks` are those of all the studies. The mask must outlive it.
+  Placement(const Mask& mask, const std::vector<std::vector<PlacedPeak>>& peaks);
+
+  /// A random voxel of the mask.
+  [[nodiscard]] Voxel draw(RandomStream& random) const;
+
+ private:
+  static constexpr std::size_t kinds = 3;
+  const Mask& mask_;
+  std::array<std::vector<std::uint32_t>, kinds> voxels_;  ///< of each kind, by numbers in the mask
+  std::array<std::uint32_t, kinds> shares_{};             ///< of 2^32 - 1, added up
+};
+
+/// The groups of a study's peaks, by their indices.
+std::vector<std::vector<std::size_t>> peak_groups(const std::vector<PlacedPeak>& peaks,
+                                                  double distance_mm);
+
+/// Draws voxels for the peaks of a study.
+void place_groups(const std::vector<PlacedPeak>& peaks,
+                  const std::vector<std::vector<std::size_t>>& groups, const Mask& mask,
+                  const Placement& placement, RandomStream& random, std::vector<Voxel>& voxels);
+
+}  // namespace kvo::inference

@@ -1,0 +1,28 @@
+#pragma once
+
+// Random numbers that depend on nothing but what they are for: the seed of the meta-analysis, the
+// randomization and the name of what is drawn. (SplitMix64: Steele, Lea and Flood 2014.)
+
+#include <cstdint>
+#include <string>
+
+#include "engine/inference/inference_layer.h"
+
+namespace kvo::inference {
+
+class RandomStream {
+ public:
+  RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash);
+  /// A whole number from 0 to below the limit, each as likely as the others to within 2^-32.
+  std::uint32_t below(std::uint32_t limit);
+  /// 64 bits, each 0 or 1.
+  std::uint64_t bits();
+
+ private:
+  std::uint64_t state_;
+};
+
+/// A hash of a name that is the same everywhere (FNV-1a).
+std::uint64_t name_hash(const std::string& name);
+
+}  // namespace kvo::inference
