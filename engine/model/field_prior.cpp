@@ -31,42 +31,25 @@ struct Block {
   std::vector<double> values;
 };
 
-/// The block with one axis replaced by what the rows make of it.
-Block along(const Block& in, int axis, const Rows& rows) {
+/// The block with one axis, which has so many values, replaced by what the rows make of them; or,
+/// transposed, the axis of the rows replaced by one of so many values.
+template <bool transposed>
+Block along(const Block& in, int axis, const Rows& rows, std::size_t values) {
   Block out{in.size, {}};
   const auto a = std::size_t(axis);
-  out.size[a] = rows.size();
+  out.size[a] = transposed ? values : rows.size();
   std::size_t inner = 1, outer = 1;
   for (std::size_t b = 0; b < a; ++b) inner *= in.size[b];
   for (std::size_t b = a + 1; b < 3; ++b) outer *= in.size[b];
-  out.values.assign(inner * outer * rows.size(), 0);
+  out.values.assign(inner * outer * out.size[a], 0);
   for (std::size_t o = 0; o < outer; ++o)
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      double* to = &out.values[(o * rows.size() + i) * inner];
+      const std::size_t made = (o * rows.size() + i) * inner;
       for (std::size_t k = 0; k < rows[i].weights.size(); ++k) {
         const double weight = rows[i].weights[k];
-        const double* from = &in.values[(o * in.size[a] + rows[i].first + k) * inner];
-        for (std::size_t n = 0; n < inner; ++n) to[n] += weight * from[n];
-      }
-    }
-  return out;
-}
-
-/// The transpose of along(): the axis gets so many values.
-Block back_along(const Block& in, int axis, const Rows& rows, std::size_t values) {
-  Block out{in.size, {}};
-  const auto a = std::size_t(axis);
-  out.size[a] = values;
-  std::size_t inner = 1, outer = 1;
-  for (std::size_t b = 0; b < a; ++b) inner *= in.size[b];
-  for (std::size_t b = a + 1; b < 3; ++b) outer *= in.size[b];
-  out.values.assign(inner * outer * values, 0);
-  for (std::size_t o = 0; o < outer; ++o)
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      const double* from = &in.values[(o * rows.size() + i) * inner];
-      for (std::size_t k = 0; k < rows[i].weights.size(); ++k) {
-        const double weight = rows[i].weights[k];
-        double* to = &out.values[(o * values + rows[i].first + k) * inner];
+        const std::size_t taken = (o * values + rows[i].first + k) * inner;
+        const double* from = &in.values[transposed ? made : taken];
+        double* to = &out.values[transposed ? taken : made];
         for (std::size_t n = 0; n < inner; ++n) to[n] += weight * from[n];
       }
     }
@@ -132,7 +115,9 @@ std::size_t FieldPrior::cell_at(const Eigen::Vector3d& mm) {
 
 Eigen::VectorXd FieldPrior::at_cells(const Eigen::VectorXd& noise) const {
   Block block = block_of(noise);
-  for (int axis = 0; axis < 3; ++axis) block = along(block, axis, cells_[std::size_t(axis)]);
+  const auto counts = cell_counts();
+  for (int axis = 0; axis < 3; ++axis)
+    block = along<false>(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
   return vector_of(block);
 }
 
@@ -140,14 +125,16 @@ Eigen::VectorXd FieldPrior::to_noise(const Eigen::VectorXd& field) const {
   Block block = block_of(field);
   const auto counts = cell_counts();
   for (int axis = 3; axis-- > 0;)
-    block = back_along(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
+    block = along<true>(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
   return vector_of(block);
 }
 
 std::vector<float> FieldPrior::in_mask(const Eigen::VectorXd& noise, const Mask& mask) const {
   Block block = block_of(noise);
+  const auto counts = cell_counts();
   // The longest rows are worked on last, and are the quickest.
-  for (int axis = 0; axis < 3; ++axis) block = along(block, axis, voxels_[std::size_t(axis)]);
+  for (int axis = 0; axis < 3; ++axis)
+    block = along<false>(block, axis, voxels_[std::size_t(axis)], counts[std::size_t(axis)]);
   std::vector<float> values(mask.size());
   for (std::size_t n = 0; n < mask.size(); ++n) values[n] = float(block.values[mask.grid_index[n]]);
   return values;
@@ -160,7 +147,7 @@ Eigen::VectorXd FieldPrior::mean_weights(const Mask& mask) const {
   for (const std::uint32_t index : mask.grid_index) block.values[index] = 1 / double(mask.size());
   const auto counts = cell_counts();
   for (std::size_t axis = 0; axis < 3; ++axis)
-    block = back_along(block, int(axis), voxels_[axis], counts[axis]);
+    block = along<true>(block, int(axis), voxels_[axis], counts[axis]);
   return vector_of(block);
 }
 

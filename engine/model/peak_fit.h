@@ -51,6 +51,8 @@ struct PeakAssumptions {
   double width = 28;       ///< FWHM of the autocorrelation of the coefficients, mm
   double effect_sd = 0.8;  ///< of the first coefficient, before anything is known
   double slope_sd = 0.4;   ///< of the others
+
+  bool operator==(const PeakAssumptions&) const = default;
 };
 
 /// The coefficients' most likely fields, as the values of their noise (FieldPrior).

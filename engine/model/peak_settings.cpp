@@ -37,7 +37,8 @@ class Prediction {
   Prediction(std::vector<ListingStudy> studies, const Mask& mask)
       : studies_(std::move(studies)), mask_(mask), fits_(parts) {}
 
-  /// The gain by peak. The fits of the last settings that were kept are where the next ones start.
+  /// The mean of what is foretold() by peak, which grows as predictions get better. The fits of the
+  /// last settings that were kept are where the next ones start.
   double gain(const PeakAssumptions& assumptions) {
     std::vector<Foretold> foretold_of(parts);
     std::vector<std::optional<PeakFit>> fits(parts);
@@ -125,7 +126,6 @@ ChosenAssumptions choose_assumptions(std::span<const ListingStudy> studies, cons
   chosen.assumptions.effect_sd = effect_sd;
   chosen.by_prediction = true;
   chosen.tau2_by_prediction = !known_tau2;
-  chosen.gain = gain;
   return chosen;
 }
 
