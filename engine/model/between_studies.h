@@ -12,6 +12,7 @@
 #include "engine/model/design.h"
 #include "engine/model/interval.h"
 #include "engine/model/model_layer.h"
+#include "engine/model/small_symmetric.h"
 
 namespace kvo::model {
 
@@ -28,10 +29,10 @@ struct Values {
 
 /// Weighted least squares at a given tau2.
 struct WeightedFit {
-  Eigen::VectorXd in_basis;  ///< coefficients of the design's basis
-  Eigen::MatrixXd spread;    ///< their covariance, (X'WX)^-1
-  double Q;                  ///< y'Py
-  double trace;              ///< of P
+  SmallVector in_basis;   ///< coefficients of the design's basis
+  SmallSymmetric spread;  ///< their covariance, (X'WX)^-1
+  double Q;               ///< y'Py
+  double trace;           ///< of P
   double slope;  ///< y'PPy - tr(P): twice the derivative of the restricted log-likelihood by tau2
   double log_likelihood;  ///< restricted, but for a constant
 };

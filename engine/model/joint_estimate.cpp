@@ -118,18 +118,6 @@ class Voxels {
     return A;
   }
 
-  /// The variance of the term t of a covariance in the basis.
-  [[nodiscard]] double of_term(std::size_t t, const SmallSymmetric& covariance) const {
-    double sum = 0;
-    for (std::size_t j = t; j < p_; ++j)
-      for (std::size_t k = t; k < p_; ++k)
-        sum += back(t, j) * back(t, k) * covariance[in_triangle(j, k)];
-    return sum;
-  }
-  [[nodiscard]] double back(std::size_t t, std::size_t j) const {
-    return design_.back(Eigen::Index(t), Eigen::Index(j));
-  }
-
   /// Leaves the maps' values of the voxel.
   void leave(std::size_t v, const SmallVector& b, const SmallSymmetric& covariance,
              const SmallSymmetric& of_images) {
@@ -139,13 +127,11 @@ class Voxels {
       before[in_triangle(j, j)] = sd * sd;
     }
     for (std::size_t t = 0; t < p_; ++t) {
-      double g = 0;
-      for (std::size_t j = t; j < p_; ++j) g += back(t, j) * b[j];
-      const double var = of_term(t, covariance);
-      const double learnt = 1 / var - 1 / of_term(t, before);
-      to_.g[t][v] = float(g);
+      const double var = term_variance(design_, t, covariance);
+      const double learnt = 1 / var - 1 / term_variance(design_, t, before);
+      to_.g[t][v] = float(term_of(design_, t, b));
       to_.var[t][v] = float(var);
-      to_.info[t][v] = float(std::clamp(learnt * of_term(t, of_images), 0.0, 1.0));
+      to_.info[t][v] = float(std::clamp(learnt * term_variance(design_, t, of_images), 0.0, 1.0));
     }
   }
 
