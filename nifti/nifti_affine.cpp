@@ -34,7 +34,7 @@ constexpr Standard_grid MNI_GRIDS[] = {
 constexpr Standard_grid TALAIRACH_GRIDS[] = {
     {{161, 191, 151}, 1, {-80, -110, -65}},  // the box of the atlas
 };
-/// The part of a voxel's size that may be lost to rounding.
+/// Relative tolerance for rounded voxel sizes.
 constexpr double ROUNDING = 1e-4;
 /// When the search for a rotation ends.
 constexpr int MOST_ROUNDS = 100;
@@ -57,9 +57,9 @@ bool has_grid(const Nifti_header& h, const Standard_grid& grid) {
   return true;
 }
 
-/// The rotation closest to a matrix whose determinant is above 0, which the mean of a matrix and
-/// its transposed inverse comes to (Higham 1986, SIAM Journal on Scientific and Statistical
-/// Computing 7:1160). A matrix that is too close to singular for that stays as it has become.
+/// The rotation closest to a matrix with a positive determinant, by Newton's iteration for the
+/// polar decomposition (Higham 1986, SIAM Journal on Scientific and Statistical Computing 7:1160).
+/// It stops early where the matrix is too close to singular to be inverted.
 Eigen::Matrix3d nearest_rotation(Eigen::Matrix3d matrix) {
   for (int round = 0; round < MOST_ROUNDS; ++round) {
     const Eigen::Matrix3d next = (matrix + matrix.inverse().transpose()) / 2;

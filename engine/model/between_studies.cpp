@@ -10,8 +10,8 @@ namespace kvo::model {
 
 namespace {
 
-/// Where a function that falls from above 0 at `low` to 0 or less at `high` crosses 0, as far as
-/// numbers are told apart.
+/// The root of a function that falls from above 0 at `low` to 0 or less at `high`, by bisection to
+/// machine precision.
 template <typename Function>
 double root_between(double low, double high, const Function& function) {
   for (;;) {
@@ -42,7 +42,7 @@ double largest_tau2(const Values& values) {
   return (share + root) / 2 - *least;
 }
 
-/// 0, and from there to the largest value of interest in steps that grow.
+/// 0, and a logarithmic grid up to the largest value of interest.
 std::vector<double> tried_tau2(double largest) {
   constexpr int steps = 40;
   constexpr double decades = 8;
@@ -118,7 +118,8 @@ std::optional<double> restricted_tau2(const Values& values) {
     return a.log_likelihood < b.log_likelihood;
   });
   if (!std::isfinite(best->log_likelihood) || !std::isfinite(best->slope)) return {};
-  // Mostly the next step; more where likelihoods are too alike to be told apart.
+  // Usually the next step brackets the maximum; more are needed where likelihoods are numerically
+  // equal.
   auto low = std::size_t(best - fits.begin());
   while (low + 1 < fits.size() && fits[low + 1].slope > 0) ++low;
   while (low > 0 && fits[low].slope <= 0) --low;

@@ -1,6 +1,6 @@
 #pragma once
 
-// What one effect a study says of the variance between studies, tau2, beside a linear model.
+// The between-study variance, tau2, from one effect per study, with a linear model as moderators.
 //
 // With W = diag(1/(v + tau2)) and P = W - W X (X'WX)^-1 X'W, the generalised Q is y'Py, which falls
 // as tau2 grows and has the chi-squared distribution with k - p degrees of freedom at the true
@@ -44,8 +44,8 @@ WeightedFit weighted_fit(const Values& values, double tau2);
 double moments_tau2(const Values& values);
 
 /// The tau2 of at least 0 where the restricted likelihood is largest (Viechtbauer 2005, Journal of
-/// Educational and Behavioral Statistics 30:261), to all digits; where there are several maxima,
-/// the largest of all. 0 without degrees of freedom; nothing when values are so large or small that
+/// Educational and Behavioral Statistics 30:261), to machine precision; the global one where there
+/// are several maxima. 0 without degrees of freedom; nothing when values are so large or small that
 /// no maximum is found.
 std::optional<double> restricted_tau2(const Values& values);
 

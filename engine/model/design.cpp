@@ -53,8 +53,8 @@ void check_own_part(const Term& term, double own, double whole) {
 
 }  // namespace
 
-// Gram-Schmidt, twice for each column, which leaves the columns orthogonal to rounding (Giraud,
-// Langou, Rozložník and van den Eshof 2005, Numerische Mathematik 101:87).
+// Gram-Schmidt, with each column orthogonalised twice, which makes them orthogonal to machine
+// precision (Giraud, Langou, Rozložník and van den Eshof 2005, Numerische Mathematik 101:87).
 Design make_design(std::span<const Term> terms, std::size_t studies) {
   check_terms(terms, studies);
   const auto k = Eigen::Index(studies), p = Eigen::Index(terms.size()) + 1;
@@ -65,10 +65,11 @@ Design make_design(std::span<const Term> terms, std::size_t studies) {
     const Term& term = terms[std::size_t(t - 1)];
     auto column = design.basis.col(t);
     design.columns.col(t) = column = Eigen::Map<const Eigen::VectorXd>(term.values.data(), k);
-    // What the column has of those before it, and how they were made of the terms.
+    // Takes the projections on earlier columns out, and keeps track of what that makes of the
+    // terms.
     for (int round = 0; round < 2; ++round)
       for (Eigen::Index j = 0; j < t; ++j) {
-        // All columns of the basis have the length of 1's.
+        // All columns of the basis are as long as the first.
         const double part = design.basis.col(j).dot(column) / double(studies);
         column -= part * design.basis.col(j);
         design.back.col(t) -= part * design.back.col(j);

@@ -14,11 +14,11 @@ namespace kvo::model {
 namespace {
 
 constexpr double tau2_floor = 0.005, tau2_ceiling = 0.5;
-/// How a study chooses what it lists of its maxima is not known. In simulations of studies that
-/// list one to four maxima of each cluster, maxima some distance apart, or all, that moves the
-/// effect by so much, in g, as far as maxima are not listed.
+/// How a study selects the maxima it lists is unknown. In simulations of studies that list one to
+/// four maxima per cluster, maxima some distance apart, or all of them, the effect varies by this
+/// much, in g, in proportion to the share of maxima not listed.
 constexpr double doubt_of_unlisted = 0.25;
-/// The same as far as the heights of peaks are not told: effects then come out too small.
+/// The same for peaks reported without a height: effects then come out too small.
 constexpr double doubt_of_heights = 0.4;
 
 /// The mean over the voxels of the between-study variance of the images.

@@ -14,9 +14,10 @@ namespace kvo::model {
 namespace {
 
 constexpr int most_solver_steps = 25, draws = 64;
-/// A Newton step is halved down to that share: those far from the mode can be much too long.
+/// The shortest fraction of a Newton step that is tried: far from the mode full steps can be much
+/// too long.
 constexpr double shortest_step = 1e-6;
-/// When a search ends: after so many rounds, or when the effects move no farther in one.
+/// When a search ends: after this many iterations, or once the effects move less than this in one.
 struct Effort {
   int rounds;
   double still;
@@ -71,7 +72,7 @@ Fields draw(const PeakFit& fit, std::uint64_t number) {
   const std::size_t p = fit.noise.size();
   const Eigen::Index n = fit.noise[0].size();
   std::mt19937_64 random(number);
-  // Signs have the variance of normal values, and the sums of many are normal.
+  // Random signs have variance 1 like standard normal values, and sums of many are close to normal.
   const auto signs = [&] {
     Vector values(n);
     std::uint64_t bits = 0;
@@ -110,7 +111,7 @@ struct Search {
   [[nodiscard]] double target(const Fields& noise, const Fields& in_cells) const {
     return log_posterior(noise, in_cells) + (tilt != nullptr ? tilt->dot(noise[0]) : 0);
   }
-  /// A step of Newton's method, as long as it leads up. Returns how far the effects have moved.
+  /// A Newton step, halved until it leads uphill. Returns how far the effects have moved.
   double step() {
     const std::size_t p = fit.noise.size();
     Fields b;
@@ -157,12 +158,12 @@ PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
   return fit;
 }
 
-/// What the noise of the first coefficient counts in its mean over the region.
+/// The weights of the first coefficient's noise in its mean over the region.
 Vector weights_of(const PeakFit& fit, const Mask& region) {
   return fit.sd(0) * fit.prior.mean_weights(region);
 }
 
-/// How much the noise goes along with that mean: its covariance with it.
+/// The covariance of the noise with that mean.
 Fields covariance_with(const PeakFit& fit, const Vector& weights) {
   Fields b(fit.noise.size(), Vector::Zero(weights.size()));
   b[0] = weights;
@@ -252,7 +253,7 @@ PeakEstimates estimates_of(const PeakFit& fit, const Mask& mask) {
       for (std::size_t j = 0; j < p; ++j)
         drawn[i].push_back(fit.prior.in_mask(fit.sd(j) * noise[j], mask));
     });
-    // In their order, so that the sums are the same with any number of threads.
+    // Summed in a fixed order, so that the result does not depend on the number of threads.
     for (const auto& fields : drawn)
       for (std::size_t j = 0, m = 0; j < p; ++j)
         for (std::size_t k = 0; k <= j; ++k, ++m)
