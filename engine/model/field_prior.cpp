@@ -14,7 +14,7 @@ namespace {
 
 /// Voxels along the side of a cell.
 constexpr int side = 4;
-/// The kernel is cut there, in standard deviations.
+/// Where the kernel is cut off, in standard deviations.
 constexpr double reach = 3.2;
 
 std::array<std::size_t, 3> cell_counts() {
@@ -26,16 +26,16 @@ std::array<std::size_t, 3> cell_counts() {
 using Rows = std::vector<FieldPrior::Row>;
 
 /// Values on a grid, the first axis running fastest.
-struct Block {
+struct GridValues {
   std::array<std::size_t, 3> size;
   std::vector<double> values;
 };
 
-/// The block with one axis, which has so many values, replaced by what the rows make of them; or,
-/// transposed, the axis of the rows replaced by one of so many values.
+/// Applies the rows along one axis, which has so many values; transposed, it turns an axis of as
+/// many values as there are rows back into one of so many.
 template <bool transposed>
-Block along(const Block& in, int axis, const Rows& rows, std::size_t values) {
-  Block out{in.size, {}};
+GridValues along(const GridValues& in, int axis, const Rows& rows, std::size_t values) {
+  GridValues out{in.size, {}};
   const auto a = std::size_t(axis);
   out.size[a] = transposed ? values : rows.size();
   std::size_t inner = 1, outer = 1;
@@ -56,11 +56,11 @@ Block along(const Block& in, int axis, const Rows& rows, std::size_t values) {
   return out;
 }
 
-Block block_of(const Eigen::VectorXd& cells) {
+GridValues block_of(const Eigen::VectorXd& cells) {
   return {cell_counts(), {cells.data(), cells.data() + cells.size()}};
 }
 
-Eigen::VectorXd vector_of(const Block& block) {
+Eigen::VectorXd vector_of(const GridValues& block) {
   return Eigen::Map<const Eigen::VectorXd>(block.values.data(), Eigen::Index(block.values.size()));
 }
 
@@ -72,7 +72,7 @@ Eigen::Vector3d voxel_of(const Eigen::Vector3d& mm) {
 }  // namespace
 
 FieldPrior::FieldPrior(double width)
-    // The autocorrelation of what a kernel smooths is exp(-d² / (4 sigma²)).
+    // White noise smoothed with the kernel has the autocorrelation exp(-d² / (4 sigma²)).
     : sigma_(width / (4 * std::sqrt(std::numbers::ln2)) / voxel_mm) {
   const auto counts = cell_counts();
   for (int axis = 0; axis < 3; ++axis) {
@@ -114,7 +114,7 @@ std::size_t FieldPrior::cell_at(const Eigen::Vector3d& mm) {
 }
 
 Eigen::VectorXd FieldPrior::at_cells(const Eigen::VectorXd& noise) const {
-  Block block = block_of(noise);
+  GridValues block = block_of(noise);
   const auto counts = cell_counts();
   for (int axis = 0; axis < 3; ++axis)
     block = along<false>(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
@@ -122,7 +122,7 @@ Eigen::VectorXd FieldPrior::at_cells(const Eigen::VectorXd& noise) const {
 }
 
 Eigen::VectorXd FieldPrior::to_noise(const Eigen::VectorXd& field) const {
-  Block block = block_of(field);
+  GridValues block = block_of(field);
   const auto counts = cell_counts();
   for (int axis = 3; axis-- > 0;)
     block = along<true>(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
@@ -130,7 +130,7 @@ Eigen::VectorXd FieldPrior::to_noise(const Eigen::VectorXd& field) const {
 }
 
 std::vector<float> FieldPrior::in_mask(const Eigen::VectorXd& noise, const Mask& mask) const {
-  Block block = block_of(noise);
+  GridValues block = block_of(noise);
   const auto counts = cell_counts();
   // The longest rows are worked on last, and are the quickest.
   for (int axis = 0; axis < 3; ++axis)
@@ -142,7 +142,7 @@ std::vector<float> FieldPrior::in_mask(const Eigen::VectorXd& noise, const Mask&
 
 Eigen::VectorXd FieldPrior::mean_weights(const Mask& mask) const {
   const auto [nx, ny, nz] = mni_grid().size;
-  Block block{{std::size_t(nx), std::size_t(ny), std::size_t(nz)}, {}};
+  GridValues block{{std::size_t(nx), std::size_t(ny), std::size_t(nz)}, {}};
   block.values.assign(mni_grid().voxels(), 0);
   for (const std::uint32_t index : mask.grid_index) block.values[index] = 1 / double(mask.size());
   const auto counts = cell_counts();

@@ -128,7 +128,7 @@ struct Weights {
 /// QE and tau2 of the block from its factored sums.
 [[gnu::always_inline]] inline void heterogeneity(std::size_t p, std::size_t n, double df,
                                                  Sums& __restrict sums) {
-  Block scale, square, cross;
+  Block scale, square, minus_cross;
   Triangle inverse;  // of L
   std::copy(sums.c, sums.c + n, sums.Q);
   std::copy(sums.A[0], sums.A[0] + n, scale);
@@ -143,12 +143,12 @@ struct Weights {
     std::fill(square, square + n, 0.0);
     // The trace of A^-1 B is that of D^-1 (L^-1 B L^-1').
     for (std::size_t j = 0; j <= i; ++j) {
-      std::fill(cross, cross + n, 0.0);
+      std::fill(minus_cross, minus_cross + n, 0.0);
       for (std::size_t m = 0; m < j; ++m)
-        subtract_product(inverse_i[m], sums.B[in_triangle(j, m)], n, cross);
+        subtract_product(inverse_i[m], sums.B[in_triangle(j, m)], n, minus_cross);
       const double* B = sums.B[in_triangle(j, j)];
       INDEPENDENT for (std::size_t v = 0; v < n; ++v) square[v] +=
-          inverse_i[j][v] * (inverse_i[j][v] * B[v] - 2 * cross[v]);
+          inverse_i[j][v] * (inverse_i[j][v] * B[v] - 2 * minus_cross[v]);
     }
     INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
       sums.Q[v] -= b[v] * b[v] / D[v];
