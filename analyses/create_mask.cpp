@@ -81,7 +81,7 @@ std::optional<Kvo_composed> ask_coordinate() {
 }
 
 /// The mask that the user describes; nothing when a dialog is left without OK.
-std::optional<Kvo_composed> ask() {
+std::optional<Kvo_composed> ask_mask() {
   const int type =
       Q_input_opt(TYPE_MESSAGE, BY_LABEL, 2, "AAL / Ferrow et al label", "MNI coordinate");
   if (type == BY_LABEL) return ask_label();
@@ -111,6 +111,6 @@ Kvo_composed kvo_compose_coordinate_mask(const Q_voxel& coordinate, const std::s
 void kvo3_dialog_create_roimask() {
   if (!kvo_maps_found()) return;
   Qs_HelpTopic = "create.mask";
-  const std::optional<Kvo_composed> composed = ask();
+  const std::optional<Kvo_composed> composed = ask_mask();
   if (composed && !kvo_refused(composed->refusal)) kvo_run(*composed);
 }

@@ -11,18 +11,18 @@
 
 namespace {
 
-constexpr const char* MESSAGE =
+constexpr const char* EXTRACT_MESSAGE =
     "EXTRACT\n"
     "Select a mask file. Please create a new mask or copy it from elsewhere to the working "
     "directory if the desired mask is not in this list.";
 constexpr const char* NO_MASKS = "No masks found. Please create or copy a mask and try again.";
 
-constexpr const char* MASK_LABEL = "Mask";
+constexpr const char* PLACE_LABEL = "Mask";
 
 }  // namespace
 
 Kvo_composed kvo_compose_extract(const std::string& mask) {
-  if (mask.empty()) return kvo_refusal(kvo_not_selected(MASK_LABEL));
+  if (mask.empty()) return kvo_refusal(kvo_not_selected(PLACE_LABEL));
   return kvo_composed({mask}, Q_format("# Extract values within mask '%s':\n", mask.c_str()),
                       Q_format("extract %s", kvo_word(mask).c_str()));
 }
@@ -33,8 +33,8 @@ void kvo3_extract() {
   const Q_string_list masks = kvo_image_choices(".", KVO_MASK_PREFIX);
   if (kvo_refused(masks.empty() ? NO_MASKS : "")) return;
   std::array<Q_input_item, 1> items;
-  Q_input_item_opt(items, 0, MASK_LABEL, masks, 1);
-  if (Q_input(MESSAGE, items.size(), items) == 0) return;
+  Q_input_item_opt(items, 0, PLACE_LABEL, masks, 1);
+  if (Q_input(EXTRACT_MESSAGE, items.size(), items) == 0) return;
   const Kvo_composed composed = kvo_compose_extract(kvo_chosen(masks, items[0].value));
   if (!kvo_refused(composed.refusal)) kvo_run(composed);
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr const char* MESSAGE =
+constexpr const char* GLOBALS_MESSAGE =
     "GLOBALS ANALYSIS\n"
     "Please enter a name for this analysis. The other fields are optional: one or two indicators "
     "specifying a 2nd and 3rd groups, up to two covariates, and a filter for subgroup analysis.";
@@ -59,7 +59,7 @@ void kvo3_globals() {
   const Kvo_model_choices choices{kvo_variable_choices(), kvo_indicator_choices()};
   Qs_HelpTopic = "globals";
   const std::optional<Kvo_model_answers> answers =
-      kvo_ask_model(MESSAGE, "MyGlobals", TERMS, choices);
+      kvo_ask_model(GLOBALS_MESSAGE, "MyGlobals", TERMS, choices);
   if (!answers) return;
   const Kvo_composed composed = kvo_compose_globals(*answers);
   if (!kvo_refused(composed.refusal)) kvo_run(composed);

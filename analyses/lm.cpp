@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr const char* OVERWRITE_QUESTION =
+constexpr const char* OVERWRITE_MODEL =
     "Maps with similar names already exist. Do you want to overwrite them if necessary?";
 
 constexpr const char* NO_INDICATORS =
@@ -113,8 +113,7 @@ void kvo3_lm() {
   if (!answers) return;
   const Kvo_composed composed = kvo_compose_lm(*kind, *answers);
   if (kvo_refused(composed.refusal)) return;
-  if (kvo_lm_may_overwrite(kvo_vs_maps, answers->name) &&
-      !Q_input_boolean(OVERWRITE_QUESTION, false))
+  if (kvo_lm_may_overwrite(kvo_vs_maps, answers->name) && !Q_input_boolean(OVERWRITE_MODEL, false))
     return;
   kvo_run(composed);
 }

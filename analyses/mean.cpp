@@ -19,22 +19,22 @@
 
 namespace {
 
-constexpr const char* MESSAGE =
+constexpr const char* MEAN_MESSAGE =
     "MEAN ANALYSIS\n"
     "Please enter a name for this analysis. You can select\n"
     "a filter for subgroup analysis, and click 'jackknife' to perform a\n"
     "jackknife sensitivity analysis.";
-constexpr const char* OVERWRITE_QUESTION =
+constexpr const char* OVERWRITE_MEAN =
     "A map with the same name already exists. Do you want to overwrite it?";
 constexpr const char* NO_STUDIES = "No studies found. Please edit table and try again.";
 
-std::optional<Kvo_mean_answers> ask() {
+std::optional<Kvo_mean_answers> ask_mean() {
   const Q_string_list filters = kvo_indicator_choices();
   std::array<Q_input_item, 3> items;
   Q_input_item_str(items, 0, "Name", "MyMean");
   Q_input_item_opt(items, 1, "Filter", filters, 1);
   Q_input_item_boolean(items, 2, "Jackknife", false);
-  if (Q_input(MESSAGE, items.size(), items) == 0) return std::nullopt;
+  if (Q_input(MEAN_MESSAGE, items.size(), items) == 0) return std::nullopt;
   return Kvo_mean_answers{items[0].text.str(), kvo_chosen_variable(filters, items[1].value),
                           items[2].value != 0};
 }
@@ -61,7 +61,7 @@ void run_mean(const Kvo_mean_answers& answers) {
   const Kvo_composed composed = kvo_compose_mean(answers);
   if (kvo_refused(composed.refusal)) return;
   const bool exists = Q_get_string_pos(kvo_maps, kvo_vs_maps, "%s", answers.name.c_str()) >= 0;
-  if (exists && !Q_input_boolean(OVERWRITE_QUESTION, false)) return;
+  if (exists && !Q_input_boolean(OVERWRITE_MEAN, false)) return;
   kvo_run(composed);
 }
 
@@ -97,7 +97,7 @@ void kvo3_mean() {
   if (!kvo_maps_found()) return;
   kvo_load_kvo_maps_txt();
   Qs_HelpTopic = "mean";
-  const std::optional<Kvo_mean_answers> answers = ask();
+  const std::optional<Kvo_mean_answers> answers = ask_mean();
   if (!answers) return;
   if (answers->jackknife)
     run_jackknife(*answers);

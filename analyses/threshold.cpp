@@ -13,19 +13,19 @@
 
 namespace {
 
-constexpr const char* MESSAGE =
+constexpr const char* LEVEL_MESSAGE =
     "THRESHOLD\nSelect a map and a probability (usually lower for meta-regressions).";
 constexpr const char* NO_MAPS = "No null distrubutions found. Please estimate maps and try again.";
 
 constexpr const char* MAP_LABEL = "Map";
 
-std::optional<Kvo_threshold_answers> ask() {
+std::optional<Kvo_threshold_answers> ask_threshold() {
   std::array<Q_input_item, 4> items;
   Q_input_item_opt(items, 0, MAP_LABEL, kvo_vs_nds, 1);
   Q_input_item_num(items, 1, "Probability", -5, 0.00001F, 0.5F, 0.005F);
   Q_input_item_num(items, 2, "Peak height threshold", -3, 0.001F, 10, 1);
   Q_input_item_num(items, 3, "Extent threshold", 0, 1, 100, 10);
-  if (Q_input(MESSAGE, items.size(), items) == 0) return std::nullopt;
+  if (Q_input(LEVEL_MESSAGE, items.size(), items) == 0) return std::nullopt;
   return Kvo_threshold_answers{kvo_chosen(kvo_vs_nds, items[0].value), items[1].value,
                                items[2].value, static_cast<int>(items[3].value)};
 }
@@ -50,7 +50,7 @@ void kvo3_threshold() {
   Qs_HelpTopic = "threshold";
   if (!kvo_maps_found()) return;
   if (kvo_refused(kvo3_load_nd_names() == 0 ? NO_MAPS : "")) return;
-  const std::optional<Kvo_threshold_answers> answers = ask();
+  const std::optional<Kvo_threshold_answers> answers = ask_threshold();
   if (!answers) return;
   const Kvo_composed composed = kvo_compose_threshold(*answers);
   if (!kvo_refused(composed.refusal)) kvo_run(composed);

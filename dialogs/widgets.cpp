@@ -30,7 +30,7 @@ struct Axis {
 constexpr Axis AXES[] = {{"X:", -70, 70}, {"Y:", -102, 68}, {"Z:", -42, 66}};
 
 /// Reads the number in the way the answer is read, so that the field shows what will be answered.
-gint read_number(GtkSpinButton* field, gdouble* value, gpointer) {
+gint number_of_text(GtkSpinButton* field, gdouble* value, gpointer) {
   *value = Q_leading_number(gtk_entry_get_text(GTK_ENTRY(field)));
   return TRUE;
 }
@@ -78,7 +78,7 @@ GtkWidget* Q_input_new_float(int precision, double value, double min, double max
   GtkObject* adjustment = gtk_adjustment_new(value, min, max, step, std::pow(10, precision + 1), 0);
   GtkWidget* field =
       gtk_spin_button_new(GTK_ADJUSTMENT(adjustment), 0, static_cast<guint>(decimals));
-  g_signal_connect(field, "input", G_CALLBACK(read_number), nullptr);
+  g_signal_connect(field, "input", G_CALLBACK(number_of_text), nullptr);
   gtk_entry_set_width_chars(GTK_ENTRY(field), NUMBER_WIDTH);
   gtk_widget_set_tooltip_text(field,
                               Q_format("From %.*f to %.*f", decimals, min, decimals, max).c_str());

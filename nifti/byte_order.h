@@ -1,6 +1,6 @@
 #pragma once
 
-// Reversal of the bytes of numbers.
+// Byte-swapping of numbers.
 
 #include <bit>
 #include <cstdint>
@@ -26,7 +26,7 @@ using Nifti_bits = std::conditional_t<
     std::conditional_t<sizeof(T) == 2, std::uint16_t,
                        std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>>>;
 
-/// A number read in the other byte order.
+/// A number read in the opposite byte order.
 template <typename T>
 T nifti_swapped(T value) {
   return std::bit_cast<T>(nifti_swapped_bits(std::bit_cast<Nifti_bits<T>>(value)));

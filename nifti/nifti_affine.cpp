@@ -1,7 +1,7 @@
 #include "nifti/nifti_affine.h"
 
 #include <Eigen/Geometry>
-#include <Eigen/SVD>
+#include <Eigen/LU>
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -34,8 +34,11 @@ constexpr Standard_grid MNI_GRIDS[] = {
 constexpr Standard_grid TALAIRACH_GRIDS[] = {
     {{161, 191, 151}, 1, {-80, -110, -65}},  // the box of the atlas
 };
-/// The part of a voxel's size that may be lost to rounding.
+/// Relative tolerance for rounded voxel sizes.
 constexpr double ROUNDING = 1e-4;
+/// When the search for a rotation ends.
+constexpr int MOST_ROUNDS = 100;
+constexpr double STILL = 1e-14;
 
 std::array<double, 3> voxel_sizes_mm(const Nifti_header& h) {
   const double mm = nifti_mm_per_unit(h);
@@ -52,6 +55,20 @@ bool has_grid(const Nifti_header& h, const Standard_grid& grid) {
         !(std::abs(sizes[axis] - grid.voxel_mm) <= ROUNDING * grid.voxel_mm))
       return false;
   return true;
+}
+
+/// The rotation closest to a matrix with a positive determinant, by Newton's iteration for the
+/// polar decomposition (Higham 1986, SIAM Journal on Scientific and Statistical Computing 7:1160).
+/// It stops early where the matrix is too close to singular to be inverted.
+Eigen::Matrix3d nearest_rotation(Eigen::Matrix3d matrix) {
+  for (int round = 0; round < MOST_ROUNDS; ++round) {
+    const Eigen::Matrix3d next = (matrix + matrix.inverse().transpose()) / 2;
+    if (!next.allFinite()) break;
+    const double moved = (next - matrix).norm();
+    matrix = next;
+    if (moved < STILL) break;
+  }
+  return matrix;
 }
 
 }  // namespace
@@ -140,11 +157,7 @@ void nifti_set_qform(Nifti_header& h, const Eigen::Matrix4d& affine) {
     h.pixdim[0] = -1;
     rotation.col(2) *= -1;
   }
-  if (!rotation.isUnitary(1e-6)) {
-    const Eigen::JacobiSVD<Eigen::Matrix3d> svd(rotation,
-                                                Eigen::ComputeFullU | Eigen::ComputeFullV);
-    rotation = svd.matrixU() * svd.matrixV().transpose();
-  }
+  if (!rotation.isUnitary(1e-6)) rotation = nearest_rotation(rotation);
   Eigen::Quaterniond quaternion(rotation);
   if (quaternion.w() < 0) quaternion.coeffs() *= -1;
   h.quatern_b = static_cast<float>(quaternion.x());

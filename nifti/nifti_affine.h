@@ -14,24 +14,25 @@
 Eigen::Matrix4d nifti_sform(const Nifti_header& header);
 
 /// The affine of the quaternion, the voxel sizes and the offset. Nothing when the quaternion is
-/// none.
+/// invalid.
 std::optional<Eigen::Matrix4d> nifti_qform(const Nifti_header& header);
 
-/// The affine of a header that has voxel sizes (`pixdim`) alone, when they and the numbers of
-/// voxels are those of a grid that is standard in the space (NIFTI_MNI or NIFTI_TALAIRACH); nothing
-/// otherwise. Such a header does not say which side is which: i is taken to run to the right, j to
-/// the front and k up. An image that was stored from right to left comes out mirrored, so whoever
-/// uses this must tell the user.
+/// The affine of a header that has only voxel sizes (`pixdim`), when these and the dimensions match
+/// a standard grid of the space (NIFTI_MNI or NIFTI_TALAIRACH); nothing otherwise. Such a header
+/// does not say which side is left: i is taken to run to the right, j to the front and k up. An
+/// image that was stored from right to left comes out mirrored, so whoever uses this must tell the
+/// user.
 std::optional<Eigen::Matrix4d> nifti_standard_affine(const Nifti_header& header,
                                                      std::int16_t space);
 
-/// The numbers and sizes of the voxels: "91 x 109 x 91 voxels of 2 mm", "4 x 4 x 4 voxels of 2 x 3
-/// x 4 mm".
+/// The dimensions and voxel sizes: "91 x 109 x 91 voxels of 2 mm", "4 x 4 x 4 voxels of 2 x 3 x 4
+/// mm".
 std::string nifti_grid_text(const Nifti_header& header);
 
 /// How many mm a unit of length of the header is. An unknown unit is taken for mm.
 double nifti_mm_per_unit(const Nifti_header& header);
-/// Gives all lengths in the header in mm, and says so, when it had another unit.
+/// Converts all lengths in the header to mm, if they had another unit, and sets the unit
+/// accordingly.
 void nifti_use_millimetres(Nifti_header& header);
 
 // Both store mm, and are for headers that have no other unit.
@@ -43,9 +44,10 @@ void nifti_set_sform(Nifti_header& header, const Eigen::Matrix4d& affine);
 /// quaternion; the closest rotation is stored for it.
 void nifti_set_qform(Nifti_header& header, const Eigen::Matrix4d& affine);
 
-/// The farthest in mm that two affines place a corner of the image apart.
+/// The largest distance in mm between the places where two affines put the same corner of the
+/// image.
 double nifti_farthest_apart(const Nifti_header& header, const Eigen::Matrix4d& one,
                             const Eigen::Matrix4d& other);
 
-/// Whether the affine places voxels of a sensible size at distinct, finite points.
+/// Whether the affine is finite and invertible and gives the voxels a sensible size.
 bool nifti_places_voxels(const Eigen::Matrix4d& affine);

@@ -24,10 +24,10 @@ constexpr struct {
              {".nii", Nifti_kind::single_file},
              {HEADER_ENDING.data(), Nifti_kind::pair}};
 
-/// Beyond this byte no voxel of a real file begins; below it the offset is exact as a whole number.
+/// No real file has its first voxel beyond this byte; up to here a float holds the offset exactly.
 constexpr float LARGEST_OFFSET = 0x1p62F;
-/// The first allocation for compressed data of unknown length, and how many times the size of the
-/// compressed file is taken for granted.
+/// The first allocation for compressed data of unknown length, and the compression ratio that is
+/// assumed without evidence.
 constexpr std::size_t FIRST_BLOCK = std::size_t{1} << 20;
 constexpr std::uint64_t USUAL_COMPRESSION = 8;
 
@@ -142,7 +142,7 @@ Failure go_to_voxels(Reading& r) {
     return std::nullopt;
   }
   const float offset = std::trunc(r.info.header.vox_offset);
-  // Written so that an offset that is no number is refused.
+  // Written so that NaN is refused too.
   const bool possible = offset >= 0 && offset <= LARGEST_OFFSET;
   if (!possible || !r.source->seek(static_cast<std::int64_t>(offset)))
     return error(Nifti_problem::wrong_size, "NIfTI file '%s' has a wrong size", r.name.c_str());
@@ -205,7 +205,7 @@ class Growing_memory {
     size_ = size;
     return true;
   }
-  /// Gives the memory away as floats.
+  /// Hands the memory over as floats.
   Nifti_volume release() {
     size_ = 0;
     return Nifti_volume(reinterpret_cast<float*>(memory_.release()));
@@ -217,7 +217,8 @@ class Growing_memory {
 };
 
 /// Reads one volume as it is stored, in one go when the data that it needs are known or likely to
-/// be there. Compressed data that promise more are believed as far as they have come.
+/// be there. For compressed data that claim to be longer, memory grows with what has actually
+/// arrived.
 Failure read_stored(Reading& r, std::int64_t volume, Growing_memory& memory) {
   const std::size_t wanted = r.stored_bytes();
   std::size_t done = 0;
@@ -226,7 +227,7 @@ Failure read_stored(Reading& r, std::int64_t volume, Growing_memory& memory) {
     if (r.source->compressed()) {
       const std::uint64_t believed =
           std::max<std::uint64_t>(FIRST_BLOCK, USUAL_COMPRESSION * r.source->file_size());
-      // What has been read of this volume, or of one before it, may well come once more.
+      // As much as has already been read, of this volume or an earlier one, may well come again.
       const std::uint64_t seen = volume > 0 ? wanted : 2 * std::uint64_t{done};
       size = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, std::max(believed, seen)));
     }
@@ -238,15 +239,15 @@ Failure read_stored(Reading& r, std::int64_t volume, Growing_memory& memory) {
   return std::nullopt;
 }
 
-/// Memory of that size whose pages are there already: the system takes about as long to provide
-/// them as it takes to read into them. Empty when there is none.
+/// Memory of that size with its pages already mapped: page faults would take about as long as the
+/// reading itself. Empty when there is not enough.
 Growing_memory provided_memory(std::size_t size) {
   Growing_memory memory;
   if (!memory.grow(size)) return memory;
   constexpr std::size_t PAGE = 4096;
   void* first = memory.data();
   std::size_t whole_pages = size;
-  // Where the system cannot do this, the pages come when they are written to.
+  // Where the system does not support this, pages are mapped on first write as usual.
   if (std::align(PAGE, PAGE, first, whole_pages) != nullptr)
     madvise(first, whole_pages / PAGE * PAGE, MADV_POPULATE_WRITE);
   return memory;
@@ -259,7 +260,7 @@ bool more_to_come(const Reading& r, std::int64_t volume, std::size_t bytes) {
          r.memory_left / 2 >= bytes;
 }
 
-/// Reads volumes of floats right into their places.
+/// Reads volumes of floats directly into their final memory.
 Failure read_floats(Reading& r, const Nifti_scaling& scaling, std::vector<Nifti_volume>& volumes) {
   const auto voxels = static_cast<std::size_t>(r.info.voxels_per_volume);
   const std::size_t bytes = voxels * sizeof(float);

@@ -1,8 +1,8 @@
 #pragma once
 
 // Reading of NIfTI-1 images: ".nii", ".nii.gz" and ".hdr" with ".img", in either byte order. Needs
-// no window and ends no process. Nothing that a file says is believed before it is checked: how
-// much memory is asked for depends on how much data is really there.
+// no window and ends no process. Nothing in a file is trusted before it is checked: memory is
+// allocated by how much data is really there, not by what the header claims.
 
 #include <cstdint>
 #include <cstdlib>
@@ -37,7 +37,7 @@ struct Nifti_error {
 template <typename T>
 using Nifti_result = std::variant<T, Nifti_error>;
 
-/// How an image is kept; the numbers are those that the image wizard tells the kinds by.
+/// The kind of file that an image is stored in; the image wizard uses the same numbers.
 enum class Nifti_kind { compressed = 1, single_file = 2, pair = 3 };
 
 /// The values of one volume, first index fastest.
@@ -73,8 +73,8 @@ struct Nifti_image : Nifti_info {
   }
 };
 
-/// The file that a path means: the path itself when it ends with ".nii.gz", ".nii" or ".hdr",
-/// otherwise the path with the first of these endings that makes it an existing file. Nothing when
+/// The file that a path refers to: the path itself when it ends with ".nii.gz", ".nii" or ".hdr",
+/// otherwise the path plus the first of these extensions for which a file exists. Nothing when
 /// there is no such file.
 std::optional<std::string> nifti_find_file(const std::string& path);
 

@@ -1,7 +1,7 @@
 #pragma once
 
 // The header record of the NIfTI-1 format (Cox et al. 2004, "A (sort of) new image data format
-// standard: NIfTI-1") and the codes that the system works with.
+// standard: NIfTI-1") and the codes used here.
 
 #include <cstdint>
 
@@ -82,5 +82,5 @@ inline bool nifti_has_known_space(const Nifti_header& header) {
 /// `glmax` and `glmin`, which no software uses.
 void nifti_swap_header(Nifti_header& header);
 
-/// Whether the record ends with the format's mark, whatever the version digit.
+/// Whether the record ends with the format's magic string, whatever its version digit.
 bool nifti_has_magic(const Nifti_header& header);

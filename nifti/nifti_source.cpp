@@ -60,7 +60,7 @@ bool Nifti_source::sound() {
   if (stream_ == nullptr) return true;
   char beyond = 0;
   const bool readable = gzread(stream_.get(), &beyond, 1) >= 0;
-  // Data that end too early are no failure of a read, only an error that is kept.
+  // Data that end too early do not make a read fail; zlib only remembers the error.
   int error = Z_OK;
   gzerror(stream_.get(), &error);
   return readable && error == Z_OK;

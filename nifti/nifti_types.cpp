@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Values of 64 bits become floats by way of doubles, as other software converts them.
+/// 64-bit values are converted to float by way of double, as other software does.
 template <typename T>
 float to_float(T value) {
   return static_cast<float>(
@@ -20,7 +20,7 @@ float to_float(T value) {
 template <typename T, bool OTHER_ORDER, bool SCALED>
 void convert_loop(const char* stored, const Nifti_scaling& scaling, float* values, std::size_t n) {
   const double slope = scaling.slope;
-  // Minus zero is the neutral element of the sum; plus zero would turn a value of minus zero.
+  // Adding minus zero changes nothing; adding plus zero would turn -0 into +0.
   const double intercept = scaling.intercept == 0 ? -0.0 : scaling.intercept;
   for (std::size_t i = 0; i < n; ++i) {
     T value;
@@ -35,8 +35,8 @@ void convert_loop(const char* stored, const Nifti_scaling& scaling, float* value
 
 using Loop = void (*)(const char*, const Nifti_scaling&, float*, std::size_t);
 
-/// Converts values where they stand. By way of a small copy, so that the loop's input and output
-/// never overlap and it can be vectorised.
+/// Converts values in place, through a small copy, so that the loop's input and output never
+/// overlap and it can be vectorised.
 void convert_in_place(Loop loop, const Nifti_scaling& scaling, float* values, std::size_t n) {
   std::array<char, 4096 * sizeof(float)> stored;  // NOLINT(cppcoreguidelines-pro-type-member-init)
   while (n > 0) {

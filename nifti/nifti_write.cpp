@@ -29,9 +29,9 @@ std::span<const char> bytes_of(const Nifti_header& header) {
 /// A stream of bytes into a file, through zlib also when nothing is compressed.
 class Sink {
  public:
-  /// Neither a name nor a time gets into a compressed file.
+  /// No file name or time stamp goes into the gzip header.
   Sink(int file, bool compressed) {
-    // zlib closes its descriptor, the caller's stays open.
+    // zlib closes the descriptor that it is given; the caller's stays open.
     Q_fd duplicate(fcntl(file, F_DUPFD_CLOEXEC, 0));
     if (!duplicate) return;
     errno = ENOMEM;
@@ -86,7 +86,7 @@ bool nifti_write_to(int file, bool compressed, const Nifti_header& header,
   h.datatype = NIFTI_FLOAT32;
   h.bitpix = 8 * sizeof(float);
   h.vox_offset = FIRST_VOXEL;
-  // What some software leaves here is no number, which other software then computes with.
+  // Some software leaves NaN here, which other software then computes with.
   if (!std::isfinite(h.scl_slope) || !std::isfinite(h.scl_inter)) {
     h.scl_slope = 1;
     h.scl_inter = 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Writing of NIfTI-1 images as single files, and changing of headers where they are.
+// Writing NIfTI-1 images as single files, and changing headers in place.
 
 #include <functional>
 #include <optional>
@@ -9,10 +9,10 @@
 
 #include "nifti/nifti_file.h"
 
-/// Writes an image of 32-bit floats, little-endian, to an open file: the header with what the
-/// format of the file asks for put right (sizes of header and values, type, place of the voxels,
-/// scaling that is no number, mark) and all else kept, no extensions, then the volumes. The same
-/// image always gives the same bytes. False, with errno set, when the disk refuses.
+/// Writes an image of 32-bit floats, little-endian, to an open file: the header with the fields
+/// that describe the file corrected (sizes of header and values, type, offset of the voxels,
+/// scaling that is NaN, magic) and all others kept, no extensions, then the volumes. The same image
+/// always gives the same bytes. False, with errno set, when the disk refuses.
 [[nodiscard]] bool nifti_write_to(int file, bool compressed, const Nifti_header& header,
                                   std::span<const std::span<const float>> volumes);
 

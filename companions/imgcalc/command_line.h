@@ -32,8 +32,7 @@ struct Command {
 /// Whether the last word asks for the progress lines of the suite; removes it when it does.
 bool take_progress_word(std::span<const char* const>& words);
 
-/// The command that the words (without the program's name) make. Throws Refusal when they make
-/// none.
+/// Parses the arguments (without the program's name). Throws Refusal when they are not a command.
 Command parse_command(std::span<const char* const> words);
 
 /// What the command does, for the user: "Converting the z scores of 'x.nii.gz' into t statistics".

@@ -19,9 +19,9 @@ namespace kvo::imgcalc {
 
 namespace {
 
-/// Voxels that one thread converts before it looks for more.
+/// Voxels per task.
 constexpr std::size_t BLOCK = 4096;
-/// In mm, how far two transforms may place a voxel apart by rounding.
+/// Rounding tolerance between two transforms, in mm.
 constexpr double SAME_PLACE = 0.01;
 
 using Conversion = double (*)(double value, double df);

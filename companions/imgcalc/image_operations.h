@@ -11,11 +11,11 @@
 
 namespace kvo::imgcalc {
 
-/// Takes a sentence, without its full stop, on what is done beyond what was asked for.
+/// Receives a sentence, without its full stop, about a side effect of the operation.
 using Say = std::function<void(const std::string&)>;
 
-/// Carries out a command. Throws Refusal, with all files as they were, when an image cannot be read
-/// or written, and Cancelled when a signal has asked for the end.
+/// Carries out a command. Throws Refusal, with all files unchanged, when an image cannot be read or
+/// written, and Cancelled when a signal has arrived.
 void carry_out(const Command& command, const Say& say);
 
 /// Declares what the values are, with a parameter that is the degrees of freedom of t statistics.
@@ -25,7 +25,7 @@ void declare_values(Nifti_header& header, std::int16_t intent_code, double param
 /// makes the qform agree with the sform, or the sform with a qform that stands alone. A header with
 /// neither gets the affine of the space's standard grid that the voxels have, with i to the right.
 /// Says each change of where a header's transform places the voxels. Throws Refusal, naming the
-/// path, when the header places the voxels at no sensible points.
+/// path, when the header's affine makes no sense.
 void declare_space(Nifti_header& header, std::int16_t space_code, const std::string& path,
                    const Say& say);
 

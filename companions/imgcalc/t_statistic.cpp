@@ -1,10 +1,10 @@
 #include "companions/imgcalc/t_statistic.h"
 
-#include <boost/math/special_functions/beta.hpp>
-#include <boost/math/special_functions/gamma.hpp>
 #include <cmath>
 #include <limits>
 #include <numbers>
+
+#include "engine/base/distributions.h"
 
 namespace kvo::imgcalc {
 
@@ -28,7 +28,7 @@ double log_normal_tail(double z) {
 
 /// log of the complete beta function of df / 2 and 1 / 2.
 double log_beta_half(double df) {
-  return boost::math::lgamma(df / 2) + boost::math::lgamma(0.5) - boost::math::lgamma((df + 1) / 2);
+  return std::log(base::gamma_ratio_half(df / 2)) + std::log(std::numbers::pi) / 2;
 }
 
 /// The continued fraction of the incomplete beta function (Abramowitz and Stegun 1964, 26.5.8) by
@@ -83,13 +83,6 @@ double t_of_log_tail(double log_p, double df) {
   return std::exp(log_t);
 }
 
-/// The t > 0 between which and 0 that part of the distribution lies.
-double t_of_central_part(double part, double df) {
-  double rest = 0;
-  const double x = boost::math::ibeta_inv(0.5, df / 2, 2 * part, &rest);
-  return std::sqrt(df * x / rest);
-}
-
 }  // namespace
 
 double t_of_z(double z, double df) {
@@ -100,7 +93,7 @@ double t_of_z(double z, double df) {
     t = size * std::exp(log_beta_half(df) + std::log(df / (2 * std::numbers::pi)) / 2);
   else if (const double central = std::erf(size / std::numbers::sqrt2) / 2;
            0.5 - central > CENTRAL_P)
-    t = t_of_central_part(central, df);
+    t = base::t_of_central_part(central, df);
   else
     t = t_of_log_tail(log_normal_tail(size), df);
   return std::copysign(t, z);
@@ -118,7 +111,7 @@ double t_of_log10_p(double log10_p, double df) {
   else if (-central > 0.5 - CENTRAL_P)
     t = -t_of_log_tail(std::log(-std::expm1(log_p)), df);
   else if (central != 0)
-    t = std::copysign(t_of_central_part(std::abs(central), df), central);
+    t = std::copysign(base::t_of_central_part(std::abs(central), df), central);
   return std::copysign(1.0, log10_p) * t;
 }
 

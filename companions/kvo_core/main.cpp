@@ -1,5 +1,5 @@
 // Carries out one command of the suite's language in the current folder. The words of the command
-// are the arguments; how it goes on is told on standard output. Started by kvo_parse.
+// are the arguments; progress goes to standard output. Started by kvo_parse.
 
 #include "engine/base/outcome.h"
 #include "engine/base/progress.h"

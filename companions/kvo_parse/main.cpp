@@ -1,6 +1,6 @@
 // Takes one command of the suite's language, checks it against the current folder and has kvo_core
-// carry it out. The words of the command are the arguments; how it goes on is told on standard
-// output, line by line.
+// carry it out. The words of the command are the arguments; progress goes to standard output, line
+// by line.
 
 #include <string>
 

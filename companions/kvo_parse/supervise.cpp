@@ -27,7 +27,7 @@ namespace kvo::parse {
 
 namespace {
 
-/// How long a child may take to end, once it was told to cancel or has closed its output.
+/// How long a child may take to end after it was told to cancel or has closed its output.
 constexpr std::chrono::seconds patience(10);
 
 sigset_t cancel_signals() {
@@ -62,7 +62,7 @@ Child start(const std::string& program, const std::vector<std::string>& argument
   child.pid = fork();
   if (child.pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    // The parent may have gone before the request was made.
+    // The parent may have died before this request.
     if (getppid() != parent) _exit(1);
     sigprocmask(SIG_SETMASK, &free_signals, nullptr);
     dup2(output_writer.get(), STDOUT_FILENO);
@@ -102,7 +102,8 @@ struct Report {
   }
 };
 
-/// The child's end in time, once it is to come: a child that is still there then is killed.
+/// The deadline by which the child must have ended, once there is one; after it the child is
+/// killed.
 class Deadline {
  public:
   void set() { end_ = Clock::now() + patience; }
@@ -123,8 +124,8 @@ class Deadline {
   timespec left_{};
 };
 
-/// Passes the child's lines on until it has closed its output. The time that a child may take that
-/// was told to cancel does not begin anew with each of its lines.
+/// Passes the child's lines on until it has closed its output. The grace period of a cancelled
+/// child does not restart with each line it writes.
 Report follow(const Child& child, const sigset_t& free_signals) {
   Report report;
   Deadline deadline;
@@ -135,7 +136,7 @@ Report follow(const Child& child, const sigset_t& free_signals) {
       deadline.set();
     }
     pollfd state{child.output.get(), POLLIN, 0};
-    // The signals are let in only here, so that none can come between the question and the wait.
+    // Signals are unblocked only here, so that none is missed between the check and the wait.
     const int ready = ppoll(&state, 1, deadline.left(), &free_signals);
     if (deadline.is_over()) {
       kill(child.pid, SIGKILL);

@@ -1,6 +1,7 @@
 #pragma once
 
-// Running kvo_core as a child whose end, however it comes, is told to whoever reads the progress.
+// Runs kvo_core as a child process and reports its end, however it comes, to whoever reads the
+// progress.
 
 #include <string>
 #include <vector>

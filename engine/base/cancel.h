@@ -1,6 +1,6 @@
 #pragma once
 
-// The wish to end a run early, which arrives as a signal.
+// Cancelling a run early, by a signal.
 
 namespace kvo::base {
 

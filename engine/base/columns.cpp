@@ -11,7 +11,7 @@ namespace kvo::base {
 
 namespace {
 
-/// How many character cells of a monospaced line the text takes.
+/// The display width of the text in monospaced character cells.
 std::size_t width_of(const std::string& text) {
   const Q_g_memory<char> valid(g_utf8_make_valid(text.data(), gssize(text.size())));
   std::size_t width = 0;

@@ -9,9 +9,9 @@
 
 namespace kvo::base {
 
-/// Lines whose cells stand below each other, two blanks between them. `alignment` has a letter for
-/// each column: "l" for texts, "r" for numbers. Cells that a row does not have are empty. Wide and
-/// combining characters are counted for the room that they take.
+/// Lines with aligned columns, separated by two blanks. `alignment` has a letter for each column:
+/// "l" for texts, "r" for numbers. Missing cells are left empty. Wide and combining characters
+/// count by their display width.
 std::vector<std::string> aligned_lines(std::span<const std::vector<std::string>> rows,
                                        std::string_view alignment);
 

@@ -64,8 +64,8 @@ struct Command {
   [[nodiscard]] std::string text() const;
 };
 
-/// The command that the text stands for. Throws Refusal, saying what is wrong and what would be
-/// right, when it is none.
+/// Parses a command. Throws Refusal, saying what is wrong and what would be right, when the text is
+/// not one.
 Command parse_command(const std::string& text, std::span<const Verb> verbs);
 
 /// The grammar of a verb as help shows it: "NAME = mean [filter]".

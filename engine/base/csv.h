@@ -8,7 +8,7 @@
 
 namespace kvo::base {
 
-/// The text between quotes, those inside of it doubled.
+/// The text in double quotes, with those inside it doubled.
 std::string in_quotes(std::string_view text);
 
 /// A line of a table, its end included. Cells with commas, quotes or line ends are quoted. A text

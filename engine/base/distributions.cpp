@@ -5,7 +5,9 @@
 #include <boost/math/distributions/fisher_f.hpp>
 #include <boost/math/distributions/normal.hpp>
 #include <boost/math/distributions/students_t.hpp>
+#include <boost/math/special_functions/beta.hpp>
 #include <boost/math/special_functions/gamma.hpp>
+#include <cmath>
 
 namespace kvo::base {
 
@@ -29,6 +31,12 @@ double t_tail(double t, double df) {
 
 double t_of_tail(double upper_p, double df) {
   return quantile(complement(boost::math::students_t(df), upper_p));
+}
+
+double t_of_central_part(double part, double df) {
+  double rest = 0;
+  const double x = boost::math::ibeta_inv(0.5, df / 2, 2 * part, &rest);
+  return std::sqrt(df * x / rest);
 }
 
 double chi_squared_tail(double Q, double df) {

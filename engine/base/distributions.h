@@ -5,7 +5,7 @@
 namespace kvo::base {
 
 /// The upper tail of the standard normal distribution beyond z, and the z that has such a tail:
-/// both exact where the tail is small.
+/// both accurate for small tails.
 double normal_tail(double z);
 double normal_of_tail(double upper_p);
 /// The z below which the standard normal distribution has p.
@@ -14,6 +14,9 @@ double normal_quantile(double p);
 /// The upper tail of Student's t distribution beyond t, and the t that has such a tail.
 double t_tail(double t, double df);
 double t_of_tail(double upper_p, double df);
+/// The t > 0 such that this part of the distribution lies between 0 and t, accurate for small
+/// parts.
+double t_of_central_part(double part, double df);
 
 /// The upper tail of the chi-squared distribution beyond Q; 1 without degrees of freedom.
 double chi_squared_tail(double Q, double df);

@@ -6,13 +6,13 @@
 
 namespace kvo::base {
 
-/// Whether there is something at the end of the path, links followed.
+/// Whether the path exists, following links.
 inline bool path_exists(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0;
 }
 
-/// Whether a folder has such an entry, which may be a link that leads nowhere.
+/// Whether there is such a directory entry, which may be a dangling link.
 inline bool entry_exists(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0;

@@ -21,8 +21,8 @@ std::string joined_words(int argc, char** argv) {
 }
 
 int exit_status_of(const std::function<bool()>& work) {
-  // Images come and go one after another. To get each one's memory from the system and give it back
-  // would take as long as the reading and computing itself.
+  // Images are allocated and freed one after another. Getting each one's memory from the system and
+  // giving it back would take as long as the reading and computing.
   constexpr int all_images = 1 << 30;
   mallopt(M_MMAP_THRESHOLD, all_images);
   mallopt(M_TRIM_THRESHOLD, all_images);

@@ -35,7 +35,7 @@ const std::string remove_word = "remove ";
 Q_fd lock_folder() {
   Q_fd folder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) refuse_folder(std::strerror(errno));
-  // File systems without locks are used without one.
+  // On file systems without locks we go without.
   if (flock(folder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
     throw Refusal("Another command is running in this folder. Please wait until it has ended.");
   return folder;
@@ -51,7 +51,7 @@ bool is_output_name(std::string_view name) {
          });
 }
 
-/// The journal goes first: what is left of a folder that is half removed is then no command.
+/// The journal is removed first, so that a half-removed folder is not taken for a complete command.
 void discard() {
   unlink(journal.c_str());
   std::error_code ignored;
@@ -68,7 +68,7 @@ bool stays_inside(const std::string& name) {
   return is_output_name(name) && (!name.starts_with(sub_folder + "/") || is_folder(sub_folder));
 }
 
-/// File systems that cannot flush a folder do without.
+/// Some file systems cannot flush a folder; that is no error.
 bool flush_folder(const std::string& path) {
   const Q_fd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return !folder || fsync(folder.get()) == 0 || errno == EINVAL;
@@ -116,7 +116,7 @@ void make_moves() {
 
 Leftovers recover_locked() {
   if (!entry_exists(stage)) return Leftovers::none;
-  // What is a link, or no folder, is not ours to follow.
+  // A link, or anything but a folder, is not ours to follow.
   if (is_folder(stage) && entry_exists(journal)) {
     make_moves();
     return Leftovers::completed;
@@ -125,8 +125,8 @@ Leftovers recover_locked() {
   return Leftovers::discarded;
 }
 
-/// What the system would say to a move into a folder, or to a removal: nothing may stop the moves
-/// once they begin. `folder` is what its entries are looked up in, `done` what is done to the
+/// Whether the system would allow a move into a folder, or a removal: nothing may stop the moves
+/// once they have begun. `folder` is what its entries are looked up in, `done` what is done to the
 /// entry.
 void check_owner(const std::string& name, const std::string& folder, const std::string& done) {
   struct stat old {
@@ -207,7 +207,7 @@ void Outputs::commit() {
       check_owner(name, name.find('/') == std::string::npos ? "." : sub_folder, "removed");
       moves += remove_word + name + "\n";
     }
-  // All at once: a flush of each file by itself would have the disk wait as often.
+  // One flush for all: flushing each file would wait for the disk once per file.
   if (syncfs(lock_.get()) != 0) refuse_folder(std::strerror(errno));
   if (!Q_write_whole(journal.c_str(), moves)) refuse_folder(std::strerror(errno));
   if (!flush_folder(stage)) {

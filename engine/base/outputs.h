@@ -15,9 +15,9 @@ namespace kvo::base {
 
 enum class Leftovers { none, discarded, completed };
 
-/// Brings the working folder in order after a command that was killed: discards outputs that were
-/// not complete, finishes the moves of those that were. Throws Refusal when another command is
-/// running in the folder.
+/// Cleans up the working folder after a command that was killed: discards outputs that were not
+/// complete, finishes the moves of those that were. Throws Refusal when another command is running
+/// in the folder.
 Leftovers recover_folder();
 
 /// Throws Refusal when the working folder cannot be written.
@@ -33,13 +33,13 @@ class Outputs {
   Outputs(const Outputs&) = delete;
   Outputs& operator=(const Outputs&) = delete;
 
-  /// The place where the output that will be called `name` (in the working folder, or below its
-  /// folder "pp") is to be written now. Not to be called by two threads at once.
+  /// The temporary path for the output that will be called `name` (in the working folder, or in its
+  /// folder "pp"). Not to be called by two threads at once.
   std::string path_of(const std::string& name);
   /// Writes a whole text as the output `name`.
   void write_text(const std::string& name, std::string_view text);
-  /// Has a file of the working folder removed at the end; one that is not there is no error, and a
-  /// name that no output can have is passed over.
+  /// Removes a file of the working folder on commit; a missing file is no error, and a name that no
+  /// output can have is ignored.
   void remove(const std::string& name);
 
   /// Puts everything in its place. Throws Refusal, with nothing changed, when a place is taken by

@@ -34,7 +34,7 @@ std::string_view markup_of_byte(char byte) {
   }
 }
 
-/// Writes a line whose meaning its beginning says.
+/// Writes a line of the protocol, whose first characters tell its kind.
 void write_coded(std::string_view beginning, std::string_view text) {
   std::string line(beginning);
   line += markup_of(text);
@@ -49,7 +49,7 @@ std::string markup_of(std::string_view text) {
   for (const char* c = valid.get(); *c != '\0'; c = g_utf8_next_char(c)) {
     const std::string_view character(c, std::size_t(g_utf8_next_char(c) - c));
     const std::string_view escaped = markup_of_byte(*c);
-    // A reference that were cut in the middle would make the whole line invalid markup.
+    // A character reference cut in the middle would make the whole line invalid markup.
     if (markup.size() + std::max(escaped.size(), character.size()) > Q_STRING_MAX - 16) break;
     if (!escaped.empty())
       markup += escaped;

@@ -1,7 +1,8 @@
 #pragma once
 
-// The line protocol that tells the front end how a command goes on. Each line goes out at once. The
-// texts given here are plain; what is written is Pango markup and always valid UTF-8 on one line.
+// The line protocol that tells the front end how a command is getting on. Each line is flushed at
+// once. The texts passed in are plain; what is written is Pango markup and always valid UTF-8 on
+// one line.
 
 #include <cstddef>
 #include <string>
@@ -10,7 +11,7 @@
 namespace kvo::base {
 
 /// Text as Pango markup: special characters escaped, bytes that are not UTF-8 replaced, control
-/// characters made blanks, and cut where the readers of the protocol would cut it.
+/// characters made blanks, and truncated where readers of the protocol would truncate it.
 std::string markup_of(std::string_view text);
 
 /// Writes bytes and a line feed to standard output in one go. A reader that is gone is no error.

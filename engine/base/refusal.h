@@ -4,13 +4,13 @@
 
 namespace kvo::base {
 
-/// A problem that the user must hear of and that ends the command: what() is the whole sentence,
+/// A problem that ends the command and that the user is told of: what() is the whole sentence,
 /// plain text, naming the file (and line) and what is wrong with it.
 struct Refusal : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Thrown out of a computation after the user or the system has asked it to end.
+/// Thrown by a computation that the user or the system has cancelled.
 struct Cancelled {};
 
 }  // namespace kvo::base

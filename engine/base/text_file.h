@@ -1,6 +1,6 @@
 #pragma once
 
-// Reading of the small text files of the working folder, any of which a stranger may have written.
+// Reading the small text files of the working folder, which are untrusted input.
 
 #include <cstddef>
 #include <optional>
@@ -30,11 +30,11 @@ struct TextLine {
 /// feed, a carriage return, or one followed by the other.
 std::vector<TextLine> filled_lines(std::string_view text);
 
-/// The number that the whole text is, in C notation; nothing when it is none or not finite.
+/// The text parsed as a number in C notation; nothing when it is not one as a whole, or not finite.
 std::optional<double> number_of(std::string_view text);
 
-/// The shortest text that reads back as the same number: "0.005", "1e-07"; the same without a power
-/// of ten: "0.0000001".
+/// The shortest text that reads back as the same number: "0.005", "1e-07"; the same without an
+/// exponent: "0.0000001".
 std::string text_of(double number);
 std::string decimals_of(double number);
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What loops over voxels need to become vector instructions.
+// Macros that let the compiler vectorise loops over voxels.
 
 // Before a function: wider vectors where the processor has them. Products and sums are never fused,
 // so each voxel gets the same value with any of the variants. The sanitizers cannot start before
@@ -11,9 +11,9 @@
 #define WIDEST_VECTORS [[gnu::target_clones("default", "arch=x86-64-v3")]]
 #endif
 
-// INDEPENDENT, before a loop: no round reads what another writes. UNROLLED, before a loop inside of
-// one over voxels: its few rounds, of which the compiler knows the number, become straight code, so
-// that the outer loop can be vectorised.
+// INDEPENDENT, before a loop: no iteration reads what another writes. UNROLLED, before a loop
+// inside one over voxels: its few iterations, whose number is known at compile time, are unrolled
+// so that the outer loop can be vectorised.
 #if defined(__clang__)
 #define INDEPENDENT
 #define UNROLLED

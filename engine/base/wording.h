@@ -9,8 +9,8 @@
 
 namespace kvo::base {
 
-/// A text that may come from anywhere as valid UTF-8 that XML takes: bytes that are no UTF-8 and
-/// control characters become U+FFFD; tabs and line ends become blanks.
+/// Any text made valid UTF-8 that XML allows: bytes that are no UTF-8 and control characters become
+/// U+FFFD; tabs and line ends become blanks.
 std::string printable_text(std::string_view text);
 
 /// The same with the characters that HTML would read as markup escaped, also for attributes.

@@ -22,7 +22,7 @@ namespace kvo::images {
 
 namespace {
 
-/// Room for a head at a quarter of a mm, and not for what a few compressed bytes can swell to.
+/// Enough for a head at a quarter of a mm, but not for a decompression bomb.
 constexpr std::uint64_t max_bytes = std::uint64_t(1) << 30;
 constexpr float first_voxel_offset = 352;
 
@@ -80,13 +80,13 @@ void compare_placements(const Nifti_header& h, const Eigen::Matrix4d& sform, Pla
     return affine.topLeftCorner<3, 3>().determinant() > 0;
   };
   placement.mirrored = handedness(sform) != handedness(*qform);
-  // The place in the scanner is another than that in a standard brain.
+  // Scanner coordinates differ from those of a standard brain anyway.
   if (h.qform_code != NIFTI_SCANNER || h.sform_code == NIFTI_SCANNER)
     placement.apart_mm = nifti_farthest_apart(h, sform, *qform);
 }
 
-/// Sets the place of the voxels, still in the file's order: sform, else qform, else that of the
-/// standard grid that the sizes are of.
+/// Sets the affine of the voxels, still in the file's order: by the sform, else the qform, else the
+/// standard grid that has these voxel sizes.
 void place(const std::string& path, const Nifti_header& h, Image& image) {
   Eigen::Matrix4d& affine = image.grid.to_mm;
   if (h.sform_code > 0) {
@@ -196,7 +196,7 @@ Nifti_header header_of(const Image& image) {
   h.xyzt_units = NIFTI_MILLIMETRES;
   const std::string description = cut_description(image.description);
   std::memcpy(h.descrip, description.data(), description.size());
-  // Readers pass over an affine whose code is 0, so an unknown space has a code as well.
+  // Readers ignore an affine whose code is 0, so an unknown space gets a code as well.
   h.sform_code = h.qform_code =
       image.space == Space::unknown ? NIFTI_ALIGNED : std::int16_t(image.space);
   nifti_set_sform(h, image.grid.to_mm);

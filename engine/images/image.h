@@ -17,10 +17,10 @@ struct Placement {
   /// The NIfTI code of the transform that is followed; 0 when there is none, but only the numbers
   /// and sizes of the voxels, which are those of a standard grid of MNI space.
   int code = 0;
-  /// sform and qform take each other's left for right.
+  /// sform and qform disagree about left and right.
   bool mirrored = false;
-  /// The farthest in mm that sform and qform place a corner of the image apart, when both claim to
-  /// place it in a space of a standard brain or in the same one.
+  /// The largest distance in mm between the corners of the image by sform and by qform, when both
+  /// claim the space of a standard brain, or the same space.
   double apart_mm = 0;
 };
 
@@ -35,11 +35,11 @@ struct Image {
 };
 
 /// Reads a ".nii" or ".nii.gz" file of either byte order and of the integer or floating-point
-/// types, of any unit of length. The sform says where the voxels are, else the qform; with voxel
-/// sizes alone the image must have a standard grid of MNI space, whose axes run to the right, the
-/// front and up. The voxels are turned so that i runs to the right, j to the front and k up. Throws
-/// Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, does not place its
-/// voxels, holds more than one volume or values of more than 1 GiB, or ends early.
+/// types, of any unit of length. The voxels are placed by the sform, else by the qform; with voxel
+/// sizes alone the image must have a standard grid of MNI space, with axes running to the right, to
+/// the front and up. The voxels are reoriented so that i runs to the right, j to the front and k
+/// up. Throws Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, does not
+/// place its voxels, holds more than one volume or values of more than 1 GiB, or ends early.
 Image read_image(const std::string& path);
 
 /// The description in the header of such a file, as read_image() would give it. Throws Refusal when
@@ -49,7 +49,7 @@ std::string read_description(const std::string& path);
 Space read_space(const std::string& path);
 
 /// Writes a 32-bit float image (gzip when the path ends with ".gz"). The same image always gives
-/// the same bytes. They may still have to reach the disk: whoever renames the file flushes it
+/// the same bytes. They may not have reached the disk yet: whoever renames the file flushes it
 /// first. Throws Refusal, naming the file, when the disk refuses; a file begun by then is left for
 /// the caller, who writes below a temporary name.
 void write_image(const std::string& path, const Image& image);

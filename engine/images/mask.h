@@ -35,13 +35,13 @@ inline constexpr const char* brain_mask = "brain";
 /// The name of the file that a mask is.
 std::string mask_file(const std::string& name);
 
-/// The path of the mask of that name: of the working folder, or else of the installation. For what
-/// the user makes there, which need not be an analysis mask. Throws Refusal likewise.
+/// The path of a mask, looking in the working folder first: for masks that the user makes there,
+/// such as regions. Throws Refusal likewise.
 std::string own_mask_path(const std::string& name);
 
 /// The path of the correlation template of that name, as of a mask by mask_path().
 std::string template_path(const std::string& name);
-/// What a record calls it, wherever it is.
+/// The name it has in records, wherever it is.
 std::string template_file(const std::string& name);
 
 /// Reads an image. Throws Refusal, naming the file, when it is not on the MNI grid.
@@ -58,7 +58,7 @@ Mask mask_of(std::vector<bool> inside);
 /// file, when it is on another grid or a value in the mask is not finite.
 std::vector<float> read_map(const std::string& path, const Mask& mask);
 
-/// What a map's image says of itself.
+/// What the header of a map's image says.
 struct MapHeader {
   std::string description;
   int intent_code = 0;  ///< of NIfTI

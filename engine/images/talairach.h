@@ -9,7 +9,7 @@
 
 namespace kvo::images {
 
-/// Takes (x, y, z, 1) in mm from MNI space to Talairach space.
+/// The affine from MNI to Talairach coordinates, (x, y, z, 1) in mm.
 const Eigen::Matrix4d& talairach_of_mni();
 
 /// The MNI coordinates of Talairach coordinates.

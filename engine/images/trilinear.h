@@ -9,7 +9,7 @@
 
 namespace kvo::images {
 
-/// The largest whole number that is not above it; std::floor is a call for most processors.
+/// Floor; on baseline x86-64 std::floor is a function call.
 inline int whole_below(double x) {
   const int whole = int(x);
   return whole - int(double(whole) > x);

@@ -82,8 +82,8 @@ void for_each_neighbour(const Grid& grid, std::size_t index, Touch touch, const 
       }
 }
 
-/// The voxels that can be reached from the first, itself included, by steps to voxels that touch
-/// and that take(index) accepts, which is to accept each one once. The first is not asked about.
+/// The connected voxels around the first, itself included: a flood fill through touching voxels
+/// that take(index) accepts, which must accept each one only once. The first is not asked about.
 template <typename Take>
 std::vector<std::uint32_t> connected_voxels(const Grid& grid, std::size_t first, Touch touch,
                                             const Take& take) {

@@ -1,7 +1,5 @@
 #include "engine/inference/dispersion_z.h"
 
-#include <Eigen/QR>
-
 namespace kvo::inference {
 
 Eigen::VectorXd root_weights(const MetaAnalysis& meta, double tau2) {
@@ -13,9 +11,14 @@ Eigen::VectorXd root_weights(const MetaAnalysis& meta, double tau2) {
 }
 
 Eigen::MatrixXd orthonormal(const Eigen::MatrixXd& columns) {
-  if (columns.cols() == 0) return columns;
-  const Eigen::HouseholderQR<Eigen::MatrixXd> qr(columns);
-  return qr.householderQ() * Eigen::MatrixXd::Identity(columns.rows(), columns.cols());
+  Eigen::MatrixXd basis = columns;
+  for (Eigen::Index t = 0; t < basis.cols(); ++t) {
+    for (int twice = 0; twice < 2; ++twice)
+      for (Eigen::Index j = 0; j < t; ++j)
+        basis.col(t) -= basis.col(j).dot(basis.col(t)) * basis.col(j);
+    basis.col(t) /= basis.col(t).norm();
+  }
+  return basis;
 }
 
 Eigen::MatrixXd other_columns(const Design& design, std::size_t coefficient) {

@@ -24,7 +24,8 @@ namespace kvo::inference {
 /// The roots of the studies' weights.
 Eigen::VectorXd root_weights(const MetaAnalysis& meta, double tau2);
 
-/// An orthonormal basis of what the columns span.
+/// An orthonormal basis of what the columns span, which do not follow from each other
+/// (Gram-Schmidt, as in make_design()).
 Eigen::MatrixXd orthonormal(const Eigen::MatrixXd& columns);
 
 /// The columns of the design without that of a coefficient.

@@ -1,7 +1,7 @@
 #pragma once
 
-// From what a study found to its map of effects, by the parameters of preprocessing: kernels around
-// its peaks, or its image of t statistics.
+// A study's map of effects by the parameters of preprocessing: from kernels around its peaks, or
+// from its image of t statistics.
 
 #include <optional>
 #include <span>

@@ -162,7 +162,7 @@ std::optional<AnalysisFacts> read_analysis_facts(const std::string& map) {
 
 void remove_listed_maps(Outputs& outputs) {
   for (const std::string& name : read_map_list()) {
-    // Anyone can have written the list; only what is a name of ours is one.
+    // The list is untrusted: only a valid name is accepted.
     if (Q_name_fault(name) != nullptr) continue;
     for (const MapKind& kind : map_kinds()) {
       const std::string file = map_file(name, kind);

@@ -64,12 +64,12 @@ std::string map_file(const std::string& name, const MapKind& kind);
 /// "NAME_10", "NAME_01". Without terms the map has the name itself.
 std::vector<std::string> coefficient_map_names(const std::string& name, std::size_t terms);
 
-/// Throws Refusal when what has that name would pass for a mask.
+/// Throws Refusal when something of that name would be mistaken for a mask.
 void check_no_mask(const std::string& name);
 
 /// Throws Refusal when the name cannot be that of an analysis: when its maps would replace a
-/// study's image or pass for masks, or when its null distribution would pass for the negative tail
-/// of another.
+/// study's image or be mistaken for masks, or its null distribution for the negative tail of
+/// another.
 void check_analysis_name(const std::string& name, const StudyTable& table);
 
 /// Whether the image is a file (and no link) that this system has written.
@@ -96,7 +96,7 @@ std::string empty_analysis_list();
 /// line. Throws Refusal when the line is not as it should be.
 std::optional<AnalysisFacts> read_analysis_facts(const std::string& map);
 
-/// Has the maps of all the analyses of the folder removed that this system has written.
+/// Removes, on commit, the maps of all analyses in the folder that this program has written.
 void remove_listed_maps(Outputs& outputs);
 
 /// "KVO 4.31 " and the command, for the header of an image.

@@ -14,7 +14,7 @@
 
 namespace kvo::maps {
 
-/// An analysis gives its tasks so many voxels at a time.
+/// Voxels per task of an analysis.
 inline constexpr std::size_t piece_voxels = 4096;
 
 /// The names of a study's maps.

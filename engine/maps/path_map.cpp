@@ -33,7 +33,7 @@ double tissue_radius() {
   return kernel_radius(tissue_fwhm_mm);
 }
 
-/// How long paths can be that matter to a peak so far from where they start.
+/// The longest path that can matter to a peak this far from where it starts.
 double longest_path(double peak_distance) {
   return longest_uniform_path * (tissue_radius() + peak_distance);
 }
@@ -59,7 +59,7 @@ double excess(double path, Voxel from, Voxel to) {
   const double uniform = voxel_mm * (longest + (std::sqrt(2.0) - 1) * middle +
                                      (std::sqrt(3.0) - std::sqrt(2.0)) * shortest);
   const double straight = voxel_mm * std::sqrt(double(di * di + dj * dj + dk * dk));
-  // Rounded, a sum of steps may come out as a trifle shorter.
+  // By rounding, a sum of steps may come out a trifle shorter.
   return std::max(0.0, straight * (path / uniform - 1));
 }
 

@@ -10,11 +10,11 @@
 //     16^-(l / 20 mm)^2,    l^2 = d^2 + (20 mm (t1 - t2) / range)^2
 //
 // with d their distance, t their values in the correlation template and range that of the template
-// in the mask. In uniform tissue it is thus a Gaussian of 20 mm FWHM, what maps have as
-// autocorrelation that are as smooth as 14 mm (it is sqrt(2) times as wide as the smoothing that
-// makes it: Kiebel et al. 1999, NeuroImage 10:756) and the FWHM that the dialogs begin with; and
-// between the ends of the template's range it is 1/16 or less, whatever the template's units. It
-// does not depend on the FWHM, so that with an anisotropy of 1 the FWHM has no effect.
+// in the mask. In uniform tissue it is thus a Gaussian of 20 mm FWHM, which is the autocorrelation
+// of maps with a smoothness of 14 mm (sqrt(2) times as wide as the smoothing that produces it:
+// Kiebel et al. 1999, NeuroImage 10:756) and the FWHM that the dialogs begin with; and between the
+// ends of the template's range it is 1/16 or less, whatever the template's units. It does not
+// depend on the FWHM, so that with an anisotropy of 1 the FWHM has no effect.
 //
 // To voxels further off the correlation is that along the best path: l is added up along the
 // shortest one (the distance on a landscape as high as the template: Toivanen 1996, Pattern
@@ -30,7 +30,7 @@
 //
 //     T = E + C (L / F - 1),
 //
-// straight plus what the path is too long; it is E in uniform convex tissue, and symmetric between
+// the straight distance plus the detour; it is E in uniform convex tissue, and symmetric between
 // voxels. A peak's voxel is that of the mask whose centre is closest (of voxels as close, the first
 // in the grid's order), so that peaks beyond the mask reach it as far as their kernels do.
 //

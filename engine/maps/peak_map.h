@@ -8,8 +8,8 @@
 // Gaussian, two peaks at one place are their mean, and peaks that agree do not pile up.
 //
 // A kernel ends at three standard deviations, where it has fallen to 1.1 % of its height: far
-// enough for the step to be of no account, and the map has definite voxels that no peak reaches,
-// where g is 0. Distances are those between the peak's own coordinate and the voxels' centres.
+// enough for the step not to matter, while voxels that no peak reaches are well defined: there g is
+// 0. Distances are those between the peak's own coordinate and the voxels' centres.
 
 #include <array>
 #include <vector>
@@ -20,7 +20,7 @@
 
 namespace kvo::maps {
 
-/// A Gaussian is cut off at so many standard deviations.
+/// Where a Gaussian is cut off, in standard deviations.
 inline constexpr double radius_in_sigmas = 3;
 /// The distance at which the kernel of a FWHM ends, in mm.
 double kernel_radius(double fwhm_mm);

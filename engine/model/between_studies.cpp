@@ -1,6 +1,5 @@
 #include "engine/model/between_studies.h"
 
-#include <Eigen/Cholesky>
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -11,8 +10,8 @@ namespace kvo::model {
 
 namespace {
 
-/// Where a function that falls from above 0 at `low` to 0 or less at `high` crosses 0, as far as
-/// numbers are told apart.
+/// The root of a function that falls from above 0 at `low` to 0 or less at `high`, by bisection to
+/// machine precision.
 template <typename Function>
 double root_between(double low, double high, const Function& function) {
   for (;;) {
@@ -26,9 +25,11 @@ double root_between(double low, double high, const Function& function) {
 double plain_residual(const Values& values) {
   const Eigen::MatrixXd& basis = values.design.basis;
   const Eigen::Map<const Eigen::VectorXd> y(values.effects.data(), basis.rows());
+  Eigen::VectorXd residual = y;
   // The columns are orthogonal and of equal length.
-  const Eigen::VectorXd fitted = basis.transpose() * y / double(basis.rows());
-  return (y - basis * fitted).squaredNorm();
+  for (Eigen::Index i = 0; i < basis.cols(); ++i)
+    residual -= basis.col(i).dot(y) / double(basis.rows()) * basis.col(i);
+  return residual.squaredNorm();
 }
 
 /// A tau2 beyond which the restricted likelihood only falls: there y'PPy is at most RSS / (tau2 +
@@ -41,7 +42,7 @@ double largest_tau2(const Values& values) {
   return (share + root) / 2 - *least;
 }
 
-/// 0, and from there to the largest value of interest in steps that grow.
+/// 0, and a logarithmic grid up to the largest value of interest.
 std::vector<double> tried_tau2(double largest) {
   constexpr int steps = 40;
   constexpr double decades = 8;
@@ -56,40 +57,46 @@ std::vector<double> tried_tau2(double largest) {
 // The sums grow study by study: the order in which a library's matrix product takes them depends on
 // the processor's caches.
 WeightedFit weighted_fit(const Values& values, double tau2) {
-  const Eigen::MatrixXd& basis = values.design.basis;
-  const Eigen::Index k = basis.rows(), p = basis.cols();
-  Eigen::MatrixXd A = Eigen::MatrixXd::Zero(p, p), AA = A;
-  Eigen::VectorXd b = Eigen::VectorXd::Zero(p);
-  double log_variances = 0;
+  const std::size_t k = values.design.studies(), p = values.design.coefficients();
+  const auto basis = [&](std::size_t s, std::size_t i) {
+    return values.design.basis(Eigen::Index(s), Eigen::Index(i));
+  };
+  SmallSymmetric A{}, AA{};
+  SmallVector b{};
+  double log_determinants = 0;
   WeightedFit fit{};
-  for (Eigen::Index s = 0; s < k; ++s) {
-    const double variance = values.variances[std::size_t(s)] + tau2, w = 1 / variance;
-    for (Eigen::Index i = 0; i < p; ++i) {
+  for (std::size_t s = 0; s < k; ++s) {
+    const double variance = values.variances[s] + tau2, w = 1 / variance;
+    for (std::size_t i = 0, m = 0; i < p; ++i) {
       const double part = w * basis(s, i);
-      b(i) += part * values.effects[std::size_t(s)];
-      for (Eigen::Index j = 0; j < p; ++j) {
-        A(i, j) += part * basis(s, j);
-        AA(i, j) += w * part * basis(s, j);
+      b[i] += part * values.effects[s];
+      for (std::size_t j = 0; j <= i; ++j, ++m) {
+        A[m] += part * basis(s, j);
+        AA[m] += w * part * basis(s, j);
       }
     }
     fit.trace += w;
-    log_variances += std::log(variance);
+    log_determinants += std::log(variance);
   }
-  const Eigen::LDLT<Eigen::MatrixXd> solved(A);
-  fit.spread = solved.solve(Eigen::MatrixXd::Identity(p, p));
-  fit.in_basis = fit.spread * b;
-  for (Eigen::Index i = 0; i < p; ++i)
-    for (Eigen::Index j = 0; j < p; ++j) fit.trace -= fit.spread(i, j) * AA(j, i);
+  fit.spread = inverse_of(A, p);
+  const SmallSymmetric L = cholesky_of(A, p);
+  for (std::size_t i = 0; i < p; ++i) {
+    log_determinants += 2 * std::log(L[in_triangle(i, i)]);
+    for (std::size_t j = 0; j < p; ++j) {
+      fit.in_basis[i] += fit.spread[in_triangle(i, j)] * b[j];
+      fit.trace -= fit.spread[in_triangle(i, j)] * AA[in_triangle(i, j)];
+    }
+  }
   double squares = 0;
-  for (Eigen::Index s = 0; s < k; ++s) {
-    double residual = values.effects[std::size_t(s)];
-    for (Eigen::Index i = 0; i < p; ++i) residual -= basis(s, i) * fit.in_basis(i);
-    const double weighted = residual / (values.variances[std::size_t(s)] + tau2);
+  for (std::size_t s = 0; s < k; ++s) {
+    double residual = values.effects[s];
+    for (std::size_t i = 0; i < p; ++i) residual -= basis(s, i) * fit.in_basis[i];
+    const double weighted = residual / (values.variances[s] + tau2);
     fit.Q += weighted * residual;
     squares += weighted * weighted;
   }
   fit.slope = squares - fit.trace;
-  fit.log_likelihood = -(log_variances + solved.vectorD().array().log().sum() + fit.Q) / 2;
+  fit.log_likelihood = -(log_determinants + fit.Q) / 2;
   return fit;
 }
 
@@ -111,7 +118,8 @@ std::optional<double> restricted_tau2(const Values& values) {
     return a.log_likelihood < b.log_likelihood;
   });
   if (!std::isfinite(best->log_likelihood) || !std::isfinite(best->slope)) return {};
-  // Mostly the next step; more where likelihoods are too alike to be told apart.
+  // Usually the next step brackets the maximum; more are needed where likelihoods are numerically
+  // equal.
   auto low = std::size_t(best - fits.begin());
   while (low + 1 < fits.size() && fits[low + 1].slope > 0) ++low;
   while (low > 0 && fits[low].slope <= 0) --low;

@@ -1,6 +1,6 @@
 #pragma once
 
-// What one effect a study says of the variance between studies, tau2, beside a linear model.
+// The between-study variance, tau2, from one effect per study, with a linear model as moderators.
 //
 // With W = diag(1/(v + tau2)) and P = W - W X (X'WX)^-1 X'W, the generalised Q is y'Py, which falls
 // as tau2 grows and has the chi-squared distribution with k - p degrees of freedom at the true
@@ -12,6 +12,7 @@
 #include "engine/model/design.h"
 #include "engine/model/interval.h"
 #include "engine/model/model_layer.h"
+#include "engine/model/small_symmetric.h"
 
 namespace kvo::model {
 
@@ -28,10 +29,10 @@ struct Values {
 
 /// Weighted least squares at a given tau2.
 struct WeightedFit {
-  Eigen::VectorXd in_basis;  ///< coefficients of the design's basis
-  Eigen::MatrixXd spread;    ///< their covariance, (X'WX)^-1
-  double Q;                  ///< y'Py
-  double trace;              ///< of P
+  SmallVector in_basis;   ///< coefficients of the design's basis
+  SmallSymmetric spread;  ///< their covariance, (X'WX)^-1
+  double Q;               ///< y'Py
+  double trace;           ///< of P
   double slope;  ///< y'PPy - tr(P): twice the derivative of the restricted log-likelihood by tau2
   double log_likelihood;  ///< restricted, but for a constant
 };
@@ -43,8 +44,8 @@ WeightedFit weighted_fit(const Values& values, double tau2);
 double moments_tau2(const Values& values);
 
 /// The tau2 of at least 0 where the restricted likelihood is largest (Viechtbauer 2005, Journal of
-/// Educational and Behavioral Statistics 30:261), to all digits; where there are several maxima,
-/// the largest of all. 0 without degrees of freedom; nothing when values are so large or small that
+/// Educational and Behavioral Statistics 30:261), to machine precision; the global one where there
+/// are several maxima. 0 without degrees of freedom; nothing when values are so large or small that
 /// no maximum is found.
 std::optional<double> restricted_tau2(const Values& values);
 

@@ -1,6 +1,5 @@
 #include "engine/model/design.h"
 
-#include <Eigen/QR>
 #include <algorithm>
 #include <cmath>
 
@@ -44,44 +43,43 @@ void check_terms(std::span<const Term> terms, std::size_t studies) {
   }
 }
 
-/// Throws Refusal when what a term has beyond those before it, the diagonal of R, is too little.
-void check_own_parts(std::span<const Term> terms, const Eigen::MatrixXd& X,
-                     const Eigen::MatrixXd& R) {
-  for (std::size_t t = 0; t < terms.size(); ++t) {
-    const auto column = Eigen::Index(t);
-    const double own = std::abs(R(column, column));
-    if (own <= least_own_share * X.col(column).norm())
-      refuse_term(terms[t], "says nothing that the terms before it do not say already.");
-    if (own < smallest_spread)
-      refuse_term(terms[t],
-                  "has values that are too close together. Please give them in another unit.");
-  }
+/// Throws Refusal when what a term has beyond those before it is too little.
+void check_own_part(const Term& term, double own, double whole) {
+  if (own <= least_own_share * whole)
+    refuse_term(term, "says nothing that the terms before it do not say already.");
+  if (own < smallest_spread)
+    refuse_term(term, "has values that are too close together. Please give them in another unit.");
 }
 
 }  // namespace
 
+// Gram-Schmidt, with each column orthogonalised twice, which makes them orthogonal to machine
+// precision (Giraud, Langou, Rozložník and van den Eshof 2005, Numerische Mathematik 101:87).
 Design make_design(std::span<const Term> terms, std::size_t studies) {
   check_terms(terms, studies);
-  const auto k = Eigen::Index(studies), t = Eigen::Index(terms.size()), p = t + 1;
+  const auto k = Eigen::Index(studies), p = Eigen::Index(terms.size()) + 1;
   Design design;
   design.columns = design.basis = Eigen::MatrixXd::Ones(k, p);
-  // What the columns are made of in the basis.
-  Eigen::MatrixXd forward = Eigen::MatrixXd::Identity(p, p);
-  if (t > 0) {
-    auto X = design.columns.rightCols(t);
-    for (Eigen::Index j = 0; j < t; ++j)
-      X.col(j) = Eigen::Map<const Eigen::VectorXd>(terms[std::size_t(j)].values.data(), k);
-    // X = 1 mean' + Q R. The columns of Q are given the length of 1's.
-    const Eigen::RowVectorXd mean = X.colwise().mean();
-    const double length = std::sqrt(double(studies));
-    const Eigen::HouseholderQR<Eigen::MatrixXd> qr(X.rowwise() - mean);
-    const Eigen::MatrixXd R = qr.matrixQR().topRows(t).triangularView<Eigen::Upper>();
-    check_own_parts(terms, X, R);
-    design.basis.rightCols(t) = qr.householderQ() * Eigen::MatrixXd::Identity(k, t) * length;
-    forward.topRightCorner(1, t) = mean;
-    forward.bottomRightCorner(t, t) = R / length;
+  design.back = Eigen::MatrixXd::Identity(p, p);
+  for (Eigen::Index t = 1; t < p; ++t) {
+    const Term& term = terms[std::size_t(t - 1)];
+    auto column = design.basis.col(t);
+    design.columns.col(t) = column = Eigen::Map<const Eigen::VectorXd>(term.values.data(), k);
+    // Takes the projections on earlier columns out, and keeps track of what that makes of the
+    // terms.
+    for (int round = 0; round < 2; ++round)
+      for (Eigen::Index j = 0; j < t; ++j) {
+        // All columns of the basis are as long as the first.
+        const double part = design.basis.col(j).dot(column) / double(studies);
+        column -= part * design.basis.col(j);
+        design.back.col(t) -= part * design.back.col(j);
+      }
+    const double own = column.norm();
+    check_own_part(term, own, design.columns.col(t).norm());
+    const double scale = std::sqrt(double(studies)) / own;
+    column *= scale;
+    design.back.col(t) *= scale;
   }
-  design.back = forward.triangularView<Eigen::Upper>().solve(Eigen::MatrixXd::Identity(p, p));
   return design;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// The design of a linear model of the studies: what the terms of the model are and whether they can
-// be told apart.
+// The design of a linear model of the studies: the terms of the model and whether they are
+// identifiable.
 
 #include <Eigen/Core>
 #include <cstddef>
@@ -27,7 +27,7 @@ struct Design {
   Eigen::MatrixXd columns;
   /// An orthogonal basis of the columns, of which the first is 1 too.
   Eigen::MatrixXd basis;
-  /// What makes coefficients of the terms from coefficients of the basis; upper triangular.
+  /// Turns coefficients of the basis into those of the terms; upper triangular.
   Eigen::MatrixXd back;
 
   [[nodiscard]] std::size_t studies() const { return std::size_t(columns.rows()); }

@@ -14,7 +14,7 @@ namespace {
 
 /// Voxels along the side of a cell.
 constexpr int side = 4;
-/// The kernel is cut there, in standard deviations.
+/// Where the kernel is cut off, in standard deviations.
 constexpr double reach = 3.2;
 
 std::array<std::size_t, 3> cell_counts() {
@@ -26,58 +26,41 @@ std::array<std::size_t, 3> cell_counts() {
 using Rows = std::vector<FieldPrior::Row>;
 
 /// Values on a grid, the first axis running fastest.
-struct Block {
+struct GridValues {
   std::array<std::size_t, 3> size;
   std::vector<double> values;
 };
 
-/// The block with one axis replaced by what the rows make of it.
-Block along(const Block& in, int axis, const Rows& rows) {
-  Block out{in.size, {}};
+/// Applies the rows along one axis, which has so many values; transposed, it turns an axis of as
+/// many values as there are rows back into one of so many.
+template <bool transposed>
+GridValues along(const GridValues& in, int axis, const Rows& rows, std::size_t values) {
+  GridValues out{in.size, {}};
   const auto a = std::size_t(axis);
-  out.size[a] = rows.size();
+  out.size[a] = transposed ? values : rows.size();
   std::size_t inner = 1, outer = 1;
   for (std::size_t b = 0; b < a; ++b) inner *= in.size[b];
   for (std::size_t b = a + 1; b < 3; ++b) outer *= in.size[b];
-  out.values.assign(inner * outer * rows.size(), 0);
+  out.values.assign(inner * outer * out.size[a], 0);
   for (std::size_t o = 0; o < outer; ++o)
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      double* to = &out.values[(o * rows.size() + i) * inner];
+      const std::size_t made = (o * rows.size() + i) * inner;
       for (std::size_t k = 0; k < rows[i].weights.size(); ++k) {
         const double weight = rows[i].weights[k];
-        const double* from = &in.values[(o * in.size[a] + rows[i].first + k) * inner];
+        const std::size_t taken = (o * values + rows[i].first + k) * inner;
+        const double* from = &in.values[transposed ? made : taken];
+        double* to = &out.values[transposed ? taken : made];
         for (std::size_t n = 0; n < inner; ++n) to[n] += weight * from[n];
       }
     }
   return out;
 }
 
-/// The transpose of along(): the axis gets so many values.
-Block back_along(const Block& in, int axis, const Rows& rows, std::size_t values) {
-  Block out{in.size, {}};
-  const auto a = std::size_t(axis);
-  out.size[a] = values;
-  std::size_t inner = 1, outer = 1;
-  for (std::size_t b = 0; b < a; ++b) inner *= in.size[b];
-  for (std::size_t b = a + 1; b < 3; ++b) outer *= in.size[b];
-  out.values.assign(inner * outer * values, 0);
-  for (std::size_t o = 0; o < outer; ++o)
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      const double* from = &in.values[(o * rows.size() + i) * inner];
-      for (std::size_t k = 0; k < rows[i].weights.size(); ++k) {
-        const double weight = rows[i].weights[k];
-        double* to = &out.values[(o * values + rows[i].first + k) * inner];
-        for (std::size_t n = 0; n < inner; ++n) to[n] += weight * from[n];
-      }
-    }
-  return out;
-}
-
-Block block_of(const Eigen::VectorXd& cells) {
+GridValues block_of(const Eigen::VectorXd& cells) {
   return {cell_counts(), {cells.data(), cells.data() + cells.size()}};
 }
 
-Eigen::VectorXd vector_of(const Block& block) {
+Eigen::VectorXd vector_of(const GridValues& block) {
   return Eigen::Map<const Eigen::VectorXd>(block.values.data(), Eigen::Index(block.values.size()));
 }
 
@@ -89,7 +72,7 @@ Eigen::Vector3d voxel_of(const Eigen::Vector3d& mm) {
 }  // namespace
 
 FieldPrior::FieldPrior(double width)
-    // The autocorrelation of what a kernel smooths is exp(-d² / (4 sigma²)).
+    // White noise smoothed with the kernel has the autocorrelation exp(-d² / (4 sigma²)).
     : sigma_(width / (4 * std::sqrt(std::numbers::ln2)) / voxel_mm) {
   const auto counts = cell_counts();
   for (int axis = 0; axis < 3; ++axis) {
@@ -131,23 +114,27 @@ std::size_t FieldPrior::cell_at(const Eigen::Vector3d& mm) {
 }
 
 Eigen::VectorXd FieldPrior::at_cells(const Eigen::VectorXd& noise) const {
-  Block block = block_of(noise);
-  for (int axis = 0; axis < 3; ++axis) block = along(block, axis, cells_[std::size_t(axis)]);
+  GridValues block = block_of(noise);
+  const auto counts = cell_counts();
+  for (int axis = 0; axis < 3; ++axis)
+    block = along<false>(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
   return vector_of(block);
 }
 
 Eigen::VectorXd FieldPrior::to_noise(const Eigen::VectorXd& field) const {
-  Block block = block_of(field);
+  GridValues block = block_of(field);
   const auto counts = cell_counts();
   for (int axis = 3; axis-- > 0;)
-    block = back_along(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
+    block = along<true>(block, axis, cells_[std::size_t(axis)], counts[std::size_t(axis)]);
   return vector_of(block);
 }
 
 std::vector<float> FieldPrior::in_mask(const Eigen::VectorXd& noise, const Mask& mask) const {
-  Block block = block_of(noise);
+  GridValues block = block_of(noise);
+  const auto counts = cell_counts();
   // The longest rows are worked on last, and are the quickest.
-  for (int axis = 0; axis < 3; ++axis) block = along(block, axis, voxels_[std::size_t(axis)]);
+  for (int axis = 0; axis < 3; ++axis)
+    block = along<false>(block, axis, voxels_[std::size_t(axis)], counts[std::size_t(axis)]);
   std::vector<float> values(mask.size());
   for (std::size_t n = 0; n < mask.size(); ++n) values[n] = float(block.values[mask.grid_index[n]]);
   return values;
@@ -155,12 +142,12 @@ std::vector<float> FieldPrior::in_mask(const Eigen::VectorXd& noise, const Mask&
 
 Eigen::VectorXd FieldPrior::mean_weights(const Mask& mask) const {
   const auto [nx, ny, nz] = mni_grid().size;
-  Block block{{std::size_t(nx), std::size_t(ny), std::size_t(nz)}, {}};
+  GridValues block{{std::size_t(nx), std::size_t(ny), std::size_t(nz)}, {}};
   block.values.assign(mni_grid().voxels(), 0);
   for (const std::uint32_t index : mask.grid_index) block.values[index] = 1 / double(mask.size());
   const auto counts = cell_counts();
   for (std::size_t axis = 0; axis < 3; ++axis)
-    block = back_along(block, int(axis), voxels_[axis], counts[axis]);
+    block = along<true>(block, int(axis), voxels_[axis], counts[axis]);
   return vector_of(block);
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
 // Smooth fields over the brain: white noise in the cells of a coarse grid, smoothed with a Gaussian
-// kernel. Of independent normal values in the cells it makes a field whose values have the variance
-// 1 at every place.
+// kernel. Independent standard normal values in the cells become a field with variance 1
+// everywhere.
 
 #include <Eigen/Core>
 #include <array>
@@ -13,7 +13,7 @@
 
 namespace kvo::model {
 
-/// What a field is at a place: a weighted sum over a box of cells, whose weights are products.
+/// How a field is interpolated at a place: a sum over a box of cells with separable weights.
 struct FieldPlace {
   std::array<std::size_t, 3> first;
   std::array<std::vector<double>, 3> weights;
@@ -37,7 +37,8 @@ class FieldPrior {
   /// The field in the voxels of a mask.
   [[nodiscard]] std::vector<float> in_mask(const Eigen::VectorXd& noise, const Mask& mask) const;
 
-  /// What the noise counts in the mean of the field over the voxels of a mask, which has some.
+  /// The weights of the noise in the mean of the field over the voxels of a mask, which must not be
+  /// empty.
   [[nodiscard]] Eigen::VectorXd mean_weights(const Mask& mask) const;
 
   [[nodiscard]] FieldPlace place(const Eigen::Vector3d& mm) const;
@@ -45,7 +46,7 @@ class FieldPrior {
   /// Adds the value times the weights to the noise: the transpose of at().
   static void add_to_noise(const FieldPlace& place, double value, Eigen::VectorXd& noise);
 
-  /// The cells that a coordinate takes part of, with their weights.
+  /// The cells that contribute at a coordinate, with their weights.
   struct Row {
     std::size_t first;
     std::vector<double> weights;

@@ -4,7 +4,7 @@
 
 namespace kvo::model {
 
-/// The probability on either side of a 95 % interval, and the z that has it there: half of such an
+/// The tail probability on either side of a 95 % interval, and its z: half the width of such an
 /// interval in standard errors.
 inline constexpr double interval_tail = 0.025, interval_z = 1.959963984540054;
 

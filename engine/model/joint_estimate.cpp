@@ -14,11 +14,11 @@ namespace kvo::model {
 namespace {
 
 constexpr double tau2_floor = 0.005, tau2_ceiling = 0.5;
-/// How a study chooses what it lists of its maxima is not known. In simulations of studies that
-/// list one to four maxima of each cluster, maxima some distance apart, or all, that moves the
-/// effect by so much, in g, as far as maxima are not listed.
+/// How a study selects the maxima it lists is unknown. In simulations of studies that list one to
+/// four maxima per cluster, maxima some distance apart, or all of them, the effect varies by this
+/// much, in g, in proportion to the share of maxima not listed.
 constexpr double doubt_of_unlisted = 0.25;
-/// The same as far as the heights of peaks are not told: effects then come out too small.
+/// The same for peaks reported without a height: effects then come out too small.
 constexpr double doubt_of_heights = 0.4;
 
 /// The mean over the voxels of the between-study variance of the images.
@@ -118,18 +118,6 @@ class Voxels {
     return A;
   }
 
-  /// The variance of the term t of a covariance in the basis.
-  [[nodiscard]] double of_term(std::size_t t, const SmallSymmetric& covariance) const {
-    double sum = 0;
-    for (std::size_t j = t; j < p_; ++j)
-      for (std::size_t k = t; k < p_; ++k)
-        sum += back(t, j) * back(t, k) * covariance[in_triangle(j, k)];
-    return sum;
-  }
-  [[nodiscard]] double back(std::size_t t, std::size_t j) const {
-    return design_.back(Eigen::Index(t), Eigen::Index(j));
-  }
-
   /// Leaves the maps' values of the voxel.
   void leave(std::size_t v, const SmallVector& b, const SmallSymmetric& covariance,
              const SmallSymmetric& of_images) {
@@ -139,13 +127,11 @@ class Voxels {
       before[in_triangle(j, j)] = sd * sd;
     }
     for (std::size_t t = 0; t < p_; ++t) {
-      double g = 0;
-      for (std::size_t j = t; j < p_; ++j) g += back(t, j) * b[j];
-      const double var = of_term(t, covariance);
-      const double learnt = 1 / var - 1 / of_term(t, before);
-      to_.g[t][v] = float(g);
+      const double var = term_variance(design_, t, covariance);
+      const double learnt = 1 / var - 1 / term_variance(design_, t, before);
+      to_.g[t][v] = float(term_of(design_, t, b));
       to_.var[t][v] = float(var);
-      to_.info[t][v] = float(std::clamp(learnt * of_term(t, of_images), 0.0, 1.0));
+      to_.info[t][v] = float(std::clamp(learnt * term_variance(design_, t, of_images), 0.0, 1.0));
     }
   }
 

@@ -1,10 +1,10 @@
 #pragma once
 
-// The effects of a meta-analysis from all that its studies know: peaks by their likelihood
+// The effects of a meta-analysis from all that its studies report: peaks by their likelihood
 // (peak_fit.h), and the images of others as they are.
 //
-// In each voxel the two are independent normal sources of knowledge of the coefficients. An image
-// counts with the variance that its study's g has at the estimate, and the between-study variance.
+// In each voxel the two are combined as independent normal likelihoods of the coefficients. The
+// variance of an image is that of its study's g at the estimate plus the between-study variance.
 
 #include <span>
 #include <vector>
@@ -29,7 +29,8 @@ struct JointFacts {
 /// The maps of each coefficient, as of the terms of the design, in the voxels of the mask.
 struct JointEstimate {
   std::vector<std::vector<float>> g, var;
-  /// What the studies know of it, from 0 to 1: as a share of what images of all of them would.
+  /// The information in the studies, from 0 to 1: relative to what images of all of them would
+  /// give.
   std::vector<std::vector<float>> info;
   JointFacts facts;
 };
@@ -41,11 +42,11 @@ bool has_peaks(const MetaAnalysis& meta);
 /// the table does not state it.
 ListingStudy listing_of(const Member& member, Eigen::VectorXd row,
                         double assumed_p = assumed_threshold_p);
-/// The standard deviation of the mean effect for not knowing how studies choose what they list, by
-/// the shares of their maxima that they list and of their peaks whose height is not told.
+/// The standard deviation of the mean effect that comes from not knowing how studies choose the
+/// peaks they list, by the share of their maxima listed and of peaks without a height.
 double listing_doubt_of(const PeakFit& fit);
 
-/// So many images tell the between-study variance.
+/// The fewest images from which the between-study variance is estimated.
 inline constexpr std::size_t enough_images = 4;
 
 /// The studies that have peaks, some at least, and the fit to them under the assumptions that are
@@ -58,7 +59,7 @@ struct JointFit {
 JointFit fit_jointly(const MetaAnalysis& meta, const Design& design, const StudyMaps& maps,
                      Action& action);
 
-/// The estimate, from the studies' maps, of which it takes the images'. Shows progress.
+/// The joint estimate; of the studies' maps it uses those from images. Shows progress.
 JointEstimate estimate_jointly(const MetaAnalysis& meta, const Design& design,
                                const StudyMaps& maps);
 

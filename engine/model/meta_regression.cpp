@@ -1,6 +1,5 @@
 #include "engine/model/meta_regression.h"
 
-#include <Eigen/Cholesky>
 #include <cmath>
 
 #include "engine/base/distributions.h"
@@ -47,7 +46,7 @@ Estimate estimate_of(double value, double se, std::optional<double> df) {
 ModelFit fit_model(const Design& design, std::span<const double> effects,
                    std::span<const double> variances, Method method) {
   const Values values{design, effects, variances};
-  const Eigen::Index p = design.basis.cols();
+  const std::size_t p = design.coefficients();
   ModelFit fit;
   fit.QE_df = values.df();
   fit.QM_df = double(p - 1);
@@ -66,17 +65,21 @@ ModelFit fit_model(const Design& design, std::span<const double> effects,
     df = fit.QE_df;
     scale = weighted.Q / *df;
   }
-  const Eigen::VectorXd estimates = design.back * weighted.in_basis;
-  const Eigen::MatrixXd covariance =
-      scale * design.back * weighted.spread * design.back.transpose();
-  for (Eigen::Index j = 0; j < p; ++j)
-    fit.coefficients.push_back(estimate_of(estimates(j), std::sqrt(covariance(j, j)), df));
+  for (std::size_t t = 0; t < p; ++t)
+    fit.coefficients.push_back(
+        estimate_of(term_of(design, t, weighted.in_basis),
+                    std::sqrt(scale * term_variance(design, t, weighted.spread)), df));
   fit.QE_p = chi_squared_tail(fit.QE, fit.QE_df);
   if (p == 1) return fit;
   // The basis without its first column spans the centred terms.
-  const Eigen::VectorXd slopes = weighted.in_basis.tail(p - 1);
-  const Eigen::MatrixXd spread = weighted.spread.bottomRightCorner(p - 1, p - 1);
-  fit.QM = slopes.dot(spread.ldlt().solve(slopes));
+  SmallVector slopes{};
+  SmallSymmetric spread{};
+  for (std::size_t i = 0; i + 1 < p; ++i) {
+    slopes[i] = weighted.in_basis[i + 1];
+    for (std::size_t j = 0; j <= i; ++j)
+      spread[in_triangle(i, j)] = weighted.spread[in_triangle(i + 1, j + 1)];
+  }
+  fit.QM = inverse_square(spread, slopes, p - 1);
   if (df) fit.QM /= scale * fit.QM_df;
   fit.QM_p = df ? f_tail(fit.QM, fit.QM_df, *df) : chi_squared_tail(fit.QM, fit.QM_df);
   return fit;

@@ -8,8 +8,8 @@
 // (QE - (k - p)) / QE percent, never below 0: the share of the residual variance that is between
 // studies.
 //
-// All is computed in the orthogonal basis of the design and transformed back, so that terms of very
-// different scales lose no digits. Without terms the maps are made by pooling.h.
+// Everything is computed in the orthogonal basis of the design and transformed back, so that terms
+// on very different scales lose no precision. Without terms the maps are made by pooling.h.
 
 #include <cstddef>
 #include <optional>
@@ -24,9 +24,9 @@ namespace kvo::model {
 
 /// How single values are analysed.
 enum class Method {
-  /// restricted_tau2(), and standard errors and tests of Knapp and Hartung (2003, Statistics in
-  /// Medicine
-  /// 22:2693): the covariance times y'Py / (k - p), t and F with k - p degrees of freedom.
+  /// restricted_tau2(), with the standard errors and tests of Knapp and Hartung (2003, Statistics
+  /// in Medicine 22:2693): the covariance times y'Py / (k - p), t and F with k - p degrees of
+  /// freedom.
   restricted_likelihood,
   /// moments_tau2(), and tests by the normal and the chi-squared distribution.
   moments,
@@ -58,10 +58,10 @@ struct ModelFit {
 };
 
 /// Fits the model to one effect and variance (above 0) of each study. With as many coefficients as
-/// studies, all of the residual heterogeneity is 0. Tests are by the normal distribution whatever
-/// the method where nothing is left that a scatter could be estimated from: with as many
-/// coefficients as studies, and where all effects are those of the model. Throws Refusal when no
-/// restricted_tau2() is found.
+/// studies, all of the residual heterogeneity is 0. Whatever the method, tests use the normal
+/// distribution where there is no residual scatter to estimate: with as many coefficients as
+/// studies, and where all effects are those of the model. Throws Refusal when no restricted_tau2()
+/// is found.
 ModelFit fit_model(const Design& design, std::span<const double> effects,
                    std::span<const double> variances, Method method);
 

@@ -6,6 +6,7 @@
 
 #include "engine/base/vectors.h"
 #include "engine/model/pooling.h"
+#include "engine/model/small_symmetric.h"
 
 namespace kvo::model {
 
@@ -15,181 +16,182 @@ namespace {
 constexpr std::size_t block_voxels = 128;
 /// The studies of a group pass over the sums together.
 constexpr std::size_t group_studies = 4;
+constexpr std::size_t most_coefficients = max_terms + 1;
 
-using Maps = const float* const*;
 using Block = double[block_voxels];
+using Triangle = Block[triangle_size(most_coefficients)];
 
-/// Values of a lower triangle, row by row.
-constexpr std::size_t triangle(std::size_t rows) {
-  return rows * (rows + 1) / 2;
-}
-constexpr std::size_t at(std::size_t i, std::size_t j) {
-  return triangle(i) + j;
-}
-
-/// Sums over the studies in the basis Z of the design, for p coefficients.
-template <std::size_t p>
+/// Sums over the studies in the basis Z of the design, the weights W being 1/(var + tau2).
 struct Sums {
-  Block A[triangle(p)];  ///< Z'WZ
-  Block B[triangle(p)];  ///< Z'WWZ
-  Block b[p];            ///< Z'Wy
-  Block c;               ///< y'Wy
+  Triangle A;                  ///< Z'WZ
+  Triangle B;                  ///< Z'WWZ
+  Block b[most_coefficients];  ///< Z'Wy
+  Block c;                     ///< y'Wy
   Block Q, tau2;
 };
 
-/// The studies' maps and the rows of the design that belong to them.
+/// The studies' maps and the rows of the design that belong to them. Behind the last study stand as
+/// many that count nothing as make the last group full.
 struct Studies {
-  Maps g, var;
-  const double* basis;  ///< of the design, a row for each study
-  /// Of the basis values i and j <= i of each row: (0,0), (1,0), (1,1), (2,0) ...
-  const double* products;
-  [[nodiscard]] Studies from(std::size_t study, std::size_t p) const {
-    return {g + study, var + study, basis + study * p, products + study * triangle(p)};
-  }
+  std::size_t count, coefficients;
+  const float *const *g, *const *var;
+  /// A row for each study: the basis of the design, and of its values i and j <= i the products
+  /// (0,0), (1,0), (1,1), (2,0) ...
+  std::vector<double> basis, products;
 };
 
-/// Adds the studies of a group to all sums, with w = 1/var.
-template <std::size_t p, std::size_t studies>
-[[gnu::always_inline]] inline void add_group(const Studies& group, std::size_t begin, std::size_t n,
-                                             Sums<p>& __restrict sums) {
-  const double* __restrict basis = group.basis, * __restrict products = group.products;
-  constexpr std::size_t pairs = triangle(p);
-  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
-    double A[pairs], B[pairs], b[p], c = sums.c[v];
-    UNROLLED for (std::size_t m = 0; m < pairs; ++m) A[m] = sums.A[m][v], B[m] = sums.B[m][v];
-    UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
-    UNROLLED for (std::size_t s = 0; s < studies; ++s) {
-      const double effect = group.g[s][begin + v];
-      const double w = 1.0 / double(group.var[s][begin + v]);
-      const double ww = w * w, wy = w * effect;
-      UNROLLED for (std::size_t m = 0; m < pairs; ++m) {
-        A[m] += w * products[s * pairs + m];
-        B[m] += ww * products[s * pairs + m];
-      }
-      UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] += wy * basis[s * p + i];
-      c += wy * effect;
+/// Of the studies of a group w, w^2, w y and w y^2 in the voxels of a block.
+struct Weights {
+  Block w[group_studies], ww[group_studies], wy[group_studies], wyy[group_studies];
+};
+
+[[gnu::always_inline]] inline void weigh(const Studies& all, std::size_t first, std::size_t begin,
+                                         const double* __restrict tau2, std::size_t n,
+                                         Weights& __restrict weights) {
+  for (std::size_t s = 0; s < group_studies && first + s < all.count; ++s) {
+    const float* __restrict g = all.g[first + s] + begin;
+    const float* __restrict var = all.var[first + s] + begin;
+    INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
+      const double effect = g[v], w = 1.0 / (double(var[v]) + tau2[v]);
+      weights.w[s][v] = w;
+      weights.ww[s][v] = w * w;
+      weights.wy[s][v] = w * effect;
+      weights.wyy[s][v] = w * effect * effect;
     }
-    UNROLLED for (std::size_t m = 0; m < pairs; ++m) sums.A[m][v] = A[m], sums.B[m][v] = B[m];
-    UNROLLED for (std::size_t i = 0; i < p; ++i) sums.b[i][v] = b[i];
-    sums.c[v] = c;
   }
 }
 
-/// Adds the studies of a group to A and b, with w = 1/(var + tau2).
-template <std::size_t p, std::size_t studies>
-[[gnu::always_inline]] inline void add_group_again(const Studies& group, std::size_t begin,
-                                                   std::size_t n, Sums<p>& __restrict sums) {
-  const double* __restrict basis = group.basis, * __restrict products = group.products;
-  constexpr std::size_t pairs = triangle(p);
-  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
-    double A[pairs], b[p];
-    UNROLLED for (std::size_t m = 0; m < pairs; ++m) A[m] = sums.A[m][v];
-    UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
-    UNROLLED for (std::size_t s = 0; s < studies; ++s) {
-      const double w = 1.0 / (double(group.var[s][begin + v]) + sums.tau2[v]);
-      const double wy = w * double(group.g[s][begin + v]);
-      UNROLLED for (std::size_t m = 0; m < pairs; ++m) A[m] += w * products[s * pairs + m];
-      UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] += wy * basis[s * p + i];
-    }
-    UNROLLED for (std::size_t m = 0; m < pairs; ++m) sums.A[m][v] = A[m];
-    UNROLLED for (std::size_t i = 0; i < p; ++i) sums.b[i][v] = b[i];
+/// Adds to each of so many sums the studies of a group, each with its weights times a factor; the
+/// factors of a study stand beside each other.
+[[gnu::always_inline]] inline void add_group(const Block* __restrict weights, const double* factors,
+                                             std::size_t sums, std::size_t n,
+                                             Block* __restrict to) {
+  static_assert(group_studies == 4);
+  for (std::size_t m = 0; m < sums; ++m) {
+    const double f0 = factors[m], f1 = factors[sums + m], f2 = factors[2 * sums + m],
+                 f3 = factors[3 * sums + m];
+    INDEPENDENT for (std::size_t v = 0; v < n; ++v) to[m][v] =
+        to[m][v] + weights[0][v] * f0 + weights[1][v] * f1 + weights[2][v] * f2 +
+        weights[3][v] * f3;
   }
 }
 
-/// A voxel's A = L D L', L with a diagonal of 1; below it, L stands in the triangle and D on its
-/// diagonal. b becomes L^-1 b.
-template <std::size_t p>
-struct Factored {
-  double L[triangle(p)], b[p];
+/// Makes the sums anew, with the tau2 that stands among them; B and c only where `all_sums`.
+[[gnu::always_inline]] inline void add_up(bool all_sums, const Studies& all, std::size_t begin,
+                                          std::size_t n, Sums& sums) {
+  const std::size_t p = all.coefficients, pairs = triangle_size(p);
+  const double ones[group_studies] = {1, 1, 1, 1};
+  for (std::size_t m = 0; m < pairs; ++m) std::fill(sums.A[m], sums.A[m] + n, 0.0);
+  for (std::size_t i = 0; i < p; ++i) std::fill(sums.b[i], sums.b[i] + n, 0.0);
+  for (std::size_t m = 0; all_sums && m < pairs; ++m) std::fill(sums.B[m], sums.B[m] + n, 0.0);
+  if (all_sums) std::fill(sums.c, sums.c + n, 0.0);
+  Weights weights;
+  for (std::size_t s = 0; s < all.count; s += group_studies) {
+    if (s + group_studies > all.count) weights = {};
+    weigh(all, s, begin, sums.tau2, n, weights);
+    add_group(weights.w, &all.products[s * pairs], pairs, n, sums.A);
+    add_group(weights.wy, &all.basis[s * p], p, n, sums.b);
+    if (!all_sums) continue;
+    add_group(weights.ww, &all.products[s * pairs], pairs, n, sums.B);
+    add_group(weights.wyy, ones, 1, n, &sums.c);
+  }
+}
 
-  [[nodiscard]] [[gnu::always_inline]] double D(std::size_t i) const { return L[at(i, i)]; }
-};
+/// In each voxel, to -= x y.
+[[gnu::always_inline]] inline void subtract_product(const Block& __restrict x,
+                                                    const Block& __restrict y, std::size_t n,
+                                                    Block& __restrict to) {
+  INDEPENDENT for (std::size_t v = 0; v < n; ++v) to[v] -= x[v] * y[v];
+}
 
-template <std::size_t p>
-[[gnu::always_inline]] inline Factored<p> factored_at(const Sums<p>& sums, std::size_t v) {
-  constexpr std::size_t pairs = triangle(p);
-  Factored<p> voxel;
-  double *L = voxel.L, *b = voxel.b;
-  UNROLLED for (std::size_t m = 0; m < pairs; ++m) L[m] = sums.A[m][v];
-  UNROLLED for (std::size_t i = 0; i < p; ++i) b[i] = sums.b[i][v];
-  UNROLLED for (std::size_t i = 0; i < p; ++i) {
+/// Each voxel's A becomes L D L', L with a diagonal of 1; below it, L stands in the triangle and D
+/// on its diagonal. b becomes L^-1 b.
+[[gnu::always_inline]] inline void factor(std::size_t p, std::size_t n, Sums& __restrict sums) {
+  for (std::size_t i = 0; i < p; ++i) {
     // Row i of L D; row j has already been divided by D.
-    UNROLLED for (std::size_t j = 0; j < i; ++j) {
-      UNROLLED for (std::size_t m = 0; m < j; ++m) L[at(i, j)] -= L[at(i, m)] * L[at(j, m)];
-    }
-    UNROLLED for (std::size_t j = 0; j < i; ++j) {
-      const double times_D = L[at(i, j)];
-      L[at(i, j)] = times_D / L[at(j, j)];
-      L[at(i, i)] -= times_D * L[at(i, j)];
-      b[i] -= L[at(i, j)] * b[j];
-    }
-  }
-  return voxel;
-}
-
-/// QE and tau2 of the block from its sums.
-template <std::size_t p>
-[[gnu::always_inline]] inline void heterogeneity(Sums<p>& __restrict sums, std::size_t n,
-                                                 double df) {
-  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
-    const Factored<p> factored = factored_at(sums, v);
-    double Q = sums.c[v], scale = sums.A[0][v];
-    double inverse[triangle(p)];  // of L
-    UNROLLED for (std::size_t i = 0; i < p; ++i) {
-      Q -= factored.b[i] * factored.b[i] / factored.D(i);
-      inverse[at(i, i)] = 1;
-      UNROLLED for (std::size_t j = 0; j < i; ++j) {
-        inverse[at(i, j)] = -factored.L[at(i, j)];
-        UNROLLED for (std::size_t m = j + 1; m < i; ++m) {
-          inverse[at(i, j)] -= factored.L[at(i, m)] * inverse[at(m, j)];
-        }
+    Block* const L_i = &sums.A[in_triangle(i, 0)];
+    for (std::size_t j = 0; j < i; ++j)
+      for (std::size_t m = 0; m < j; ++m)
+        subtract_product(L_i[m], sums.A[in_triangle(j, m)], n, L_i[j]);
+    for (std::size_t j = 0; j < i; ++j) {
+      const double *D = sums.A[in_triangle(j, j)], *b = sums.b[j];
+      INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
+        const double times_D = L_i[j][v], value = times_D / D[v];
+        L_i[j][v] = value;
+        L_i[i][v] -= times_D * value;
+        sums.b[i][v] -= value * b[v];
       }
-      // The trace of A^-1 B is that of D^-1 (L^-1 B L^-1').
-      double square = 0;
-      UNROLLED for (std::size_t j = 0; j <= i; ++j) {
-        double cross = 0;
-        UNROLLED for (std::size_t m = 0; m < j; ++m) {
-          cross += inverse[at(i, m)] * sums.B[at(j, m)][v];
-        }
-        square += inverse[at(i, j)] * (2 * cross + inverse[at(i, j)] * sums.B[at(j, j)][v]);
-      }
-      scale -= square / factored.D(i);
     }
-    sums.Q[v] = Q > 0 ? Q : 0;
-    sums.tau2[v] = Q > df && scale > 0 ? (Q - df) / scale : 0;
   }
 }
 
-/// Estimates and variances of the coefficients of the block: where A = L D L' and t is a row of
-/// the matrix that leads back to the terms, s = L^-1 t' gives the estimate s' D^-1 (L^-1 b) and the
-/// variance s' D^-1 s.
-template <std::size_t p>
-[[gnu::always_inline]] inline void estimate(const Sums<p>& __restrict sums,
-                                            const double (&back)[p][p], std::size_t n,
-                                            Block* __restrict g, Block* __restrict var) {
-  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
-    const Factored<p> factored = factored_at(sums, v);
-    UNROLLED for (std::size_t j = 0; j < p; ++j) {
-      double s[p], value = 0, square = 0;
-      UNROLLED for (std::size_t i = j; i < p; ++i) {
-        s[i] = back[j][i];
-        UNROLLED for (std::size_t m = j; m < i; ++m) s[i] -= factored.L[at(i, m)] * s[m];
-        const double scaled = s[i] / factored.D(i);
-        value += scaled * factored.b[i];
-        square += scaled * s[i];
-      }
-      g[j][v] = value;
-      var[j][v] = square;
+/// QE and tau2 of the block from its factored sums.
+[[gnu::always_inline]] inline void heterogeneity(std::size_t p, std::size_t n, double df,
+                                                 Sums& __restrict sums) {
+  Block scale, square, minus_cross;
+  Triangle inverse;  // of L
+  std::copy(sums.c, sums.c + n, sums.Q);
+  std::copy(sums.A[0], sums.A[0] + n, scale);
+  for (std::size_t i = 0; i < p; ++i) {
+    const double *D = sums.A[in_triangle(i, i)], *b = sums.b[i];
+    Block* const inverse_i = &inverse[in_triangle(i, 0)];
+    for (std::size_t j = 0; j <= i; ++j) {
+      std::fill(inverse_i[j], inverse_i[j] + n, i == j ? 1.0 : 0.0);
+      for (std::size_t m = j; m < i; ++m)
+        subtract_product(sums.A[in_triangle(i, m)], inverse[in_triangle(m, j)], n, inverse_i[j]);
     }
+    std::fill(square, square + n, 0.0);
+    // The trace of A^-1 B is that of D^-1 (L^-1 B L^-1').
+    for (std::size_t j = 0; j <= i; ++j) {
+      std::fill(minus_cross, minus_cross + n, 0.0);
+      for (std::size_t m = 0; m < j; ++m)
+        subtract_product(inverse_i[m], sums.B[in_triangle(j, m)], n, minus_cross);
+      const double* B = sums.B[in_triangle(j, j)];
+      INDEPENDENT for (std::size_t v = 0; v < n; ++v) square[v] +=
+          inverse_i[j][v] * (inverse_i[j][v] * B[v] - 2 * minus_cross[v]);
+    }
+    INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
+      sums.Q[v] -= b[v] * b[v] / D[v];
+      scale[v] -= square[v] / D[v];
+    }
+  }
+  INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
+    sums.Q[v] = sums.Q[v] > 0 ? sums.Q[v] : 0;
+    sums.tau2[v] = sums.Q[v] > df && scale[v] > 0 ? (sums.Q[v] - df) / scale[v] : 0;
   }
 }
 
 /// The results of a block: the estimates and variances of the coefficients, and the heterogeneity.
 struct Results {
-  const Block *g, *var;
+  Block g[most_coefficients], var[most_coefficients];
   const double *Q, *tau2;
   double df;
 };
+
+/// Estimates and variances of the coefficients of the block: where A = L D L' and t is a row of
+/// the matrix that leads back to the terms, s = L^-1 t' gives the estimate s' D^-1 (L^-1 b) and the
+/// variance s' D^-1 s.
+[[gnu::always_inline]] inline void estimate(const Design& design, std::size_t n,
+                                            const Sums& __restrict sums,
+                                            Results& __restrict results) {
+  const std::size_t p = design.coefficients();
+  Block s[most_coefficients];
+  for (std::size_t j = 0; j < p; ++j) {
+    std::fill(results.g[j], results.g[j] + n, 0.0);
+    std::fill(results.var[j], results.var[j] + n, 0.0);
+    for (std::size_t i = j; i < p; ++i) {
+      std::fill(s[i], s[i] + n, design.back(Eigen::Index(j), Eigen::Index(i)));
+      for (std::size_t m = j; m < i; ++m)
+        subtract_product(sums.A[in_triangle(i, m)], s[m], n, s[i]);
+      const double *D = sums.A[in_triangle(i, i)], *b = sums.b[i];
+      INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
+        const double scaled = s[i][v] / D[v];
+        results.g[j][v] += scaled * b[v];
+        results.var[j][v] += scaled * s[i][v];
+      }
+    }
+  }
+}
 
 /// Writes the results of a block whose first voxel is `begin`.
 WIDEST_VECTORS void store(const Results& block, std::size_t begin, std::size_t n,
@@ -210,47 +212,24 @@ WIDEST_VECTORS void store(const Results& block, std::size_t begin, std::size_t n
   }
 }
 
-template <std::size_t p>
-[[gnu::always_inline]] inline void fit_blocks(const Design& design, const Studies& all,
-                                              std::size_t voxels, const ModelMaps& maps) {
-  const std::size_t studies = design.studies();
-  const double df = double(studies) - double(p);
-  double back[p][p];
-  for (std::size_t i = 0; i < p; ++i)
-    for (std::size_t j = 0; j < p; ++j) back[i][j] = design.back(Eigen::Index(i), Eigen::Index(j));
-  for (std::size_t begin = 0; begin < voxels; begin += block_voxels) {
-    const std::size_t n = std::min(block_voxels, voxels - begin);
-    Sums<p> sums{};
-    std::size_t s = 0;
-    for (; s + group_studies <= studies; s += group_studies)
-      add_group<p, group_studies>(all.from(s, p), begin, n, sums);
-    for (; s < studies; ++s) add_group<p, 1>(all.from(s, p), begin, n, sums);
-    if (studies > p) heterogeneity(sums, n, df);
-    if (std::any_of(sums.tau2, sums.tau2 + n, [](double value) { return value > 0; })) {
-      for (Block& sum : sums.A) std::fill(sum, sum + n, 0.0);
-      for (Block& sum : sums.b) std::fill(sum, sum + n, 0.0);
-      for (s = 0; s + group_studies <= studies; s += group_studies)
-        add_group_again<p, group_studies>(all.from(s, p), begin, n, sums);
-      for (; s < studies; ++s) add_group_again<p, 1>(all.from(s, p), begin, n, sums);
-    }
-    Block g[p], var[p];
-    estimate(sums, back, n, g, var);
-    store({g, var, sums.Q, sums.tau2, df}, begin, n, maps);
+WIDEST_VECTORS void fit_block(const Design& design, const Studies& all, std::size_t begin,
+                              std::size_t n, const ModelMaps& maps) {
+  const std::size_t p = all.coefficients;
+  const double df = double(all.count) - double(p);
+  Sums sums;
+  std::fill(sums.Q, sums.Q + n, 0.0);
+  std::fill(sums.tau2, sums.tau2 + n, 0.0);
+  add_up(true, all, begin, n, sums);
+  factor(p, n, sums);
+  if (df > 0) heterogeneity(p, n, df, sums);
+  if (std::any_of(sums.tau2, sums.tau2 + n, [](double value) { return value > 0; })) {
+    add_up(false, all, begin, n, sums);
+    factor(p, n, sums);
   }
-}
-
-WIDEST_VECTORS void fit(const Design& design, const Studies& all, std::size_t voxels,
-                        const ModelMaps& maps) {
-  switch (design.coefficients()) {
-    case 2:
-      return fit_blocks<2>(design, all, voxels, maps);
-    case 3:
-      return fit_blocks<3>(design, all, voxels, maps);
-    case 4:
-      return fit_blocks<4>(design, all, voxels, maps);
-    default:
-      return fit_blocks<max_terms + 1>(design, all, voxels, maps);
-  }
+  Results results;
+  results.Q = sums.Q, results.tau2 = sums.tau2, results.df = df;
+  estimate(design, n, sums, results);
+  store(results, begin, n, maps);
 }
 
 }  // namespace
@@ -266,15 +245,19 @@ void fit_model_maps(const Design& design, std::span<const float* const> effects,
                  .tau2 = maps.tau2,
                  .I2 = maps.I2,
                  .Q = maps.Q});
-  const auto k = Eigen::Index(design.studies()), p = Eigen::Index(design.coefficients());
-  std::vector<double> basis, products;
-  for (Eigen::Index s = 0; s < k; ++s)
-    for (Eigen::Index i = 0; i < p; ++i) {
-      basis.push_back(design.basis(s, i));
-      for (Eigen::Index j = 0; j <= i; ++j)
-        products.push_back(design.basis(s, i) * design.basis(s, j));
+  const std::size_t k = design.studies(), p = design.coefficients();
+  Studies all{k, p, effects.data(), variances.data(), {}, {}};
+  for (std::size_t s = 0; s < k; ++s)
+    for (std::size_t i = 0; i < p; ++i) {
+      const double value = design.basis(Eigen::Index(s), Eigen::Index(i));
+      all.basis.push_back(value);
+      for (std::size_t j = 0; j <= i; ++j)
+        all.products.push_back(value * design.basis(Eigen::Index(s), Eigen::Index(j)));
     }
-  fit(design, {effects.data(), variances.data(), basis.data(), products.data()}, voxels, maps);
+  all.basis.resize((k + group_studies) * p);
+  all.products.resize((k + group_studies) * triangle_size(p));
+  for (std::size_t begin = 0; begin < voxels; begin += block_voxels)
+    fit_block(design, all, begin, std::min(block_voxels, voxels - begin), maps);
 }
 
 }  // namespace kvo::model

@@ -1,7 +1,7 @@
 #pragma once
 
-// The statistics of studies at one place: designs, pooling, meta-regression, tests of heterogeneity
-// and asymmetry.
+// The statistics of studies at a single place: designs, pooling, meta-regression, tests of
+// heterogeneity and asymmetry.
 //
 // It knows numbers and the variables of the study table: no images, no files of results.
 

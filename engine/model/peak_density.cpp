@@ -9,7 +9,7 @@ namespace kvo::model {
 
 namespace {
 
-// The heights of the table. Beyond them the logarithm goes on straight.
+// The heights of the table. Beyond them the logarithm is extrapolated linearly.
 constexpr double lowest = -8, highest = 14, spacing = 0.02;
 constexpr auto heights = std::size_t((highest - lowest) / spacing + 1.5);
 
@@ -36,7 +36,7 @@ struct Table {
     for (std::size_t h = 0; h < heights; ++h) {
       const double height = lowest + double(h) * spacing, mean = std::sqrt(gamma2) * height;
       constexpr double spread = 2 * (1 - gamma2);
-      // The largest of the exponents is taken out so that none vanishes.
+      // The largest exponent is factored out so that not all terms underflow.
       const double nearest = std::max(mean, 0.0) - mean;
       double sum = 0;
       for (std::size_t i = 1; i < curvature.size(); ++i) {

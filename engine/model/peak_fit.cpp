@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <random>
 
 #include "engine/base/parallel.h"
+#include "engine/model/fields_likelihood.h"
 #include "engine/model/peak_likelihood.h"
 #include "engine/model/small_symmetric.h"
 
@@ -14,182 +14,22 @@ namespace kvo::model {
 namespace {
 
 constexpr int most_solver_steps = 25, draws = 64;
-/// A Newton step is halved down to that share: those far from the mode can be much too long.
+/// The shortest fraction of a Newton step that is tried: far from the mode full steps can be much
+/// too long.
 constexpr double shortest_step = 1e-6;
-/// When a search ends: after so many rounds, or when the effects move no farther in one.
+/// When a search ends: after this many iterations, or once the effects move less than this in one.
 struct Effort {
   int rounds;
   double still;
 };
 constexpr Effort thorough{40, 0.001}, rough{8, 0.01}, of_profile{8, 0.0002};
-/// A study without a peak is taken to list half of one.
-constexpr double no_peaks = 0.5;
 
 using Vector = Eigen::VectorXd;
-using Fields = std::vector<Vector>;
 
 double dot(const Fields& a, const Fields& b) {
   double sum = 0;
   for (std::size_t j = 0; j < a.size(); ++j) sum += a[j].dot(b[j]);
   return sum;
-}
-
-/// The effect in a study of that row of the design.
-Vector effect_of(const Fields& coefficients, const Vector& row) {
-  Vector effect = row[0] * coefficients[0];
-  for (std::size_t j = 1; j < coefficients.size(); ++j)
-    effect += row[Eigen::Index(j)] * coefficients[j];
-  return effect;
-}
-
-/// Whether a peak lies in a cell that has a part in the mask.
-bool lies_in(const ListedPeak& peak, const Vector& volumes) {
-  const std::size_t cell = FieldPrior::cell_at(peak.mm);
-  return cell != FieldPrior::cells() && volumes[Eigen::Index(cell)] > 0;
-}
-
-/// A listed peak that lies in the mask.
-struct Placed {
-  std::size_t study;
-  FieldPlace place;
-  const ListedPeak* peak;
-};
-
-/// Studies that have the same row of the design, whose expected peaks are added up.
-struct Group {
-  Vector row;
-  std::vector<std::size_t> studies;
-  LikelihoodTable expected;  ///< peaks per mm³, by the effect
-};
-
-/// The likelihood of the fields, as the sum over studies.
-class Likelihood {
- public:
-  Likelihood(std::span<const ListingStudy> studies, const Mask& mask, const PeakFit& fit)
-      : studies_(studies), fit_(fit), volumes_(FieldPrior::volumes(mask)) {
-    const PeakDensity density(fit.assumptions.smoothness);
-    for (std::size_t s = 0; s < studies.size(); ++s) {
-      likelihoods_.push_back(likelihood_of(studies[s], density));
-      std::size_t listed = 0;
-      for (const ListedPeak& peak : studies[s].peaks) {
-        if (!lies_in(peak, volumes_)) continue;
-        peaks_.push_back({s, fit.prior.place(peak.mm), &peak});
-        ++listed;
-      }
-      listed_.push_back(listed);
-      const auto group = std::find_if(groups_.begin(), groups_.end(), [&](const Group& other) {
-        return other.row == studies[s].row;
-      });
-      if (group != groups_.end())
-        group->studies.push_back(s);
-      else
-        groups_.push_back({studies[s].row, {s}, {}});
-    }
-  }
-
-  [[nodiscard]] const Vector& volumes() const { return volumes_; }
-
-  /// Finds the listed shares by the fields, and takes them.
-  void find_shares(const Fields& cells, std::vector<double>& shares) {
-    for (const Group& group : groups_) {
-      const Vector effect = effect_of(cells, group.row);
-      for (const std::size_t s : group.studies) {
-        double expected = 0;
-        for (Eigen::Index c = 0; c < effect.size(); ++c)
-          if (volumes_[c] > 0)
-            expected += volumes_[c] * likelihoods_[s]->expected.at(effect[c]).value;
-        shares[s] = std::min(1.0, std::max(double(listed_[s]), no_peaks) / expected);
-      }
-    }
-    take_shares(shares);
-  }
-  void take_shares(std::span<const double> shares) {
-    for (Group& group : groups_) {
-      group.expected = {};
-      for (const std::size_t s : group.studies)
-        group.expected.add(likelihoods_[s]->expected, shares[s]);
-    }
-  }
-
-  [[nodiscard]] double value(const Fields& noise, const Fields& cells) const {
-    double sum = 0;
-    for (const Group& group : groups_) {
-      const Vector effect = effect_of(cells, group.row);
-      for (Eigen::Index c = 0; c < effect.size(); ++c)
-        if (volumes_[c] > 0) sum -= volumes_[c] * group.expected.at(effect[c]).value;
-    }
-    for (const Placed& placed : peaks_)
-      sum += likelihoods_[placed.study]->of_peak(*placed.peak, effect_at(placed, noise)).value;
-    return sum;
-  }
-
-  /// The derivative by the noise of the fields, without the prior's, and the expected information
-  /// of the cells.
-  void derivatives(const Fields& noise, const Fields& cells, Fields& slope,
-                   Fields& information) const {
-    const std::size_t p = noise.size();
-    const Eigen::Index n = volumes_.size();
-    Fields in_cells(p, Vector::Zero(n));
-    information.assign(triangle_size(p), Vector::Zero(n));
-    for (const Group& group : groups_) {
-      const Vector effect = effect_of(cells, group.row);
-      for (Eigen::Index c = 0; c < n; ++c) {
-        if (volumes_[c] == 0) continue;
-        const LikelihoodTable::Value at = group.expected.at(effect[c]);
-        for (std::size_t j = 0, m = 0; j < p; ++j) {
-          in_cells[j][c] -= volumes_[c] * at.slope * group.row[Eigen::Index(j)];
-          for (std::size_t k = 0; k <= j; ++k, ++m)
-            information[m][c] += volumes_[c] * at.information * group.row[Eigen::Index(j)] *
-                                 group.row[Eigen::Index(k)];
-        }
-      }
-    }
-    slope.clear();
-    for (const Vector& field : in_cells) slope.push_back(fit_.prior.to_noise(field));
-    for (const Placed& placed : peaks_) {
-      const double by_effect =
-          likelihoods_[placed.study]->of_peak(*placed.peak, effect_at(placed, noise)).slope;
-      for (std::size_t j = 0; j < p; ++j)
-        FieldPrior::add_to_noise(placed.place,
-                                 by_effect * studies_[placed.study].row[Eigen::Index(j)], slope[j]);
-    }
-    for (std::size_t j = 0; j < p; ++j) slope[j] *= fit_.sd(j);
-  }
-
- private:
-  std::shared_ptr<const StudyLikelihood> likelihood_of(const ListingStudy& study,
-                                                       const PeakDensity& density) {
-    for (std::size_t s = 0; s < likelihoods_.size(); ++s)
-      if (studies_[s].variance.base == study.variance.base &&
-          studies_[s].variance.slope == study.variance.slope &&
-          studies_[s].threshold == study.threshold)
-        return likelihoods_[s];
-    return std::make_shared<StudyLikelihood>(study, fit_.assumptions.tau2, density);
-  }
-
-  [[nodiscard]] double effect_at(const Placed& placed, const Fields& noise) const {
-    double effect = 0;
-    for (std::size_t j = 0; j < noise.size(); ++j)
-      effect += studies_[placed.study].row[Eigen::Index(j)] * fit_.sd(j) *
-                FieldPrior::at(placed.place, noise[j]);
-    return effect;
-  }
-
-  std::span<const ListingStudy> studies_;
-  const PeakFit& fit_;
-  Vector volumes_;
-  std::vector<std::shared_ptr<const StudyLikelihood>> likelihoods_;
-  std::vector<std::size_t> listed_;
-  std::vector<Placed> peaks_;
-  std::vector<Group> groups_;
-};
-
-/// The coefficients in the cells.
-Fields in_cells(const PeakFit& fit, const Fields& noise) {
-  Fields cells;
-  for (std::size_t j = 0; j < noise.size(); ++j)
-    cells.push_back(fit.sd(j) * fit.prior.at_cells(noise[j]));
-  return cells;
 }
 
 /// Solves (1 + sd K' W K sd) x = b by conjugate gradients, W the information of the cells.
@@ -232,7 +72,7 @@ Fields draw(const PeakFit& fit, std::uint64_t number) {
   const std::size_t p = fit.noise.size();
   const Eigen::Index n = fit.noise[0].size();
   std::mt19937_64 random(number);
-  // Signs have the variance of normal values, and the sums of many are normal.
+  // Random signs have variance 1 like standard normal values, and sums of many are close to normal.
   const auto signs = [&] {
     Vector values(n);
     std::uint64_t bits = 0;
@@ -261,7 +101,7 @@ Fields draw(const PeakFit& fit, std::uint64_t number) {
 /// first coefficient.
 struct Search {
   PeakFit& fit;
-  Likelihood& likelihood;
+  FieldsLikelihood& likelihood;
   const Vector* tilt = nullptr;
   Fields cells = in_cells(fit, fit.noise);
 
@@ -271,7 +111,7 @@ struct Search {
   [[nodiscard]] double target(const Fields& noise, const Fields& in_cells) const {
     return log_posterior(noise, in_cells) + (tilt != nullptr ? tilt->dot(noise[0]) : 0);
   }
-  /// A step of Newton's method, as long as it leads up. Returns how far the effects have moved.
+  /// A Newton step, halved until it leads uphill. Returns how far the effects have moved.
   double step() {
     const std::size_t p = fit.noise.size();
     Fields b;
@@ -306,7 +146,7 @@ PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
   for (const ListingStudy& study : studies)
     for (const ListedPeak& peak : study.peaks) ++peaks, unknown += peak.height_known ? 0 : 1;
   if (peaks > 0) fit.unknown_heights = double(unknown) / double(peaks);
-  Likelihood likelihood(studies, mask, fit);
+  FieldsLikelihood likelihood(studies, mask, fit);
   likelihood.take_shares(fit.shares);
   Search search{fit, likelihood};
   for (int round = 0; round < effort.rounds; ++round) {
@@ -318,12 +158,12 @@ PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
   return fit;
 }
 
-/// What the noise of the first coefficient counts in its mean over the region.
+/// The weights of the first coefficient's noise in its mean over the region.
 Vector weights_of(const PeakFit& fit, const Mask& region) {
   return fit.sd(0) * fit.prior.mean_weights(region);
 }
 
-/// How much the noise goes along with that mean: its covariance with it.
+/// The covariance of the noise with that mean.
 Fields covariance_with(const PeakFit& fit, const Vector& weights) {
   Fields b(fit.noise.size(), Vector::Zero(weights.size()));
   b[0] = weights;
@@ -360,7 +200,7 @@ std::vector<ProfilePoint> region_profile(const PeakFit& fit, std::span<const Lis
     const double tilted = i == 0 ? 0 : standard_errors[i - 1] / se;
     PeakFit at = fit;
     for (std::size_t j = 0; j < at.noise.size(); ++j) at.noise[j] += tilted * covariance[j];
-    Likelihood likelihood(studies, mask, at);
+    FieldsLikelihood likelihood(studies, mask, at);
     likelihood.take_shares(fit.shares);
     const Vector tilt = tilted * weights;
     Search search{at, likelihood, &tilt};
@@ -387,9 +227,7 @@ Foretold foretold(const PeakFit& fit, std::span<const ListingStudy> studies, con
     for (const ListedPeak& peak : study.peaks) {
       if (!lies_in(peak, volumes)) continue;
       const FieldPlace place = fit.prior.place(peak.mm);
-      double at_peak = 0;
-      for (std::size_t j = 0; j < fit.noise.size(); ++j)
-        at_peak += study.row[Eigen::Index(j)] * fit.sd(j) * FieldPrior::at(place, fit.noise[j]);
+      const double at_peak = effect_at(fit, place, fit.noise, study.row);
       result.sum += likelihood.of_peak(peak, at_peak).value - std::log(expected);
       ++result.peaks;
     }
@@ -415,7 +253,7 @@ PeakEstimates estimates_of(const PeakFit& fit, const Mask& mask) {
       for (std::size_t j = 0; j < p; ++j)
         drawn[i].push_back(fit.prior.in_mask(fit.sd(j) * noise[j], mask));
     });
-    // In their order, so that the sums are the same with any number of threads.
+    // Summed in a fixed order, so that the result does not depend on the number of threads.
     for (const auto& fields : drawn)
       for (std::size_t j = 0, m = 0; j < p; ++j)
         for (std::size_t k = 0; k <= j; ++k, ++m)

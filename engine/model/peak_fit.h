@@ -51,9 +51,11 @@ struct PeakAssumptions {
   double width = 28;       ///< FWHM of the autocorrelation of the coefficients, mm
   double effect_sd = 0.8;  ///< of the first coefficient, before anything is known
   double slope_sd = 0.4;   ///< of the others
+
+  bool operator==(const PeakAssumptions&) const = default;
 };
 
-/// The coefficients' most likely fields, as the values of their noise (FieldPrior).
+/// The posterior mode of the coefficients' fields, in terms of their noise (FieldPrior).
 struct PeakFit {
   PeakAssumptions assumptions;
   FieldPrior prior;
@@ -68,7 +70,7 @@ struct PeakFit {
   }
 };
 
-/// What a fit begins with, and what of it is given instead of found.
+/// Where a fit starts, and which of its parameters are fixed.
 struct FitStart {
   const PeakFit* near = nullptr;        ///< a fit of much the same; it saves work
   std::span<const double> shares = {};  ///< the listed share of each study
@@ -77,8 +79,8 @@ struct FitStart {
 /// Fits the fields of all coefficients to the studies' peaks in the mask.
 PeakFit fit_peaks(std::span<const ListingStudy> studies, const Mask& mask,
                   const PeakAssumptions& assumptions, const FitStart& start = {});
-/// The same, roughly: good enough to compare assumptions. A fit of much the same studies under much
-/// the same assumptions saves work as a start; null for none.
+/// The same with less precision, enough to compare assumptions. Starting from a fit to similar
+/// studies under similar assumptions saves work; null for none.
 PeakFit fit_roughly(std::span<const ListingStudy> studies, const Mask& mask,
                     const PeakAssumptions& assumptions, const PeakFit* start);
 

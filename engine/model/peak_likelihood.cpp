@@ -32,7 +32,7 @@ StudyLikelihood::StudyLikelihood(const ListingStudy& study, double tau2, const P
     expected.values[i] =
         density_.above((threshold_ - effect) / s) + density_.above((threshold_ + effect) / s);
     for (const double sign : {1.0, -1.0}) {
-      // Heights beyond seven standard deviations above the mean do not count.
+      // Heights beyond seven standard deviations above the mean are negligible.
       const double dh = (std::max(threshold_, sign * effect) + 7 * s - threshold_) / parts;
       for (int h = 0; h < parts; ++h) {
         const Value log = of_height(sign * (threshold_ + (h + 0.5) * dh), effect);

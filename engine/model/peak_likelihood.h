@@ -17,7 +17,7 @@ class LikelihoodTable {
     double value, slope, information;
   };
   [[nodiscard]] Value at(double effect) const;
-  /// Adds another one, so many times.
+  /// Adds a multiple of another one.
   void add(const LikelihoodTable& other, double times);
 
   static constexpr double lowest = -3, highest = 4, step = 0.05;
@@ -29,7 +29,7 @@ class StudyLikelihood {
  public:
   StudyLikelihood(const ListingStudy& study, double tau2, const PeakDensity& density);
 
-  /// Maxima beyond the threshold, per mm³, of which a study may list but a share.
+  /// Expected maxima beyond the threshold, per mm³, of which a study may list only a share.
   LikelihoodTable expected;
 
   /// The logarithm of the density of a peak at its height.

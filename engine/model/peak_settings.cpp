@@ -12,15 +12,16 @@ namespace kvo::model {
 
 namespace {
 
-/// The studies are left out in so many parts.
+/// The number of folds of the cross-validation.
 constexpr std::size_t parts = 4;
-/// Of more studies, evenly spaced ones are looked at.
+/// With more studies, an evenly spaced subset is used.
 constexpr std::size_t most_studies = 60;
 constexpr std::size_t fewest_studies = 5, fewest_peaks = 30;
-/// Where studies list less of their maxima than that, the heights of what they list tell how they
-/// choose rather than how the studies differ: the between-study variance is then not looked for.
+/// Where studies list a smaller share of their maxima than this, the heights of listed peaks
+/// reflect how they were selected rather than how studies differ: the between-study variance is
+/// then not estimated.
 constexpr double enough_listed = 1.0 / 3;
-/// What a change has to gain by peak.
+/// The gain per peak that a change must bring.
 constexpr double worth_it = 1e-4;
 
 /// Predictions are best with a prior as narrow as effects are. Estimates are made with a wider one,
@@ -37,7 +38,8 @@ class Prediction {
   Prediction(std::vector<ListingStudy> studies, const Mask& mask)
       : studies_(std::move(studies)), mask_(mask), fits_(parts) {}
 
-  /// The gain by peak. The fits of the last settings that were kept are where the next ones start.
+  /// The mean of foretold() per peak, which grows as predictions get better. Fits start from those
+  /// of the last settings that were kept.
   double gain(const PeakAssumptions& assumptions) {
     std::vector<Foretold> foretold_of(parts);
     std::vector<std::optional<PeakFit>> fits(parts);
@@ -125,7 +127,6 @@ ChosenAssumptions choose_assumptions(std::span<const ListingStudy> studies, cons
   chosen.assumptions.effect_sd = effect_sd;
   chosen.by_prediction = true;
   chosen.tau2_by_prediction = !known_tau2;
-  chosen.gain = gain;
   return chosen;
 }
 

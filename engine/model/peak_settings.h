@@ -13,7 +13,6 @@ struct ChosenAssumptions {
   PeakAssumptions assumptions;
   bool by_prediction = false;  ///< false where the peaks are too few to choose by
   bool tau2_by_prediction = false;
-  double gain = 0;  ///< mean of what is foretold() by peak, which grows as predictions get better
 };
 
 /// Tries the between-study variance (unless it is known, or the studies list too little of their

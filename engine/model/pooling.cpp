@@ -18,7 +18,7 @@ using Block = double[block_voxels];
 /// registers once for all of them. Each sum still grows study by study.
 constexpr std::size_t group_studies = 4;
 
-/// What is added up of the studies in each voxel of a block, and what comes of it.
+/// Sums over the studies in each voxel of a block, and the statistics computed from them.
 struct Sums {
   Block w, ww, wg, wgg;
   Block Q, tau2;
@@ -31,7 +31,7 @@ struct Studies {
   [[nodiscard]] Studies from(std::size_t study) const { return {g + study, var + study}; }
 };
 
-/// Adds up w, w^2, w g and w g^2 of so many studies, w = 1/var.
+/// Adds w, w^2, w g and w g^2 of so many studies to the sums, w = 1/var.
 template <std::size_t studies>
 [[gnu::always_inline]] inline void add_group(const Studies& group, std::size_t begin, std::size_t n,
                                              Sums& __restrict sums) {
@@ -87,7 +87,7 @@ WIDEST_VECTORS void add_studies_again(const Studies& all, std::size_t studies, s
 WIDEST_VECTORS void heterogeneity(Sums& __restrict sums, std::size_t n, double df) {
   INDEPENDENT for (std::size_t v = 0; v < n; ++v) {
     const double q = sums.wgg[v] - sums.wg[v] * sums.wg[v] / sums.w[v];
-    // How much of Q a degree of freedom more accounts for.
+    // The expected increase of Q per unit of tau2.
     const double scale = sums.w[v] - sums.ww[v] / sums.w[v];
     sums.Q[v] = q > 0 ? q : 0;
     sums.tau2[v] = q > df && scale > 0 ? (q - df) / scale : 0;

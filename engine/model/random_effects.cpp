@@ -22,7 +22,7 @@ Columns columns_of(std::span<const Effect> effects) {
   return columns;
 }
 
-// Standard errors that differ by less, relatively, are the same; so are effects.
+// Standard errors, and effects, with a smaller relative difference count as equal.
 constexpr double least_spread = 1e-7;
 
 }  // namespace

@@ -34,7 +34,7 @@ Estimate estimate_of(const Normal& normal) {
       std::nullopt};
 }
 
-/// What the images tell, as far as there are any.
+/// The estimate from the images, if there are any.
 std::optional<Normal> of_images(std::span<const std::optional<Effect>> values, double tau2) {
   double weights = 0, sum = 0;
   for (const std::optional<Effect>& value : values) {
@@ -52,7 +52,7 @@ Normal together(const Normal& a, const std::optional<Normal>& b) {
   return {(a.mean / a.variance + b->mean / b->variance) / weights, 1 / weights};
 }
 
-/// What the peaks of a fit tell of the region.
+/// The estimate of the region from the peaks of a fit.
 Normal of_peaks(const PeakFit& fit, const Mask& region) {
   const RegionMean mean = region_mean(fit, region);
   const double doubt = listing_doubt_of(fit);
@@ -135,8 +135,8 @@ class Variations {
   std::vector<Sensitivity> planned_;
 };
 
-/// The logarithm of the density that the peaks tell, at any mean: between the points of a profile
-/// its difference from a parabola is a straight line.
+/// The log density given the peaks, at any mean: its difference from a parabola is interpolated
+/// linearly between the points of a profile.
 class PeaksCurve {
  public:
   PeaksCurve(std::vector<ProfilePoint> profile, double variance)

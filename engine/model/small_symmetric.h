@@ -57,4 +57,36 @@ inline SmallSymmetric inverse_of(const SmallSymmetric& matrix, std::size_t rows)
   return inverse;
 }
 
+/// x' A^-1 x of a positive definite matrix A.
+inline double inverse_square(const SmallSymmetric& A, const SmallVector& x, std::size_t rows) {
+  const SmallSymmetric L = cholesky_of(A, rows);
+  SmallVector solved{};
+  double sum = 0;
+  for (std::size_t i = 0; i < rows; ++i) {
+    solved[i] = x[i];
+    for (std::size_t m = 0; m < i; ++m) solved[i] -= L[in_triangle(i, m)] * solved[m];
+    solved[i] /= L[in_triangle(i, i)];
+    sum += solved[i] * solved[i];
+  }
+  return sum;
+}
+
+/// A term's coefficient, of those of the design's basis.
+inline double term_of(const Design& design, std::size_t t, const SmallVector& in_basis) {
+  double sum = 0;
+  for (std::size_t j = t; j < design.coefficients(); ++j)
+    sum += design.back(Eigen::Index(t), Eigen::Index(j)) * in_basis[j];
+  return sum;
+}
+
+/// Its variance, of the covariance of those.
+inline double term_variance(const Design& design, std::size_t t, const SmallSymmetric& in_basis) {
+  double sum = 0;
+  for (std::size_t j = t; j < design.coefficients(); ++j)
+    for (std::size_t k = t; k < design.coefficients(); ++k)
+      sum += design.back(Eigen::Index(t), Eigen::Index(j)) *
+             design.back(Eigen::Index(t), Eigen::Index(k)) * in_basis[in_triangle(j, k)];
+  return sum;
+}
+
 }  // namespace kvo::model

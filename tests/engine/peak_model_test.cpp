@@ -270,7 +270,7 @@ TEST(PeakFit, IsTheSameWithAnyNumberOfThreads) {
   EXPECT_EQ(maps[0].estimates, maps[1].estimates);
   EXPECT_EQ(maps[0].covariances, maps[1].covariances);
   EXPECT_TRUE(chosen[0].by_prediction);
-  EXPECT_EQ(chosen[0].gain, chosen[1].gain);
+  EXPECT_EQ(chosen[0].assumptions, chosen[1].assumptions);
 }
 
 /// A meta-analysis of studies with those peaks, and maps of the images of those with none.
