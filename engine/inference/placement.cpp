@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "engine/base/exists.h"
+#include "engine/base/install.h"
 #include "engine/images/mask.h"
 
 namespace kvo::inference {
@@ -21,7 +22,10 @@ std::vector<std::uint8_t> kinds_of(const Mask& mask) {
   constexpr std::uint8_t others = std::size(tissues);
   std::vector<std::uint8_t> kinds(mask.size(), others);
   for (std::uint8_t tissue = 0; tissue < others; ++tissue) {
-    const Mask of_tissue = read_mask(mask_path(tissues[tissue]));
+    const std::string path = share_path(mask_file(tissues[tissue]));
+    // An installation that has no such mask does not tell the tissue from others.
+    if (!path_exists(path)) continue;
+    const Mask of_tissue = read_mask(path);
     for (std::size_t n = 0; n < mask.size(); ++n)
       if (kinds[n] == others && of_tissue.inside[mask.grid_index[n]]) kinds[n] = tissue;
   }
