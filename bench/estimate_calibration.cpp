@@ -1,7 +1,8 @@
-// Usage: estimate_calibration BRAIN_MASK GRAY_MATTER_MASK REPETITIONS TABLE
+// Usage: estimate_calibration BRAIN_MASK GRAY_MATTER_MASK REPETITIONS TABLE SLICE
 // Simulates meta-analyses whose studies list their peaks by different rules and writes, by bins of
 // the true effect in gray matter, how far estimates are off and how often their 95 % intervals have
-// the truth: sums over voxels, which script/estimate_calibration.py makes tables of.
+// the truth: sums over voxels, which script/estimate_calibration.py makes tables of. And a slice of
+// one of them, for a picture.
 
 #include <algorithm>
 #include <array>
@@ -299,12 +300,36 @@ void simulate_one(const Truth& truth, Setting setting, std::uint64_t seed, const
   }
 }
 
+/// Writes an axial slice of a meta-analysis: the true effect and two estimates, and the peaks that
+/// are listed close to it.
+void write_slice(const char* path, const Mask& brain) {
+  constexpr double z = 10, close = 8;  // mm
+  const SimulatedStudies simulated = simulate(truths[0], studies_of_each, 100);
+  const MetaAnalysis meta = meta_of(simulated, brain, rules[1], Setting::plain);
+  const Estimates naive = silence_as_zero(meta), made = joint(simulated, meta);
+  std::FILE* file = std::fopen(path, "w");
+  if (file == nullptr) std::perror(path), std::exit(1);
+  std::fputs("what\tx\ty\ttrue\tnaive\testimate\n", file);
+  for (std::size_t v = 0; v < brain.size(); ++v) {
+    const Eigen::Vector3d mm = mni_grid().mm(brain.voxel(v));
+    if (mm[2] == z)
+      std::fprintf(file, "voxel\t%.0f\t%.0f\t%.3f\t%.3f\t%.3f\n", mm[0], mm[1],
+                   double(simulated.truth[brain.grid_index[v]]), naive.g[v], made.g[v]);
+  }
+  for (const Member& member : meta.members)
+    for (const Peak& peak : member.peaks)
+      if (std::abs(peak.mm[2] - z) <= close)
+        std::fprintf(file, "peak\t%.0f\t%.0f\n", peak.mm[0], peak.mm[1]);
+  std::fclose(file);
+}
+
 }  // namespace
 
 int main(int, char** argv) {
   const Mask brain = read_mask(argv[1]), gray = read_mask(argv[2]);
   const std::uint64_t repetitions = std::stoul(argv[3]);
   Table table(brain, gray);
+  write_slice(argv[5], brain);
   for (std::uint64_t repetition = 0; repetition < repetitions; ++repetition) {
     const std::uint64_t seed = 100 * (repetition + 1);
     for (std::size_t t = 0; t < truths.size(); ++t)

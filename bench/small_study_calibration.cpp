@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 #include <random>
+#include <span>
 #include <vector>
 
 #include "engine/base/distributions.h"
@@ -53,24 +54,47 @@ Simulated simulated(const Setting& setting, std::mt19937_64& random) {
   return meta;
 }
 
+/// The two-tailed p of the classic test (Egger et al. 1997, BMJ 315:629): effect on standard error,
+/// weighted by 1/v with a dispersion that is estimated, t with k - 2 degrees of freedom.
+double classic_p(std::span<const Effect> effects) {
+  double sum = 0, mean_se = 0, mean_g = 0;
+  for (const auto& [g, variance] : effects) {
+    sum += 1 / variance;
+    mean_se += 1 / std::sqrt(variance);
+    mean_g += g / variance;
+  }
+  mean_se /= sum;
+  mean_g /= sum;
+  double se_se = 0, se_g = 0, g_g = 0;
+  for (const auto& [g, variance] : effects) {
+    const double se = std::sqrt(variance) - mean_se;
+    se_se += se * se / variance;
+    se_g += se * (g - mean_g) / variance;
+    g_g += (g - mean_g) * (g - mean_g) / variance;
+  }
+  const double slope = se_g / se_se, df = double(effects.size()) - 2;
+  const double t = slope / std::sqrt((g_g - slope * se_g) / df / se_se);
+  return 2 * t_tail(std::abs(t), df);
+}
+
 void print_head(const Setting& setting) {
   std::printf("| %s | %zu | %.1f | %.1f |", setting.two_samples ? "two" : "one", setting.studies,
               setting.g, setting.tau);
 }
 
 void print_false_positives(const Setting& setting, std::mt19937_64& random) {
-  int egger = 0, reml = 0, moments = 0;
+  int classic = 0, reml = 0, moments = 0;
   for (int run = 0; run < runs; ++run) {
     const Simulated meta = simulated(setting, random);
     const auto p_of = [&](Method method) {
       return small_study_test(meta.effects, meta.errors_by_size, method).test.value().slope.p;
     };
-    egger += egger_test(meta.effects).test.value().p < level ? 1 : 0;
+    classic += classic_p(meta.effects) < level ? 1 : 0;
     reml += p_of(Method::restricted_likelihood) < level ? 1 : 0;
     moments += p_of(Method::moments) < level ? 1 : 0;
   }
   print_head(setting);
-  std::printf(" %.1f | **%.1f** | %.1f |\n", 100.0 * egger / runs, 100.0 * reml / runs,
+  std::printf(" %.1f | **%.1f** | %.1f |\n", 100.0 * classic / runs, 100.0 * reml / runs,
               100.0 * moments / runs);
 }
 

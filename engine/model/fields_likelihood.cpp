@@ -1,17 +1,12 @@
 #include "engine/model/fields_likelihood.h"
 
 #include <algorithm>
+#include <cmath>
 
+#include "engine/base/parallel.h"
 #include "engine/model/small_symmetric.h"
 
 namespace kvo::model {
-
-namespace {
-
-/// A study without a peak is taken to list half of one.
-constexpr double no_peaks = 0.5;
-
-}  // namespace
 
 Fields in_cells(const PeakFit& fit, const Fields& noise) {
   Fields cells;
@@ -39,12 +34,27 @@ bool lies_in(const ListedPeak& peak, const Eigen::VectorXd& volumes) {
   return cell != FieldPrior::cells() && volumes[Eigen::Index(cell)] > 0;
 }
 
+namespace {
+
+/// Realms that change by less, relatively, are left as they are, as tables are made for each.
+constexpr double realm_tolerance = 1e-3;
+
+}  // namespace
+
+std::vector<double> volumes_by_effect(const Eigen::VectorXd& effect,
+                                      const Eigen::VectorXd& volumes) {
+  std::vector<double> by_effect(LikelihoodTable::effects);
+  for (Eigen::Index c = 0; c < effect.size(); ++c)
+    if (volumes[c] > 0) LikelihoodTable::add_volume(effect[c], volumes[c], by_effect);
+  return by_effect;
+}
+
 FieldsLikelihood::FieldsLikelihood(std::span<const ListingStudy> studies, const Mask& mask,
                                    const PeakFit& fit)
     : studies_(studies), fit_(fit), volumes_(FieldPrior::volumes(mask)) {
   const PeakDensity density(fit.assumptions.smoothness);
   for (std::size_t s = 0; s < studies.size(); ++s) {
-    likelihoods_.push_back(likelihood_of(studies[s], density));
+    likelihoods_.emplace_back(studies[s], fit.assumptions.tau2, density);
     std::size_t listed = 0;
     for (const ListedPeak& peak : studies[s].peaks) {
       if (!lies_in(peak, volumes_)) continue;
@@ -62,25 +72,28 @@ FieldsLikelihood::FieldsLikelihood(std::span<const ListingStudy> studies, const 
   }
 }
 
-void FieldsLikelihood::find_shares(const Fields& cells, std::vector<double>& shares) {
+void FieldsLikelihood::find_realms(const Fields& cells, bool keeps_shares,
+                                   std::vector<double>& shares, std::vector<double>& realms) {
   for (const Group& group : groups_) {
-    const Eigen::VectorXd effect = effect_of(cells, group.row);
-    for (const std::size_t s : group.studies) {
-      double expected = 0;
-      for (Eigen::Index c = 0; c < effect.size(); ++c)
-        if (volumes_[c] > 0)
-          expected += volumes_[c] * likelihoods_[s]->expected.at(effect[c]).value;
-      shares[s] = std::min(1.0, std::max(double(listed_[s]), no_peaks) / expected);
-    }
+    const std::vector<double> volumes = volumes_by_effect(effect_of(cells, group.row), volumes_);
+    in_parallel(group.studies.size(), [&](std::size_t i, std::size_t) {
+      const std::size_t s = group.studies[i];
+      const double all = likelihoods_[s].listed(volumes, 0);
+      if (!keeps_shares) shares[s] = std::min(1.0, std::max(double(listed_[s]), no_peaks) / all);
+      realms[s] = likelihoods_[s].realm_of(volumes, shares[s] * all);
+    });
   }
-  take_shares(shares);
+  take_realms(realms);
 }
 
-void FieldsLikelihood::take_shares(std::span<const double> shares) {
+void FieldsLikelihood::take_realms(std::span<const double> realms) {
+  in_parallel(realms.size(), [&](std::size_t s, std::size_t) {
+    if (std::abs(realms[s] - likelihoods_[s].realm()) > realm_tolerance * realms[s])
+      likelihoods_[s].take_realm(realms[s]);
+  });
   for (Group& group : groups_) {
-    group.expected = {};
-    for (const std::size_t s : group.studies)
-      group.expected.add(likelihoods_[s]->expected, shares[s]);
+    group.silence = {};
+    for (const std::size_t s : group.studies) group.silence.add(likelihoods_[s].silence);
   }
 }
 
@@ -89,7 +102,7 @@ double FieldsLikelihood::value(const Fields& noise, const Fields& cells) const {
   for (const Group& group : groups_) {
     const Eigen::VectorXd effect = effect_of(cells, group.row);
     for (Eigen::Index c = 0; c < effect.size(); ++c)
-      if (volumes_[c] > 0) sum -= volumes_[c] * group.expected.at(effect[c]).value;
+      if (volumes_[c] > 0) sum -= volumes_[c] * group.silence.at(effect[c]).value;
   }
   for (const Placed& placed : peaks_) sum += of_peak(placed, noise).value;
   return sum;
@@ -105,7 +118,7 @@ void FieldsLikelihood::derivatives(const Fields& noise, const Fields& cells, Fie
     const Eigen::VectorXd effect = effect_of(cells, group.row);
     for (Eigen::Index c = 0; c < n; ++c) {
       if (volumes_[c] == 0) continue;
-      const LikelihoodTable::Value at = group.expected.at(effect[c]);
+      const LikelihoodTable::Value at = group.silence.at(effect[c]);
       for (std::size_t j = 0, m = 0; j < p; ++j) {
         by_cell[j][c] -= volumes_[c] * at.slope * group.row[Eigen::Index(j)];
         for (std::size_t k = 0; k <= j; ++k, ++m)
@@ -125,19 +138,9 @@ void FieldsLikelihood::derivatives(const Fields& noise, const Fields& cells, Fie
   for (std::size_t j = 0; j < p; ++j) slope[j] *= fit_.sd(j);
 }
 
-std::shared_ptr<const StudyLikelihood> FieldsLikelihood::likelihood_of(
-    const ListingStudy& study, const PeakDensity& density) const {
-  for (std::size_t s = 0; s < likelihoods_.size(); ++s)
-    if (studies_[s].variance.base == study.variance.base &&
-        studies_[s].variance.slope == study.variance.slope &&
-        studies_[s].threshold == study.threshold)
-      return likelihoods_[s];
-  return std::make_shared<StudyLikelihood>(study, fit_.assumptions.tau2, density);
-}
-
 StudyLikelihood::Value FieldsLikelihood::of_peak(const Placed& placed, const Fields& noise) const {
   const double effect = effect_at(fit_, placed.place, noise, studies_[placed.study].row);
-  return likelihoods_[placed.study]->of_peak(*placed.peak, effect);
+  return likelihoods_[placed.study].of_peak(*placed.peak, effect);
 }
 
 }  // namespace kvo::model

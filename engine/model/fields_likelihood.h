@@ -4,7 +4,6 @@
 // peaks.
 
 #include <Eigen/Core>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -23,6 +22,12 @@ Eigen::VectorXd effect_of(const Fields& cells, const Eigen::VectorXd& row);
 /// The effect at a place in a study of that row of the design.
 double effect_at(const PeakFit& fit, const FieldPlace& place, const Fields& noise,
                  const Eigen::VectorXd& row);
+/// The volumes that each effect of a LikelihoodTable stands for, of the effect in the cells and the
+/// cells' volumes in the mask.
+std::vector<double> volumes_by_effect(const Eigen::VectorXd& effect,
+                                      const Eigen::VectorXd& volumes);
+/// A study without a peak is taken to list half of one.
+inline constexpr double no_peaks = 0.5;
 /// Whether a peak lies in a cell that has a part in the mask, by the cells' volumes in it.
 bool lies_in(const ListedPeak& peak, const Eigen::VectorXd& volumes);
 
@@ -34,9 +39,11 @@ class FieldsLikelihood {
   /// Of the cells, in the mask, in mm³.
   [[nodiscard]] const Eigen::VectorXd& volumes() const { return volumes_; }
 
-  /// Finds the listed share of each study by the fields, and takes them.
-  void find_shares(const Fields& cells, std::vector<double>& shares);
-  void take_shares(std::span<const double> shares);
+  /// Finds the listed share of each study by the fields, or keeps those given; and the realms with
+  /// which so many are listed, and takes them.
+  void find_realms(const Fields& cells, bool keeps_shares, std::vector<double>& shares,
+                   std::vector<double>& realms);
+  void take_realms(std::span<const double> realms);
 
   /// Its natural logarithm, but for a constant.
   [[nodiscard]] double value(const Fields& noise, const Fields& cells) const;
@@ -56,17 +63,15 @@ class FieldsLikelihood {
   struct Group {
     Eigen::VectorXd row;
     std::vector<std::size_t> studies;
-    LikelihoodTable expected;  ///< peaks per mm³, by the effect
+    LikelihoodTable silence;
   };
 
-  std::shared_ptr<const StudyLikelihood> likelihood_of(const ListingStudy& study,
-                                                       const PeakDensity& density) const;
   [[nodiscard]] StudyLikelihood::Value of_peak(const Placed& placed, const Fields& noise) const;
 
   std::span<const ListingStudy> studies_;
   const PeakFit& fit_;
   Eigen::VectorXd volumes_;
-  std::vector<std::shared_ptr<const StudyLikelihood>> likelihoods_;
+  std::vector<StudyLikelihood> likelihoods_;
   std::vector<std::size_t> listed_;
   std::vector<Placed> peaks_;
   std::vector<Group> groups_;

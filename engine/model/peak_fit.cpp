@@ -136,21 +136,21 @@ struct Search {
 
 PeakFit fitted(std::span<const ListingStudy> studies, const Mask& mask,
                const PeakAssumptions& assumptions, const FitStart& start, const Effort& effort) {
-  PeakFit fit{assumptions, FieldPrior(assumptions.width), {}, {}, {}, 0};
+  PeakFit fit{assumptions, FieldPrior(assumptions.width), {}, {}, {}, {}, 0};
   const auto p = std::size_t(studies[0].row.size());
   fit.noise.assign(p, Vector::Zero(Eigen::Index(FieldPrior::cells())));
   if (start.near != nullptr) fit.noise = start.near->noise;
   fit.shares.assign(start.shares.begin(), start.shares.end());
   fit.shares.resize(studies.size());
+  fit.realms.resize(studies.size());
   std::size_t peaks = 0, unknown = 0;
   for (const ListingStudy& study : studies)
     for (const ListedPeak& peak : study.peaks) ++peaks, unknown += peak.height_known ? 0 : 1;
   if (peaks > 0) fit.unknown_heights = double(unknown) / double(peaks);
   FieldsLikelihood likelihood(studies, mask, fit);
-  likelihood.take_shares(fit.shares);
   Search search{fit, likelihood};
   for (int round = 0; round < effort.rounds; ++round) {
-    if (start.shares.empty()) likelihood.find_shares(search.cells, fit.shares);
+    likelihood.find_realms(search.cells, !start.shares.empty(), fit.shares, fit.realms);
     if (search.step() < effort.still) break;
   }
   Fields unused;
@@ -201,7 +201,7 @@ std::vector<ProfilePoint> region_profile(const PeakFit& fit, std::span<const Lis
     PeakFit at = fit;
     for (std::size_t j = 0; j < at.noise.size(); ++j) at.noise[j] += tilted * covariance[j];
     FieldsLikelihood likelihood(studies, mask, at);
-    likelihood.take_shares(fit.shares);
+    likelihood.take_realms(fit.realms);
     const Vector tilt = tilted * weights;
     Search search{at, likelihood, &tilt};
     for (int round = 0; round < of_profile.rounds; ++round)
@@ -219,16 +219,19 @@ Foretold foretold(const PeakFit& fit, std::span<const ListingStudy> studies, con
   const Fields cells = in_cells(fit, fit.noise);
   Foretold result;
   for (const ListingStudy& study : studies) {
-    const StudyLikelihood likelihood(study, fit.assumptions.tau2, density);
-    const Vector effect = effect_of(cells, study.row);
-    double expected = 0;
-    for (Eigen::Index c = 0; c < effect.size(); ++c)
-      if (volumes[c] > 0) expected += volumes[c] * likelihood.expected.at(effect[c]).value;
+    StudyLikelihood likelihood(study, fit.assumptions.tau2, density);
+    const auto listed =
+        double(std::count_if(study.peaks.begin(), study.peaks.end(),
+                             [&](const ListedPeak& peak) { return lies_in(peak, volumes); }));
+    const std::vector<double> by_effect = volumes_by_effect(effect_of(cells, study.row), volumes);
+    const double realm = likelihood.realm_of(by_effect, std::max(listed, no_peaks));
+    likelihood.take_realm(realm);
+    const double expected = likelihood.listed(by_effect, realm);
     for (const ListedPeak& peak : study.peaks) {
       if (!lies_in(peak, volumes)) continue;
       const FieldPlace place = fit.prior.place(peak.mm);
       const double at_peak = effect_at(fit, place, fit.noise, study.row);
-      result.sum += likelihood.of_peak(peak, at_peak).value - std::log(expected);
+      result.sum += likelihood.log_listed(peak, at_peak) - std::log(expected);
       ++result.peaks;
     }
   }

@@ -4,12 +4,20 @@
 //
 // The peaks of a study are what it lists of the local maxima of a smooth field whose mean at v is
 // g(v) = x'b(v), x the study's row of the design, and whose variance is that of its g plus tau².
-// The maxima of height h have the density a rho((h - g)/s)/s for |h| above the study's threshold u,
+// The maxima of height h have the density rho((h - g)/s)/s for |h| above the study's threshold u,
 // where rho is the density of local maxima of a field of mean 0 and variance 1 (peak_density.h), s²
-// the variance, and a the share of its maxima that the study lists: as many are expected over the
-// mask as it has. A peak whose height is not told has the integral of that over the heights above
-// u. So what a study does not list says little where it lists few of its maxima, and much where it
+// the variance. Tables have the highest of them: of the maxima of its sign in a volume, the study's
+// realm V, the study is taken to list the one that none is higher than. By a Poisson distribution
+// of those that are, that is the share a = exp(-V F(h)), where F(h) are the maxima above h per mm³;
+// V is such that as many peaks are expected over the mask as the study has. So what a study does
+// not list says little where effects are large and it lists few of its maxima, and much where it
 // lists all.
+//
+// The slope by g is what the peaks' heights, log rho((h - g)/s)/s, or places, log F(u), add to it,
+// less what is expected of that among listed peaks: an estimating equation that is right whatever a
+// is, and other than the likelihood's own slope does not have a change with g, which would take
+// peaks that lie close together for a sign of small effects. Its information is Godambe's (Varin,
+// Reid and Firth 2011, Statistica Sinica 21:5). Where all is listed it is the likelihood.
 //
 // The coefficients b are smooth fields (field_prior.h): a log-Gaussian Cox process (Møller,
 // Syversveen and Waagepetersen 1998, Scandinavian Journal of Statistics 25:451) with marks; the
@@ -61,6 +69,7 @@ struct PeakFit {
   FieldPrior prior;
   std::vector<Eigen::VectorXd> noise;
   std::vector<double> shares;                ///< the listed share of each study
+  std::vector<double> realms;                ///< in mm³, of each study; 0 where it lists all
   std::vector<Eigen::VectorXd> information;  ///< of the cells: the lower triangle, row by row
 
   double unknown_heights = 0;  ///< the share of the peaks whose height is not told
@@ -97,7 +106,7 @@ struct RegionMean {
 RegionMean region_mean(const PeakFit& fit, const Mask& region);
 
 /// The highest that the posterior gets where the first coefficient has that mean over the region,
-/// with the listed shares of the fit; as a natural logarithm, relative to the first one's.
+/// with the realms of the fit; as a natural logarithm, relative to the first one's.
 struct ProfilePoint {
   double mean, log_density;
 };

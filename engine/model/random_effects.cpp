@@ -22,7 +22,7 @@ Columns columns_of(std::span<const Effect> effects) {
   return columns;
 }
 
-// Standard errors, and effects, with a smaller relative difference count as equal.
+// Standard errors with a smaller relative difference count as equal.
 constexpr double least_spread = 1e-7;
 
 }  // namespace
@@ -74,41 +74,6 @@ std::vector<PooledEffect> leave_one_out(std::span<const Effect> effects) {
     pools.push_back(pool_effects(rest));
   }
   return pools;
-}
-
-EggerOutcome egger_test(std::span<const Effect> effects) {
-  if (effects.size() < 3) return {{}, "there are fewer than 3 studies"};
-  double sum = 0, mean_se = 0, mean_g = 0;
-  for (const auto& [g, variance] : effects) {
-    sum += 1 / variance;
-    mean_se += 1 / std::sqrt(variance);
-    mean_g += g / variance;
-  }
-  mean_se /= sum;
-  mean_g /= sum;
-  double se_se = 0, se_g = 0, g_g = 0;
-  for (const auto& [g, variance] : effects) {
-    const double se = std::sqrt(variance) - mean_se;
-    se_se += se * se / variance;
-    se_g += se * (g - mean_g) / variance;
-    g_g += g * g / variance;
-  }
-  if (se_se <= least_spread * least_spread * sum * mean_se * mean_se)
-    return {{}, "all studies have the same standard error"};
-  EggerTest test{};
-  test.df = effects.size() - 2;
-  test.slope = se_g / se_se;
-  test.intercept = mean_g - test.slope * mean_se;
-  double residual = 0;
-  for (const auto& [g, variance] : effects) {
-    const double rest = g - mean_g - test.slope * (std::sqrt(variance) - mean_se);
-    residual += rest * rest / variance;
-  }
-  if (residual <= least_spread * least_spread * g_g) return {{}, "the effects do not scatter"};
-  test.se = std::sqrt(residual / double(test.df) / se_se);
-  test.t = test.slope / test.se;
-  test.p = 2 * t_tail(std::fabs(test.t), double(test.df));
-  return {test, ""};
 }
 
 SmallStudyOutcome small_study_test(std::span<const Effect> effects,

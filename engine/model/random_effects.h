@@ -51,27 +51,11 @@ struct PooledEffect {
 };
 
 /// Pools at least one effect.
-PooledEffect pool_effects(std::span<const Effect> effects, Method method = Method::moments);
+PooledEffect pool_effects(std::span<const Effect> effects,
+                          Method method = Method::restricted_likelihood);
 
 /// The pool without each study in turn; none with a single study.
 std::vector<PooledEffect> leave_one_out(std::span<const Effect> effects);
-
-/// The classical regression test for funnel plot asymmetry (Egger et al. 1997, BMJ 315:629): effect
-/// on standard error, weighted by 1/v with multiplicative dispersion, which is the regression of
-/// g/se on 1/se. The slope is tested by t with k - 2 degrees of freedom, two-tailed.
-struct EggerTest {
-  double slope, se, t, p;
-  double intercept;  ///< the effect expected of a study of no error
-  std::size_t df;
-};
-
-/// The test, or the reason why there is none, as the end of a sentence: "there are fewer than 3
-/// studies".
-struct EggerOutcome {
-  std::optional<EggerTest> test;
-  std::string why_not;
-};
-EggerOutcome egger_test(std::span<const Effect> effects);
 
 /// The regression test for small-study effects that stays right where effects are standardized mean
 /// differences: on error_by_size(), which unlike the standard error of g does not depend on g
@@ -82,7 +66,8 @@ struct SmallStudyTest {
   Estimate intercept;  ///< the effect expected of a study of no error
 };
 
-/// The test, or the reason why there is none, as egger_test() has it.
+/// The test, or the reason why there is none, as the end of a sentence: "there are fewer than 3
+/// studies".
 struct SmallStudyOutcome {
   std::optional<SmallStudyTest> test;
   std::string why_not;

@@ -161,8 +161,11 @@ void describe_likelihood(Paragraph& text, const MethodsFacts& facts) {
       "the between-study variance; the density of such maxima by height is known" +
       text.cited({sources::bardeen}));
   text.sentence(
-      "Which share of its maxima a study lists followed from their number, so that what a study "
-      "does not list was not taken for no effect");
+      "Of its maxima a study was taken to list those that are the highest within a volume; how "
+      "large "
+      "that volume is followed from the number of its peaks, so that what a study does not list "
+      "was "
+      "not taken for no effect");
   text.sentence(
       std::string(facts.variables.empty() ? "The effect was" : "The coefficients were") +
       " estimated as the mode of the posterior of this point process with a smooth Gaussian prior" +
@@ -195,14 +198,8 @@ void describe_restricted_model(Paragraph& text, const MethodsFacts& facts) {
                 " was described by Q, I² and H²" + text.cited({sources::higgins}));
 }
 
-/// What is said of globals beyond their model.
-void describe_globals(Paragraph& text, const MethodsFacts& facts) {
-  if (facts.hartung_knapp)
-    text.sentence("Intervals and tests are those of Hartung and Knapp, by the t " +
-                  std::string(facts.variables.empty() ? "distribution" : "and F distributions") +
-                  text.cited({sources::knapp}));
-  else
-    text.sentence("Intervals and tests are those of the normal distribution");
+/// How far single values differ.
+void describe_differences(Paragraph& text, const MethodsFacts& facts) {
   if (facts.studies > 1)
     text.sentence("Intervals of τ², I² and H² are those of the Q profile" +
                   text.cited({sources::profile}));
@@ -214,6 +211,17 @@ void describe_globals(Paragraph& text, const MethodsFacts& facts) {
         "standard error that the sample sizes alone let expect, since that of Hedges' g depends on "
         "g itself" +
         text.cited({sources::pustejovsky}));
+}
+
+/// What is said of single values beyond their model.
+void describe_single_values(Paragraph& text, const MethodsFacts& facts) {
+  if (facts.hartung_knapp)
+    text.sentence("Intervals and tests are those of Hartung and Knapp, by the t " +
+                  std::string(facts.variables.empty() ? "distribution" : "and F distributions") +
+                  text.cited({sources::knapp}));
+  else
+    text.sentence("Intervals and tests are those of the normal distribution");
+  describe_differences(text, facts);
 }
 
 void describe_model(Paragraph& text, const MethodsFacts& facts) {
@@ -321,15 +329,17 @@ Methods methods_of(const MethodsFacts& facts) {
   else
     describe_maps(text, facts);
   describe_model(text, facts);
-  const bool of_images = facts.estimated_from_peaks && facts.studies_with_images >= enough_images;
-  if (facts.analysis == Analysis::extraction && of_images)
-    text.sentence("Heterogeneity was described by Q and I² of the images alone" +
-                  text.cited({sources::higgins}));
-  if (facts.analysis == Analysis::extraction && facts.studies >= 3 &&
-      (of_images || !facts.estimated_from_peaks))
-    text.sentence("Asymmetry of the funnel plot was tested by the regression of Egger's test" +
-                  text.cited({sources::egger}));
-  if (facts.analysis == Analysis::globals) describe_globals(text, facts);
+  const bool is_extraction = facts.analysis == Analysis::extraction;
+  if (facts.analysis == Analysis::globals || (is_extraction && !facts.estimated_from_peaks)) {
+    describe_single_values(text, facts);
+  } else if (is_extraction && facts.studies_with_images >= enough_images) {
+    text.sentence(
+        "Of the images alone the between-study variance was estimated by restricted maximum "
+        "likelihood, REML" +
+        text.cited({sources::reml}) + ", and heterogeneity described by Q, I² and H²" +
+        text.cited({sources::higgins}));
+    describe_differences(text, facts);
+  }
   if (facts.analysis == Analysis::mean || facts.analysis == Analysis::linear_model)
     describe_null(text, facts);
   describe_thresholds(text, facts);

@@ -22,9 +22,9 @@ struct MethodsFacts {
   std::vector<std::string> variables;         ///< of the model, or of the globals' model
   std::string term;                           ///< whose map a linear model's map is; "" intercept
   std::string mask_of_extraction;
-  /// Of globals: whether REML was used, not the method of moments; Hartung and Knapp's tests, not
-  /// those of the normal distribution; whether there are a prediction interval and a test for
-  /// small-study effects.
+  /// Of globals and extractions: whether REML was used, not the method of moments; Hartung and
+  /// Knapp's tests, not those of the normal distribution; whether there are a prediction interval
+  /// and a test for small-study effects.
   bool restricted_likelihood = false, hartung_knapp = false;
   bool prediction_interval = false, small_study_test = false;
 

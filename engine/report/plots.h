@@ -52,7 +52,7 @@ struct FunnelPlot {
   std::string title;
   std::vector<FunnelPoint> points;
   double pooled = 0;
-  std::string note;  ///< a line below the plot, such as the result of Egger's test
+  std::string note;  ///< a line below the plot, such as the result of a test
   std::string axis = "Hedges' g";
 };
 

@@ -37,10 +37,6 @@ inline constexpr Source dersimonian{
     "DerSimonian and Laird 1986",
     "DerSimonian R, Laird N (1986). Meta-analysis in clinical trials. "
     "Controlled Clinical Trials 7:177\u2013188."};
-inline constexpr Source egger{
-    "Egger et al. 1997",
-    "Egger M, Davey Smith G, Schneider M, Minder C (1997). Bias in "
-    "meta-analysis detected by a simple, graphical test. BMJ 315:629\u2013634."};
 inline constexpr Source higgins{"Higgins and Thompson 2002",
                                 "Higgins JPT, Thompson SG (2002). Quantifying heterogeneity in a "
                                 "meta-analysis. Statistics in Medicine 21:1539\u20131558."};

@@ -4,6 +4,7 @@
 
 #include "engine/base/csv.h"
 #include "engine/base/wording.h"
+#include "engine/studies/effect_size.h"
 #include "util/q_string.h"
 #include "util/text.h"
 
@@ -15,31 +16,6 @@ std::string quoted_for_file(const std::string& text) {
   return text.find_first_of("#\"") == std::string::npos ? text : in_quotes(text);
 }
 
-/// The forest plot and the funnel plot of a pool, and what the test for small-study effects says.
-void add_plots(HtmlReport& report, std::span<const StudyEffect> studies, const PooledEffect& pool,
-               const std::string& note, const std::string& paragraph) {
-  ForestPlot forest = forest_of(studies, pool.weights);
-  forest.pooled = pool.mean.value;
-  forest.pooled_interval = pool.mean.interval;
-  forest.prediction = pool.prediction;
-  forest.heterogeneity = heterogeneity_text(pool.heterogeneity);
-  report.heading("Forest plot");
-  for (const Picture& picture : forest_plot(forest))
-    report.picture(picture,
-                   "Hedges' g with its 95 % interval; squares by weight, the diamond is the pooled "
-                   "effect.");
-  FunnelPlot funnel;
-  for (const auto& [study, n, effect] : studies)
-    funnel.points.push_back({study, effect.g, std::sqrt(effect.variance)});
-  funnel.pooled = pool.mean.value;
-  funnel.note = note;
-  report.heading("Funnel plot");
-  report.picture(funnel_plot(funnel),
-                 "Effects against their standard errors, with the pooled effect ± 1.96 standard "
-                 "errors.");
-  report.paragraph(paragraph);
-}
-
 }  // namespace
 
 Interval interval_of(const Effect& effect) {
@@ -49,7 +25,7 @@ Interval interval_of(const Effect& effect) {
 
 std::size_t participants_of(std::span<const StudyEffect> studies) {
   std::size_t participants = 0;
-  for (const StudyEffect& study : studies) participants += study.n;
+  for (const StudyEffect& study : studies) participants += participants_of(study.sample);
   return participants;
 }
 
@@ -58,6 +34,16 @@ std::vector<Effect> effects_of(std::span<const StudyEffect> studies) {
   effects.reserve(studies.size());
   for (const StudyEffect& study : studies) effects.push_back(study.effect);
   return effects;
+}
+
+StudiesPool pool_studies(std::span<const StudyEffect> studies, Method method) {
+  const std::vector<Effect> effects = effects_of(studies);
+  std::vector<double> errors_by_size;
+  errors_by_size.reserve(studies.size());
+  for (const StudyEffect& study : studies) errors_by_size.push_back(error_by_size(study.sample));
+  return {pool_effects(effects, method),
+          intervals_of_effects(make_design({}, effects.size()), effects),
+          small_study_test(effects, errors_by_size, method)};
 }
 
 std::string interval_text(const Interval& interval) {
@@ -94,11 +80,31 @@ std::string small_study_text(const SmallStudyOutcome& outcome) {
   return "slope " + estimate_text(outcome.test->slope);
 }
 
-std::string egger_text(const EggerOutcome& outcome) {
-  if (!outcome.test) return "not possible, as " + outcome.why_not;
-  const EggerTest& test = *outcome.test;
-  return "slope " + decimal_text(test.slope, 2) + ", t = " + decimal_text(test.t, 2) +
-         " (df = " + std::to_string(test.df) + ", " + p_phrase(test.p) + ")";
+std::string method_text(Method method, std::size_t studies, const Estimate& estimate) {
+  const std::string normal = "intervals and tests by the normal distribution";
+  if (studies == 1)
+    return "none is needed for a single study; interval and test by the normal distribution from "
+           "its own variance";
+  if (method == Method::moments)
+    return "DL: τ² by the method of moments (DerSimonian and Laird), " + normal;
+  if (!estimate.df)
+    return "REML: τ² by restricted maximum likelihood; " + normal +
+           ", as nothing scatters that Hartung and Knapp's could come from";
+  return "REML: τ² by restricted maximum likelihood, intervals and tests by Hartung and Knapp";
+}
+
+std::vector<Fact> heterogeneity_facts(const char* label, const Heterogeneity& heterogeneity,
+                                      const std::optional<ScaleIntervals>& intervals,
+                                      const Estimate& estimate) {
+  std::vector<Fact> facts = {{label, heterogeneity_text(heterogeneity)}};
+  if (heterogeneity.df > 0)
+    facts.push_back({"95 % intervals by the Q profile", intervals_text(heterogeneity, intervals)});
+  if (estimate.df && heterogeneity.tau2 == 0 && heterogeneity.Q < double(heterogeneity.df))
+    facts.push_back(
+        {"Note",
+         "the effects scatter less than their variances let expect, which makes Hartung "
+         "and Knapp's intervals narrower than those of the variances alone"});
+  return facts;
 }
 
 std::string file_number(double value) {
@@ -117,7 +123,8 @@ void ResultTable::value(std::string_view key, std::string_view text) {
   text_.append("# ").append(key).append(" = ").append(text).append("\n");
 }
 
-void ResultTable::values(const Heterogeneity& heterogeneity) {
+void ResultTable::values(const Heterogeneity& heterogeneity,
+                         const std::optional<ScaleIntervals>& intervals) {
   if (heterogeneity.df == 0) return value("heterogeneity", heterogeneity_text(heterogeneity));
   value("Q", heterogeneity.Q);
   value("Q_df", double(heterogeneity.df));
@@ -125,6 +132,13 @@ void ResultTable::values(const Heterogeneity& heterogeneity) {
   value("I2", heterogeneity.I2);
   value("H2", heterogeneity.H2);
   value("tau2", heterogeneity.tau2);
+  if (!intervals) return value("intervals", intervals_text(heterogeneity, intervals));
+  for (const auto& [ending, scales] :
+       {std::pair("_low_95", intervals->low), std::pair("_high_95", intervals->high)}) {
+    value(std::string("tau2") + ending, scales.tau2);
+    value(std::string("I2") + ending, scales.I2);
+    value(std::string("H2") + ending, scales.H2);
+  }
 }
 
 void ResultTable::values(const SmallStudyOutcome& outcome) {
@@ -140,14 +154,10 @@ void ResultTable::values(const SmallStudyOutcome& outcome) {
   value("small_study_intercept", intercept.value);
 }
 
-void ResultTable::values(const EggerOutcome& outcome) {
-  if (!outcome.test) return value("egger", egger_text(outcome));
-  value("egger_slope", outcome.test->slope);
-  value("egger_standard_error", outcome.test->se);
-  value("egger_t", outcome.test->t);
-  value("egger_df", double(outcome.test->df));
-  value("egger_p", outcome.test->p);
-  value("egger_intercept", outcome.test->intercept);
+void ResultTable::values(const std::optional<Interval>& prediction) {
+  if (!prediction) return;
+  value("prediction_low_95", prediction->low);
+  value("prediction_high_95", prediction->high);
 }
 
 std::vector<std::vector<std::string>> effect_rows(std::span<const StudyEffect> studies,
@@ -155,9 +165,10 @@ std::vector<std::vector<std::string>> effect_rows(std::span<const StudyEffect> s
   std::vector<std::vector<std::string>> rows = {
       {"study", "n", "g", "variance", "standard_error", "weight"}};
   for (std::size_t i = 0; i < studies.size(); ++i) {
-    const auto& [study, n, effect] = studies[i];
-    rows.push_back({study, std::to_string(n), file_number(effect.g), file_number(effect.variance),
-                    file_number(std::sqrt(effect.variance)), file_number(weights[i])});
+    const auto& [study, sample, effect] = studies[i];
+    rows.push_back({study, std::to_string(participants_of(sample)), file_number(effect.g),
+                    file_number(effect.variance), file_number(std::sqrt(effect.variance)),
+                    file_number(weights[i])});
   }
   return rows;
 }
@@ -175,11 +186,11 @@ HtmlTable effect_html(std::span<const StudyEffect> studies, std::span<const doub
                    {"Variance", true},  {"Standard error", true},
                    {"Weight (%)", true}};
   for (std::size_t i = 0; i < studies.size(); ++i) {
-    const auto& [study, n, effect] = studies[i];
+    const auto& [study, sample, effect] = studies[i];
     table.rows.push_back(
-        {{study, Q_count_text(n), decimal_text(effect.g, 3), interval_text(interval_of(effect)),
-          decimal_text(effect.variance, 4), decimal_text(std::sqrt(effect.variance), 3),
-          decimal_text(weights[i], 2)}});
+        {{study, Q_count_text(participants_of(sample)), decimal_text(effect.g, 3),
+          interval_text(interval_of(effect)), decimal_text(effect.variance, 4),
+          decimal_text(std::sqrt(effect.variance), 3), decimal_text(weights[i], 2)}});
   }
   return table;
 }
@@ -187,13 +198,13 @@ HtmlTable effect_html(std::span<const StudyEffect> studies, std::span<const doub
 HtmlTable leave_one_out_html(std::span<const StudyEffect> studies,
                              std::span<const PooledEffect> pools) {
   HtmlTable table;
-  table.columns = {{"Left out"}, {"Hedges' g", true}, {"95 % interval", true}, {"z", true},
-                   {"p", true},  {"Q", true},         {"I² (%)", true},        {"τ²", true}};
+  table.columns = {{"Left out"}, {"Hedges' g", true}, {"95 % interval", true},
+                   {"p", true},  {"Q", true},         {"I² (%)", true},
+                   {"τ²", true}};
   for (std::size_t i = 0; i < pools.size(); ++i) {
     const auto& [mean, heterogeneity, prediction, weights] = pools[i];
     std::vector<std::string> cells = {studies[i].study, decimal_text(mean.value, 3),
-                                      interval_text(mean.interval), decimal_text(mean.z, 2),
-                                      p_text(mean.p)};
+                                      interval_text(mean.interval), p_text(mean.p)};
     if (heterogeneity.df == 0)
       cells.insert(cells.end(), 3, "–");
     else
@@ -208,22 +219,35 @@ HtmlTable leave_one_out_html(std::span<const StudyEffect> studies,
 ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const double> weights) {
   ForestPlot plot;
   for (std::size_t i = 0; i < studies.size(); ++i) {
-    const auto& [study, n, effect] = studies[i];
-    plot.rows.push_back({study, n, effect.g, interval_of(effect), weights[i]});
+    const auto& [study, sample, effect] = studies[i];
+    plot.rows.push_back(
+        {study, participants_of(sample), effect.g, interval_of(effect), weights[i]});
   }
   return plot;
 }
 
 void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
-                    const PooledEffect& pool, const EggerOutcome& egger) {
-  add_plots(report, studies, pool, "Egger's test: " + egger_text(egger),
-            "Egger's regression test (effect on standard error, weighted by the inverse variance, "
-            "t test of the slope): " +
-                egger_text(egger) + ".");
-}
-
-void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
-                    const PooledEffect& pool, const SmallStudyOutcome& small_studies) {
+                    const StudiesPool& pooled) {
+  const auto& [pool, intervals, small_studies] = pooled;
+  ForestPlot forest = forest_of(studies, pool.weights);
+  forest.pooled = pool.mean.value;
+  forest.pooled_interval = pool.mean.interval;
+  forest.prediction = pool.prediction;
+  forest.heterogeneity = heterogeneity_text(pool.heterogeneity);
+  report.heading("Forest plot");
+  for (const Picture& picture : forest_plot(forest))
+    report.picture(picture,
+                   "Hedges' g with its 95 % interval; squares by weight, the diamond is the pooled "
+                   "effect.");
+  FunnelPlot funnel;
+  for (const auto& [study, sample, effect] : studies)
+    funnel.points.push_back({study, effect.g, std::sqrt(effect.variance)});
+  funnel.pooled = pool.mean.value;
+  funnel.note = "Small-study effects: " + small_study_text(small_studies);
+  report.heading("Funnel plot");
+  report.picture(funnel_plot(funnel),
+                 "Effects against their standard errors, with the pooled effect ± 1.96 standard "
+                 "errors.");
   std::string paragraph =
       "Test for small-study effects (random-effects regression of the effect on the standard error "
       "that the sample sizes alone let expect): " +
@@ -232,8 +256,13 @@ void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
     paragraph += " The effect that it expects of a study of unlimited size is " +
                  decimal_text(small_studies.test->intercept.value, 3) + " (95 % interval " +
                  interval_text(small_studies.test->intercept.interval) + ").";
-  add_plots(report, studies, pool, "Small-study effects: " + small_study_text(small_studies),
-            paragraph);
+  report.paragraph(paragraph);
+}
+
+void tell_methods(MethodsFacts& facts, const StudiesPool& pooled) {
+  facts.hartung_knapp = pooled.pool.mean.df.has_value();
+  facts.prediction_interval = pooled.pool.prediction.has_value();
+  facts.small_study_test = pooled.small_studies.test.has_value();
 }
 
 }  // namespace kvo::results

@@ -2,6 +2,7 @@
 
 // What an analysis of one effect a study has to say, as lines of text, tables and plots.
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 
 #include "engine/model/random_effects.h"
 #include "engine/report/html.h"
+#include "engine/report/methods.h"
 #include "engine/report/plots.h"
 #include "engine/results/results_layer.h"
 #include "engine/studies/study.h"
@@ -18,12 +20,21 @@ namespace kvo::results {
 
 struct StudyEffect {
   std::string study;
-  std::size_t n;  ///< participants
+  Sample sample;
   Effect effect;
 };
 
 std::size_t participants_of(std::span<const StudyEffect> studies);
 std::vector<Effect> effects_of(std::span<const StudyEffect> studies);
+
+/// The random-effects mean of the studies, and what goes with it.
+struct StudiesPool {
+  PooledEffect pool;
+  std::optional<ScaleIntervals> intervals;
+  SmallStudyOutcome small_studies;
+};
+StudiesPool pool_studies(std::span<const StudyEffect> studies,
+                         Method method = Method::restricted_likelihood);
 
 /// "0.102 to 0.326".
 std::string interval_text(const Interval& interval);
@@ -40,8 +51,13 @@ std::string intervals_text(const Heterogeneity& heterogeneity,
 /// "slope 1.21 (95 % interval 0.11 to 2.31), t = 2.30 (df = 19), p = 0.033", or why there is no
 /// test.
 std::string small_study_text(const SmallStudyOutcome& outcome);
-/// "slope 1.21, t = 2.30 (df = 19, p = 0.033)", or why there is no test.
-std::string egger_text(const EggerOutcome& outcome);
+/// How τ² was estimated of so many studies and an estimate of their model was tested.
+std::string method_text(Method method, std::size_t studies, const Estimate& estimate);
+/// Heterogeneity under this label and its intervals; a note where the scatter that the intervals of
+/// the estimate rest on is smaller than the studies' own variances.
+std::vector<Fact> heterogeneity_facts(const char* label, const Heterogeneity& heterogeneity,
+                                      const std::optional<ScaleIntervals>& intervals,
+                                      const Estimate& estimate);
 
 /// A number of a file: ten digits.
 std::string file_number(double value);
@@ -56,9 +72,10 @@ class ResultTable {
   void value(std::string_view key, std::string_view text);
   void value(std::string_view key, double number) { value(key, file_number(number)); }
   /// In words where there is none.
-  void values(const Heterogeneity& heterogeneity);
+  void values(const Heterogeneity& heterogeneity, const std::optional<ScaleIntervals>& intervals);
   void values(const SmallStudyOutcome& outcome);
-  void values(const EggerOutcome& outcome);
+  /// Nothing where there is none.
+  void values(const std::optional<Interval>& prediction);
   [[nodiscard]] const std::string& text() const { return text_; }
 
  private:
@@ -79,8 +96,8 @@ HtmlTable leave_one_out_html(std::span<const StudyEffect> studies,
 ForestPlot forest_of(std::span<const StudyEffect> studies, std::span<const double> weights);
 /// Adds the forest plot and the funnel plot of a pool to a report.
 void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
-                    const PooledEffect& pool, const EggerOutcome& egger);
-void add_pool_plots(HtmlReport& report, std::span<const StudyEffect> studies,
-                    const PooledEffect& pool, const SmallStudyOutcome& small_studies);
+                    const StudiesPool& pooled);
+/// What the paragraph on methods has to know of a pool.
+void tell_methods(MethodsFacts& facts, const StudiesPool& pooled);
 
 }  // namespace kvo::results

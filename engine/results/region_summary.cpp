@@ -54,8 +54,8 @@ HtmlTable studies_html(std::span<const StudyInRegion> studies, const RegionEstim
     for (const char* title : {"Hedges' g", "95 % interval", "Standard error", "Weight (%)"})
       table.columns.push_back({title, true});
   for (std::size_t s = 0; s < studies.size(); ++s) {
-    const auto& [study, n, effect, peaks] = studies[s];
-    HtmlRow row{{study, Q_count_text(n), known_text(studies[s])}};
+    const auto& [study, sample, effect, peaks] = studies[s];
+    HtmlRow row{{study, Q_count_text(participants_of(sample)), known_text(studies[s])}};
     if (has_images && effect)
       row.cells.insert(row.cells.end(),
                        {decimal_text(effect->g, 3), interval_text(interval_of(*effect)),
@@ -84,13 +84,13 @@ std::string studies_note(const RegionEstimate& estimate) {
 ForestPlot forest_of(std::span<const StudyInRegion> studies, const RegionEstimate& estimate) {
   ForestPlot plot;
   for (std::size_t s = 0; s < studies.size(); ++s) {
-    const auto& [study, n, effect, peaks] = studies[s];
+    const auto& [study, sample, effect, peaks] = studies[s];
     if (effect) {
-      plot.rows.push_back(
-          {study, n, effect->g, interval_of(*effect), estimate.weights[s].value_or(0)});
+      plot.rows.push_back({study, participants_of(sample), effect->g, interval_of(*effect),
+                           estimate.weights[s].value_or(0)});
       continue;
     }
-    ForestRow row{study, n, 0, {}, 0, listed_text(peaks, false)};
+    ForestRow row{study, participants_of(sample), 0, {}, 0, listed_text(peaks, false)};
     if (peaks.highest && peaks.highest->height_known) row.mark = peaks.highest->g;
     plot.rows.push_back(std::move(row));
   }
@@ -173,8 +173,8 @@ std::string known_text(const StudyInRegion& study) {
 
 std::vector<StudyEffect> with_images(std::span<const StudyInRegion> studies) {
   std::vector<StudyEffect> effects;
-  for (const auto& [study, n, effect, peaks] : studies)
-    if (effect) effects.push_back({study, n, *effect});
+  for (const auto& [study, sample, effect, peaks] : studies)
+    if (effect) effects.push_back({study, sample, *effect});
   return effects;
 }
 
@@ -184,8 +184,8 @@ std::vector<std::vector<std::string>> region_rows(std::span<const StudyInRegion>
       {"study", "n", "g", "variance", "standard_error", "weight", "peaks_inside", "peaks_nearby",
        "highest_g", "highest_x", "highest_y", "highest_z", "known"}};
   for (std::size_t s = 0; s < studies.size(); ++s) {
-    const auto& [study, n, effect, peaks] = studies[s];
-    std::vector<std::string> row = {study, std::to_string(n)};
+    const auto& [study, sample, effect, peaks] = studies[s];
+    std::vector<std::string> row = {study, std::to_string(participants_of(sample))};
     if (effect) {
       for (const double value : {effect->g, effect->variance, std::sqrt(effect->variance),
                                  estimate.weights[s].value_or(0)})

@@ -18,7 +18,7 @@ namespace kvo::results {
 /// What is known of a study in a region.
 struct StudyInRegion {
   std::string study;
-  std::size_t n;                 ///< participants
+  Sample sample;
   std::optional<Effect> effect;  ///< of an image
   PeaksNearby peaks;             ///< of a study without one
 };

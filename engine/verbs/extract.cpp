@@ -10,6 +10,7 @@
 #include "engine/base/wording.h"
 #include "engine/maps/meta_analysis.h"
 #include "engine/model/region_estimate.h"
+#include "engine/results/circular_region.h"
 #include "engine/results/effect_summary.h"
 #include "engine/results/estimate_record.h"
 #include "engine/results/map_facts.h"
@@ -27,13 +28,8 @@ struct Extraction {
   std::string mask, mask_path;
   Mask used;                    ///< the mask's voxels that the analysis has too
   std::size_t mask_voxels = 0;  ///< of the mask itself
+  std::string circularity;
   std::vector<StudyEffect> studies;
-};
-
-struct Summary {
-  PooledEffect pool;
-  EggerOutcome egger;
-  std::vector<PooledEffect> without;  ///< each study in turn
 };
 
 std::string output_name(const std::string& mask, const char* ending) {
@@ -104,11 +100,6 @@ StudyMaps maps_of_images(const MetaAnalysis& meta) {
   return maps;
 }
 
-Summary summary_of(std::span<const StudyEffect> studies) {
-  const std::vector<Effect> effects = effects_of(studies);
-  return {pool_effects(effects), egger_test(effects), leave_one_out(effects)};
-}
-
 std::string voxels_text(const Extraction& extraction) {
   const std::size_t used = extraction.used.size();
   const std::string all = Q_count_text(extraction.mask_voxels);
@@ -117,11 +108,35 @@ std::string voxels_text(const Extraction& extraction) {
          extraction.meta.record.mask + "'";
 }
 
-void say_summary(const Extraction& extraction, const Summary& summary) {
-  say("Voxels: " + voxels_text(extraction));
-  say("Pooled g: " + estimate_text(summary.pool.mean));
-  say("Heterogeneity: " + heterogeneity_text(summary.pool.heterogeneity));
-  say("Egger's test: " + egger_text(summary.egger));
+/// The voxels, and that they were chosen by the effects, where they were.
+std::vector<Fact> facts_of_voxels(const Extraction& extraction) {
+  std::vector<Fact> facts = {{"Voxels", voxels_text(extraction)}};
+  if (!extraction.circularity.empty()) facts.push_back({"Circular", extraction.circularity});
+  return facts;
+}
+
+/// What a report begins with.
+std::vector<Fact> first_facts(const Extraction& extraction, std::size_t participants) {
+  std::vector<Fact> facts = facts_of_voxels(extraction);
+  facts.insert(facts.begin(),
+               {"Studies", Q_counted(extraction.meta.members.size(), "study", "studies") +
+                               " with " + Q_counted(participants, "participant", "participants")});
+  return facts;
+}
+
+/// How the studies differ.
+std::vector<Fact> differences_of(const StudiesPool& pooled) {
+  const auto& [pool, intervals, small_studies] = pooled;
+  std::vector<Fact> facts =
+      heterogeneity_facts("Heterogeneity", pool.heterogeneity, intervals, pool.mean);
+  if (pool.prediction)
+    facts.insert(facts.begin(), {"95 % prediction interval", interval_text(*pool.prediction)});
+  facts.push_back({"Small-study effects", small_study_text(small_studies)});
+  return facts;
+}
+
+std::string method_of(const Extraction& extraction, const StudiesPool& pooled) {
+  return method_text(Method::restricted_likelihood, extraction.studies.size(), pooled.pool.mean);
 }
 
 /// The rows of the studies, and what was extracted from whom.
@@ -133,56 +148,51 @@ ResultTable table_of(const Extraction& extraction,
   table.value("mask", extraction.mask);
   table.value("mask_voxels", double(extraction.mask_voxels));
   table.value("used_voxels", double(extraction.used.size()));
+  if (!extraction.circularity.empty()) table.value("circular", extraction.circularity);
   table.value("studies", double(studies));
   table.value("participants", double(participants));
   return table;
 }
 
-std::string text_file_of(const Extraction& extraction, const Summary& summary,
+std::string text_file_of(const Extraction& extraction, const StudiesPool& pooled,
                          const std::vector<std::vector<std::string>>& rows) {
   ResultTable table =
       table_of(extraction, rows, extraction.studies.size(), participants_of(extraction.studies));
-  const auto& [mean, heterogeneity, prediction, weights] = summary.pool;
+  const auto& [mean, heterogeneity, prediction, weights] = pooled.pool;
+  table.value("method", method_of(extraction, pooled));
   table.value("g", mean.value);
   table.value("standard_error", mean.se);
-  table.value("z", mean.z);
+  table.value(mean.df ? "t" : "z", mean.z);
+  if (mean.df) table.value("t_df", *mean.df);
   table.value("p", mean.p);
   table.value("low_95", mean.interval.low);
   table.value("high_95", mean.interval.high);
-  if (prediction) {
-    table.value("prediction_low_95", prediction->low);
-    table.value("prediction_high_95", prediction->high);
-  }
-  table.values(heterogeneity);
-  table.values(summary.egger);
+  table.values(prediction);
+  table.values(heterogeneity, pooled.intervals);
+  table.values(pooled.small_studies);
   return table.text();
 }
 
-std::vector<Fact> facts_of(const Extraction& extraction, const Summary& summary) {
-  std::vector<Fact> facts = {
-      {"Studies",
-       Q_counted(extraction.studies.size(), "study", "studies") + " with " +
-           Q_counted(participants_of(extraction.studies), "participant", "participants")},
-      {"Voxels", voxels_text(extraction)},
-      {"Pooled Hedges' g", estimate_text(summary.pool.mean)},
-  };
-  if (const auto& prediction = summary.pool.prediction)
-    facts.push_back({"95 % prediction interval", decimal_text(prediction->low, 3) + " to " +
-                                                     decimal_text(prediction->high, 3)});
-  facts.push_back({"Heterogeneity", heterogeneity_text(summary.pool.heterogeneity)});
-  facts.push_back({"Egger's test", egger_text(summary.egger)});
+std::vector<Fact> facts_of(const Extraction& extraction, const StudiesPool& pooled) {
+  std::vector<Fact> facts = first_facts(extraction, participants_of(extraction.studies));
+  facts.push_back({"Method", method_of(extraction, pooled)});
+  facts.push_back({"Pooled Hedges' g", estimate_text(pooled.pool.mean)});
+  for (Fact& fact : differences_of(pooled)) facts.push_back(std::move(fact));
   return facts;
 }
 
-/// The end of a report: how the values came about.
+/// The end of a report: how the values came about. `pooled` is of the images; nothing where they
+/// were not pooled.
 std::string finish(HtmlReport& report, const Command& command, const Extraction& extraction,
-                   std::size_t participants, bool from_peaks) {
+                   std::size_t participants, const StudiesPool* pooled) {
   MapFacts known = facts_of_map("", all_verbs());
   known.methods.analysis = MethodsFacts::Analysis::extraction;
   known.methods.studies = extraction.meta.members.size();
   known.methods.participants = participants;
   known.methods.mask_of_extraction = extraction.mask;
-  known.methods.estimated_from_peaks = from_peaks;
+  known.methods.estimated_from_peaks = has_peaks(extraction.meta);
+  known.methods.restricted_likelihood = true;
+  if (pooled) tell_methods(known.methods, *pooled);
   report.heading("What was run");
   if (const std::string made = command_of_image(extraction.mask_path); !made.empty())
     known.commands.push_back(made);
@@ -194,20 +204,20 @@ std::string finish(HtmlReport& report, const Command& command, const Extraction&
 }
 
 std::string report_of(const Command& command, const Extraction& extraction,
-                      const Summary& summary) {
+                      const StudiesPool& pooled) {
   HtmlReport report("Values within the mask '" + extraction.mask + "'",
                     "One effect for each study: the mean of its map inside the mask");
   report.heading("Result");
-  report.facts(facts_of(extraction, summary));
+  report.facts(facts_of(extraction, pooled));
   report.heading("Studies");
-  report.table(effect_html(extraction.studies, summary.pool.weights));
-  add_pool_plots(report, extraction.studies, summary.pool, summary.egger);
-  if (!summary.without.empty()) {
+  report.table(effect_html(extraction.studies, pooled.pool.weights));
+  add_pool_plots(report, extraction.studies, pooled);
+  if (const auto without = leave_one_out(effects_of(extraction.studies)); !without.empty()) {
     report.heading("Leave-one-out");
     report.paragraph("The pooled effect of all studies but one.");
-    report.table(leave_one_out_html(extraction.studies, summary.without));
+    report.table(leave_one_out_html(extraction.studies, without));
   }
-  return finish(report, command, extraction, participants_of(extraction.studies), false);
+  return finish(report, command, extraction, participants_of(extraction.studies), &pooled);
 }
 
 void write_files(Outputs& outputs, const Extraction& extraction, const std::string& text,
@@ -219,11 +229,13 @@ void write_files(Outputs& outputs, const Extraction& extraction, const std::stri
 }
 
 void extract_images(Outputs& outputs, const Command& command, const Extraction& extraction) {
-  const Summary summary = summary_of(extraction.studies);
-  const auto rows = effect_rows(extraction.studies, summary.pool.weights);
-  write_files(outputs, extraction, text_file_of(extraction, summary, rows), rows,
-              report_of(command, extraction, summary));
-  say_summary(extraction, summary);
+  const StudiesPool pooled = pool_studies(extraction.studies);
+  const auto rows = effect_rows(extraction.studies, pooled.pool.weights);
+  write_files(outputs, extraction, text_file_of(extraction, pooled, rows), rows,
+              report_of(command, extraction, pooled));
+  for (const Fact& fact : facts_of_voxels(extraction)) say(fact.label + ": " + fact.text);
+  say("Pooled g: " + estimate_text(pooled.pool.mean));
+  for (const Fact& fact : differences_of(pooled)) say(fact.label + ": " + fact.text);
 }
 
 /// The region where studies have peaks.
@@ -231,7 +243,7 @@ struct Region {
   std::vector<StudyInRegion> studies;
   RegionEstimate estimate;
   /// Of the images alone, if there are enough of them.
-  std::optional<Summary> images;
+  std::optional<StudiesPool> images;
   std::size_t participants = 0;
 };
 
@@ -241,13 +253,12 @@ Region region_of(const Extraction& extraction,
   Region region;
   for (std::size_t s = 0; s < meta.members.size(); ++s) {
     const Member& member = meta.members[s];
-    const std::size_t n = participants_of(member.study.sample);
-    region.studies.push_back(
-        {member.study.name, n, of_images[s], peaks_nearby(member.peaks, extraction.used)});
-    region.participants += n;
+    region.studies.push_back({member.study.name, member.study.sample, of_images[s],
+                              peaks_nearby(member.peaks, extraction.used)});
+    region.participants += participants_of(member.study.sample);
   }
   if (const auto images = with_images(region.studies); images.size() >= enough_images)
-    region.images = summary_of(images);
+    region.images = pool_studies(images);
   region.estimate = estimate_region(meta, maps_of_images(meta), of_images, extraction.used);
   return region;
 }
@@ -255,16 +266,11 @@ Region region_of(const Extraction& extraction,
 /// How the studies differ, as far as that is known.
 std::vector<Fact> differences_of(const Region& region) {
   if (!region.images)
-    return {{"Heterogeneity, prediction interval and Egger's test", withheld_text}};
-  const PooledEffect& pool = region.images->pool;
-  const std::string of_images =
-      "of the " + Q_counted(region.estimate.facts.images, "image", "images") + " alone: ";
-  std::vector<Fact> facts = {{"Heterogeneity", of_images + heterogeneity_text(pool.heterogeneity)}};
-  if (pool.prediction)
-    facts.push_back({"95 % prediction interval", of_images + decimal_text(pool.prediction->low, 3) +
-                                                     " to " +
-                                                     decimal_text(pool.prediction->high, 3)});
-  facts.push_back({"Egger's test", of_images + egger_text(region.images->egger)});
+    return {{"Heterogeneity, prediction interval and small-study effects", withheld_text}};
+  std::vector<Fact> facts = differences_of(*region.images);
+  for (Fact& fact : facts)
+    fact.text = "of the " + Q_counted(region.estimate.facts.images, "image", "images") +
+                " alone: " + fact.text;
   return facts;
 }
 
@@ -274,8 +280,9 @@ std::string text_file_of(const Extraction& extraction, const Region& region,
   add_values(table, region.estimate);
   if (region.images) {
     table.value("heterogeneity", "of the images alone");
-    table.values(region.images->pool.heterogeneity);
-    table.values(region.images->egger);
+    table.values(region.images->pool.prediction);
+    table.values(region.images->pool.heterogeneity, region.images->intervals);
+    table.values(region.images->small_studies);
   } else {
     table.value("heterogeneity", withheld_text);
   }
@@ -286,16 +293,14 @@ std::string report_of(const Command& command, const Extraction& extraction, cons
   HtmlReport report("Effect within the mask '" + extraction.mask + "'",
                     "The mean over the mask's voxels, estimated from all that the studies know");
   report.heading("Result");
-  std::vector<Fact> facts = {
-      {"Studies", Q_counted(region.studies.size(), "study", "studies") + " with " +
-                      Q_counted(region.participants, "participant", "participants")},
-      {"Voxels", voxels_text(extraction)},
-      {"Hedges' g of the region", estimate_text(region.estimate.estimate)}};
+  std::vector<Fact> facts = first_facts(extraction, region.participants);
+  facts.push_back({"Hedges' g of the region", estimate_text(region.estimate.estimate)});
   for (Fact& fact : differences_of(region)) facts.push_back(std::move(fact));
   for (Fact& fact : estimate_facts(region.estimate.facts)) facts.push_back(std::move(fact));
   report.facts(facts);
   add_region(report, region.studies, region.estimate);
-  return finish(report, command, extraction, region.participants, true);
+  return finish(report, command, extraction, region.participants,
+                region.images ? &*region.images : nullptr);
 }
 
 void extract_from_peaks(Outputs& outputs, const Command& command, const Extraction& extraction,
@@ -304,7 +309,7 @@ void extract_from_peaks(Outputs& outputs, const Command& command, const Extracti
   const auto rows = region_rows(region.studies, region.estimate);
   write_files(outputs, extraction, text_file_of(extraction, region, rows), rows,
               report_of(command, extraction, region));
-  say("Voxels: " + voxels_text(extraction));
+  for (const Fact& fact : facts_of_voxels(extraction)) say(fact.label + ": " + fact.text);
   say("Estimated g: " + estimate_text(region.estimate.estimate));
   for (const Fact& fact : differences_of(region)) say(fact.label + ": " + fact.text);
   for (const Fact& fact : estimate_facts(region.estimate.facts)) say(fact.label + ": " + fact.text);
@@ -319,13 +324,14 @@ void check_extract(const Command& command) {
 void run_extract(const Command& command) {
   Outputs outputs;
   Extraction extraction = prepare_extract(command);
+  extraction.circularity = circularity_of(extraction.used, extraction.mask_path);
   const std::vector<std::optional<Effect>> effects = effects_of_images(extraction);
   if (has_peaks(extraction.meta)) {
     extract_from_peaks(outputs, command, extraction, effects);
   } else {
     for (std::size_t s = 0; s < effects.size(); ++s) {
       const Study& study = extraction.meta.members[s].study;
-      extraction.studies.push_back({study.name, participants_of(study.sample), *effects[s]});
+      extraction.studies.push_back({study.name, study.sample, *effects[s]});
     }
     extract_images(outputs, command, extraction);
   }

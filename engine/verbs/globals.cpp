@@ -24,8 +24,7 @@ struct Globals {
   Model values;  ///< the variables that make an effect, and the studies without all of them
   Model model;
   Method method = Method::restricted_likelihood;
-  std::vector<StudyEffect> studies;    ///< those of the model
-  std::vector<double> errors_by_size;  ///< of the same
+  std::vector<StudyEffect> studies;  ///< those of the model
   std::size_t filtered = 0, all = 0;
 };
 
@@ -33,8 +32,7 @@ struct GlobalsFit {
   ModelFit fit;
   std::optional<ScaleIntervals> intervals;
   std::vector<double> weights;
-  std::optional<PooledEffect> pool;  ///< of a model without terms
-  SmallStudyOutcome small_studies;   ///< likewise
+  std::optional<StudiesPool> pooled;  ///< of a model without terms
   std::optional<double> R2;  ///< share of the heterogeneity that the terms explain, in percent
 };
 
@@ -105,9 +103,7 @@ Globals prepare_globals(const Command& command) {
   globals.model = read_model(table, command.arguments[0], globals.values.studies);
   for (const std::size_t i : globals.model.studies) {
     const Study& study = table.studies[i];
-    globals.studies.push_back(
-        {study.name, participants_of(study.sample), effect_of(table, study, two_samples)});
-    globals.errors_by_size.push_back(error_by_size(study.sample));
+    globals.studies.push_back({study.name, study.sample, effect_of(table, study, two_samples)});
   }
   return globals;
 }
@@ -118,12 +114,11 @@ GlobalsFit fit_of(const Globals& globals) {
   result.fit = fit_effects(globals.model.design, effects, globals.method);
   result.intervals = intervals_of_effects(globals.model.design, effects);
   result.weights = weights_of(effects, result.fit.residual.tau2);
-  const PooledEffect pool = pool_effects(effects, globals.method);
   if (globals.model.terms.empty()) {
-    result.pool = pool;
-    result.small_studies = small_study_test(effects, globals.errors_by_size, globals.method);
-  } else if (pool.heterogeneity.tau2 > 0) {
-    result.R2 = std::max(0.0, 100 * (1 - result.fit.residual.tau2 / pool.heterogeneity.tau2));
+    result.pooled = pool_studies(globals.studies, globals.method);
+  } else {
+    const double tau2 = pool_effects(effects, globals.method).heterogeneity.tau2;
+    if (tau2 > 0) result.R2 = std::max(0.0, 100 * (1 - result.fit.residual.tau2 / tau2));
   }
   return result;
 }
@@ -150,50 +145,27 @@ std::string terms_test_text(const ModelFit& fit) {
          ", " + p_phrase(fit.QM_p) + ")";
 }
 
-std::string method_text(const Globals& globals, const ModelFit& fit) {
-  const std::string normal = "intervals and tests by the normal distribution";
-  if (globals.studies.size() == 1)
-    return "none is needed for a single study; interval and test by the normal distribution from "
-           "its "
-           "own variance";
-  if (globals.method == Method::moments)
-    return "DL: τ² by the method of moments (DerSimonian and Laird), " + normal;
-  if (!t_df(fit))
-    return "REML: τ² by restricted maximum likelihood; " + normal +
-           ", as nothing scatters that Hartung and Knapp's could come from";
-  return "REML: τ² by restricted maximum likelihood, intervals and tests by Hartung and Knapp";
-}
-
-/// Whether the scatter that the intervals rest on is smaller than the studies' own variances.
-bool is_narrower_than_normal(const ModelFit& fit) {
-  return t_df(fit) && fit.residual.tau2 == 0 && fit.QE < fit.QE_df;
-}
-
 std::vector<Fact> facts_of(const Command& command, const Globals& globals,
                            const GlobalsFit& result) {
   std::vector<Fact> facts = {{"Model", model_text(globals)},
-                             {"Method", method_text(globals, result.fit)}};
+                             {"Method", method_text(globals.method, globals.studies.size(),
+                                                    result.fit.coefficients.front())}};
   if (!command.arguments[1].empty()) facts.push_back({"Subgroup", command.arguments[1]});
   facts.push_back(
       {"Studies", Q_counted(globals.studies.size(), "study", "studies") + " with " +
                       Q_counted(participants_of(globals.studies), "participant", "participants")});
-  if (const auto& pool = result.pool; pool && pool->prediction)
-    facts.push_back({"95 % prediction interval", interval_text(*pool->prediction)});
-  facts.push_back({globals.model.terms.empty() ? "Heterogeneity" : "Residual heterogeneity",
-                   heterogeneity_text(heterogeneity_of(result.fit))});
-  if (result.fit.QE_df > 0)
-    facts.push_back({"95 % intervals by the Q profile",
-                     intervals_text(heterogeneity_of(result.fit), result.intervals)});
-  if (is_narrower_than_normal(result.fit))
-    facts.push_back(
-        {"Note",
-         "the effects scatter less than their variances let expect, which makes Hartung "
-         "and Knapp's intervals narrower than those of the variances alone"});
+  if (const auto& pooled = result.pooled; pooled && pooled->pool.prediction)
+    facts.push_back({"95 % prediction interval", interval_text(*pooled->pool.prediction)});
+  for (Fact& fact : heterogeneity_facts(
+           globals.model.terms.empty() ? "Heterogeneity" : "Residual heterogeneity",
+           heterogeneity_of(result.fit), result.intervals, result.fit.coefficients.front()))
+    facts.push_back(std::move(fact));
   if (!globals.model.terms.empty())
     facts.push_back({"Test of all terms", terms_test_text(result.fit)});
   if (result.R2)
     facts.push_back({"Explained heterogeneity", "R² = " + decimal_text(*result.R2, 1) + " %"});
-  if (result.pool) facts.push_back({"Small-study effects", small_study_text(result.small_studies)});
+  if (result.pooled)
+    facts.push_back({"Small-study effects", small_study_text(result.pooled->small_studies)});
   return facts;
 }
 
@@ -227,32 +199,22 @@ std::string text_file_of(const Globals& globals, const GlobalsFit& result) {
                           file_number(interval.high)});
   }
   table.value("model", model_text(globals));
-  table.value("method", method_text(globals, fit));
+  table.value("method",
+              method_text(globals.method, globals.studies.size(), fit.coefficients.front()));
   if (t_df(fit)) table.value("t_df", *t_df(fit));
   table.value("studies", double(globals.studies.size()));
   table.value("participants", double(participants_of(globals.studies)));
-  table.values(heterogeneity_of(fit));
-  if (result.intervals) {
-    for (const auto& [ending, scales] : {std::pair("_low_95", result.intervals->low),
-                                         std::pair("_high_95", result.intervals->high)}) {
-      table.value(std::string("tau2") + ending, scales.tau2);
-      table.value(std::string("I2") + ending, scales.I2);
-      table.value(std::string("H2") + ending, scales.H2);
-    }
-  } else if (fit.QE_df > 0) {
-    table.value("intervals", intervals_text(heterogeneity_of(fit), result.intervals));
-  }
+  table.values(heterogeneity_of(fit), result.intervals);
   if (!globals.model.terms.empty()) {
     table.value(t_df(fit) ? "F" : "QM", fit.QM);
     table.value(t_df(fit) ? "F_df" : "QM_df", fit.QM_df);
     table.value(t_df(fit) ? "F_p" : "QM_p", fit.QM_p);
   }
   if (result.R2) table.value("R2", *result.R2);
-  if (const auto& pool = result.pool; pool && pool->prediction) {
-    table.value("prediction_low_95", pool->prediction->low);
-    table.value("prediction_high_95", pool->prediction->high);
+  if (const auto& pooled = result.pooled) {
+    table.values(pooled->pool.prediction);
+    table.values(pooled->small_studies);
   }
-  if (result.pool) table.values(result.small_studies);
   return table.text();
 }
 
@@ -265,8 +227,7 @@ Methods methods_of(const Command& command, const Globals& globals, const Globals
   facts.variables = globals.model.terms;
   facts.restricted_likelihood = globals.method == Method::restricted_likelihood;
   facts.hartung_knapp = t_df(result.fit).has_value();
-  facts.prediction_interval = result.pool && result.pool->prediction;
-  facts.small_study_test = result.small_studies.test.has_value();
+  if (result.pooled) tell_methods(facts, *result.pooled);
   return methods_of(facts);
 }
 
@@ -277,8 +238,8 @@ std::string report_of(const Command& command, const Globals& globals, const Glob
   report.table(coefficients_html(globals, result.fit));
   report.heading("Studies");
   report.table(effect_html(globals.studies, result.weights));
-  if (result.pool) {
-    add_pool_plots(report, globals.studies, *result.pool, result.small_studies);
+  if (result.pooled) {
+    add_pool_plots(report, globals.studies, *result.pooled);
   } else {
     ForestPlot forest = forest_of(globals.studies, result.weights);
     forest.heterogeneity = "Residual: " + heterogeneity_text(heterogeneity_of(result.fit));

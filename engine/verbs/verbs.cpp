@@ -67,15 +67,14 @@ constexpr Reference effect_sizes{"effect sizes", {sources::hedges.citation}},
     moments{"meta-regression by the method of moments",
             {sources::dersimonian.citation, sources::raudenbush.citation}},
     conjunction{"conjunction", {sources::nichols.citation}},
-    prediction{"prediction interval", {sources::prediction.citation}},
-    asymmetry{"funnel plot asymmetry", {sources::egger.citation}};
+    prediction{"prediction interval", {sources::prediction.citation}};
 constexpr Reference pp_references[] = {effect_sizes, talairach};
 constexpr Reference globals_references[] = {effect_sizes, restricted,    tests,     profile,
                                             prediction,   small_studies, regression};
 constexpr Reference mean_references[] = {random_effects, heterogeneity};
 constexpr Reference lm_references[] = {moments};
 constexpr Reference multi_references[] = {conjunction};
-constexpr Reference extract_references[] = {random_effects, prediction, asymmetry};
+constexpr Reference extract_references[] = {restricted, tests, profile, prediction, small_studies};
 
 constexpr Verb verbs[] = {
     {"pp", false, pp_arguments,

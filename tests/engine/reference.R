@@ -37,8 +37,6 @@ compare <- function(what, ours, reference, relative = 1e-8, rounding = 1e-9) {
 }
 
 dersimonian_laird <- function(g, var, ...) suppressWarnings(rma(yi = g, vi = var, method = "DL", ...))
-pool_values <- function(fit)
-  c(fit$beta, fit$se, fit$zval, fit$pval, fit$ci.lb, fit$ci.ub, fit$QE, fit$QEp, fit$tau2, fit$I2, fit$H2)
 
 # Maps of every study, of means and of linear models. Single-precision files hold seven digits; what is
 # 0 must be 0 but for rounding.
@@ -125,12 +123,6 @@ for (name in names(models)) {
   compare_map(paste0(of_intercept, "_Q"), some, sapply(fits, function(fit) fit$QE))
 }
 
-setwd(file.path(root, "pools"))
-effects <- read.delim("effects.tsv")
-one_out <- leave1out(dersimonian_laird(effects$g, effects$v))
-compare("leave1out", unlist(read.delim("pools.tsv")),
-        c(one_out$estimate, one_out$se, one_out$pval, one_out$Q, one_out$tau2))
-
 # The lines "# key = value" of a file.
 values_of <- function(file) {
   lines <- grep("^# ", readLines(file), value = TRUE)
@@ -145,14 +137,6 @@ compare_prediction <- function(values, fit) {
   compare("prediction error", half / qt(0.975, fit$k - 2), (limits$pi.ub - limits$pi.lb) / 2 / qnorm(0.975))
 }
 
-compare_pool <- function(values, fit) {
-  compare_prediction(values, fit)
-  egger <- regtest(fit, model = "lm")
-  slope <- summary(egger$fit)$coefficients
-  compare("Egger", values[paste0("egger_", c("slope", "standard_error", "t", "p", "df", "intercept"))],
-          c(slope[2, 1:2], egger$zval, egger$pval, egger$dfs, slope[1, 1]))
-}
-
 # The best that metafor can do: its own limits of convergence are wider than ours.
 fit_of <- function(data, mods, method)
   rma(yi, vi, mods = mods, data = data, method = method, test = if (method == "REML") "knha" else "z",
@@ -163,6 +147,31 @@ profile_of <- function(fit) {
   bounds <- confint(fit, control = list(tol = 1e-14, maxiter = 10000, tau2.max = 1e5))$random
   c(bounds[c("tau^2", "I^2(%)", "H^2"), c("ci.lb", "ci.ub")])
 }
+compare_heterogeneity <- function(name, values, fit) {
+  compare(paste(name, "heterogeneity"), values[c("Q", "Q_df", "Q_p", "tau2", "I2", "H2", "studies")],
+          c(fit$QE, fit$k - fit$p, fit$QEp, fit$tau2, fit$I2, fit$H2, fit$k))
+  if (fit$QE < qchisq(0.025, fit$k - fit$p)) {
+    if (!startsWith(values$intervals, "none")) failed <<- TRUE
+  } else compare(paste(name, "profile"), values[outer(c("tau2", "I2", "H2"), c("_low_95", "_high_95"), paste0)], profile_of(fit))
+}
+# What goes with a mean: effects are yi, vi and size.
+compare_mean <- function(name, values, fit, effects) {
+  if (fit$method == "DL") compare_prediction(values, fit)
+  else {
+    limits <- predict(fit)
+    compare(paste(name, "prediction"), c(values$prediction_low_95, values$prediction_high_95), c(limits$pi.lb, limits$pi.ub))
+  }
+  test <- fit_of(effects, ~ size, fit$method)
+  keys <- c("slope", "standard_error", if (fit$method == "DL") "z" else "t", "p", "low_95", "high_95", "intercept")
+  compare(paste(name, "small studies"), values[paste0("small_study_", keys)], c(coefficients_of(test)[, 2], test$beta[1]))
+}
+
+setwd(file.path(root, "pools"))
+effects <- read.delim("effects.tsv")
+compare("leave1out", unlist(read.delim("pools.tsv")), t(sapply(seq_along(effects$g), function(s) {
+  fit <- fit_of(data.frame(yi = effects$g, vi = effects$v)[-s, ], ~ 1, "REML")
+  c(fit$beta, fit$se, fit$pval, fit$QE, fit$tau2)
+})))
 
 for (folder in Sys.glob(file.path(root, "globals *"))) {
   setwd(folder)
@@ -182,25 +191,11 @@ for (folder in Sys.glob(file.path(root, "globals *"))) {
     file <- paste0(name, "_globals.txt")
     compare(paste(name, "coefficients"), unlist(read.delim(file, comment.char = "#")[, -1]), t(coefficients_of(fit)))
     values <- values_of(file)
-    compare(paste(name, "heterogeneity"), values[c("Q", "Q_df", "Q_p", "tau2", "I2", "H2", "studies")],
-            c(fit$QE, fit$k - fit$p, fit$QEp, fit$tau2, fit$I2, fit$H2, fit$k))
-    if (fit$QE < qchisq(0.025, fit$k - fit$p)) {
-      if (!startsWith(values$intervals, "none")) failed <- TRUE
-    } else compare(paste(name, "profile"), values[outer(c("tau2", "I2", "H2"), c("_low_95", "_high_95"), paste0)], profile_of(fit))
+    compare_heterogeneity(name, values, fit)
     if (models[[name]] != ~ 1)
       compare(paste(name, "terms"), values[if (method == "DL") c("QM", "QM_p", "QM_df") else c("F", "F_p", "F_df")],
               c(fit$QM, fit$QMp, fit$m))
-    else if (method == "DL") compare_prediction(values, fit)
-    else {
-      limits <- predict(fit)
-      compare("prediction", c(values$prediction_low_95, values$prediction_high_95), c(limits$pi.lb, limits$pi.ub))
-    }
-    if (models[[name]] == ~ 1) {
-      test <- fit_of(used, ~ size, method)
-      slope <- coefficients_of(test)[, 2]
-      keys <- c("slope", "standard_error", if (method == "DL") "z" else "t", "p", "low_95", "high_95", "intercept")
-      compare("small studies", values[paste0("small_study_", keys)], c(slope, test$beta[1]))
-    }
+    else compare_mean(name, values, fit, used)
     if (!is.null(values$R2)) compare(paste(name, "R2"), values$R2, fit$R2)
     rows <- read.csv(paste0(name, "_globals.csv"))
     if (!identical(rows$study, used$study)) failed <- TRUE
@@ -225,16 +220,22 @@ for (file in list.files(pattern = "tsv$")) {
 }
 
 setwd(file.path(root, "extract"))
+table <- read.delim("kvo_table.txt")
 for (mask in c("Left_amygdala", "26_-12_4", "gray_matter")) {
   file <- paste0("extract_", mask, ".txt")
   ours <- read.delim(file, comment.char = "#")
   values <- values_of(file)
-  fit <- dersimonian_laird(ours$g, ours$variance)
-  compare("pool", values[c("g", "standard_error", "z", "p", "low_95", "high_95", "Q", "Q_p", "tau2", "I2", "H2")],
-          pool_values(fit))
-  compare("weights", ours$weight, weights(fit))
+  two <- !is.na(table$n2)
+  effects <- data.frame(yi = ours$g, vi = ours$variance,
+                        size = ifelse(two, sqrt(1 / table$n1 + 1 / ifelse(two, table$n2, 1)), 1 / sqrt(table$n1)))
+  fit <- fit_of(effects, ~ 1, "REML")
+  # The file's effects have ten digits.
+  compare("pool", values[c("g", "standard_error", "t", "p", "low_95", "high_95")], coefficients_of(fit))
+  weights <- 1 / (effects$vi + fit$tau2)
+  compare("weights", ours$weight, 100 * weights / sum(weights))
   compare("standard errors", ours$standard_error^2, ours$variance)
-  compare_pool(values, fit)
+  compare_heterogeneity(mask, values, fit)
+  compare_mean(mask, values, fit, effects)
 }
 
 setwd(file.path(root, "names"))

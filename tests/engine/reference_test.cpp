@@ -364,10 +364,10 @@ TEST(Reference, SaysWhatCannotBeEstimated) {
   EXPECT_THROW(fit_model(make_design({}, 3), g, v, Method::restricted_likelihood), Refusal);
 }
 
-TEST(Reference, HasNoTestForAsymmetryOfTooFewOrEqualStudies) {
+TEST(Reference, HasNoTestForSmallStudiesOfTooFewOrEqualStudies) {
   const Installation engine;
   const std::pair<int, std::string> cases[] = {{1, "there are fewer than 3 studies"},
-                                               {3, "all studies have the same standard error"}};
+                                               {3, "all studies have samples of the same size"}};
   for (const auto& [studies, reason] : cases) {
     std::string table = "study n1\n";
     for (int s = 0; s < studies; ++s) {
@@ -377,7 +377,7 @@ TEST(Reference, HasNoTestForAsymmetryOfTooFewOrEqualStudies) {
     write_text("kvo_table.txt", table);
     engine.must_run({"pp gray_matter, 0, 10, gray_matter, 1"});
     EXPECT_THAT(engine.run("extract gray_matter").lines,
-                testing::Contains("  Egger's test: not possible, as " + reason));
+                testing::Contains("  Small-study effects: not possible, as " + reason));
   }
 }
 

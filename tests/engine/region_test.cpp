@@ -128,9 +128,41 @@ TEST(Region, TakesImagesByTheInverseOfTheirVariances) {
   }
   write_text("kvo_table.txt", with_four);
   engine.must_run({preprocess});
-  EXPECT_THAT(engine.run("extract some").lines,
-              AllOf(Contains(testing::StartsWith("  Heterogeneity: of the 4 images alone: Q = ")),
-                    Contains(testing::StartsWith("  Egger's test: of the 4 images alone: "))));
+  EXPECT_THAT(
+      engine.run("extract some").lines,
+      AllOf(Contains(testing::StartsWith("  Heterogeneity: of the 4 images alone: Q = ")),
+            Contains(testing::StartsWith("  Small-study effects: of the 4 images alone: "))));
+}
+
+TEST(Region, SaysWhenItWasChosenByItsEffects) {
+  const Installation engine;
+  write_folder(engine);
+  write_image(engine.share() / "atlas_aal_frw.nii.gz", image_of(0));
+  engine.must_run({preprocess, "threshold = mean", "threshold threshold, p, 0.4, 0.1, 2"});
+  const std::string result = "threshold_z_p_0.40000_0.100_2.nii.gz";
+  std::vector<std::array<int, 3>> kept, beyond;
+  const Image image = read_image(result);
+  for (const auto& mm : box_voxels()) (value_at(image, mm) == 0 ? beyond : kept).push_back(mm);
+  ASSERT_FALSE(kept.empty() || beyond.empty());
+  fs::copy_file(result, "mask_itself.nii.gz");
+  write_mask("mask_within.nii.gz", {kept.front(), kept.back()});
+  write_mask("mask_across.nii.gz", {kept.front(), beyond.front()});
+  // A map of that name is no thresholded map.
+  fs::copy_file("threshold_p.nii.gz", "mask_mean.nii.gz");
+  const struct {
+    const char *mask, *text;
+    bool said;
+  } cases[] = {{"itself", "the mask is a thresholded map", true},
+               {"within", "these voxels are among those of the thresholded map", true},
+               {"across", "Circular", false},
+               {"mean", "Circular", false}};
+  for (const auto& [mask, text, said] : cases) {
+    std::string console;
+    for (const std::string& line : engine.run(std::string("extract ") + mask).lines)
+      console += line + "\n";
+    for (const std::string& told : {console, read_text(std::string("extract_") + mask + ".html")})
+      EXPECT_EQ(told.find(text) != std::string::npos, said) << mask;
+  }
 }
 
 }  // namespace

@@ -104,23 +104,26 @@ TEST(Methods, SaysWhatWasDone) {
        "error of unit|tolerable|Hedges"},
       {Analysis::conjunction, "error tolerable_p=0.1",
        "divided by \u221A2|tolerable p of 0.1 stays", "Hedges"},
-      {Analysis::extraction, "randomizations=500", "'Left amygdala'|Egger et al. 1997|pooled with",
-       "in each voxel|seed"},
+      {Analysis::extraction, "randomizations=500 reml pool",
+       "'Left amygdala'|were pooled with|REML (Viechtbauer 2005)|Knapp and Hartung 2003|"
+       "Pustejovsky and Rodgers 2019",
+       "in each voxel|seed|DerSimonian"},
       {Analysis::extraction, "from_peaks unknown_heights images=3",
        "effect in the mask 'Left amygdala', as its mean|peaks reported without their height the "
        "place|together with the images|repeated with other thresholds",
-       "kernel|pooled with|Egger|threshold of their study implies"},
-      {Analysis::extraction, "from_peaks images=4", "Egger et al. 1997|of the images alone",
-       "kernel|pooled with"},
+       "kernel|pooled with|Pustejovsky|threshold of their study implies"},
+      {Analysis::extraction, "from_peaks images=4 reml pool",
+       "Of the images alone the between-study variance|Q profile|Pustejovsky",
+       "kernel|pooled with|Knapp"},
       {Analysis::globals, "randomizations=500 pool",
        "global values of 21 studies|Hedges' g|tests are those of the normal|DerSimonian and Laird "
        "1986|Pustejovsky",
-       "kernel|voxel|seed|Egger|restricted"},
+       "kernel|voxel|seed|restricted"},
       {Analysis::globals, "reml pool",
        "restricted maximum likelihood, REML (Viechtbauer 2005)|Knapp and Hartung 2003|Viechtbauer "
        "2007|"
        "Pustejovsky and Rodgers 2019|Higgins et al. 2009",
-       "Egger|DerSimonian|Residual|F dist"},
+       "DerSimonian|Residual|F dist"},
       {Analysis::globals, "reml variables studies=4",
        "on age and dose|restricted maximum likelihood, REML (Viechtbauer 2005)|F distributions|"
        "Residual heterogeneity",
