@@ -20,13 +20,16 @@ def load(path):
     return numpy.asarray(nibabel.load(path).dataobj, dtype=numpy.float32)
 
 
-def save(path, values, affine=AFFINE, no_effect=None):
-    """With `no_effect`, a p map whose header says what p a z of 0 has."""
+def save(path, values, affine=AFFINE, no_effect=None, statistic=None):
+    """With `no_effect`, a p map whose header says what p a z of 0 has; with `statistic`, t of so many degrees of
+    freedom."""
     image = nibabel.Nifti1Image(numpy.asarray(values, dtype=numpy.float32), affine)
     image.set_sform(affine, 4)
     if no_effect is not None:
         image.header["intent_code"] = P_VALUE
         image.header["intent_p1"] = no_effect
+    if statistic is not None:
+        image.header.set_intent("t test", (statistic,))
     nibabel.save(image, path)
 
 

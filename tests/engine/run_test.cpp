@@ -42,6 +42,16 @@ Names kinds_of(const std::string& name) {
   return kinds;
 }
 
+/// What an analysis leaves, with what there is once for a model.
+Names all_kinds(bool of_model) {
+  Names kinds = {"TFCE", "ci_high", "ci_low", "g", "info", "var", "z"};
+  if (of_model) kinds.insert(kinds.end(), {"I2", "Q", "tau2"});
+  for (const std::string p : {"p", "pFWE", "pTFCE", "pcluster", "q"})
+    kinds.insert(kinds.end(), {p, "n_" + p, "both_" + p});
+  std::sort(kinds.begin(), kinds.end());
+  return kinds;
+}
+
 TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
   const Installation engine;
   write_studies(3);
@@ -56,13 +66,14 @@ TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
       {"MyMean = mean", "Other = mean TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS", "MyMean = mean"});
   EXPECT_EQ(read_text("kvo_maps.txt"), "MyMean\nOther\n");
   EXPECT_THAT(first_words("kvo_nd.txt"),
-              ElementsAre("name", "Other", "Other_n", "MyMean", "MyMean_n"));
+              ElementsAre("name", "Other", "Other_n", "Other_pFWE", "Other_pcluster", "Other_pTFCE",
+                          "Other_q", "MyMean", "MyMean_n", "MyMean_pFWE", "MyMean_pcluster",
+                          "MyMean_pTFCE", "MyMean_q"));
   EXPECT_EQ(read_text("kvo_analyses.txt"),
             "map\tstudies\tparticipants\tcommand\tleft_out\n"
             "Other\t2\t41\tOther = mean TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS\tstudy1\n"
             "MyMean\t3\t69\tMyMean = mean\tNA\n");
-  const Names kinds = {"I2",     "Q", "ci_high", "ci_low", "g",   "info", "n_p",
-                       "n_pFWE", "p", "pFWE",    "tau2",   "var", "z"};
+  const Names kinds = all_kinds(true);
   EXPECT_EQ(kinds_of("MyMean"), kinds);
   for (const std::string& kind : kinds) {
     const Image image = read_image("MyMean_" + kind + ".nii.gz");
@@ -116,12 +127,10 @@ TEST(Run, LeavesTheMapsOfEachCoefficientAndOfTheModel) {
                      HasSubstr("\nM_01\t9\t"), Not(HasSubstr("mean"))));
   EXPECT_THAT(
       read_text("kvo_nd.txt"),
-      testing::AllOf(HasSubstr("\nM_10\t6720\t"), HasSubstr("\nM_10_n\t"), HasSubstr("\nM_1\t")));
-  EXPECT_THAT(kinds_of("M_00"), ElementsAre("I2", "Q", "ci_high", "ci_low", "g", "info", "n_p",
-                                            "n_pFWE", "p", "pFWE", "tau2", "var", "z"));
+      testing::AllOf(HasSubstr("\nM_10_q\t"), HasSubstr("\nM_10_n\t"), HasSubstr("\nM_1\t")));
+  EXPECT_EQ(kinds_of("M_00"), all_kinds(true));
   for (const std::string name : {"M_10", "M_01"}) {
-    EXPECT_THAT(kinds_of(name), ElementsAre("ci_high", "ci_low", "g", "info", "n_p", "n_pFWE", "p",
-                                            "pFWE", "var", "z"));
+    EXPECT_EQ(kinds_of(name), all_kinds(false));
     EXPECT_EQ(read_image(name + "_n_p.nii.gz").description, "KVO 4.31 M = lm age + dose");
   }
 }
@@ -188,8 +197,7 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
       EXPECT_THAT(
           engine.run("MyMean = mean", with_threads).lines,
           testing::IsSupersetOf(
-              {"aMeasuring the smoothness of 2 images",
-               "aMoving the peaks to random places and shuffling the images (20 times)", "d"}));
+              {"aMoving peaks to random places and turning images round at random (20 times)", "d"}));
       EXPECT_EQ(engine.run("MyModel = lm n1", with_threads).closing(), "d");
       if (first.empty()) first = snapshot();
       EXPECT_TRUE(snapshot() == first) << pp << " with " << threads << " threads";
@@ -203,36 +211,29 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
   EXPECT_NE(read_text("MyMean_p.nii.gz"), first["./MyMean_p.nii.gz"]);
 }
 
-/// Studies with a peak each in the same one of two voxels that are far apart, or images with more
-/// in that one. At random, three all meet in a given voxel with probability 1/8, which is then the
-/// p of the mean, and in one of the two with 1/4, which is the family-wise one. Of four, two have
-/// negative peaks: no difference between these groups is as clear as when all four meet. Peaks that
-/// do not reach the mask are not moved into it.
+/// Studies with a peak each in the same one of two voxels that are far apart. At random, three all
+/// meet in a given voxel with probability 1/8, which is then the p of the mean, and in one of the two
+/// with 1/4, which is the family-wise one. Of four, two have negative peaks: of the six ways to deal
+/// out the groups one makes as much of a difference. Peaks that do not reach the mask are not moved
+/// into it.
 TEST(Run, FindsTheProbabilityThatRandomStudiesMeet) {
   const Installation engine;
   write_mask(engine.share() / "mask_gray_matter.nii.gz", {{-50, 0, 0}, {50, 0, 0}});
   write_image(engine.share() / "cor_gray_matter.nii.gz", image_of(1));
-  Image more = image_of(1);
-  more.intent_code = 3;
-  more.values[mni_grid().index(70, 63, 36)] = 5;
   const struct {
     std::string anisotropy, command, map, studies;
-    double p;
-  } cases[] = {{"0", "M = mean", "M", "abc", 1.0 / 8},
-               {"1", "M = mean", "M", "abc", 1.0 / 8},
-               {"0", "M = lm group", "M_1", "abde", 1.0 / 16},
-               {"0", "M = mean", "M", "xyz", 1.0 / 8}};
-  for (const auto& [anisotropy, command, map, studies, p] : cases) {
+    double p, pFWE;
+  } cases[] = {{"0", "M = mean", "M", "abc", 1.0 / 8, 1.0 / 4},
+               {"1", "M = mean", "M", "abc", 1.0 / 8, 1.0 / 4},
+               {"0", "M = lm group", "M_1", "abde", 1.0 / 6, 1.0 / 6}};
+  for (const auto& [anisotropy, command, map, studies, p, pFWE] : cases) {
     SCOPED_TRACE(command + " of " + studies + ", anisotropy " + anisotropy);
     std::string table = "study n1 group\n";
     for (const char letter : studies) {
       const std::string study(1, letter);
       table += study + " 20 " + (letter < 'd' ? "1\n" : "0\n");
-      if (letter >= 'x')
-        write_image(study + ".nii.gz", more);
-      else
-        write_text(study + ".peaks.txt",
-                   std::string("# space: MNI\n0 -90 -60 9\n50 0 0 ") + (letter < 'd' ? "5" : "-5"));
+      write_text(study + ".peaks.txt",
+                 std::string("# space: MNI\n0 -90 -60 9\n50 0 0 ") + (letter < 'd' ? "5" : "-5"));
     }
     write_text("kvo_table.txt", table);
     for (const std::string& each :
@@ -246,15 +247,10 @@ TEST(Run, FindsTheProbabilityThatRandomStudiesMeet) {
       return testing::DoubleNear(share, 4 * std::sqrt(share * (1 - share) / 4000));
     };
     EXPECT_THAT(value("p", 50), near(p));
-    EXPECT_THAT(value("pFWE", 50), near(2 * p));
-    EXPECT_FLOAT_EQ(float(value("n_p", 50)), 1);
+    EXPECT_THAT(value("pFWE", 50), near(pFWE));
+    // The other voxel may have a larger scale.
+    EXPECT_GE(value("n_p", 50), 1 - p);
     EXPECT_EQ(value("p", -50), 1);
-    // None was larger; the list has it to its step. From peaks, z is not what is compared.
-    if (studies != "xyz") continue;
-    const std::string list = read_text("kvo_nd.txt");
-    const std::string row = list.substr(list.find("\n" + map + "\t") + 1);
-    EXPECT_NEAR(std::stod(row.substr(row.substr(0, row.find('\n')).rfind('\t'))), value("z", 50),
-                1.1 / 1024);
   }
 }
 
@@ -274,7 +270,7 @@ TEST(Run, LeavesTheFolderAsItIsWhenItIsEnded) {
   const auto before = snapshot();
   const auto started = [&] {
     Running_command command = engine.start("MyMean = mean");
-    command.read_until("aMoving the peaks");
+    command.read_until("aMoving peaks");
     return command;
   };
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
