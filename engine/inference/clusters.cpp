@@ -123,6 +123,14 @@ void add_p(std::vector<Cluster>& clusters, const BothTails& tails) {
   }
 }
 
+void add_effects(std::vector<Cluster>& clusters, const std::array<std::vector<float>, 3>& effects) {
+  for (Cluster& cluster : clusters)
+    for (LocalPeak& peak : cluster.peaks) {
+      const std::size_t index = mni_grid().index(peak.voxel);
+      peak.effect = {double(effects[0][index]), double(effects[1][index]), double(effects[2][index])};
+    }
+}
+
 std::vector<std::size_t> kinds_of_p(std::span<const Cluster> clusters) {
   std::vector<std::size_t> kinds;
   for (std::size_t kind = 0; kind < p_map_kinds.size(); ++kind)

@@ -2,6 +2,7 @@
 
 // The clusters of a thresholded map, their local peaks and the brain regions that they lie in.
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -26,6 +27,8 @@ struct LocalPeak {
   double z = 0;
   VoxelP p{};  ///< one-tailed, in the peak's own direction
   std::string region{};          ///< with its Brodmann area, if any
+  /// The effect with its 95 % interval: estimate, lower and upper limit.
+  std::optional<std::array<double, 3>> effect{};
 };
 
 struct Cluster {
@@ -50,6 +53,9 @@ std::vector<Cluster> clusters_of(std::span<const float> z);
 
 /// Gives the peaks their p values.
 void add_p(std::vector<Cluster>& clusters, const BothTails& tails);
+
+/// Gives the peaks the effects of maps on the grid: estimate, lower and upper limit.
+void add_effects(std::vector<Cluster>& clusters, const std::array<std::vector<float>, 3>& effects);
 
 /// Which of p_map_kinds the peaks of any cluster have.
 std::vector<std::size_t> kinds_of_p(std::span<const Cluster> clusters);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/base/vectors.h"
+#include "engine/base/wording.h"
 #include "engine/inference/dispersion_z.h"
 #include "engine/inference/random_stream.h"
 #include "engine/inference/tails.h"
@@ -29,8 +31,20 @@ constexpr std::size_t batch_rows = 64, tile_voxels = 32;
 /// Exchanges that come to the same value in exact numbers may differ by this.
 constexpr float rounding = 1e-4F;
 constexpr std::size_t exchange_dots = 20;
+/// With fewer ways to exchange the studies the reader is told what p is possible.
+constexpr double few_ways = 1000;
 
 using Tile = std::array<float, tile_voxels>;
+
+/// Signs of so many studies, or orders of a column's values, of which some may be the same.
+double ways_to_exchange(const Eigen::VectorXd& column, bool flips) {
+  if (flips) return std::exp2(double(column.size()));
+  std::map<double, double> counts;
+  for (const double value : column) counts[value] += 1;
+  double log_ways = std::lgamma(double(column.size()) + 1);
+  for (const auto& [value, count] : counts) log_ways -= std::lgamma(count + 1);
+  return std::exp(log_ways);
+}
 
 /// What is exchanged: rows of numbers for the studies that make z values of their maps.
 class Rows {
@@ -43,6 +57,7 @@ class Rows {
     const Eigen::MatrixXd others = other_columns(request.design, request.coefficient);
     const Eigen::MatrixXd basis = orthonormal(others);
     column_ = request.design.columns.col(Eigen::Index(request.coefficient));
+    ways_ = ways_to_exchange(column_, flips_);
     column_ -= basis * (basis.transpose() * column_);
     others_ = orthonormal(roots_.asDiagonal() * others);
   }
@@ -67,6 +82,8 @@ class Rows {
   }
 
   [[nodiscard]] std::size_t studies() const { return std::size_t(column_.size()); }
+  /// In how many ways the studies can be exchanged.
+  [[nodiscard]] double ways() const { return ways_; }
   [[nodiscard]] const Eigen::VectorXd& roots() const { return roots_; }
   /// An orthonormal basis of the other columns times the roots of the weights.
   [[nodiscard]] const Eigen::MatrixXd& others() const { return others_; }
@@ -75,6 +92,7 @@ class Rows {
  private:
   std::uint64_t seed_, hash_;
   bool flips_;
+  double ways_;
   Eigen::VectorXd roots_, column_;
   Eigen::MatrixXd others_;
 };
@@ -166,10 +184,11 @@ class Exchanges {
   [[nodiscard]] std::size_t number() const { return number_; }
   [[nodiscard]] std::size_t batches() const { return (number_ + batch_rows - 1) / batch_rows; }
   [[nodiscard]] bool flips() const { return rows_.flips(); }
+  [[nodiscard]] double ways() const { return rows_.ways(); }
 
   TestedMap run(Action& action) {
     observe();
-    TestedMap tested{.null = NullDistribution({}, spatial_, extents_.size()),
+    TestedMap tested{.null = NullDistribution({}, extents_.size()),
                      .randomizations = number_,
                      .spatial = spatial_};
     Found found{.thresholds = {forming_threshold(), forming_threshold()}};
@@ -254,7 +273,7 @@ class Exchanges {
           largest = std::max(largest, *std::max_element(of_thread[r][t].begin(), of_thread[r][t].end()));
       }
     in_parallel(looked_at, [&](std::size_t r, std::size_t thread) {
-      null.count(maps_[r], first + r, thread);
+      null.count(maps_[r], thread);
       for (std::size_t t = 0; t < 2; ++t) {
         const Extents::Largest largest =
             extents_[thread].largest(maps_[r], t == 0 ? 1.0F : -1.0F, found.thresholds[t]);
@@ -280,6 +299,7 @@ class Exchanges {
           }
           // Beyond what was counted by two decades at most, and never less certain than counted.
           each = std::clamp(pearson_tail(value, moments), 0.01 / all, double(few_beyond + 1) / all);
+          each = std::max(each, 1 / rows_.ways());
         }
         p[t][tile * tile_voxels + v] = float(each);
       }
@@ -311,6 +331,11 @@ TestedMap tested_by_exchange(const ExchangeRequest& request) {
                 exchanges.batches(), exchange_dots);
   TestedMap tested = exchanges.run(action);
   action.finish();
+  if (exchanges.ways() < few_ways)
+    say(std::string("There are only ") + Q_count_text(std::size_t(std::lround(exchanges.ways()))) +
+        (exchanges.flips() ? " combinations of signs" : " ways to deal out " + request.name) +
+        " with " + Q_counted(request.meta.members.size(), "study", "studies") +
+        ": no p can be below " + p_text(1 / exchanges.ways()));
   return tested;
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 #include <numeric>
 
 #include "engine/base/text_file.h"
@@ -29,8 +28,7 @@ double bin_edge(std::size_t bin) {
 
 }  // namespace
 
-NullDistribution::NullDistribution(const std::vector<float>& observed, std::size_t randomizations,
-                                   std::size_t threads)
+NullDistribution::NullDistribution(const std::vector<float>& observed, std::size_t threads)
     : observed_(observed), sorted_(observed), bin_begin_(bins + 1), threads_(threads) {
   std::sort(sorted_.begin(), sorted_.end());
   for (const float value : sorted_) ++bin_begin_[bin_of(value) + 1];
@@ -38,15 +36,11 @@ NullDistribution::NullDistribution(const std::vector<float>& observed, std::size
   for (NullCounts& counts : threads_) {
     counts.by_rank.resize(2 * sorted_.size() + 1);
     counts.by_bin.resize(bins);
-    counts.largest.resize(randomizations, -std::numeric_limits<float>::infinity());
-    counts.smallest.resize(randomizations, std::numeric_limits<float>::infinity());
   }
 }
 
-void NullDistribution::count(std::span<const float> values, std::size_t randomization,
-                             std::size_t thread) {
+void NullDistribution::count(std::span<const float> values, std::size_t thread) {
   NullCounts& counts = threads_[thread];
-  float &largest = counts.largest[randomization], &smallest = counts.smallest[randomization];
   for (const float value : values) {
     const std::size_t bin = bin_of(value);
     ++counts.by_bin[bin];
@@ -60,8 +54,6 @@ void NullDistribution::count(std::span<const float> values, std::size_t randomiz
     // Twice the rank, and one less for what equals an observed value: it counts in both tails.
     const bool equal = rank > 0 && sorted_[rank - 1] == value;
     ++counts.by_rank[2 * std::size_t(rank) - (equal ? 1 : 0)];
-    largest = std::max(largest, value);
-    smallest = std::min(smallest, value);
   }
 }
 
@@ -71,15 +63,9 @@ void NullDistribution::finish() {
     const NullCounts& counts = threads_[t];
     for (std::size_t i = 0; i < all.by_rank.size(); ++i) all.by_rank[i] += counts.by_rank[i];
     for (std::size_t i = 0; i < all.by_bin.size(); ++i) all.by_bin[i] += counts.by_bin[i];
-    for (std::size_t i = 0; i < all.largest.size(); ++i) {
-      all.largest[i] = std::max(all.largest[i], counts.largest[i]);
-      all.smallest[i] = std::min(all.smallest[i], counts.smallest[i]);
-    }
   }
   threads_.resize(1);
   for (const std::uint64_t count : all.by_bin) values_ += count;
-  std::sort(all.largest.begin(), all.largest.end());
-  std::sort(all.smallest.begin(), all.smallest.end());
 }
 
 std::vector<float> NullDistribution::p(Tail tail) const {
@@ -94,22 +80,6 @@ std::vector<float> NullDistribution::p(Tail tail) const {
     const auto rank = std::upper_bound(sorted_.begin(), sorted_.end(), value) - sorted_.begin();
     const std::uint64_t count = beyond[2 * std::size_t(rank) - 1];
     p.push_back(float((1.0 + double(count)) / (1.0 + double(values_))));
-  }
-  return p;
-}
-
-std::vector<float> NullDistribution::p_family_wise(Tail tail) const {
-  const NullCounts& counts = threads_.front();
-  std::vector<float> p;
-  p.reserve(observed_.size());
-  for (const float value : observed_) {
-    const auto beyond =
-        tail == Tail::positive
-            ? counts.largest.end() -
-                  std::lower_bound(counts.largest.begin(), counts.largest.end(), value)
-            : std::upper_bound(counts.smallest.begin(), counts.smallest.end(), value) -
-                  counts.smallest.begin();
-    p.push_back(float((1.0 + double(beyond)) / (1.0 + double(counts.largest.size()))));
   }
   return p;
 }

@@ -22,16 +22,14 @@ enum class Tail { positive, negative };
 /// The counts of one thread.
 struct NullCounts {
   std::vector<std::uint64_t> by_rank, by_bin;
-  std::vector<float> largest, smallest;  ///< the outermost values of each randomization
 };
 
 class NullDistribution {
  public:
-  NullDistribution(const std::vector<float>& observed, std::size_t randomizations,
-                   std::size_t threads);
+  NullDistribution(const std::vector<float>& observed, std::size_t threads);
 
-  /// Counts null values of that randomization. Safe for different threads at once.
-  void count(std::span<const float> values, std::size_t randomization, std::size_t thread);
+  /// Counts null values. Safe for different threads at once.
+  void count(std::span<const float> values, std::size_t thread);
 
   /// Brings the threads' counts together; to be called once, after the last count().
   void finish();
@@ -42,10 +40,6 @@ class NullDistribution {
   /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed;
   /// of the negative tail, with those at least as small.
   [[nodiscard]] std::vector<float> p(Tail tail) const;
-
-  /// The same among the largest (smallest) values of the randomizations: corrected for the
-  /// family-wise error in that direction.
-  [[nodiscard]] std::vector<float> p_family_wise(Tail tail) const;
 
   /// The smallest multiple of 1/1024 such that at most that share of the null values lies at or
   /// above it; of the negative tail, the largest such that at most that share lies below it.

@@ -108,7 +108,7 @@ class Relocations {
   TestedMap run(Action& action) {
     const std::array<float, 2> thresholds = find_scale(action);
     scale(observed_);
-    TestedMap tested{.null = NullDistribution(observed_, number_, workspaces_.size()),
+    TestedMap tested{.null = NullDistribution(observed_, workspaces_.size()),
                      .randomizations = number_,
                      .spatial = number_};
     Found found{.thresholds = thresholds};
@@ -119,7 +119,7 @@ class Relocations {
       Workspace& work = *workspaces_[thread];
       relocate(r, work);
       scale(work.z);
-      tested.null.count(work.z, r, thread);
+      tested.null.count(work.z, thread);
       const auto [least, most] = std::minmax_element(work.z.begin(), work.z.end());
       found.largest[0].value[r] = *most;
       found.largest[1].value[r] = -*least;
@@ -225,10 +225,10 @@ class Relocations {
     for (const double square : squares)
       scale_.push_back(
           float(std::sqrt((square + shared_pilots * average) / (n + shared_pilots))));
-    NullDistribution null(std::vector<float>(1), pilots_, 1);
+    NullDistribution null({}, 1);
     for (std::size_t r = 0; r < pilots_; ++r) {
       scale(maps[r]);
-      null.count(maps[r], r, 0);
+      null.count(maps[r], 0);
     }
     null.finish();
     return {float(null.quantile(forming_p, Tail::positive)),

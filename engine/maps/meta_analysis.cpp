@@ -118,13 +118,6 @@ std::vector<float> read_variances(const PpRecord& record, const std::string& stu
   return var;
 }
 
-std::vector<std::vector<float>> images_of(const MetaAnalysis& meta, StudyMaps maps) {
-  std::vector<std::vector<float>> images(meta.members.size());
-  for (std::size_t s = 0; s < images.size(); ++s)
-    if (meta.members[s].has_image) images[s] = std::move(maps.g[s]);
-  return images;
-}
-
 StudyMaps read_study_maps(const MetaAnalysis& meta) {
   const std::size_t studies = meta.members.size();
   Action action("Reading the maps of " + std::to_string(studies) + " studies", 2 * studies);

@@ -58,9 +58,6 @@ std::vector<float> read_effects(const PpRecord& record, const std::string& study
 std::vector<float> read_variances(const PpRecord& record, const std::string& study,
                                   const Mask& mask);
 
-/// The effects of the studies that have an image, in the order of the members; none of the others.
-std::vector<std::vector<float>> images_of(const MetaAnalysis& meta, StudyMaps maps);
-
 /// Reads the maps, showing progress. Throws Refusal as read_effects() and read_variances() do.
 StudyMaps read_study_maps(const MetaAnalysis& meta);
 

@@ -35,7 +35,13 @@ std::string region_and_side(const LocalPeak& peak) {
 /// "0.012 ± 0.005": with the standard error that so many randomizations leave it.
 std::string p_with_error(double p, std::size_t randomizations) {
   if (randomizations == 0) return p_text(p);
-  return p_text(p) + " ± " + p_text(std::sqrt(p * (1 - p) / double(randomizations)));
+  return p_text(p) + " \u00B1 " + p_text(std::sqrt(p * (1 - p) / double(randomizations)));
+}
+
+bool has_effects(const ClusterReport& report) {
+  return std::any_of(report.clusters.begin(), report.clusters.end(), [](const Cluster& cluster) {
+    return cluster.peaks.front().effect.has_value();
+  });
 }
 
 HtmlRow peak_row(const LocalPeak& peak, std::span<const std::size_t> kinds,
@@ -43,6 +49,11 @@ HtmlRow peak_row(const LocalPeak& peak, std::span<const std::size_t> kinds,
   HtmlRow row{{"", region_and_side(peak)}};
   for (const int mm : mm_of(peak.voxel)) row.cells.push_back(decimal_text(mm, 0));
   row.cells.push_back(decimal_text(peak.z, 2));
+  if (has_effects(report))
+    row.cells.push_back(peak.effect ? decimal_text((*peak.effect)[0], 2) + " (" +
+                                          decimal_text((*peak.effect)[1], 2) + " to " +
+                                          decimal_text((*peak.effect)[2], 2) + ")"
+                                    : "");
   for (const std::size_t kind : kinds)
     row.cells.push_back(peak.p[kind] ? p_with_error(*peak.p[kind], report.randomizations[kind]) : "");
   return row;
@@ -70,9 +81,11 @@ HtmlTable cluster_table(const ClusterReport& report) {
   HtmlTable table;
   table.caption =
       "Each cluster with its highest peak, and below it its further local peaks. Coordinates in mm "
-      "of MNI space; p one-tailed.";
+      "of MNI space; p one-tailed, \u00B1 the standard error that the number of randomizations "
+      "leaves.";
   table.columns = {{"No."},     {"Region"},  {"x", true},
                    {"y", true}, {"z", true}, {"Peak " + report.statistic, true}};
+  if (has_effects(report)) table.columns.push_back({"g (95 %)", true});
   for (const std::size_t kind : kinds) table.columns.push_back({p_map_kinds[kind].heading, true});
   table.columns.push_back({"Voxels", true});
   table.columns.push_back({"mm³", true});

@@ -265,18 +265,25 @@ void describe_model(Paragraph& text, const MethodsFacts& facts) {
 
 void describe_null(Paragraph& text, const MethodsFacts& facts) {
   if (facts.randomizations == 0) return;
-  std::string sentence =
-      "Statistical significance was assessed by comparison with a null "
-      "distribution of " +
-      Q_counted(facts.randomizations, "randomization", "randomizations") + " (seed " +
-      std::to_string(facts.seed) + ")";
   const std::size_t images = std::min(facts.studies_with_images, facts.studies);
-  if (images < facts.studies)
-    sentence += ", in which the peaks were moved to random voxels of the mask";
-  if (images > 0)
-    sentence += std::string(images < facts.studies ? " and" : ", in which") +
-                " the voxels of the maps were permuted and smoothed back to their own smoothness";
-  text.sentence(sentence);
+  const std::string times = Q_counted(facts.randomizations, "time", "times") + " (seed " +
+                            std::to_string(facts.seed) + ")";
+  const char* own = ", and each voxel's z was compared with its own values, beyond the largest of "
+                    "which p was told by their moments";
+  if (!facts.term.empty()) {
+    text.sentence("Statistical significance of the coefficient was assessed by permutation: what the "
+                  "other terms leave of " + facts.term + " was dealt out anew to the studies " +
+                  times + text.cited({sources::winkler}) + own);
+  } else if (images == facts.studies && images > 0) {
+    text.sentence("Statistical significance was assessed by drawing the signs of the studies' maps at "
+                  "random, " + times + own);
+  } else {
+    text.sentence(
+        std::string("Whether peaks converge more than by chance was assessed by moving the peaks of "
+                    "each study, those that lie together as one, to random places in the tissues "
+                    "where studies report peaks") +
+        (images > 0 ? " and drawing the signs of the studies' maps at random" : "") + ", " + times);
+  }
 }
 
 void describe_conjunction(Paragraph& text, const MethodsFacts& facts) {
@@ -300,13 +307,33 @@ void describe_conjunction(Paragraph& text, const MethodsFacts& facts) {
         decimals_of(facts.tolerable_p) + " stays as it is");
 }
 
+/// The kind of p_map_kinds that is a false discovery rate.
+constexpr std::size_t rate_kind = p_map_kinds.size() - 1;
+
+std::string correction_words(Paragraph& text, std::size_t kind) {
+  const std::string family_wise = "corrected for the family-wise error";
+  switch (kind) {
+    case 1:
+      return family_wise;
+    case 2:
+      return family_wise + " by the extent of clusters formed at p < 0.001";
+    case 3:
+      return family_wise + " by threshold-free cluster enhancement" +
+             text.cited({sources::smith});
+    case rate_kind:
+      return "the false discovery rate" + text.cited({sources::benjamini});
+    default:
+      return "uncorrected";
+  }
+}
+
 void describe_thresholds(Paragraph& text, const MethodsFacts& facts) {
   if (!facts.thresholds) return;
   const MethodsFacts::Thresholds& thresholds = *facts.thresholds;
-  std::vector<std::string> terms = {"p < " + decimals_of(thresholds.p) +
-                                    (thresholds.family_wise
-                                         ? " (one-tailed, corrected for the family-wise error)"
-                                         : " (one-tailed, uncorrected)")};
+  std::vector<std::string> terms = {
+      std::string(thresholds.kind == rate_kind ? "q < " : "p < ") + decimals_of(thresholds.p) +
+      (thresholds.both ? " (two-tailed, " : " (one-tailed, ") +
+      correction_words(text, thresholds.kind) + ")"};
   if (thresholds.peak_z) terms.push_back("a peak z of at least " + decimals_of(*thresholds.peak_z));
   if (thresholds.peak_p) terms.push_back("a peak p of at most " + decimals_of(*thresholds.peak_p));
   terms.push_back("an extent of at least " + Q_counted(thresholds.extent, "voxel", "voxels"));

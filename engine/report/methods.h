@@ -40,7 +40,8 @@ struct MethodsFacts {
 
   struct Thresholds {
     double p = 0;
-    bool family_wise = false;      ///< whether p is corrected
+    std::size_t kind = 0;          ///< of p, in p_map_kinds
+    bool both = false;             ///< whether p is two-tailed
     std::optional<double> peak_z;  ///< of a cluster's peak
     std::optional<double> peak_p;  ///< likewise, as a conjunction has it
     std::size_t extent = 1;        ///< voxels

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <string_view>
 
+#include "engine/base/exists.h"
 #include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 #include "engine/maps/pp_record.h"
@@ -69,6 +71,7 @@ struct ZMap {
   BothTails tails;
   std::array<std::vector<float>, 2> p;  ///< what is thresholded, in either direction
   std::vector<float> atlas;
+  std::optional<std::array<std::vector<float>, 3>> effects{};  ///< with their limits, if they are there
 };
 
 ZMap prepare_threshold(const ThresholdRequest& request) {
@@ -83,6 +86,11 @@ ZMap prepare_threshold(const ThresholdRequest& request) {
               ? std::array{map.tails.positive.front(), map.tails.negative.front()}
               : read_chosen(map.chosen);
   map.atlas = read_atlas();
+  const auto file = [&](const MapKind& kind) { return map_file(map.chosen.map, kind); };
+  // Earlier versions left no limits.
+  if (path_exists(file(g_map)) && path_exists(file(ci_low_map)) && path_exists(file(ci_high_map)))
+    map.effects = {read_on_mni_grid(file(g_map)).values, read_on_mni_grid(file(ci_low_map)).values,
+                   read_on_mni_grid(file(ci_high_map)).values};
   return map;
 }
 
@@ -101,6 +109,15 @@ std::string name_of_p(const ChosenP& chosen) {
   return std::string(chosen.both ? "two-tailed " : "") + p_map_kinds[chosen.kind].heading;
 }
 
+std::string question_of_p(const MethodsFacts& methods) {
+  if (!methods.term.empty())
+    return "Does the effect here change with " + methods.term +
+           " more than if its values had been dealt out to the studies by chance?";
+  if (methods.studies_with_images >= methods.studies)
+    return "Do the studies' effects here lie on one side of 0 more than by chance?";
+  return "Do the studies' peaks converge here more than if they lay anywhere?";
+}
+
 ClusterReport report_of(const Command& command, const ClusterResult& result,
                         const ThresholdRequest& request, const ChosenP& chosen) {
   MapFacts known = facts_of_map(chosen.map, all_verbs());
@@ -108,11 +125,18 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   stated.p = command.number(2);
   stated.peak_z = command.number(3);
   stated.extent = request.extent;
+  stated.kind = chosen.kind;
+  stated.both = chosen.both;
   known.methods.thresholds = stated;
+  if (const std::size_t done = randomizations_of(chosen.map, 1); done > 0)
+    known.methods.randomizations = done;
   ClusterReport report;
   report.facts = std::move(known.facts);
   report.facts.insert(report.facts.begin(),
-                      {{"Map", request.map}, {"Thresholds", result.criteria}});
+                      {{"Map", request.map},
+                       {"Thresholds", result.criteria},
+                       {"Question of p", question_of_p(known.methods)},
+                       {"Question of g", "How large is the effect here? With its 95 % interval."}});
   if (known.methods.analysis == MethodsFacts::Analysis::linear_model)
     report.facts.insert(report.facts.begin() + 1,
                         {"Coefficient", known.methods.term.empty()
@@ -152,6 +176,7 @@ void run_threshold(const Command& command) {
                          .tails = map.tails,
                          .atlas = map.atlas});
   action.finish();
+  if (map.effects) add_effects(result.clusters, *map.effects);
   write_result(outputs, command, result, report_of(command, result, request, map.chosen));
   outputs.commit();
   say_result(result);

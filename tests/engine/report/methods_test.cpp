@@ -52,7 +52,8 @@ MethodsFacts facts_of(Analysis analysis, const std::string& told) {
     if (name == "variables") f.variables = {"age", "dose"};
     if (name == "tolerable_p") f.tolerable_p = number;
     if (name == "p") thresholds.p = number;
-    if (name == "family_wise") thresholds.family_wise = true;
+    if (name == "kind") thresholds.kind = std::size_t(number);
+    if (name == "both") thresholds.both = true;
     if (name == "peak_z") thresholds.peak_z = number;
     if (name == "peak_p") thresholds.peak_p = number;
     if (name == "extent") thresholds.extent = std::size_t(number);
@@ -69,7 +70,7 @@ TEST(Methods, SaysWhatWasDone) {
   } const cases[] = {
       {Analysis::mean, "randomizations=500",
        "21 studies with 525 participants in total|Hedges' g|Gaussian kernel of 20 mm full width|"
-       "500 randomizations (seed 7)|DerSimonian and Laird 1986|Higgins and Thompson 2002|"
+       "random places in the tissues|500 times (seed 7)|DerSimonian and Laird 1986|Higgins and Thompson 2002|"
        "'gray matter'",
        "Talairach|anisotropic|without their height|significant at|Nichols"},
       {Analysis::mean, "studies=1",
@@ -77,28 +78,35 @@ TEST(Methods, SaysWhatWasDone) {
        "pooled|each study|in total"},
       {Analysis::mean, "from_peaks randomizations=500",
        "local maxima of a smooth random field|Bardeen et al. 1986|not taken for no effect|"
-       "For the test of convergence|500 randomizations",
+       "For the test of convergence|500 times",
        "DerSimonian|together with the images"},
       {Analysis::mean, "subgroup=adults left_out=Lee2010 talairach unknown_heights",
        "Lancaster et al. 2007|without their height|(subgroup 'adults') (without 'Lee2010')",
-       "permuted"},
+       "moving the peaks"},
       {Analysis::mean, "fwhm=12.5 anisotropy=0.5",
        "12.5 mm|anisotropic (0.5|gray matter correlation template", "full anisotropy"},
       {Analysis::mean, "fwhm=12.5 anisotropy=1", "full anisotropy|kernel of 20 mm", "12.5"},
-      {Analysis::mean, "images=21 randomizations=1", "maps of all studies|permuted",
+      {Analysis::mean, "images=21 randomizations=1", "maps of all studies|drawing the signs",
        "kernel|peaks"},
       {Analysis::mean, "images=1 randomizations=1",
-       "The statistical map of 1 study was available;|of 20 studies|permuted|moved", "anisotropic"},
+       "The statistical map of 1 study was available;|of 20 studies|drawing the signs|moving the peaks", "anisotropic"},
       {Analysis::mean, "p=0.005 peak_z=1 extent=10",
        "p < 0.005 (one-tailed, uncorrected)|peak z of at least 1 and an extent of at least 10 "
        "voxels",
        "family"},
-      {Analysis::mean, "p=0.00001 family_wise peak_p=0.05 extent=1",
+      {Analysis::mean, "p=0.05 kind=3 both extent=1",
+       "(two-tailed, corrected for the family-wise error by threshold-free cluster enhancement|"
+       "Smith and Nichols 2009",
+       "uncorrected"},
+      {Analysis::mean, "p=0.05 kind=4 extent=1", "q < 0.05|false discovery rate|Hochberg 1995",
+       "family"},
+      {Analysis::mean, "p=0.00001 kind=1 peak_p=0.05 extent=1",
        "p < 0.00001 (one-tailed, corrected for the family-wise error)|peak p of at most 0.05|"
        "1 voxel.",
        "uncorrected"},
-      {Analysis::linear_model, "term=dose",
-       "on age, dose and sex|coefficient of dose|Thompson and Higgins 2002",
+      {Analysis::linear_model, "term=dose randomizations=10000",
+       "on age, dose and sex|coefficient of dose|Thompson and Higgins 2002|of dose was dealt out "
+       "anew to the studies 10\u202F000 times|Winkler et al. 2014",
        "Higgins and Thompson 2002|were pooled"},
       {Analysis::conjunction, "", "'fMRI' and 'VBM'|Nichols et al. 2005",
        "error of unit|tolerable|Hedges"},
