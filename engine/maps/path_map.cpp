@@ -48,6 +48,16 @@ std::vector<float> landscape(std::span<const float> correlation) {
   return height;
 }
 
+/// Places are the voxels of the grid with one more on each side.
+std::size_t place_of(const Voxel& voxel) {
+  const auto row = std::size_t(mni_grid().size[0] + 2), rows = std::size_t(mni_grid().size[1] + 2);
+  return (std::size_t(voxel.k + 1) * rows + std::size_t(voxel.j + 1)) * row +
+         std::size_t(voxel.i + 1);
+}
+std::size_t places() {
+  return place_of({mni_grid().size[0], mni_grid().size[1], mni_grid().size[2]}) + 1;
+}
+
 /// By how many mm a path of that length between two voxels is too long, their distance being
 /// straight and the template uniform when it is 0.
 double excess(double path, Voxel from, Voxel to) {
@@ -80,26 +90,28 @@ PathMap::PathMap(const Mask& mask, std::span<const float> correlation, double fw
       fwhm_(fwhm_mm),
       reach_(kernel_radius(reaching_fwhm(fwhm_mm, anisotropy))) {
   const std::vector<float> height = landscape(correlation);
-  for (std::size_t n = 0; n < mask.size(); ++n) number_[mask.grid_index[n]] = std::int32_t(n);
-  first_step_.push_back(0);
+  height_.resize(places(), std::numeric_limits<float>::quiet_NaN());
   for (std::size_t n = 0; n < mask.size(); ++n) {
-    const Voxel from = mask.voxel(n);
-    for_each_neighbour(mni_grid(), mask.grid_index[n], Touch::corners, [&](std::size_t index) {
-      const std::int32_t to = number_[index];
-      if (to < 0) return;
-      const Voxel at = mni_grid().voxel(index);
-      const int di = at.i - from.i, dj = at.j - from.j, dk = at.k - from.k;
-      const float rise = height[std::size_t(to)] - height[n];
-      const auto squared = float(voxel_mm * voxel_mm * (di * di + dj * dj + dk * dk));
-      steps_.push_back({std::uint32_t(to), std::sqrt(squared + rise * rise)});
-    });
-    first_step_.push_back(std::uint32_t(steps_.size()));
+    number_[mask.grid_index[n]] = std::int32_t(n);
+    height_[place_of(mask.voxel(n))] = height[n];
   }
+  const std::size_t middle = place_of({1, 1, 1});
+  auto* step = steps_.begin();
+  for (int k = 0; k < 3; ++k)
+    for (int j = 0; j < 3; ++j)
+      for (int i = 0; i < 3; ++i) {
+        const int squared = (i - 1) * (i - 1) + (j - 1) * (j - 1) + (k - 1) * (k - 1);
+        if (squared == 0) continue;
+        const auto squared_mm = float(voxel_mm * voxel_mm * squared);
+        *step++ = {std::int32_t(place_of({i, j, k})) - std::int32_t(middle), squared_mm,
+                   std::sqrt(squared_mm)};
+      }
 }
 
 PathMap::Room::Room(const PathMap& map)
     : sums(map.mask_.size()),
-      path(map.mask_.size(), no_path),
+      path(places(), no_path),
+      settled(places()),
       queue(std::size_t(longest_path(tissue_radius()) / double(queue_mm)) + 1) {}
 
 /// Calls visit(number in the mask, voxel, straight distance) for the voxels of the mask that are
@@ -139,22 +151,28 @@ PathMap::Closest PathMap::closest_voxel(const PlacedPeak& peak, Voxel at) const 
 void PathMap::find_paths(const Closest& start, Room& room) const {
   if (start.voxel < 0) return;
   const auto limit = float(longest_path(start.distance));
-  const auto shorten = [&](std::uint32_t n, float length) {
-    if (length >= room.path[n]) return;
-    if (room.path[n] == no_path) room.found.push_back(n);
-    room.path[n] = length;
+  const auto shorten = [&](std::uint32_t place, float length) {
+    if (room.path[place] == no_path) room.found.push_back(place);
+    room.path[place] = length;
     // No step further would end below the limit.
-    if (length + queue_mm < limit) room.queue[std::size_t(length / queue_mm)].push_back(n);
+    if (length + queue_mm < limit) room.queue[std::size_t(length / queue_mm)].push_back(place);
   };
-  shorten(std::uint32_t(start.voxel), 0);
+  shorten(std::uint32_t(place_of(mask_.voxel(std::size_t(start.voxel)))), 0);
   for (std::size_t piece = 0; piece < room.queue.size(); ++piece) {
-    for (const std::uint32_t n : room.queue[piece]) {
+    for (const std::uint32_t place : room.queue[piece]) {
       // A path that was shortened out of this piece has been gone on with from its new one.
-      const float length = room.path[n];
-      if (std::size_t(length / queue_mm) != piece) continue;
-      for (std::uint32_t s = first_step_[n]; s < first_step_[n + 1]; ++s) {
-        const float longer = length + steps_[s].length;
-        if (longer < limit) shorten(steps_[s].to, longer);
+      const float length = room.path[place];
+      if (std::size_t(length / queue_mm) != piece || room.settled[place] != 0) continue;
+      room.settled[place] = 1;
+      const float height = height_[place];
+      for (const Step& step : steps_) {
+        const std::uint32_t to = place + std::uint32_t(step.offset);
+        // On level ground at least it must be shorter.
+        const float least = std::min(limit, room.path[to]);
+        if (length + step.mm >= least) continue;
+        const float rise = height_[to] - height;
+        const float longer = length + std::sqrt(step.squared_mm + rise * rise);
+        if (longer < least) shorten(to, longer);
       }
     }
     room.queue[piece].clear();
@@ -168,8 +186,8 @@ void PathMap::add_peak(const PlacedPeak& peak, Voxel at, Room& room) const {
   const double sigma = sigma_of_fwhm(1), exponent = -1 / (2 * sigma * sigma);
   for_each_voxel_within(reach_, peak, at, [&](std::size_t n, Voxel voxel, double straight) {
     double u = end_of_kernel();
-    if (room.path[n] != no_path)
-      u = std::min(u, (straight + excess(double(room.path[n]), from, voxel)) / tissue_fwhm_mm);
+    if (const float path = room.path[place_of(voxel)]; path != no_path)
+      u = std::min(u, (straight + excess(double(path), from, voxel)) / tissue_fwhm_mm);
     u = (1 - anisotropy_) * straight / fwhm_ + anisotropy_ * u;
     if (u >= end_of_kernel()) return;
     const double kernel = std::exp(exponent * u * u);
@@ -177,7 +195,10 @@ void PathMap::add_peak(const PlacedPeak& peak, Voxel at, Room& room) const {
     room.sums[n].kernels += kernel;
     room.sums[n].effects += kernel * kernel * peak.g;
   });
-  for (const std::uint32_t n : room.found) room.path[n] = no_path;
+  for (const std::uint32_t place : room.found) {
+    room.path[place] = no_path;
+    room.settled[place] = 0;
+  }
   room.found.clear();
 }
 

@@ -43,6 +43,7 @@
 // leads, and with a FWHM of 20 mm or more it never falls as a rises. With a narrower one the kernel
 // gets wider along uniform tissue: 1 / width = (1 - a) / FWHM + a / 20 mm.
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -73,8 +74,10 @@ class PathMap {
   struct Room {
     explicit Room(const PathMap& map);
     std::vector<Sums> sums;                         ///< of each voxel; all zero between the calls
-    std::vector<float> path;                        ///< of each voxel; infinite between the calls
-    std::vector<std::uint32_t> summed, found;       ///< the voxels whose sums or path are others
+    std::vector<float> path;             ///< of each place; infinite between the calls
+    std::vector<std::uint8_t> settled;   ///< of each place; 0 between the calls
+    std::vector<std::uint32_t> summed;   ///< the voxels whose sums are others
+    std::vector<std::uint32_t> found;    ///< the places whose path is another
     std::vector<std::vector<std::uint32_t>> queue;  ///< by the path's length in steps of 2 mm
   };
 
@@ -84,9 +87,10 @@ class PathMap {
                float* g) const;
 
  private:
+  /// A step to a place that touches, and its straight length.
   struct Step {
-    std::uint32_t to;
-    float length;
+    std::int32_t offset;
+    float squared_mm, mm;
   };
   struct Closest {
     std::int64_t voxel;  ///< its number in the mask, or -1
@@ -102,8 +106,9 @@ class PathMap {
 
   const Mask& mask_;
   std::vector<std::int32_t> number_;  ///< of each voxel of the grid in the mask, or -1
-  std::vector<std::uint32_t> first_step_;
-  std::vector<Step> steps_;
+  std::array<Step, 26> steps_;
+  /// Of each place of the grid with a margin of one voxel around it; no number outside of the mask.
+  std::vector<float> height_;
   double anisotropy_, fwhm_, reach_;
 };
 
