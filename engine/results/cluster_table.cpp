@@ -18,6 +18,7 @@ using Row = std::vector<std::string>;
 
 constexpr std::size_t clusters_in_console = 20;  // of each direction
 constexpr std::size_t peaks_in_console = 3;
+constexpr std::size_t kinds_in_console = 2;  // uncorrected and by value
 constexpr std::size_t regions_in_console = 3;
 // All that a 32-bit float can tell.
 constexpr const char* exact = "%.7g";
@@ -123,7 +124,9 @@ std::string cluster_csv(const std::string& map, std::span<const Cluster> cluster
 
 void say_clusters(std::span<const Cluster> clusters) {
   const std::vector<std::size_t> shown = in_console(clusters);
-  const std::vector<std::size_t> kinds = kinds_of_p(clusters);
+  // There is no room for all.
+  std::vector<std::size_t> kinds = kinds_of_p(clusters);
+  kinds.resize(std::min(kinds.size(), kinds_in_console));
   std::vector<Row> rows = {{"Cluster", "Effect", "Voxels", "mm³", "MNI x,y,z", "z"}};
   for (const std::size_t kind : kinds) rows[0].push_back(p_map_kinds[kind].heading);
   rows[0].push_back("Region of the peak");
