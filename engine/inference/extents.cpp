@@ -153,9 +153,12 @@ std::vector<float> Extents::tfce(std::span<const float> map, float sign) {
   finish_roots();
   std::vector<float> tfce(map.size());
   for (std::size_t rank = 0; rank < ranked_.size(); ++rank) {
-    const std::int32_t root = root_of(std::int32_t(rank));
-    const double below = root == std::int32_t(rank) ? 0 : nodes_[std::size_t(root)].integral;
-    tfce[std::uint32_t(ranked_[rank])] = float(nodes_[rank].integral + below);
+    double integral = nodes_[rank].integral;
+    for (std::int32_t node = std::int32_t(rank); nodes_[std::size_t(node)].parent != node;) {
+      node = nodes_[std::size_t(node)].parent;
+      integral += nodes_[std::size_t(node)].integral;
+    }
+    tfce[std::uint32_t(ranked_[rank])] = float(integral);
   }
   clear();
   return tfce;
