@@ -75,8 +75,7 @@ std::vector<Term> random_terms(const Setting& setting, std::mt19937_64& random) 
     return list;
   };
   const Covariates kind = setting.covariates;
-  std::vector<Term> terms{
-      {"x", values(kind == Covariates::groups, kind == Covariates::skewed)}};
+  std::vector<Term> terms{{"x", values(kind == Covariates::groups, kind == Covariates::skewed)}};
   if (kind == Covariates::two) terms.push_back({"y", values(true, false)});
   return terms;
 }
@@ -166,7 +165,8 @@ int main(int, char** argv) {
   const Mask mask = slices_of(read_mask(argv[1]), 34, 46);
   const std::size_t runs = std::stoul(argv[2]);
   std::printf(
-      "| studies | of | covariates | p < .05 | p < .005 | p < .001 | converging: p < .05 | p < .005 "
+      "| studies | of | covariates | p < .05 | p < .005 | p < .001 | converging: p < .05 | p < "
+      ".005 "
       "| p < .001 | FWE | cluster | TFCE |\n|%s\n",
       " --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |");
   for (const std::size_t studies : {12UL, 21UL})

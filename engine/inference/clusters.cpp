@@ -127,7 +127,8 @@ void add_effects(std::vector<Cluster>& clusters, const std::array<std::vector<fl
   for (Cluster& cluster : clusters)
     for (LocalPeak& peak : cluster.peaks) {
       const std::size_t index = mni_grid().index(peak.voxel);
-      peak.effect = {double(effects[0][index]), double(effects[1][index]), double(effects[2][index])};
+      peak.effect = {double(effects[0][index]), double(effects[1][index]),
+                     double(effects[2][index])};
     }
 }
 

@@ -25,8 +25,8 @@ struct RegionShare {
 struct LocalPeak {
   Voxel voxel;
   double z = 0;
-  VoxelP p{};  ///< one-tailed, in the peak's own direction
-  std::string region{};          ///< with its Brodmann area, if any
+  VoxelP p{};            ///< one-tailed, in the peak's own direction
+  std::string region{};  ///< with its Brodmann area, if any
   /// The effect with its 95 % interval: estimate, lower and upper limit.
   std::optional<std::array<double, 3>> effect{};
 };

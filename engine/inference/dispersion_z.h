@@ -5,8 +5,8 @@
 //
 // A study's weight is 1 / (v + tau2) in all voxels, with v the variance of its g where there is no
 // effect, and one tau2 for the whole map. With y the effects times the roots of the weights, and a
-// the projection of y on what of the coefficient's column the others leave, z = a / max(1, s), where
-// s^2 = (|y|^2 - |its projection on the design|^2) / (studies - coefficients): multiplicative
+// the projection of y on what of the coefficient's column the others leave, z = a / max(1, s),
+// where s^2 = (|y|^2 - |its projection on the design|^2) / (studies - coefficients): multiplicative
 // dispersion (McCullagh and Nelder 1989, Generalized Linear Models, section 4.5), not allowed to be
 // below 1, so that a voxel where the studies hardly report anything, and all alike, is no finding.
 // Where few report it is a sum of their effects.

@@ -159,8 +159,7 @@ void add_scores(const Tile& projections, const Tile& squares, float df, TileCoun
 Moments moments_of(const TileCounts& counts, std::size_t v, double number) {
   const double mean = counts.powers[0][v] / number, square = counts.powers[1][v] / number;
   const double variance = square - mean * mean;
-  const double cube =
-      counts.powers[2][v] / number - 3 * mean * square + 2 * mean * mean * mean;
+  const double cube = counts.powers[2][v] / number - 3 * mean * square + 2 * mean * mean * mean;
   const double sd = std::sqrt(std::max(variance, 1e-12));
   return {mean, sd, cube / (sd * sd * sd)};
 }
@@ -270,7 +269,8 @@ class Exchanges {
       for (std::size_t r = 0; r < rows; ++r) {
         float& largest = found.largest[t].value[first + r];
         for (const std::vector<Most>& of_thread : most)
-          largest = std::max(largest, *std::max_element(of_thread[r][t].begin(), of_thread[r][t].end()));
+          largest =
+              std::max(largest, *std::max_element(of_thread[r][t].begin(), of_thread[r][t].end()));
       }
     in_parallel(looked_at, [&](std::size_t r, std::size_t thread) {
       null.count(maps_[r], thread);
@@ -305,9 +305,7 @@ class Exchanges {
       }
   }
 
-  [[nodiscard]] float forming_threshold() const {
-    return float(t_of_tail(forming_p, double(df_)));
-  }
+  [[nodiscard]] float forming_threshold() const { return float(t_of_tail(forming_p, double(df_))); }
 
   const ExchangeRequest& request_;
   Rows rows_;

@@ -14,9 +14,9 @@
 // is exact where errors are as likely in either direction.
 //
 // A voxel is compared with its own values in all the exchanges. Beyond the last few that are larger
-// its p is told by the moments of these values (pearson_tail()). An exchange is a row of numbers for
-// the studies and its values in all voxels the product with their maps, so that there are at least
-// 10,000 of them.
+// its p is told by the moments of these values (pearson_tail()). An exchange is a row of numbers
+// for the studies and its values in all voxels the product with their maps, so that there are at
+// least 10,000 of them.
 
 #include "engine/inference/tested_map.h"
 #include "engine/maps/meta_analysis.h"

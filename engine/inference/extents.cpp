@@ -123,8 +123,7 @@ void Extents::finish_roots() {
 }
 
 void Extents::clear() {
-  for (const std::uint64_t each : ranked_)
-    rank_[std::size_t(place_[std::uint32_t(each)])] = none;
+  for (const std::uint64_t each : ranked_) rank_[std::size_t(place_[std::uint32_t(each)])] = none;
 }
 
 Extents::Largest Extents::largest(std::span<const float> map, float sign, float threshold) {

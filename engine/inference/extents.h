@@ -56,9 +56,9 @@ class Extents {
 
   std::vector<std::int32_t> place_;  ///< of each voxel of the mask in the padded grid
   std::array<std::int32_t, 26> steps_{};
-  std::vector<std::int32_t> rank_;               ///< of each place in the padded grid, or none
-  std::vector<Node> nodes_;                      ///< by rank
-  std::vector<std::uint64_t> ranked_, sorted_;   ///< height and voxel
+  std::vector<std::int32_t> rank_;              ///< of each place in the padded grid, or none
+  std::vector<Node> nodes_;                     ///< by rank
+  std::vector<std::uint64_t> ranked_, sorted_;  ///< height and voxel
 };
 
 }  // namespace kvo::inference

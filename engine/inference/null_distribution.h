@@ -35,7 +35,6 @@ class NullDistribution {
   void finish();
 
   [[nodiscard]] std::uint64_t values() const { return values_; }
- 
 
   /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed;
   /// of the negative tail, with those at least as small.

@@ -3,10 +3,10 @@
 // Random places for a study's peaks.
 //
 // The voxels of the mask are of three kinds: grey matter, white matter and others, by the masks of
-// the installation. The peaks of all the studies tell how often one lies in each kind; within a kind
-// all voxels are as likely. Peaks of a study that are closer to each other than the kernel's FWHM,
-// by way of others too, make a group, which is moved as one to where all of it is in the mask, or,
-// where none of some tries gives such a place, peak by peak.
+// the installation. The peaks of all the studies tell how often one lies in each kind; within a
+// kind all voxels are as likely. Peaks of a study that are closer to each other than the kernel's
+// FWHM, by way of others too, make a group, which is moved as one to where all of it is in the
+// mask, or, where none of some tries gives such a place, peak by peak.
 
 #include <array>
 #include <vector>

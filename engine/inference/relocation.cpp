@@ -78,7 +78,8 @@ class Relocations {
         pilots_(std::clamp(number_ / 5, least_pilots, most_pilots)) {
     // The intercept is what of its column the others leave.
     Eigen::VectorXd column = roots_;
-    const Eigen::MatrixXd others = orthonormal(roots_.asDiagonal() * other_columns(request.design, 0));
+    const Eigen::MatrixXd others =
+        orthonormal(roots_.asDiagonal() * other_columns(request.design, 0));
     column -= others * (others.transpose() * column);
     const Eigen::VectorXd contrast = basis_.transpose() * column.normalized();
     contrast_.assign(contrast.begin(), contrast.end());
@@ -88,7 +89,8 @@ class Relocations {
       // Peaks too far from the mask for their kernel to reach it are no part of what was found in
       // it.
       PeakMap map = effects_.around_reaching(member.peaks);
-      auto groups = peak_groups(map.peaks(), reaching_fwhm(meta_.record.fwhm, meta_.record.anisotropy));
+      auto groups =
+          peak_groups(map.peaks(), reaching_fwhm(meta_.record.fwhm, meta_.record.anisotropy));
       peaks.push_back(map.peaks());
       studies_.push_back({std::move(map), std::move(groups),
                           member.has_image ? request.studies.g[s].data() : nullptr,
@@ -206,8 +208,8 @@ class Relocations {
     for (std::size_t v = 0; v < z.size(); ++v) z[v] /= scale_[v];
   }
 
-  /// Finds the scale of each voxel, and the values beyond which a share of forming_p lies, by further
-  /// randomizations.
+  /// Finds the scale of each voxel, and the values beyond which a share of forming_p lies, by
+  /// further randomizations.
   std::array<float, 2> find_scale(Action& action) {
     std::vector<std::vector<float>> maps(pilots_);
     in_parallel(pilots_, [&](std::size_t r, std::size_t thread) {
@@ -223,8 +225,7 @@ class Relocations {
     const double average =
         std::accumulate(squares.begin(), squares.end(), 1e-12) / n / double(mask_.size());
     for (const double square : squares)
-      scale_.push_back(
-          float(std::sqrt((square + shared_pilots * average) / (n + shared_pilots))));
+      scale_.push_back(float(std::sqrt((square + shared_pilots * average) / (n + shared_pilots))));
     NullDistribution null({}, 1);
     for (std::size_t r = 0; r < pilots_; ++r) {
       scale(maps[r]);
@@ -239,7 +240,7 @@ class Relocations {
   const Mask& mask_;
   EffectMaps effects_;
   Eigen::VectorXd roots_;
-  Eigen::MatrixXd basis_;  ///< of the design's columns times the roots of the weights
+  Eigen::MatrixXd basis_;        ///< of the design's columns times the roots of the weights
   std::vector<float> contrast_;  ///< what makes the intercept of the projections
   float df_;
   std::size_t number_, pilots_;

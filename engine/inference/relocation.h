@@ -3,8 +3,8 @@
 // p values by moving peaks: do the studies' peaks converge here more than if they lay anywhere?
 //
 // Peaks are moved within the mask to the kinds of tissue where the studies report theirs, in the
-// same shares (placement.h). Peaks of a study that lie together keep their places to each other where
-// that fits into the mask. Studies with images have the signs of these drawn at random. The
+// same shares (placement.h). Peaks of a study that lie together keep their places to each other
+// where that fits into the mask. Studies with images have the signs of these drawn at random. The
 // statistic is that of dispersion_z.h, of the intercept.
 //
 // In some places studies at random have larger values than in others. So a value is taken relative

@@ -51,10 +51,11 @@ std::vector<float> p_among_largest(std::vector<float> largest, std::span<const f
   std::vector<float> p;
   p.reserve(observed.size());
   for (const float value : observed) {
-    const auto beyond = std::size_t(
-        largest.end() - std::lower_bound(largest.begin(), largest.end(), value));
+    const auto beyond =
+        std::size_t(largest.end() - std::lower_bound(largest.begin(), largest.end(), value));
     double each = (1 + double(beyond)) / all;
-    if (tail && beyond < few_beyond) each = std::clamp(tail->beyond(double(value)), 0.1 / all, each);
+    if (tail && beyond < few_beyond)
+      each = std::clamp(tail->beyond(double(value)), 0.1 / all, each);
     p.push_back(float(each));
   }
   return p;

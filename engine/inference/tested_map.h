@@ -30,10 +30,12 @@ struct TestedMap {
   std::vector<float> statistic{};
   std::array<TailMaps, 2> tails{};
   TailMaps both{};
-  std::vector<float> tfce{};  ///< negative where the statistic is
+  std::vector<float> tfce{};                    ///< negative where the statistic is
   std::size_t randomizations = 0, spatial = 0;  ///< those of clusters and TFCE
 
-  [[nodiscard]] const TailMaps& of(Tail tail) const { return tails[tail == Tail::positive ? 0 : 1]; }
+  [[nodiscard]] const TailMaps& of(Tail tail) const {
+    return tails[tail == Tail::positive ? 0 : 1];
+  }
 };
 
 /// The p of an observed map: from its uncorrected p values, and what its randomizations have at

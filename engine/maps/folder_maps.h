@@ -35,7 +35,8 @@ struct PMapKinds {
 inline constexpr std::array p_map_kinds{
     PMapKinds{p_map, negative_p_map, {"_both_p", 22, 1}, "p"},
     PMapKinds{{"_pFWE", 22, 1}, {"_n_pFWE", 22, 1}, {"_both_pFWE", 22, 1}, "p (FWE)"},
-    PMapKinds{{"_pcluster", 22, 1}, {"_n_pcluster", 22, 1}, {"_both_pcluster", 22, 1}, "p (cluster)"},
+    PMapKinds{
+        {"_pcluster", 22, 1}, {"_n_pcluster", 22, 1}, {"_both_pcluster", 22, 1}, "p (cluster)"},
     PMapKinds{{"_pTFCE", 22, 1}, {"_n_pTFCE", 22, 1}, {"_both_pTFCE", 22, 1}, "p (TFCE)"},
     PMapKinds{{"_q", 22, 1}, {"_n_q", 22, 1}, {"_both_q", 22, 1}, "q (FDR)"}};
 
@@ -86,7 +87,8 @@ std::vector<std::string> read_map_list();
 /// say it.
 std::size_t null_values_of(const std::string& map);
 
-/// How many randomizations the corrected p of a kind come from; 0 when "kvo_nd.txt" does not say it.
+/// How many randomizations the corrected p of a kind come from; 0 when "kvo_nd.txt" does not say
+/// it.
 std::size_t randomizations_of(const std::string& map, std::size_t kind);
 
 /// The text of "kvo_analyses.txt" for no analysis.

@@ -74,10 +74,10 @@ class PathMap {
   struct Room {
     explicit Room(const PathMap& map);
     std::vector<Sums> sums;                         ///< of each voxel; all zero between the calls
-    std::vector<float> path;             ///< of each place; infinite between the calls
-    std::vector<std::uint8_t> settled;   ///< of each place; 0 between the calls
-    std::vector<std::uint32_t> summed;   ///< the voxels whose sums are others
-    std::vector<std::uint32_t> found;    ///< the places whose path is another
+    std::vector<float> path;                        ///< of each place; infinite between the calls
+    std::vector<std::uint8_t> settled;              ///< of each place; 0 between the calls
+    std::vector<std::uint32_t> summed;              ///< the voxels whose sums are others
+    std::vector<std::uint32_t> found;               ///< the places whose path is another
     std::vector<std::vector<std::uint32_t>> queue;  ///< by the path's length in steps of 2 mm
   };
 

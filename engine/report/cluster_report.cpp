@@ -32,10 +32,11 @@ std::string region_and_side(const LocalPeak& peak) {
                                                                : " (right)");
 }
 
-/// "0.012 ± 0.005": with the standard error that so many randomizations leave it.
+/// A p, and below it the standard error that so many randomizations leave where it matters.
 std::string p_with_error(double p, std::size_t randomizations) {
-  if (randomizations == 0) return p_text(p);
-  return p_text(p) + " \u00B1 " + p_text(std::sqrt(p * (1 - p) / double(randomizations)));
+  constexpr double doubtful = 0.2;
+  if (randomizations == 0 || p > doubtful) return p_text(p);
+  return p_text(p) + "\n\u00B1 " + p_text(std::sqrt(p * (1 - p) / double(randomizations)));
 }
 
 bool has_effects(const ClusterReport& report) {
@@ -50,12 +51,13 @@ HtmlRow peak_row(const LocalPeak& peak, std::span<const std::size_t> kinds,
   for (const int mm : mm_of(peak.voxel)) row.cells.push_back(decimal_text(mm, 0));
   row.cells.push_back(decimal_text(peak.z, 2));
   if (has_effects(report))
-    row.cells.push_back(peak.effect ? decimal_text((*peak.effect)[0], 2) + " (" +
+    row.cells.push_back(peak.effect ? decimal_text((*peak.effect)[0], 2) + "\n" +
                                           decimal_text((*peak.effect)[1], 2) + " to " +
-                                          decimal_text((*peak.effect)[2], 2) + ")"
+                                          decimal_text((*peak.effect)[2], 2)
                                     : "");
   for (const std::size_t kind : kinds)
-    row.cells.push_back(peak.p[kind] ? p_with_error(*peak.p[kind], report.randomizations[kind]) : "");
+    row.cells.push_back(peak.p[kind] ? p_with_error(*peak.p[kind], report.randomizations[kind])
+                                     : "");
   return row;
 }
 
@@ -67,8 +69,8 @@ void add_cluster_rows(std::vector<HtmlRow>& rows, const Cluster& cluster, std::s
     if (i == 0) {
       row.leads = true;
       row.cells[0] = std::to_string(number);
-      row.cells.push_back(Q_count_text(cluster.voxels()));
-      row.cells.push_back(Q_count_text(cluster.voxels() * voxel_volume));
+      row.cells.push_back(Q_count_text(cluster.voxels()) + "\n" +
+                          Q_count_text(cluster.voxels() * voxel_volume));
     }
     rows.push_back(std::move(row));
   }
@@ -85,10 +87,9 @@ HtmlTable cluster_table(const ClusterReport& report) {
       "leaves.";
   table.columns = {{"No."},     {"Region"},  {"x", true},
                    {"y", true}, {"z", true}, {"Peak " + report.statistic, true}};
-  if (has_effects(report)) table.columns.push_back({"g (95 %)", true});
-  for (const std::size_t kind : kinds) table.columns.push_back({p_map_kinds[kind].heading, true});
-  table.columns.push_back({"Voxels", true});
-  table.columns.push_back({"mm³", true});
+  if (has_effects(report)) table.columns.push_back({"g (95 %)", true, true});
+  for (const std::size_t kind : kinds) table.columns.push_back({p_map_kinds[kind].heading, true, true});
+  table.columns.push_back({"Voxels\nmm³", true, true});
   std::size_t number = 0;
   for (const Cluster& cluster : report.clusters)
     add_cluster_rows(table.rows, cluster, ++number, kinds, report);

@@ -26,7 +26,7 @@ struct ClusterReport {
   std::string statistic = "z";        ///< what the values are called
   /// By which each of p_map_kinds has a standard error; 0 for those that have none to tell.
   std::array<std::size_t, p_map_kinds.size()> randomizations{};
-  BrainBackground background;         ///< as read_brain_background() reads it
+  BrainBackground background;  ///< as read_brain_background() reads it
 };
 
 /// The whole HTML file. Without clusters it says that nothing survives the thresholds, and what was

@@ -30,8 +30,11 @@ std::string base64(const std::string& bytes) {
 }
 
 std::string cell(std::string_view name, const HtmlColumn& column, std::string_view text) {
-  return joined(
-      {"<", name, column.number ? " class=\"number\">" : ">", html_escaped(text), "</", name, ">"});
+  const std::size_t line = column.two_lines ? text.find('\n') : std::string_view::npos;
+  std::string content = html_escaped(text.substr(0, line));
+  if (line != std::string_view::npos)
+    content += "<br/><small>" + html_escaped(text.substr(line + 1)) + "</small>";
+  return joined({"<", name, column.number ? " class=\"number\">" : ">", content, "</", name, ">"});
 }
 
 std::string cell_with_bar(double share, std::string_view text) {

@@ -31,7 +31,7 @@ td, th, li, code, h1, figcaption { unicode-bidi: isolate; }
 table { border-collapse: collapse; width: 100%; font-size: .8125rem; line-height: 1.35;
   font-variant-numeric: tabular-nums lining-nums; }
 p.caption { color: var(--dim); font-size: .875rem; margin-bottom: .4rem; }
-th, td { padding: .3rem .42rem; text-align: left; vertical-align: top;
+th, td { padding: .3rem .26rem; text-align: left; vertical-align: top;
   border-bottom: 1px solid var(--line); }
 th:first-child, td:first-child { padding-left: .25rem; }
 thead th { border-bottom: 2px solid var(--line); color: var(--dim); font-weight: 600;

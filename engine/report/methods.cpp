@@ -268,20 +268,26 @@ void describe_null(Paragraph& text, const MethodsFacts& facts) {
   const std::size_t images = std::min(facts.studies_with_images, facts.studies);
   const std::string times = Q_counted(facts.randomizations, "time", "times") + " (seed " +
                             std::to_string(facts.seed) + ")";
-  const char* own = ", and each voxel's z was compared with its own values, beyond the largest of "
-                    "which p was told by their moments";
+  const char* own =
+      ", and each voxel's z was compared with its own values, beyond the largest of "
+      "which p was told by their moments";
   if (!facts.term.empty()) {
-    text.sentence("Statistical significance of the coefficient was assessed by permutation: what the "
-                  "other terms leave of " + facts.term + " was dealt out anew to the studies " +
-                  times + text.cited({sources::winkler}) + own);
+    text.sentence(
+        "Statistical significance of the coefficient was assessed by permutation: what the "
+        "other terms leave of " +
+        facts.term + " was dealt out anew to the studies " + times +
+        text.cited({sources::winkler}) + own);
   } else if (images == facts.studies && images > 0) {
-    text.sentence("Statistical significance was assessed by drawing the signs of the studies' maps at "
-                  "random, " + times + own);
+    text.sentence(
+        "Statistical significance was assessed by drawing the signs of the studies' maps at "
+        "random, " +
+        times + own);
   } else {
     text.sentence(
-        std::string("Whether peaks converge more than by chance was assessed by moving the peaks of "
-                    "each study, those that lie together as one, to random places in the tissues "
-                    "where studies report peaks") +
+        std::string(
+            "Whether peaks converge more than by chance was assessed by moving the peaks of "
+            "each study, those that lie together as one, to random places in the tissues "
+            "where studies report peaks") +
         (images > 0 ? " and drawing the signs of the studies' maps at random" : "") + ", " + times);
   }
 }
@@ -318,8 +324,7 @@ std::string correction_words(Paragraph& text, std::size_t kind) {
     case 2:
       return family_wise + " by the extent of clusters formed at p < 0.001";
     case 3:
-      return family_wise + " by threshold-free cluster enhancement" +
-             text.cited({sources::smith});
+      return family_wise + " by threshold-free cluster enhancement" + text.cited({sources::smith});
     case rate_kind:
       return "the false discovery rate" + text.cited({sources::benjamini});
     default:
@@ -330,10 +335,10 @@ std::string correction_words(Paragraph& text, std::size_t kind) {
 void describe_thresholds(Paragraph& text, const MethodsFacts& facts) {
   if (!facts.thresholds) return;
   const MethodsFacts::Thresholds& thresholds = *facts.thresholds;
-  std::vector<std::string> terms = {
-      std::string(thresholds.kind == rate_kind ? "q < " : "p < ") + decimals_of(thresholds.p) +
-      (thresholds.both ? " (two-tailed, " : " (one-tailed, ") +
-      correction_words(text, thresholds.kind) + ")"};
+  std::vector<std::string> terms = {std::string(thresholds.kind == rate_kind ? "q < " : "p < ") +
+                                    decimals_of(thresholds.p) +
+                                    (thresholds.both ? " (two-tailed, " : " (one-tailed, ") +
+                                    correction_words(text, thresholds.kind) + ")"};
   if (thresholds.peak_z) terms.push_back("a peak z of at least " + decimals_of(*thresholds.peak_z));
   if (thresholds.peak_p) terms.push_back("a peak p of at most " + decimals_of(*thresholds.peak_p));
   terms.push_back("an extent of at least " + Q_counted(thresholds.extent, "voxel", "voxels"));

@@ -17,10 +17,10 @@ inline constexpr Source hedges{
     "Hedges LV (1981). Distribution theory for Glass's estimator of effect "
     "size and related estimators. Journal of Educational Statistics "
     "6:107\u2013128."};
-inline constexpr Source winkler{
-    "Winkler et al. 2014",
-    "Winkler AM, Ridgway GR, Webster MA, Smith SM, Nichols TE (2014). Permutation inference for the "
-    "general linear model. NeuroImage 92:381\u2013397."};
+inline constexpr Source winkler{"Winkler et al. 2014",
+                                "Winkler AM, Ridgway GR, Webster MA, Smith SM, Nichols TE (2014). "
+                                "Permutation inference for the "
+                                "general linear model. NeuroImage 92:381\u2013397."};
 inline constexpr Source smith{
     "Smith and Nichols 2009",
     "Smith SM, Nichols TE (2009). Threshold-free cluster enhancement: addressing problems of "
@@ -28,7 +28,8 @@ inline constexpr Source smith{
     "44:83\u201398."};
 inline constexpr Source benjamini{
     "Benjamini and Hochberg 1995",
-    "Benjamini Y, Hochberg Y (1995). Controlling the false discovery rate: a practical and powerful "
+    "Benjamini Y, Hochberg Y (1995). Controlling the false discovery rate: a practical and "
+    "powerful "
     "approach to multiple testing. Journal of the Royal Statistical Society: Series B "
     "57:289\u2013300."};
 inline constexpr Source bardeen{

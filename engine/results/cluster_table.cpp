@@ -53,8 +53,7 @@ Row csv_row(const std::string& map, std::size_t number, const Cluster& cluster, 
           std::to_string(y),
           std::to_string(z),
           Q_format(exact, peak.z).str()};
-  for (const std::optional<double>& p : peak.p)
-    row.push_back(p ? Q_format(exact, *p).str() : "");
+  for (const std::optional<double>& p : peak.p) row.push_back(p ? Q_format(exact, *p).str() : "");
   row.push_back(peak.region);
   row.push_back(regions_text(cluster));
   return row;
@@ -69,8 +68,7 @@ Row console_row(std::size_t number, const Cluster& cluster, std::size_t nth,
                      : Row{"", "", "", ""};
   row.push_back(Q_format("%d,%d,%d", x, y, z).str());
   row.push_back(Q_format("%.3f", peak.z).str());
-  for (const std::size_t kind : kinds)
-    row.push_back(peak.p[kind] ? p_text(*peak.p[kind]) : "");
+  for (const std::size_t kind : kinds) row.push_back(peak.p[kind] ? p_text(*peak.p[kind]) : "");
   row.push_back(peak.region);
   return row;
 }
@@ -100,17 +98,8 @@ std::vector<std::size_t> in_console(std::span<const Cluster> clusters) {
 }  // namespace
 
 std::string cluster_csv(const std::string& map, std::span<const Cluster> clusters) {
-  Row header = {"map",
-                      "cluster",
-                      "direction",
-                      "voxels",
-                      "volume (mm3)",
-                      "peak",
-                      "MNI x (mm)",
-                      "MNI y (mm)",
-                      "MNI z (mm)",
-                      "z",
-                      "p (one-tailed)"};
+  Row header = {"map",        "cluster",    "direction",  "voxels", "volume (mm3)",  "peak",
+                "MNI x (mm)", "MNI y (mm)", "MNI z (mm)", "z",      "p (one-tailed)"};
   for (std::size_t kind = 1; kind < p_map_kinds.size(); ++kind)
     header.push_back(p_map_kinds[kind].heading);
   header.push_back("region");

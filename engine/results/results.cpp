@@ -44,7 +44,8 @@ std::string null_rows(const ListedMap& map) {
   return rows;
 }
 
-NamedMap p_map_of(const std::string& name, const MapKind& kind, const TestedMap& tested, Tail tail) {
+NamedMap p_map_of(const std::string& name, const MapKind& kind, const TestedMap& tested,
+                  Tail tail) {
   constexpr float below_one = 1 - std::numeric_limits<float>::epsilon() / 2;
   NamedMap map{name, kind, tested.of(tail).front()};
   for (std::size_t n = 0; n < map.map.size(); ++n) {

@@ -32,13 +32,13 @@ struct ListedMap {
 /// The text of "kvo_nd.txt" for no null distribution.
 std::string empty_null_list();
 
-/// Has the lists show that the folder has the maps of an analysis, with their null distributions, and
-/// that they can be thresholded by their corrected p: "NAME_pFWE" and so on.
+/// Has the lists show that the folder has the maps of an analysis, with their null distributions,
+/// and that they can be thresholded by their corrected p: "NAME_pFWE" and so on.
 void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const AnalysisFacts& facts);
 
 /// Adds the p maps of a map, those that there are of each kind, and its TFCE. For whoever has an
-/// uncorrected one-tailed p map alone, its header tells the p of no effect (p_of_no_effect()), and 1
-/// is never the p of an effect in the other direction.
+/// uncorrected one-tailed p map alone, its header tells the p of no effect (p_of_no_effect()), and
+/// 1 is never the p of an effect in the other direction.
 void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, TestedMap& tested);
 
 /// Writes the maps, showing progress. Other kinds of map that an earlier analysis has left under

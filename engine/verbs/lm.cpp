@@ -161,8 +161,8 @@ JointFacts estimate_from_peaks(const LinearModel& linear, const StudyMaps& studi
   return std::move(joint.facts);
 }
 
-/// One between-study variance for the whole map, by which the studies are weighted when p values are
-/// found: the one that is assumed of the peaks, or else the mean of the images'.
+/// One between-study variance for the whole map, by which the studies are weighted when p values
+/// are found: the one that is assumed of the peaks, or else the mean of the images'.
 double common_tau2(const LinearModelMaps& maps, const std::optional<JointFacts>& joint) {
   if (joint) return joint->chosen.assumptions.tau2;
   double sum = 0;

@@ -71,7 +71,8 @@ struct ZMap {
   BothTails tails;
   std::array<std::vector<float>, 2> p;  ///< what is thresholded, in either direction
   std::vector<float> atlas;
-  std::optional<std::array<std::vector<float>, 3>> effects{};  ///< with their limits, if they are there
+  std::optional<std::array<std::vector<float>, 3>>
+      effects{};  ///< with their limits, if they are there
 };
 
 ZMap prepare_threshold(const ThresholdRequest& request) {

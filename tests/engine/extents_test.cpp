@@ -25,8 +25,8 @@ std::vector<float> smooth_noise(const Mask& mask, std::mt19937& random) {
 }
 
 /// A neighbour that is not lower belongs to the same cluster at all heights below, so its TFCE is
-/// larger by what lies between the two alone. And whatever was looked at before, the largest value of
-/// a map is what is said to be the largest.
+/// larger by what lies between the two alone. And whatever was looked at before, the largest value
+/// of a map is what is said to be the largest.
 TEST(Extents, AddsNothingButWhatLiesBetweenNeighbours) {
   std::vector<bool> inside(mni_grid().voxels());
   std::mt19937 random(3);

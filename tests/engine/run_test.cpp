@@ -197,7 +197,8 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
       EXPECT_THAT(
           engine.run("MyMean = mean", with_threads).lines,
           testing::IsSupersetOf(
-              {"aMoving peaks to random places and turning images round at random (20 times)", "d"}));
+              {"aMoving peaks to random places and turning images round at random (20 times)",
+               "d"}));
       EXPECT_EQ(engine.run("MyModel = lm n1", with_threads).closing(), "d");
       if (first.empty()) first = snapshot();
       EXPECT_TRUE(snapshot() == first) << pp << " with " << threads << " threads";
@@ -212,10 +213,10 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
 }
 
 /// Studies with a peak each in the same one of two voxels that are far apart. At random, three all
-/// meet in a given voxel with probability 1/8, which is then the p of the mean, and in one of the two
-/// with 1/4, which is the family-wise one. Of four, two have negative peaks: of the six ways to deal
-/// out the groups one makes as much of a difference. Peaks that do not reach the mask are not moved
-/// into it.
+/// meet in a given voxel with probability 1/8, which is then the p of the mean, and in one of the
+/// two with 1/4, which is the family-wise one. Of four, two have negative peaks: of the six ways to
+/// deal out the groups one makes as much of a difference. Peaks that do not reach the mask are not
+/// moved into it.
 TEST(Run, FindsTheProbabilityThatRandomStudiesMeet) {
   const Installation engine;
   write_mask(engine.share() / "mask_gray_matter.nii.gz", {{-50, 0, 0}, {50, 0, 0}});

@@ -70,7 +70,8 @@ TEST(Methods, SaysWhatWasDone) {
   } const cases[] = {
       {Analysis::mean, "randomizations=500",
        "21 studies with 525 participants in total|Hedges' g|Gaussian kernel of 20 mm full width|"
-       "random places in the tissues|500 times (seed 7)|DerSimonian and Laird 1986|Higgins and Thompson 2002|"
+       "random places in the tissues|500 times (seed 7)|DerSimonian and Laird 1986|Higgins and "
+       "Thompson 2002|"
        "'gray matter'",
        "Talairach|anisotropic|without their height|significant at|Nichols"},
       {Analysis::mean, "studies=1",
@@ -89,7 +90,9 @@ TEST(Methods, SaysWhatWasDone) {
       {Analysis::mean, "images=21 randomizations=1", "maps of all studies|drawing the signs",
        "kernel|peaks"},
       {Analysis::mean, "images=1 randomizations=1",
-       "The statistical map of 1 study was available;|of 20 studies|drawing the signs|moving the peaks", "anisotropic"},
+       "The statistical map of 1 study was available;|of 20 studies|drawing the signs|moving the "
+       "peaks",
+       "anisotropic"},
       {Analysis::mean, "p=0.005 peak_z=1 extent=10",
        "p < 0.005 (one-tailed, uncorrected)|peak z of at least 1 and an extent of at least 10 "
        "voxels",
