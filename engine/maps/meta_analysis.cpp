@@ -7,6 +7,7 @@
 #include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/studies/study_source.h"
+#include "util/text.h"
 #include "workspace/files/file_names.h"
 
 namespace kvo::maps {
@@ -120,7 +121,7 @@ std::vector<float> read_variances(const PpRecord& record, const std::string& stu
 
 StudyMaps read_study_maps(const MetaAnalysis& meta) {
   const std::size_t studies = meta.members.size();
-  Action action("Reading the maps of " + std::to_string(studies) + " studies", 2 * studies);
+  Action action("Reading the maps of " + Q_counted(studies, "study", "studies"), 2 * studies);
   StudyMaps maps;
   maps.g.resize(studies);
   maps.var.resize(studies);

@@ -120,11 +120,11 @@ void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const Analysis
       list_without(KVO_ANALYSES_FILE, empty_analysis_list(), replaced) + analysis_rows);
 }
 
-void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, TestedMap& tested) {
+void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const TestedMap& tested) {
   maps.push_back(p_map_of(name, p_map, tested, Tail::positive));
   maps.push_back(p_map_of(name, negative_p_map, tested, Tail::negative));
-  const auto add = [&](const MapKind& kind, std::vector<float>& map) {
-    if (!map.empty()) maps.push_back({name, kind, std::move(map)});
+  const auto add = [&](const MapKind& kind, const std::vector<float>& map) {
+    if (!map.empty()) maps.push_back({name, kind, map});
   };
   for (std::size_t kind = 0; kind < p_map_kinds.size(); ++kind) {
     const PMapKinds& kinds = p_map_kinds[kind];

@@ -39,7 +39,7 @@ void list_maps(Outputs& outputs, std::span<const ListedMap> maps, const Analysis
 /// Adds the p maps of a map, those that there are of each kind, and its TFCE. For whoever has an
 /// uncorrected one-tailed p map alone, its header tells the p of no effect (p_of_no_effect()), and
 /// 1 is never the p of an effect in the other direction.
-void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, TestedMap& tested);
+void add_p_maps(std::vector<NamedMap>& maps, const std::string& name, const TestedMap& tested);
 
 /// Writes the maps, showing progress. Other kinds of map that an earlier analysis has left under
 /// one of the names are removed.

@@ -249,6 +249,7 @@ LinearModel run_model(const Command& command, const ModelRequest& request) {
   say_filtered(linear.filtered, linear.all);
   say_incomplete(linear.model);
   Fit fit = fit_of(request, linear);
+  write_maps(outputs, command, linear.meta.mask, named_maps(linear, fit));
   leave_record(outputs, linear, fit.joint);
   std::vector<ListedMap> listed;
   for (std::size_t j = 0; j < fit.tested.size(); ++j)
@@ -256,7 +257,6 @@ LinearModel run_model(const Command& command, const ModelRequest& request) {
   AnalysisFacts facts = facts_of(command.text(), linear.meta);
   facts.left_out = linear.left_out;
   list_maps(outputs, listed, facts);
-  write_maps(outputs, command, linear.meta.mask, named_maps(linear, fit));
   outputs.commit();
   if (fit.joint)
     for (const Fact& fact : estimate_facts(*fit.joint)) say(fact.label + ": " + fact.text);

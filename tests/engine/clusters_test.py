@@ -105,7 +105,7 @@ class Clusters(unittest.TestCase):
                     str(8 * len(voxels)), str(nth + 1), *map(str, mm(voxel)),
                     "%.7g" % z[voxel], "%.7g" % tail[voxel],
                     "" if pFWE is None else "%.7g" % pFWE[0 if sign > 0 else 1][voxel],
-                    region(ATLAS[voxel]), shares(voxels)]
+                    "", "", "", region(ATLAS[voxel]), shares(voxels)]
 
         rows = [row(number, cluster, nth) for number, cluster in enumerate(right, 1) for nth in range(len(cluster[2]))]
         self.assertEqual([list(r.values())[1:] for r in folder.table(base)], rows)
