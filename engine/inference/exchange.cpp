@@ -46,12 +46,22 @@ double ways_to_exchange(const Eigen::VectorXd& column, bool flips) {
   return std::exp(log_ways);
 }
 
+/// The effects of the studies in the middle of the mask, by which meta-analyses differ.
+std::vector<double> exchanged_numbers(const ExchangeRequest& request) {
+  std::vector<double> numbers;
+  for (const std::vector<float>& g : request.studies.g)
+    numbers.push_back(double(g[request.meta.mask.size() / 2]));
+  const auto column = request.design.columns.col(Eigen::Index(request.coefficient));
+  numbers.insert(numbers.end(), column.begin(), column.end());
+  return numbers;
+}
+
 /// What is exchanged: rows of numbers for the studies that make z values of their maps.
 class Rows {
  public:
   explicit Rows(const ExchangeRequest& request)
       : seed_(request.meta.record.seed),
-        hash_(name_hash(request.name)),
+        hash_(name_hash(request.name, exchanged_numbers(request))),
         flips_(request.coefficient == 0),
         roots_(root_weights(request.meta, request.tau2)) {
     const Eigen::MatrixXd others = other_columns(request.design, request.coefficient);

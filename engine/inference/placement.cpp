@@ -1,10 +1,12 @@
 #include "engine/inference/placement.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 #include "engine/base/exists.h"
 #include "engine/base/install.h"
+#include "engine/images/gaussian.h"
 #include "engine/images/mask.h"
 
 namespace kvo::inference {
@@ -30,6 +32,25 @@ std::vector<std::uint8_t> kinds_of(const Mask& mask) {
       if (kinds[n] == others && of_tissue.inside[mask.grid_index[n]]) kinds[n] = tissue;
   }
   return kinds;
+}
+
+/// Smooths a map of the grid, beyond which there is nothing, with a Gaussian of that sigma in
+/// voxels.
+void smooth(std::vector<float>& map, double sigma) {
+  const int reach = int(std::ceil(radius_in_sigmas * sigma));
+  std::size_t stride = 1;
+  for (const int size : mni_grid().size) {
+    const std::vector<float> before = map;
+    for (std::size_t v = 0; v < map.size(); ++v) {
+      const int at = int(v / stride % std::size_t(size));
+      double sum = 0;
+      for (int step = std::max(-reach, -at); step <= std::min(reach, size - 1 - at); ++step)
+        sum += gaussian(step, sigma) *
+               double(before[std::size_t(std::ptrdiff_t(v) + step * std::ptrdiff_t(stride))]);
+      map[v] = float(sum);
+    }
+    stride *= std::size_t(size);
+  }
 }
 
 bool in_mask(const Mask& mask, const Voxel& at) {
@@ -70,6 +91,25 @@ Voxel Placement::draw(RandomStream& random) const {
   while (kind + 1 < kinds && (which >= shares_[kind] || voxels_[kind].empty())) ++kind;
   while (voxels_[kind].empty()) --kind;
   return mask_.voxel(voxels_[kind][random.below(std::uint32_t(voxels_[kind].size()))]);
+}
+
+std::vector<float> Placement::mean_square_of_kernel(double fwhm_mm) const {
+  std::vector<float> density(mni_grid().voxels());
+  for (std::size_t kind = 0; kind < kinds; ++kind) {
+    const std::uint32_t share = shares_[kind] - (kind == 0 ? 0 : shares_[kind - 1]);
+    for (const std::uint32_t n : voxels_[kind])
+      density[mask_.grid_index[n]] = float(double(share) / double(voxels_[kind].size()));
+  }
+  // The square of a Gaussian is a narrower one.
+  smooth(density, sigma_of_fwhm(fwhm_mm) / std::sqrt(2.0) / voxel_mm);
+  std::vector<float> squares;
+  double sum = 0;
+  for (const std::uint32_t index : mask_.grid_index) {
+    squares.push_back(density[index]);
+    sum += double(density[index]);
+  }
+  for (float& square : squares) square = float(double(square) * double(squares.size()) / sum);
+  return squares;
 }
 
 std::vector<std::vector<std::size_t>> peak_groups(const std::vector<PlacedPeak>& peaks,

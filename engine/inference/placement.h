@@ -9,6 +9,7 @@
 // mask, or, where none of some tries gives such a place, peak by peak.
 
 #include <array>
+#include <cstdint>
 #include <vector>
 
 #include "engine/inference/inference_layer.h"
@@ -25,6 +26,10 @@ class Placement {
 
   /// A random voxel of the mask.
   [[nodiscard]] Voxel draw(RandomStream& random) const;
+
+  /// For each voxel of the mask the mean square of a Gaussian kernel of that FWHM in mm around a
+  /// random voxel, relative to its average.
+  [[nodiscard]] std::vector<float> mean_square_of_kernel(double fwhm_mm) const;
 
  private:
   static constexpr std::size_t kinds = 3;

@@ -1,5 +1,7 @@
 #include "engine/inference/random_stream.h"
 
+#include <bit>
+
 namespace kvo::inference {
 
 namespace {
@@ -28,6 +30,12 @@ std::uint32_t RandomStream::below(std::uint32_t limit) {
 std::uint64_t name_hash(const std::string& name) {
   std::uint64_t hash = 0xCBF29CE484222325ULL;
   for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3ULL;
+  return hash;
+}
+
+std::uint64_t name_hash(const std::string& name, std::span<const double> numbers) {
+  std::uint64_t hash = name_hash(name);
+  for (const double number : numbers) hash = mixed(hash ^ std::bit_cast<std::uint64_t>(number));
   return hash;
 }
 

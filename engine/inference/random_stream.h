@@ -1,9 +1,11 @@
 #pragma once
 
 // Random numbers that depend on nothing but what they are for: the seed of the meta-analysis, the
-// randomization and the name of what is drawn. (SplitMix64: Steele, Lea and Flood 2014.)
+// randomization and a hash of what is drawn. Where that takes in the data, meta-analyses of one
+// seed do not share what happens to come out of it. (SplitMix64: Steele, Lea and Flood 2014.)
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "engine/inference/inference_layer.h"
@@ -22,7 +24,8 @@ class RandomStream {
   std::uint64_t state_;
 };
 
-/// A hash of a name that is the same everywhere (FNV-1a).
+/// A hash of a name that is the same everywhere (FNV-1a), and of numbers with it.
 std::uint64_t name_hash(const std::string& name);
+std::uint64_t name_hash(const std::string& name, std::span<const double> numbers);
 
 }  // namespace kvo::inference

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <numeric>
 #include <optional>
 
 #include "engine/base/parallel.h"
@@ -18,10 +17,8 @@ namespace kvo::inference {
 namespace {
 
 constexpr std::size_t relocation_dots = 30;
-/// Randomizations that tell the scale of each voxel, by the number of all.
-constexpr std::size_t least_pilots = 10, most_pilots = 100;
-/// So many more randomizations of the average voxel stand behind a voxel's scale.
-constexpr double shared_pilots = 20;
+/// Further randomizations, that tell the values beyond which clusters are formed.
+constexpr std::size_t pilots = 20;
 
 /// A study as the randomizations see it.
 struct RelocatedStudy {
@@ -64,6 +61,16 @@ struct Workspace {
         extents(mask) {}
 };
 
+/// The places and heights of a study's peaks.
+std::vector<double> peak_numbers(const Member& member) {
+  std::vector<double> numbers;
+  for (const Peak& peak : member.peaks) {
+    numbers.insert(numbers.end(), peak.mm.begin(), peak.mm.end());
+    numbers.push_back(peak.g);
+  }
+  return numbers;
+}
+
 /// The randomizations of a meta-analysis.
 class Relocations {
  public:
@@ -74,8 +81,7 @@ class Relocations {
         roots_(root_weights(meta_, request.tau2)),
         basis_(orthonormal(roots_.asDiagonal() * request.design.columns)),
         df_(float(std::max<Eigen::Index>(basis_.rows() - basis_.cols(), 1))),
-        number_(meta_.record.randomizations),
-        pilots_(std::clamp(number_ / 5, least_pilots, most_pilots)) {
+        number_(meta_.record.randomizations) {
     // The intercept is what of its column the others leave.
     Eigen::VectorXd column = roots_;
     const Eigen::MatrixXd others =
@@ -94,9 +100,12 @@ class Relocations {
       peaks.push_back(map.peaks());
       studies_.push_back({std::move(map), std::move(groups),
                           member.has_image ? request.studies.g[s].data() : nullptr,
-                          name_hash(member.study.name)});
+                          name_hash(member.study.name, peak_numbers(member))});
     }
     placement_.emplace(mask_, peaks);
+    scale_ = placement_->mean_square_of_kernel(
+        reaching_fwhm(meta_.record.fwhm, meta_.record.anisotropy));
+    for (float& square : scale_) square = std::sqrt(square);
     for (int t = 0; t < omp_get_max_threads(); ++t) {
       workspaces_.push_back(
           std::make_unique<Workspace>(std::size_t(basis_.cols()), studies_.size(), mask_));
@@ -105,10 +114,10 @@ class Relocations {
     observe(request.studies);
   }
 
-  [[nodiscard]] std::size_t steps() const { return pilots_ + number_; }
+  [[nodiscard]] std::size_t steps() const { return pilots + number_; }
 
   TestedMap run(Action& action) {
-    const std::array<float, 2> thresholds = find_scale(action);
+    const std::array<float, 2> thresholds = find_thresholds(action);
     scale(observed_);
     TestedMap tested{.null = NullDistribution(observed_, workspaces_.size()),
                      .randomizations = number_,
@@ -208,29 +217,16 @@ class Relocations {
     for (std::size_t v = 0; v < z.size(); ++v) z[v] /= scale_[v];
   }
 
-  /// Finds the scale of each voxel, and the values beyond which a share of forming_p lies, by
-  /// further randomizations.
-  std::array<float, 2> find_scale(Action& action) {
-    std::vector<std::vector<float>> maps(pilots_);
-    in_parallel(pilots_, [&](std::size_t r, std::size_t thread) {
+  /// The values beyond which a share of forming_p lies in either direction.
+  std::array<float, 2> find_thresholds(Action& action) {
+    NullDistribution null({}, workspaces_.size());
+    in_parallel(pilots, [&](std::size_t r, std::size_t thread) {
       // Counted down from the highest number, these are none of the randomizations.
       relocate(SIZE_MAX - r, *workspaces_[thread]);
-      maps[r] = workspaces_[thread]->z;
+      scale(workspaces_[thread]->z);
+      null.count(workspaces_[thread]->z, thread);
       action.step();
     });
-    std::vector<double> squares(mask_.size());
-    for (const std::vector<float>& map : maps)
-      for (std::size_t v = 0; v < map.size(); ++v) squares[v] += double(map[v]) * double(map[v]);
-    const auto n = double(pilots_);
-    const double average =
-        std::accumulate(squares.begin(), squares.end(), 1e-12) / n / double(mask_.size());
-    for (const double square : squares)
-      scale_.push_back(float(std::sqrt((square + shared_pilots * average) / (n + shared_pilots))));
-    NullDistribution null({}, 1);
-    for (std::size_t r = 0; r < pilots_; ++r) {
-      scale(maps[r]);
-      null.count(maps[r], 0);
-    }
     null.finish();
     return {float(null.quantile(forming_p, Tail::positive)),
             -float(null.quantile(forming_p, Tail::negative))};
@@ -243,7 +239,7 @@ class Relocations {
   Eigen::MatrixXd basis_;        ///< of the design's columns times the roots of the weights
   std::vector<float> contrast_;  ///< what makes the intercept of the projections
   float df_;
-  std::size_t number_, pilots_;
+  std::size_t number_;
   std::vector<RelocatedStudy> studies_;
   std::optional<Placement> placement_;
   std::vector<std::unique_ptr<Workspace>> workspaces_;  ///< of each thread

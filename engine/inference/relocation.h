@@ -7,9 +7,10 @@
 // where that fits into the mask. Studies with images have the signs of these drawn at random. The
 // statistic is that of dispersion_z.h, of the intercept.
 //
-// In some places studies at random have larger values than in others. So a value is taken relative
-// to the root mean square of further randomizations at its voxel, and those of all voxels make one
-// null distribution. A place where no study reports anything keeps the value 0.
+// In some places peaks at random come together more than in others: at the edge of the mask less
+// than in its midst, and in the tissues of peaks more than elsewhere. So a value is taken relative
+// to the root mean square of a kernel around random places at its voxel, and those of all voxels
+// make one null distribution. A place where no study reports anything keeps the value 0.
 
 #include "engine/inference/tested_map.h"
 #include "engine/maps/meta_analysis.h"
