@@ -7,7 +7,6 @@
 #include <memory>
 #include <utility>
 
-#include "engine/base/distributions.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
 #include "engine/base/vectors.h"
@@ -200,7 +199,7 @@ class Exchanges {
     TestedMap tested{.null = NullDistribution({}, extents_.size()),
                      .randomizations = number_,
                      .spatial = spatial_};
-    Found found{.thresholds = {forming_threshold(), forming_threshold()}};
+    Found found{.thresholds = forming_thresholds()};
     for (LargestValues& largest : found.largest) {
       largest.value.resize(number_);
       largest.extent.resize(spatial_);
@@ -254,6 +253,26 @@ class Exchanges {
       std::copy_n(counts_[tile].observed.begin(), std::min(tile_voxels, voxels_ - begin),
                   observed_.begin() + std::ptrdiff_t(begin));
     });
+  }
+
+  /// The values beyond which a share of forming_p lies in either direction in further exchanges.
+  std::array<float, 2> forming_thresholds() {
+    const std::size_t studies = rows_.studies();
+    std::vector<float> table(batch_rows * studies);
+    for (std::size_t r = 0; r < batch_rows; ++r)
+      rows_.write(number_ + r + 1, table.data() + r * studies);
+    NullDistribution null({}, extents_.size());
+    in_parallel(counts_.size(), [&](std::size_t tile, std::size_t thread) {
+      const TileOfStudies maps = tile_of(tile);
+      const std::size_t n = std::min(tile_voxels, voxels_ - tile * tile_voxels);
+      Tile projections, z;
+      for (std::size_t r = 0; r < batch_rows; ++r) {
+        multiply(table.data() + r * studies, maps.effects, maps.squares, df_, projections, z);
+        null.count(std::span(z).first(n), thread);
+      }
+    });
+    null.finish();
+    return thresholds_of(null);
   }
 
   void run_batch(std::size_t first, NullDistribution& null, Found& found) {
@@ -314,8 +333,6 @@ class Exchanges {
         p[t][tile * tile_voxels + v] = float(each);
       }
   }
-
-  [[nodiscard]] float forming_threshold() const { return float(t_of_tail(forming_p, double(df_))); }
 
   const ExchangeRequest& request_;
   Rows rows_;

@@ -228,8 +228,7 @@ class Relocations {
       action.step();
     });
     null.finish();
-    return {float(null.quantile(forming_p, Tail::positive)),
-            -float(null.quantile(forming_p, Tail::negative))};
+    return thresholds_of(null);
   }
 
   const MetaAnalysis& meta_;

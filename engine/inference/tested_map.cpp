@@ -28,6 +28,12 @@ std::vector<float> two_tailed(const std::vector<float>& positive,
 
 }  // namespace
 
+std::array<float, 2> thresholds_of(const NullDistribution& null) {
+  const auto above_0 = [](double value) { return float(std::max(value, 1e-3)); };
+  return {above_0(null.quantile(forming_p, Tail::positive)),
+          above_0(-null.quantile(forming_p, Tail::negative))};
+}
+
 void add_corrected(TestedMap& tested, Found found, std::span<const float> observed,
                    Extents& extents) {
   tested.tfce.assign(observed.size(), 0);

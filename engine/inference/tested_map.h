@@ -38,6 +38,10 @@ struct TestedMap {
   }
 };
 
+/// The values beyond which a share of forming_p of a null distribution lies in either direction, as
+/// distances from 0 and above it.
+std::array<float, 2> thresholds_of(const NullDistribution& null);
+
 /// The p of an observed map: from its uncorrected p values, and what its randomizations have at
 /// most. Clusters are formed above these thresholds of the statistic in either direction.
 struct Found {
