@@ -20,7 +20,6 @@ using namespace kvo::simulated;
 namespace {
 
 constexpr std::array levels{0.05, 0.005, 0.001};
-constexpr std::size_t terms_most = 2;
 /// A voxel is one of convergence from this share of studies on that report something around it.
 constexpr double converging_share = 0.4;
 
@@ -44,7 +43,6 @@ MetaAnalysis simulated_meta(const Setting& setting, const Mask& mask, std::uint6
   meta.record.fwhm = 20;
   meta.record.seed = seed;
   meta.record.randomizations = 500;
-  const Mask brain = mask;
   const EffectMaps effects(meta.record, mask, {});
   for (std::size_t s = 0; s < simulated.studies.size(); ++s) {
     const SimulatedStudy& study = simulated.studies[s];
@@ -56,7 +54,7 @@ MetaAnalysis simulated_meta(const Setting& setting, const Mask& mask, std::uint6
     if (setting.images) {
       for (const std::uint32_t index : mask.grid_index) g.push_back(study.g[index]);
     } else {
-      member.peaks = listed_peaks(study, brain, rule);
+      member.peaks = listed_peaks(study, mask, rule);
       g = effects.map_of(effects.around_reaching(member.peaks));
     }
     maps.g.push_back(std::move(g));

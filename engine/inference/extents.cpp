@@ -101,7 +101,7 @@ float Extents::grow(std::span<const float> map, float sign, float least, float t
     std::array<std::int32_t, 26> neighbours;
     std::size_t count = 0;
     for (const std::int32_t step : steps_) {
-      neighbours[count] = rank_[std::size_t(place + step)];
+      neighbours[count] = rank_[std::size_t(std::ptrdiff_t(place) + step)];
       count += neighbours[count] == none ? 0 : 1;
     }
     for (std::size_t n = 0; n < count; ++n) {

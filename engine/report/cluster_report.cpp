@@ -88,7 +88,8 @@ HtmlTable cluster_table(const ClusterReport& report) {
   table.columns = {{"No."},     {"Region"},  {"x", true},
                    {"y", true}, {"z", true}, {"Peak " + report.statistic, true}};
   if (has_effects(report)) table.columns.push_back({"g (95 %)", true, true});
-  for (const std::size_t kind : kinds) table.columns.push_back({p_map_kinds[kind].heading, true, true});
+  for (const std::size_t kind : kinds)
+    table.columns.push_back({p_map_kinds[kind].heading, true, true});
   table.columns.push_back({"Voxels\nmm³", true, true});
   std::size_t number = 0;
   for (const Cluster& cluster : report.clusters)
