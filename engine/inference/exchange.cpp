@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <map>
-#include <memory>
 #include <utility>
 
 #include "engine/base/parallel.h"
@@ -122,7 +121,7 @@ WIDEST_VECTORS void multiply(const float* row, const std::vector<Tile>& effects,
     for (std::size_t v = 0; v < tile_voxels; ++v) sums[v] += weight * effect[v];
   }
   for (std::size_t v = 0; v < tile_voxels; ++v)
-    z[v] = sums[v] / std::sqrt(std::max(1.0F, (squares[v] - sums[v] * sums[v]) / df));
+    z[v] = dispersion_z(sums[v], squares[v] - sums[v] * sums[v], df);
 }
 
 /// What is counted in the voxels of a tile.
@@ -180,7 +179,8 @@ class Exchanges {
       : request_(request),
         rows_(request),
         voxels_(request.meta.mask.size()),
-        df_(float(request.design.studies()) - float(request.design.coefficients())),
+        // A single image has no residual.
+        df_(std::max(1.0F, float(request.design.studies()) - float(request.design.coefficients()))),
         number_(std::max(least_exchanges, request.meta.record.randomizations)),
         spatial_(std::min(number_, most_spatial)),
         scored_(std::min(number_, most_scored)),

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <numeric>
 
 #include "engine/base/exists.h"
@@ -38,6 +39,8 @@ std::vector<std::uint8_t> kinds_of(const Mask& mask) {
 /// voxels.
 void smooth(std::vector<float>& map, double sigma) {
   const int reach = int(std::ceil(radius_in_sigmas * sigma));
+  std::vector<double> weights;
+  for (int step = 0; step <= reach; ++step) weights.push_back(gaussian(step, sigma));
   std::size_t stride = 1;
   for (const int size : mni_grid().size) {
     const std::vector<float> before = map;
@@ -45,7 +48,7 @@ void smooth(std::vector<float>& map, double sigma) {
       const int at = int(v / stride % std::size_t(size));
       double sum = 0;
       for (int step = std::max(-reach, -at); step <= std::min(reach, size - 1 - at); ++step)
-        sum += gaussian(step, sigma) *
+        sum += weights[std::size_t(std::abs(step))] *
                double(before[std::size_t(std::ptrdiff_t(v) + step * std::ptrdiff_t(stride))]);
       map[v] = float(sum);
     }
