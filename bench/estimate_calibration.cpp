@@ -80,7 +80,7 @@ MetaAnalysis meta_of(const SimulatedStudies& simulated, const Mask& mask, Listin
 }
 
 StudyMaps maps_of_images(const SimulatedStudies& simulated, const MetaAnalysis& meta) {
-  StudyMaps maps{std::vector<Map>(meta.members.size()), std::vector<Map>(meta.members.size())};
+  StudyMaps maps(meta.members.size());
   for (std::size_t s = 0; s < meta.members.size(); ++s) {
     if (!meta.members[s].has_image) continue;
     const VarianceOfG variance = variance_of_g(meta.members[s].study.sample);

@@ -1,7 +1,9 @@
-// Fits random covariates to simulated studies that agree in places, and prints, as a table in
-// Markdown, how often their p values are below levels: overall, and where studies converge.
+// How often p values are below levels where there is nothing to find, as tables in Markdown: of random
+// covariates, fitted to simulated studies that agree in places, overall and where the studies converge;
+// and of means of studies without effects.
 //
-// p_calibration GRAY_MATTER RUNS: among its lines are those of the engine's progress.
+// p_calibration SHARE RUNS [TABLE]: the folder of the installation's images; "terms" or "means", or else
+// both. Among its lines are those of the engine's progress.
 
 #include <array>
 #include <cstdio>
@@ -12,6 +14,7 @@
 
 #include "bench/simulated_studies.h"
 #include "engine/inference/exchange.h"
+#include "engine/inference/relocation.h"
 #include "engine/maps/effect_maps.h"
 
 using namespace kvo::inference;
@@ -20,6 +23,7 @@ using namespace kvo::simulated;
 namespace {
 
 constexpr std::array levels{0.05, 0.005, 0.001};
+constexpr double tau2 = 0.07;
 /// A voxel is one of convergence from this share of studies on that report something around it.
 constexpr double converging_share = 0.4;
 
@@ -50,14 +54,12 @@ MetaAnalysis simulated_meta(const Setting& setting, const Mask& mask, std::uint6
     member.study.name = "study" + std::to_string(s);
     member.study.sample = study.sample;
     member.has_image = setting.images;
-    std::vector<float> g;
     if (setting.images) {
-      for (const std::uint32_t index : mask.grid_index) g.push_back(study.g[index]);
+      for (const std::uint32_t index : mask.grid_index) maps.g[s].push_back(study.g[index]);
     } else {
       member.peaks = listed_peaks(study, mask, rule);
-      g = effects.map_of(effects.around_reaching(member.peaks));
+      maps.of_peaks[s] = SparseMap(effects.map_of(effects.around_reaching(member.peaks)));
     }
-    maps.g.push_back(std::move(g));
     meta.members.push_back(std::move(member));
   }
   return meta;
@@ -108,11 +110,11 @@ void add(const TestedMap& tested, const std::vector<bool>& reported,
   }
 }
 
-void print(const Setting& setting, const Rates& rates) {
-  std::printf("| %zu | %s | %s |", setting.studies, setting.images ? "images" : "peaks",
-              covariate_names[std::size_t(setting.covariates)]);
-  for (const auto& of : {rates.all, rates.converging})
-    for (const double sum : of) std::printf(" %.5f |", sum / rates.tests);
+void print_shares(const std::array<double, levels.size()>& sums, double tests) {
+  for (const double sum : sums) std::printf(" %.5f |", sum / tests);
+}
+
+void print_corrected(const Rates& rates) {
   for (const double sum : rates.corrected) std::printf(" %.3f |", sum / rates.tests);
   std::printf("\n");
   std::fflush(stdout);
@@ -123,30 +125,118 @@ void run(const Setting& setting, const Mask& mask, std::size_t runs) {
   // A new set of studies for each ten covariates.
   constexpr std::size_t covariates_each = 10;
   for (std::size_t first = 0; first < runs; first += covariates_each) {
-    StudyMaps maps;
+    StudyMaps maps(setting.studies);
     MetaAnalysis meta = simulated_meta(setting, mask, 1000 + first, maps);
     std::vector<bool> reported(mask.size()), converging(mask.size());
+    std::vector<std::size_t> counts(mask.size());
+    std::vector<float> g(mask.size());
+    for (std::size_t s = 0; s < setting.studies; ++s) {
+      if (!maps.copy_effects(s, 0, g.size(), g.data())) continue;
+      for (std::size_t v = 0; v < g.size(); ++v) counts[v] += g[v] != 0 ? 1 : 0;
+    }
     for (std::size_t v = 0; v < mask.size(); ++v) {
-      std::size_t count = 0;
-      for (const std::vector<float>& g : maps.g) count += g[v] != 0 ? 1 : 0;
-      reported[v] = count > 0;
-      converging[v] = double(count) >= converging_share * double(setting.studies);
+      reported[v] = counts[v] > 0;
+      converging[v] = double(counts[v]) >= converging_share * double(setting.studies);
     }
     for (std::size_t r = first; r < std::min(runs, first + covariates_each); ++r) {
       std::mt19937_64 random(r + 1);
       meta.record.seed = r + 1;
       const std::vector<Term> terms = random_terms(setting, random);
       const Design design = make_design(terms, setting.studies);
-      add(tested_by_exchange({.meta = meta,
-                              .design = design,
-                              .coefficient = 1,
-                              .name = terms[0].name,
-                              .studies = maps,
-                              .tau2 = 0.07}),
+      Tally all;
+      add(*tested_by_exchange({.meta = meta,
+                               .design = design,
+                               .coefficient = 1,
+                               .name = terms[0].name,
+                               .studies = maps,
+                               .tau2 = tau2},
+                              {}, all),
           reported, converging, rates);
     }
   }
-  print(setting, rates);
+  std::printf("| %zu | %s | %s |", setting.studies, setting.images ? "images" : "peaks",
+              covariate_names[std::size_t(setting.covariates)]);
+  print_shares(rates.all, rates.tests);
+  print_shares(rates.converging, rates.tests);
+  print_corrected(rates);
+}
+
+/// Studies without effects, of which some have images and the others peaks at random places.
+struct MeanSetting {
+  const char* name;
+  double anisotropy;
+  std::size_t images, studies = 20;
+};
+
+constexpr std::array mean_settings{MeanSetting{"peaks, anisotropy 0", 0, 0},
+                                   MeanSetting{"peaks, anisotropy 1", 1, 0},
+                                   MeanSetting{"half peaks, half images", 0, 10},
+                                   MeanSetting{"images", 0, 20}};
+
+std::vector<Peak> peaks_anywhere(const Mask& mask, const Sample& sample, std::mt19937_64& random) {
+  std::vector<Peak> peaks(std::uniform_int_distribution<std::size_t>(3, 14)(random));
+  std::uniform_int_distribution<std::size_t> voxel(0, mask.size() - 1);
+  std::exponential_distribution<double> beyond(1.25);
+  for (Peak& peak : peaks) {
+    peak.mm = mni_grid().mm(mask.voxel(voxel(random)));
+    const double t = 3.2 + beyond(random), g = t * std::sqrt(variance_of_g(sample).at(0));
+    peak.g = random() % 2 == 0 ? g : -g;
+    peak.height_known = true;
+  }
+  return peaks;
+}
+
+/// The mean of a meta-analysis without effects.
+TestedMap tested_mean(const MeanSetting& setting, const Mask& mask,
+                      const std::vector<float>& correlation, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  const Truth nothing{"nothing", 16, 0, 8, 0, 0};
+  const SimulatedStudies simulated = simulate(nothing, std::max<std::size_t>(setting.images, 1), seed);
+  MetaAnalysis meta{{}, mask, correlation, {}};
+  meta.record.fwhm = 20;
+  meta.record.anisotropy = setting.anisotropy;
+  meta.record.seed = seed;
+  meta.record.randomizations = 100;
+  const EffectMaps effects(meta.record, mask, correlation);
+  StudyMaps maps(setting.studies);
+  for (std::size_t s = 0; s < setting.studies; ++s) {
+    Member member;
+    member.study.name = "study" + std::to_string(s);
+    member.has_image = s < setting.images;
+    if (member.has_image) {
+      member.study.sample = simulated.studies[s].sample;
+      for (const std::uint32_t index : mask.grid_index)
+        maps.g[s].push_back(simulated.studies[s].g[index]);
+    } else {
+      member.study.sample = {std::uniform_int_distribution<int>(9, 33)(random), 0};
+      member.peaks = peaks_anywhere(mask, member.study.sample, random);
+      maps.of_peaks[s] = SparseMap(effects.map_of(effects.around_reaching(member.peaks)));
+    }
+    meta.members.push_back(std::move(member));
+  }
+  const Design design = make_design({}, setting.studies);
+  Tally all;
+  if (setting.images < setting.studies)
+    return *tested_by_relocation(
+        {.meta = meta, .design = design, .studies = maps, .tau2 = tau2}, {}, all);
+  return *tested_by_exchange({.meta = meta,
+                              .design = design,
+                              .coefficient = 0,
+                              .name = "",
+                              .studies = maps,
+                              .tau2 = tau2},
+                             {}, all);
+}
+
+void run_mean(const MeanSetting& setting, const Mask& mask, const std::vector<float>& correlation,
+              std::size_t runs) {
+  Rates rates;
+  const std::vector<bool> everywhere(mask.size(), true);
+  for (std::size_t r = 1; r <= runs; ++r)
+    add(tested_mean(setting, mask, correlation, r), everywhere, everywhere, rates);
+  std::printf("| %s |", setting.name);
+  print_shares(rates.all, rates.tests);
+  print_corrected(rates);
 }
 
 /// Some slices of a mask are enough, and quicker.
@@ -160,16 +250,26 @@ Mask slices_of(const Mask& mask, std::size_t first, std::size_t last) {
 }  // namespace
 
 int main(int, char** argv) {
-  const Mask mask = slices_of(read_mask(argv[1]), 34, 46);
+  const std::string share = argv[1], table = argv[3] == nullptr ? "" : argv[3];
+  const Mask gray = read_mask(share + "/mask_gray_matter.nii.gz");
   const std::size_t runs = std::stoul(argv[2]);
-  std::printf(
-      "| studies | of | covariates | p < .05 | p < .005 | p < .001 | converging: p < .05 | p < "
-      ".005 "
-      "| p < .001 | FWE | cluster | TFCE |\n|%s\n",
-      " --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |");
-  for (const std::size_t studies : {12UL, 21UL})
-    for (const Covariates covariates :
-         {Covariates::normal, Covariates::skewed, Covariates::groups, Covariates::two})
-      run({studies, false, covariates}, mask, runs);
-  run({21, true, Covariates::two}, mask, runs);
+  const std::string levels_line = "p < .05 | p < .005 | p < .001 | ";
+  if (table != "means") {
+    const Mask mask = slices_of(gray, 38, 44);
+    std::printf("| studies | of | covariates | %sconverging: %sFWE | cluster | TFCE |\n|%s\n",
+                levels_line.c_str(), levels_line.c_str(),
+                " --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |");
+    for (const std::size_t studies : {12UL, 21UL})
+      for (const Covariates covariates :
+           {Covariates::normal, Covariates::skewed, Covariates::groups, Covariates::two})
+        run({studies, false, covariates}, mask, runs);
+    run({21, true, Covariates::two}, mask, runs);
+  }
+  if (table != "terms") {
+    const Mask mask = slices_of(gray, 30, 46);
+    const std::vector<float> correlation = read_map(share + "/cor_gray_matter.nii.gz", mask);
+    std::printf("\n| studies | %sFWE | cluster | TFCE |\n|%s\n", levels_line.c_str(),
+                " --- | --- | --- | --- | --- | --- | --- |");
+    for (const MeanSetting& setting : mean_settings) run_mean(setting, mask, correlation, runs);
+  }
 }

@@ -9,7 +9,7 @@ using namespace kvo::verbs;
 
 int main(int argc, char** argv) {
   return exit_status_of([&] {
-    const Command command = parse_command(joined_words(argc, argv), all_verbs());
+    const Command command = command_of(joined_words(argc, argv));
     command.verb->run(command);
     say_done();
     return true;

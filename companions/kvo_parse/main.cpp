@@ -21,7 +21,7 @@ bool run(const std::string& text) {
     say_done();
     return true;
   }
-  const Command command = parse_command(text, all_verbs());
+  const Command command = command_of(text);
   recover_folder();
   command.verb->check(command);
   check_folder_writable();

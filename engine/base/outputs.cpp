@@ -32,11 +32,11 @@ const std::string remove_word = "remove ";
   throw Refusal("The working folder cannot be written: " + what + ".");
 }
 
-Q_fd lock_folder() {
+Q_fd lock_folder(int kind) {
   Q_fd folder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) refuse_folder(std::strerror(errno));
   // On file systems without locks we go without.
-  if (flock(folder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+  if (flock(folder.get(), kind | LOCK_NB) != 0 && errno == EWOULDBLOCK)
     throw Refusal("Another command is running in this folder. Please wait until it has ended.");
   return folder;
 }
@@ -157,15 +157,19 @@ void check_sub_folder() {
 
 Leftovers recover_folder() {
   if (!entry_exists(stage)) return Leftovers::none;
-  const Q_fd lock = lock_folder();
+  const Q_fd lock = lock_folder(LOCK_EX);
   return recover_locked();
+}
+
+Q_fd share_folder() {
+  return lock_folder(LOCK_SH);
 }
 
 void check_folder_writable() {
   if (access(".", W_OK | X_OK) != 0) refuse_folder(std::strerror(errno));
 }
 
-Outputs::Outputs() : lock_(lock_folder()) {
+Outputs::Outputs() : lock_(lock_folder(LOCK_EX)) {
   recover_locked();
   if (mkdir(stage.c_str(), 0777) == 0) return;
   if (errno == EEXIST)

@@ -20,6 +20,10 @@ enum class Leftovers { none, discarded, completed };
 /// in the folder.
 Leftovers recover_folder();
 
+/// Keeps commands that change the folder out of it as long as the handle lives. Several processes
+/// may do so at once. Throws Refusal when such a command is running.
+Q_fd share_folder();
+
 /// Throws Refusal when the working folder cannot be written.
 void check_folder_writable();
 

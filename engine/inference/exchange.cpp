@@ -24,6 +24,9 @@ constexpr std::size_t least_exchanges = 10'000;
 constexpr std::size_t most_spatial = 500;
 /// So many tell the moments of a voxel's values.
 constexpr std::size_t most_scored = 2000;
+/// Sums of whole numbers are the same in any order. So many cubes of what normal_score() is at most
+/// with 10,000 studies fit.
+constexpr double score_unit = 1.0 / (1 << 24);
 /// Exchanges whose maps are there at the same time, and voxels of a tile.
 constexpr std::size_t batch_rows = 64, tile_voxels = 32;
 /// Exchanges that come to the same value in exact numbers may differ by this.
@@ -47,8 +50,13 @@ double ways_to_exchange(const Eigen::VectorXd& column, bool flips) {
 /// The effects of the studies in the middle of the mask, by which meta-analyses differ.
 std::vector<double> exchanged_numbers(const ExchangeRequest& request) {
   std::vector<double> numbers;
-  for (const std::vector<float>& g : request.studies.g)
-    numbers.push_back(double(g[request.meta.mask.size() / 2]));
+  const std::size_t voxel = request.meta.mask.size() / 2;
+  for (std::size_t s = 0; s < request.meta.members.size(); ++s) {
+    std::array<float, SparseMap::stretch> g{};
+    const std::size_t begin = voxel / g.size() * g.size();
+    request.studies.copy_effects(s, begin, voxel - begin + 1, g.data());
+    numbers.push_back(double(g[voxel - begin]));
+  }
   const auto column = request.design.columns.col(Eigen::Index(request.coefficient));
   numbers.insert(numbers.end(), column.begin(), column.end());
   return numbers;
@@ -105,23 +113,25 @@ class Rows {
   Eigen::MatrixXd others_;
 };
 
-/// The weighted effects of the studies in a tile, and their sum of squares beside the others().
+/// The weighted effects in a tile of the studies that have any, and their sum of squares beside the
+/// others().
 struct TileOfStudies {
-  std::vector<Tile> effects;
+  std::vector<std::size_t> studies{};
+  std::vector<Tile> effects{};
   Tile squares{};
 };
 
 /// The projections of a tile on a row, and their z.
-WIDEST_VECTORS void multiply(const float* row, const std::vector<Tile>& effects,
-                             const Tile& squares, float df, Tile& sums, Tile& z) {
+WIDEST_VECTORS void multiply(const float* row, const TileOfStudies& tile, float df, Tile& sums,
+                             Tile& z) {
   sums = {};
-  for (std::size_t s = 0; s < effects.size(); ++s) {
-    const float weight = row[s];
-    const float* __restrict effect = effects[s].data();
+  for (std::size_t i = 0; i < tile.studies.size(); ++i) {
+    const float weight = row[tile.studies[i]];
+    const float* __restrict effect = tile.effects[i].data();
     for (std::size_t v = 0; v < tile_voxels; ++v) sums[v] += weight * effect[v];
   }
   for (std::size_t v = 0; v < tile_voxels; ++v)
-    z[v] = dispersion_z(sums[v], squares[v] - sums[v] * sums[v], df);
+    z[v] = dispersion_z(sums[v], tile.squares[v] - sums[v] * sums[v], df);
 }
 
 /// What is counted in the voxels of a tile.
@@ -129,7 +139,8 @@ struct TileCounts {
   Tile observed{};
   std::array<double, tile_voxels> score{};  ///< of what is observed
   std::array<std::array<std::uint32_t, tile_voxels>, 2> beyond{};
-  std::array<std::array<double, tile_voxels>, 3> powers{};  ///< of scores, their squares and cubes
+  /// Of scores, their squares and cubes, in parts of score_unit.
+  std::array<std::array<std::int64_t, tile_voxels>, 3> powers{};
 };
 
 /// The largest values in either direction, for each place in a tile.
@@ -158,16 +169,18 @@ WIDEST_VECTORS void count(const Tile& z, TileCounts& counts, Most& most) {
 void add_scores(const Tile& projections, const Tile& squares, float df, TileCounts& counts) {
   for (std::size_t v = 0; v < tile_voxels; ++v) {
     const double score = normal_score(projections[v], squares[v], df);
-    counts.powers[0][v] += score;
-    counts.powers[1][v] += score * score;
-    counts.powers[2][v] += score * score * score;
+    counts.powers[0][v] += std::int64_t(score / score_unit);
+    counts.powers[1][v] += std::int64_t(score * score / score_unit);
+    counts.powers[2][v] += std::int64_t(score * score * score / score_unit);
   }
 }
 
 Moments moments_of(const TileCounts& counts, std::size_t v, double number) {
-  const double mean = counts.powers[0][v] / number, square = counts.powers[1][v] / number;
-  const double variance = square - mean * mean;
-  const double cube = counts.powers[2][v] / number - 3 * mean * square + 2 * mean * mean * mean;
+  const auto mean_of = [&](std::size_t power) {
+    return double(counts.powers[power][v]) * score_unit / number;
+  };
+  const double mean = mean_of(0), square = mean_of(1), variance = square - mean * mean;
+  const double cube = mean_of(2) - 3 * mean * square + 2 * mean * mean * mean;
   const double sd = std::sqrt(std::max(variance, 1e-12));
   return {mean, sd, cube / (sd * sd * sd)};
 }
@@ -190,24 +203,56 @@ class Exchanges {
   }
 
   [[nodiscard]] std::size_t number() const { return number_; }
-  [[nodiscard]] std::size_t batches() const { return (number_ + batch_rows - 1) / batch_rows; }
   [[nodiscard]] bool flips() const { return rows_.flips(); }
   [[nodiscard]] double ways() const { return rows_.ways(); }
 
-  TestedMap run(Action& action) {
-    observe();
-    TestedMap tested{.null = NullDistribution({}, extents_.size()),
-                     .randomizations = number_,
-                     .spatial = spatial_};
-    Found found{.thresholds = forming_thresholds()};
-    for (LargestValues& largest : found.largest) {
-      largest.value.resize(number_);
-      largest.extent.resize(spatial_);
-      largest.tfce.resize(spatial_);
+  void observe() {
+    std::vector<float> row(rows_.studies());
+    rows_.write(0, row.data());
+    in_parallel(counts_.size(), [&](std::size_t tile, std::size_t) {
+      const TileOfStudies studies = tile_of(tile);
+      Tile projections;
+      TileCounts& counts = counts_[tile];
+      multiply(row.data(), studies, df_, projections, counts.observed);
+      for (std::size_t v = 0; v < tile_voxels; ++v)
+        counts.score[v] = normal_score(projections[v], studies.squares[v], df_);
+      std::copy_n(counts.observed.begin(), voxels_of(tile),
+                  observed_.begin() + std::ptrdiff_t(tile * tile_voxels));
+    });
+  }
+
+  /// Makes the exchanges of these numbers, in ascending order; a step is a batch.
+  Tally made(const std::vector<std::size_t>& numbers, Action& action) {
+    thresholds_ = forming_thresholds();
+    NullDistribution null({}, extents_.size());
+    Tally tally;
+    const auto looked_at = std::size_t(
+        std::lower_bound(numbers.begin(), numbers.end(), spatial_) - numbers.begin());
+    for (LargestValues& largest : tally.largest) {
+      largest.value.resize(numbers.size());
+      largest.extent.resize(looked_at);
+      largest.tfce.resize(looked_at);
     }
-    for (std::size_t first = 0; first < number_; first += batch_rows) {
-      run_batch(first, tested.null, found);
+    for (std::size_t first = 0; first < numbers.size(); first += batch_rows) {
+      const std::size_t rows = std::min(batch_rows, numbers.size() - first);
+      run_batch(std::span(numbers).subspan(first, rows), first, null, tally.largest);
       action.step();
+    }
+    null.finish();
+    tally.null = null.counts();
+    leave_counts(tally);
+    return tally;
+  }
+
+  TestedMap tested(std::span<const Tally* const> tallies) {
+    TestedMap tested{
+        .null = NullDistribution({}, 1), .randomizations = number_, .spatial = spatial_};
+    Found found{.thresholds = thresholds_};
+    for (TileCounts& counts : counts_) counts.beyond = {}, counts.powers = {};
+    for (const Tally* tally : tallies) {
+      tested.null.add(tally->null);
+      add_counts(*tally);
+      for (std::size_t t = 0; t < 2; ++t) found.largest[t].add(tally->largest[t]);
     }
     tested.null.finish();
     for (std::vector<float>& p : found.p) p.resize(voxels_);
@@ -220,39 +265,26 @@ class Exchanges {
  private:
   [[nodiscard]] TileOfStudies tile_of(std::size_t tile) const {
     const std::size_t begin = tile * tile_voxels, n = std::min(tile_voxels, voxels_ - begin);
-    TileOfStudies studies{std::vector<Tile>(rows_.studies()), {}};
+    TileOfStudies studies;
+    studies.effects.reserve(rows_.studies());
     const Eigen::MatrixXd& others = rows_.others();
     std::vector<Tile> projections(std::size_t(others.cols()));
-    for (std::size_t s = 0; s < studies.effects.size(); ++s) {
-      const float* g = request_.studies.g[s].data() + begin;
+    for (std::size_t s = 0; s < rows_.studies(); ++s) {
+      Tile effects{};
+      if (!request_.studies.copy_effects(s, begin, n, effects.data())) continue;
       const auto root = float(rows_.roots()(Eigen::Index(s)));
-      Tile& effects = studies.effects[s];
-      for (std::size_t v = 0; v < n; ++v) effects[v] = root * g[v];
+      for (float& effect : effects) effect *= root;
       for (std::size_t v = 0; v < n; ++v) studies.squares[v] += effects[v] * effects[v];
       for (std::size_t j = 0; j < projections.size(); ++j) {
         const auto part = float(others(Eigen::Index(s), Eigen::Index(j)));
         for (std::size_t v = 0; v < n; ++v) projections[j][v] += part * effects[v];
       }
+      studies.studies.push_back(s);
+      studies.effects.push_back(effects);
     }
     for (const Tile& projection : projections)
       for (std::size_t v = 0; v < n; ++v) studies.squares[v] -= projection[v] * projection[v];
     return studies;
-  }
-
-  void observe() {
-    std::vector<float> row(rows_.studies());
-    rows_.write(0, row.data());
-    in_parallel(counts_.size(), [&](std::size_t tile, std::size_t) {
-      const TileOfStudies studies = tile_of(tile);
-      Tile projections;
-      TileCounts& counts = counts_[tile];
-      multiply(row.data(), studies.effects, studies.squares, df_, projections, counts.observed);
-      for (std::size_t v = 0; v < tile_voxels; ++v)
-        counts.score[v] = normal_score(projections[v], studies.squares[v], df_);
-      const std::size_t begin = tile * tile_voxels;
-      std::copy_n(counts_[tile].observed.begin(), std::min(tile_voxels, voxels_ - begin),
-                  observed_.begin() + std::ptrdiff_t(begin));
-    });
   }
 
   /// The values beyond which a share of forming_p lies in either direction in further exchanges.
@@ -267,7 +299,7 @@ class Exchanges {
       const std::size_t n = std::min(tile_voxels, voxels_ - tile * tile_voxels);
       Tile projections, z;
       for (std::size_t r = 0; r < batch_rows; ++r) {
-        multiply(table.data() + r * studies, maps.effects, maps.squares, df_, projections, z);
+        multiply(table.data() + r * studies, maps, df_, projections, z);
         null.count(std::span(z).first(n), thread);
       }
     });
@@ -275,28 +307,34 @@ class Exchanges {
     return thresholds_of(null);
   }
 
-  void run_batch(std::size_t first, NullDistribution& null, Found& found) {
-    const std::size_t rows = std::min(batch_rows, number_ - first), studies = rows_.studies();
+  /// The exchanges of a batch, the first of which is at that place in the list of largest values.
+  void run_batch(std::span<const std::size_t> numbers, std::size_t place, NullDistribution& null,
+                 std::array<LargestValues, 2>& found) {
+    const std::size_t rows = numbers.size(), studies = rows_.studies();
     std::vector<float> table(rows * studies);
-    for (std::size_t r = 0; r < rows; ++r) rows_.write(first + r + 1, table.data() + r * studies);
-    const std::size_t looked_at = first < spatial_ ? std::min(rows, spatial_ - first) : 0;
+    for (std::size_t r = 0; r < rows; ++r) rows_.write(numbers[r] + 1, table.data() + r * studies);
+    const auto count_below = [&](std::size_t limit) {
+      return std::size_t(std::lower_bound(numbers.begin(), numbers.end(), limit) - numbers.begin());
+    };
+    const std::size_t looked_at = count_below(spatial_), scored = count_below(scored_);
     maps_.resize(looked_at, std::vector<float>(voxels_));
     // Of each thread and row. A map of nothing has no more than 0.
     std::vector<std::vector<Most>> most(extents_.size(), std::vector<Most>(rows));
     in_parallel(counts_.size(), [&](std::size_t tile, std::size_t thread) {
       const TileOfStudies maps = tile_of(tile);
-      const std::size_t begin = tile * tile_voxels, n = std::min(tile_voxels, voxels_ - begin);
       Tile projections, z;
       for (std::size_t r = 0; r < rows; ++r) {
-        multiply(table.data() + r * studies, maps.effects, maps.squares, df_, projections, z);
+        multiply(table.data() + r * studies, maps, df_, projections, z);
         count(z, counts_[tile], most[thread][r]);
-        if (first + r < scored_) add_scores(projections, maps.squares, df_, counts_[tile]);
-        if (r < looked_at) std::copy_n(z.begin(), n, maps_[r].begin() + std::ptrdiff_t(begin));
+        if (r < scored) add_scores(projections, maps.squares, df_, counts_[tile]);
+        if (r < looked_at)
+          std::copy_n(z.begin(), voxels_of(tile),
+                      maps_[r].begin() + std::ptrdiff_t(tile * tile_voxels));
       }
     });
     for (std::size_t t = 0; t < 2; ++t)
       for (std::size_t r = 0; r < rows; ++r) {
-        float& largest = found.largest[t].value[first + r];
+        float& largest = found[t].value[place + r];
         for (const std::vector<Most>& of_thread : most)
           largest =
               std::max(largest, *std::max_element(of_thread[r][t].begin(), of_thread[r][t].end()));
@@ -305,10 +343,38 @@ class Exchanges {
       null.count(maps_[r], thread);
       for (std::size_t t = 0; t < 2; ++t) {
         const Extents::Largest largest =
-            extents_[thread].largest(maps_[r], t == 0 ? 1.0F : -1.0F, found.thresholds[t]);
-        found.largest[t].extent[first + r] = largest.extent;
-        found.largest[t].tfce[first + r] = largest.tfce;
+            extents_[thread].largest(maps_[r], t == 0 ? 1.0F : -1.0F, thresholds_[t]);
+        found[t].extent[place + r] = largest.extent;
+        found[t].tfce[place + r] = largest.tfce;
       }
+    });
+  }
+
+  [[nodiscard]] std::size_t voxels_of(std::size_t tile) const {
+    return std::min(tile_voxels, voxels_ - tile * tile_voxels);
+  }
+
+  /// Calls visit(counts of a tile, those of its voxels in the tally) for all that is counted.
+  template <typename Tally, typename Visit>
+  void for_each_count(Tally& tally, const Visit& visit) {
+    for (std::size_t tile = 0; tile < counts_.size(); ++tile) {
+      const std::size_t begin = tile * tile_voxels, n = voxels_of(tile);
+      for (std::size_t t = 0; t < tally.beyond.size(); ++t)
+        visit(std::span(counts_[tile].beyond[t]).first(n), tally.beyond[t].begin() + begin);
+      for (std::size_t i = 0; i < tally.powers.size(); ++i)
+        visit(std::span(counts_[tile].powers[i]).first(n), tally.powers[i].begin() + begin);
+    }
+  }
+  void leave_counts(Tally& tally) {
+    for (auto& list : tally.beyond) list.resize(voxels_);
+    for (auto& list : tally.powers) list.resize(voxels_);
+    for_each_count(tally, [](auto counts, auto of_tally) {
+      std::copy(counts.begin(), counts.end(), of_tally);
+    });
+  }
+  void add_counts(const Tally& tally) {
+    for_each_count(tally, [](auto counts, auto of_tally) {
+      for (auto& count : counts) count += *of_tally++;
     });
   }
 
@@ -341,21 +407,27 @@ class Exchanges {
   std::size_t number_, spatial_, scored_;
   std::vector<TileCounts> counts_;
   std::vector<float> observed_;
+  std::array<float, 2> thresholds_{};
   std::vector<Extents> extents_;  ///< of each thread
   std::vector<std::vector<float>> maps_;
 };
 
 }  // namespace
 
-TestedMap tested_by_exchange(const ExchangeRequest& request) {
+std::optional<TestedMap> tested_by_exchange(const ExchangeRequest& request, const Shared& shared,
+                                            Tally& part) {
   Exchanges exchanges(request);
-  const std::string times = " (" + Q_counted(exchanges.number(), "time", "times") + ")";
+  const std::vector<std::size_t> numbers = shared.numbers_to_make(exchanges.number());
+  const std::string times = times_text(numbers.size(), exchanges.number());
   Action action((exchanges.flips() ? "Turning images round at random"
                                    : "Dealing out " + request.name + " to the studies at random") +
                     times,
-                exchanges.batches(), exchange_dots);
-  TestedMap tested = exchanges.run(action);
+                (numbers.size() + batch_rows - 1) / batch_rows, exchange_dots);
+  exchanges.observe();
+  part = exchanges.made(numbers, action);
   action.finish();
+  if (shared.only) return std::nullopt;
+  TestedMap tested = exchanges.tested(shared.tallies(request.coefficient, part));
   if (exchanges.ways() < few_ways)
     say(std::string("There are only ") + Q_count_text(std::size_t(std::lround(exchanges.ways()))) +
         (exchanges.flips() ? " combinations of signs" : " ways to deal out " + request.name) +

@@ -18,6 +18,7 @@
 // for the studies and its values in all voxels the product with their maps, so that there are at
 // least 10,000 of them.
 
+#include "engine/inference/parts.h"
 #include "engine/inference/tested_map.h"
 #include "engine/maps/meta_analysis.h"
 #include "engine/model/design.h"
@@ -34,7 +35,8 @@ struct ExchangeRequest {
 };
 
 /// Shows progress. Where the studies can be exchanged in so few ways that no p can be small, it
-/// says so.
-TestedMap tested_by_exchange(const ExchangeRequest& request);
+/// says so. Nothing when this process makes a part only, whose tally is then left in `part`.
+std::optional<TestedMap> tested_by_exchange(const ExchangeRequest& request, const Shared& shared,
+                                            Tally& part);
 
 }  // namespace kvo::inference

@@ -57,15 +57,16 @@ void NullDistribution::count(std::span<const float> values, std::size_t thread) 
   }
 }
 
-void NullDistribution::finish() {
+void NullDistribution::add(const NullCounts& counts) {
   NullCounts& all = threads_.front();
-  for (std::size_t t = 1; t < threads_.size(); ++t) {
-    const NullCounts& counts = threads_[t];
-    for (std::size_t i = 0; i < all.by_rank.size(); ++i) all.by_rank[i] += counts.by_rank[i];
-    for (std::size_t i = 0; i < all.by_bin.size(); ++i) all.by_bin[i] += counts.by_bin[i];
-  }
+  for (std::size_t i = 0; i < all.by_rank.size(); ++i) all.by_rank[i] += counts.by_rank[i];
+  for (std::size_t i = 0; i < all.by_bin.size(); ++i) all.by_bin[i] += counts.by_bin[i];
+}
+
+void NullDistribution::finish() {
+  for (std::size_t t = 1; t < threads_.size(); ++t) add(threads_[t]);
   threads_.resize(1);
-  for (const std::uint64_t count : all.by_bin) values_ += count;
+  for (const std::uint64_t count : counts().by_bin) values_ += count;
 }
 
 std::vector<float> NullDistribution::p(Tail tail) const {

@@ -34,6 +34,11 @@ class NullDistribution {
   /// Brings the threads' counts together; to be called once, after the last count().
   void finish();
 
+  /// What is counted after finish().
+  [[nodiscard]] const NullCounts& counts() const { return threads_.front(); }
+  /// Takes in, before finish(), what the same distribution has counted elsewhere.
+  void add(const NullCounts& counts);
+
   [[nodiscard]] std::uint64_t values() const { return values_; }
 
   /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed;

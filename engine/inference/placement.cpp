@@ -18,7 +18,7 @@ constexpr const char* tissues[] = {"gray_matter", "white_matter"};
 /// Peaks that are thought to lie in each kind by its share of the mask, beside those that do, so
 /// that a few peaks do not rule a tissue out.
 constexpr double assumed_peaks = 10;
-constexpr int tries_of_a_group = 10;
+constexpr int tries_of_a_group = 100;
 
 /// For each voxel of the mask the first of the tissues that has it.
 std::vector<std::uint8_t> kinds_of(const Mask& mask) {
@@ -62,6 +62,11 @@ bool in_mask(const Mask& mask, const Voxel& at) {
 
 Voxel moved(const Voxel& at, const Voxel& from, const Voxel& to) {
   return {at.i + to.i - from.i, at.j + to.j - from.j, at.k + to.k - from.k};
+}
+
+bool apart(const Voxel& a, const Voxel& b, double distance_mm) {
+  const double i = a.i - b.i, j = a.j - b.j, k = a.k - b.k, reach = distance_mm / voxel_mm;
+  return i * i + j * j + k * k > reach * reach;
 }
 
 }  // namespace
@@ -115,11 +120,9 @@ std::vector<float> Placement::mean_square_of_kernel(double fwhm_mm) const {
   return squares;
 }
 
-std::vector<std::vector<std::size_t>> peak_groups(const std::vector<PlacedPeak>& peaks,
-                                                  double distance_mm) {
+PeakGroups peak_groups(const std::vector<PlacedPeak>& peaks, double distance_mm) {
   std::vector<std::vector<std::size_t>> groups;
   std::vector<bool> grouped(peaks.size());
-  const double reach = distance_mm / voxel_mm;
   for (std::size_t first = 0; first < peaks.size(); ++first) {
     if (grouped[first]) continue;
     grouped[first] = true;
@@ -127,33 +130,40 @@ std::vector<std::vector<std::size_t>> peak_groups(const std::vector<PlacedPeak>&
     for (std::size_t next = 0; next < group.size(); ++next)
       for (std::size_t other = 0; other < peaks.size(); ++other) {
         if (grouped[other]) continue;
-        const Voxel &a = peaks[group[next]].voxel, &b = peaks[other].voxel;
-        const double i = a.i - b.i, j = a.j - b.j, k = a.k - b.k;
-        if (i * i + j * j + k * k > reach * reach) continue;
+        if (apart(peaks[group[next]].voxel, peaks[other].voxel, distance_mm)) continue;
         grouped[other] = true;
         group.push_back(other);
       }
     groups.push_back(std::move(group));
   }
-  return groups;
+  return {std::move(groups), distance_mm};
 }
 
-void place_groups(const std::vector<PlacedPeak>& peaks,
-                  const std::vector<std::vector<std::size_t>>& groups, const Mask& mask,
+void place_groups(const std::vector<PlacedPeak>& peaks, const PeakGroups& groups, const Mask& mask,
                   const Placement& placement, RandomStream& random, std::vector<Voxel>& voxels) {
   voxels.resize(peaks.size());
-  for (const std::vector<std::size_t>& group : groups) {
-    bool fits = false;
-    for (int again = 0; again < tries_of_a_group && !fits; ++again) {
+  std::vector<Voxel> placed, moved_group;
+  for (const std::vector<std::size_t>& group : groups.groups) {
+    bool fits = false, lonely = false;
+    for (int again = 0; again < tries_of_a_group && !lonely; ++again) {
       const Voxel from = peaks[group[random.below(std::uint32_t(group.size()))]].voxel;
       const Voxel to = placement.draw(random);
-      fits = std::all_of(group.begin(), group.end(), [&](std::size_t p) {
-        return in_mask(mask, moved(peaks[p].voxel, from, to));
+      moved_group.clear();
+      for (const std::size_t p : group) moved_group.push_back(moved(peaks[p].voxel, from, to));
+      if (!std::all_of(moved_group.begin(), moved_group.end(),
+                       [&](const Voxel& at) { return in_mask(mask, at); }))
+        continue;
+      fits = true;
+      lonely = std::all_of(moved_group.begin(), moved_group.end(), [&](const Voxel& at) {
+        return std::all_of(placed.begin(), placed.end(), [&](const Voxel& other) {
+          return apart(at, other, groups.distance_mm);
+        });
       });
-      for (const std::size_t p : group) voxels[p] = moved(peaks[p].voxel, from, to);
+      for (std::size_t i = 0; i < group.size(); ++i) voxels[group[i]] = moved_group[i];
     }
-    if (fits) continue;
-    for (const std::size_t p : group) voxels[p] = placement.draw(random);
+    if (!fits)
+      for (const std::size_t p : group) voxels[p] = placement.draw(random);
+    for (const std::size_t p : group) placed.push_back(voxels[p]);
   }
 }
 

@@ -6,7 +6,10 @@
 // the installation. The peaks of all the studies tell how often one lies in each kind; within a
 // kind all voxels are as likely. Peaks of a study that are closer to each other than the kernel's
 // FWHM, by way of others too, make a group, which is moved as one to where all of it is in the
-// mask, or, where none of some tries gives such a place, peak by peak.
+// mask and it is not so close to another group, as far as some tries give such a place. If groups
+// came closer than they are, a study's kernels would cover less than they do, and the studies'
+// peaks would seem to converge. Where not even the mask has room for a group its peaks are placed
+// one by one.
 
 #include <array>
 #include <cstdint>
@@ -38,13 +41,15 @@ class Placement {
   std::array<std::uint32_t, kinds> shares_{};             ///< of 2^32 - 1, added up
 };
 
-/// The groups of a study's peaks, by their indices.
-std::vector<std::vector<std::size_t>> peak_groups(const std::vector<PlacedPeak>& peaks,
-                                                  double distance_mm);
+/// The groups of a study's peaks, by their indices; no two are closer than the distance.
+struct PeakGroups {
+  std::vector<std::vector<std::size_t>> groups;
+  double distance_mm;
+};
+PeakGroups peak_groups(const std::vector<PlacedPeak>& peaks, double distance_mm);
 
 /// Draws voxels for the peaks of a study.
-void place_groups(const std::vector<PlacedPeak>& peaks,
-                  const std::vector<std::vector<std::size_t>>& groups, const Mask& mask,
+void place_groups(const std::vector<PlacedPeak>& peaks, const PeakGroups& groups, const Mask& mask,
                   const Placement& placement, RandomStream& random, std::vector<Voxel>& voxels);
 
 }  // namespace kvo::inference

@@ -23,7 +23,7 @@ constexpr std::size_t pilots = 20;
 /// A study as the randomizations see it.
 struct RelocatedStudy {
   PeakMap peaks;
-  std::vector<std::vector<std::size_t>> groups;
+  PeakGroups groups;
   const float* image;  ///< its effects; null without
   std::uint64_t hash;
 };
@@ -114,39 +114,63 @@ class Relocations {
     observe(request.studies);
   }
 
-  [[nodiscard]] std::size_t steps() const { return pilots + number_; }
+  [[nodiscard]] std::size_t number() const { return number_; }
 
-  TestedMap run(Action& action) {
-    const std::array<float, 2> thresholds = find_thresholds(action);
-    scale(observed_);
-    TestedMap tested{.null = NullDistribution(observed_, workspaces_.size()),
-                     .randomizations = number_,
-                     .spatial = number_};
-    Found found{.thresholds = thresholds};
-    for (LargestValues& largest : found.largest)
+  /// Makes the randomizations of these numbers.
+  Tally made(const std::vector<std::size_t>& numbers, Action& action) {
+    NullDistribution null(observed_, workspaces_.size());
+    Tally tally;
+    for (LargestValues& largest : tally.largest)
       for (std::vector<float>* values : {&largest.value, &largest.extent, &largest.tfce})
-        values->resize(number_);
-    in_parallel(number_, [&](std::size_t r, std::size_t thread) {
+        values->resize(numbers.size());
+    in_parallel(numbers.size(), [&](std::size_t i, std::size_t thread) {
       Workspace& work = *workspaces_[thread];
-      relocate(r, work);
+      relocate(numbers[i], work);
       scale(work.z);
-      tested.null.count(work.z, thread);
+      null.count(work.z, thread);
       const auto [least, most] = std::minmax_element(work.z.begin(), work.z.end());
-      found.largest[0].value[r] = *most;
-      found.largest[1].value[r] = -*least;
+      tally.largest[0].value[i] = *most;
+      tally.largest[1].value[i] = -*least;
       for (std::size_t t = 0; t < 2; ++t) {
         const Extents::Largest largest =
-            work.extents.largest(work.z, t == 0 ? 1.0F : -1.0F, thresholds[t]);
-        found.largest[t].extent[r] = largest.extent;
-        found.largest[t].tfce[r] = largest.tfce;
+            work.extents.largest(work.z, t == 0 ? 1.0F : -1.0F, thresholds_[t]);
+        tally.largest[t].extent[i] = largest.extent;
+        tally.largest[t].tfce[i] = largest.tfce;
       }
       action.step();
     });
+    null.finish();
+    tally.null = null.counts();
+    return tally;
+  }
+
+  TestedMap tested(std::span<const Tally* const> tallies) {
+    TestedMap tested{
+        .null = NullDistribution(observed_, 1), .randomizations = number_, .spatial = number_};
+    Found found{.thresholds = thresholds_};
+    for (const Tally* tally : tallies) {
+      tested.null.add(tally->null);
+      for (std::size_t t = 0; t < 2; ++t) found.largest[t].add(tally->largest[t]);
+    }
     tested.null.finish();
     found.p = {tested.null.p(Tail::positive), tested.null.p(Tail::negative)};
     add_corrected(tested, std::move(found), observed_, workspaces_.front()->extents);
     tested.statistic = std::move(observed_);
     return tested;
+  }
+
+  /// Finds the values beyond which a share of forming_p lies in either direction.
+  void find_thresholds(Action& action) {
+    NullDistribution null({}, workspaces_.size());
+    in_parallel(pilots, [&](std::size_t r, std::size_t thread) {
+      // Counted down from the highest number, these are none of the randomizations.
+      relocate(SIZE_MAX - r, *workspaces_[thread]);
+      scale(workspaces_[thread]->z);
+      null.count(workspaces_[thread]->z, thread);
+      action.step();
+    });
+    null.finish();
+    thresholds_ = thresholds_of(null);
   }
 
  private:
@@ -178,9 +202,11 @@ class Relocations {
   void observe(const StudyMaps& studies) {
     observed_.resize(mask_.size());
     StudySums sums(std::size_t(basis_.cols()), mask_.size());
+    std::vector<float> g(mask_.size());
     for (std::size_t s = 0; s < studies_.size(); ++s)
-      add(s, studies.g[s].data(), 0, mask_.size(), sums);
+      if (studies.copy_effects(s, 0, mask_.size(), g.data())) add(s, g.data(), 0, mask_.size(), sums);
     finish(sums, mask_.size(), observed_.data());
+    scale(observed_);
   }
 
   /// Leaves the map of a randomization in the workspace.
@@ -217,20 +243,6 @@ class Relocations {
     for (std::size_t v = 0; v < z.size(); ++v) z[v] /= scale_[v];
   }
 
-  /// The values beyond which a share of forming_p lies in either direction.
-  std::array<float, 2> find_thresholds(Action& action) {
-    NullDistribution null({}, workspaces_.size());
-    in_parallel(pilots, [&](std::size_t r, std::size_t thread) {
-      // Counted down from the highest number, these are none of the randomizations.
-      relocate(SIZE_MAX - r, *workspaces_[thread]);
-      scale(workspaces_[thread]->z);
-      null.count(workspaces_[thread]->z, thread);
-      action.step();
-    });
-    null.finish();
-    return thresholds_of(null);
-  }
-
   const MetaAnalysis& meta_;
   const Mask& mask_;
   EffectMaps effects_;
@@ -243,25 +255,31 @@ class Relocations {
   std::optional<Placement> placement_;
   std::vector<std::unique_ptr<Workspace>> workspaces_;  ///< of each thread
   std::vector<float> observed_, scale_;
+  std::array<float, 2> thresholds_{};
 };
 
 /// What the randomizations do, for the user.
-std::string action_text(const MetaAnalysis& meta) {
+std::string action_text(const MetaAnalysis& meta, std::size_t times) {
   const bool images = std::any_of(meta.members.begin(), meta.members.end(),
                                   [](const Member& member) { return member.has_image; });
   return std::string("Moving peaks to random places") +
-         (images ? " and turning images round at random" : "") + " (" +
-         Q_counted(meta.record.randomizations, "time", "times") + ")";
+         (images ? " and turning images round at random" : "") +
+         times_text(times, meta.record.randomizations);
 }
 
 }  // namespace
 
-TestedMap tested_by_relocation(const RelocationRequest& request) {
+std::optional<TestedMap> tested_by_relocation(const RelocationRequest& request,
+                                              const Shared& shared, Tally& part) {
   Relocations relocations(request);
-  Action action(action_text(request.meta), relocations.steps(), relocation_dots);
-  TestedMap tested = relocations.run(action);
+  const std::vector<std::size_t> numbers = shared.numbers_to_make(relocations.number());
+  Action action(action_text(request.meta, numbers.size()), pilots + numbers.size(),
+                relocation_dots);
+  relocations.find_thresholds(action);
+  part = relocations.made(numbers, action);
   action.finish();
-  return tested;
+  if (shared.only) return std::nullopt;
+  return relocations.tested(shared.tallies(0, part));
 }
 
 }  // namespace kvo::inference

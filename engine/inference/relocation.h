@@ -12,6 +12,7 @@
 // to the root mean square of a kernel around random places at its voxel, and those of all voxels
 // make one null distribution. A place where no study reports anything keeps the value 0.
 
+#include "engine/inference/parts.h"
 #include "engine/inference/tested_map.h"
 #include "engine/maps/meta_analysis.h"
 #include "engine/model/design.h"
@@ -25,7 +26,9 @@ struct RelocationRequest {
   double tau2;
 };
 
-/// As often as preprocessing was told, showing progress.
-TestedMap tested_by_relocation(const RelocationRequest& request);
+/// As often as preprocessing was told, showing progress. Nothing when this
+/// process makes a part only, whose tally is then left in `part`.
+std::optional<TestedMap> tested_by_relocation(const RelocationRequest& request,
+                                              const Shared& shared, Tally& part);
 
 }  // namespace kvo::inference

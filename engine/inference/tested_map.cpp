@@ -28,6 +28,12 @@ std::vector<float> two_tailed(const std::vector<float>& positive,
 
 }  // namespace
 
+void LargestValues::add(const LargestValues& others) {
+  value.insert(value.end(), others.value.begin(), others.value.end());
+  extent.insert(extent.end(), others.extent.begin(), others.extent.end());
+  tfce.insert(tfce.end(), others.tfce.begin(), others.tfce.end());
+}
+
 std::array<float, 2> thresholds_of(const NullDistribution& null) {
   const auto above_0 = [](double value) { return float(std::max(value, 1e-3)); };
   return {above_0(null.quantile(forming_p, Tail::positive)),

@@ -21,6 +21,7 @@ inline constexpr double forming_p = 0.001;
 /// cluster and TFCE. Clusters and TFCE may have been looked at in fewer of them.
 struct LargestValues {
   std::vector<float> value, extent, tfce;
+  void add(const LargestValues& others);
 };
 
 /// Maps in the voxels of the mask. Those of p values that are corrected for the family-wise error

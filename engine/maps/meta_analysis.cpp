@@ -97,6 +97,13 @@ AnalysisFacts facts_of(const std::string& command, const MetaAnalysis& meta) {
   return facts;
 }
 
+bool StudyMaps::copy_effects(std::size_t study, std::size_t begin, std::size_t voxels,
+                             float* to) const {
+  if (g[study].empty()) return of_peaks[study].copy(begin, voxels, to);
+  std::copy_n(g[study].data() + begin, voxels, to);
+  return true;
+}
+
 std::vector<const float*> StudyMaps::effects(std::size_t begin) const {
   return pointers_at(g, begin);
 }
@@ -121,16 +128,16 @@ std::vector<float> read_variances(const PpRecord& record, const std::string& stu
 
 StudyMaps read_study_maps(const MetaAnalysis& meta) {
   const std::size_t studies = meta.members.size();
-  Action action("Reading the maps of " + Q_counted(studies, "study", "studies"), 2 * studies);
-  StudyMaps maps;
-  maps.g.resize(studies);
-  maps.var.resize(studies);
-  in_parallel(2 * studies, [&](std::size_t i, std::size_t) {
-    const std::string& name = meta.members[i / 2].study.name;
-    if (i % 2 == 0) {
-      maps.g[i / 2] = read_effects(meta.record, name, meta.mask);
+  Action action("Reading the maps of " + Q_counted(studies, "study", "studies"), studies);
+  StudyMaps maps(studies);
+  in_parallel(studies, [&](std::size_t s, std::size_t) {
+    const std::string& name = meta.members[s].study.name;
+    std::vector<float> g = read_effects(meta.record, name, meta.mask);
+    if (meta.members[s].has_image) {
+      maps.g[s] = std::move(g);
+      maps.var[s] = read_variances(meta.record, name, meta.mask);
     } else {
-      maps.var[i / 2] = read_variances(meta.record, name, meta.mask);
+      maps.of_peaks[s] = SparseMap(g);
     }
     action.step();
   });

@@ -9,6 +9,7 @@
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/maps_layer.h"
 #include "engine/maps/pp_record.h"
+#include "engine/maps/sparse_map.h"
 #include "engine/studies/study.h"
 #include "engine/studies/study_peaks.h"
 
@@ -43,10 +44,17 @@ MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::si
 /// The command, and how many studies and participants take part.
 AnalysisFacts facts_of(const std::string& command, const MetaAnalysis& meta);
 
-/// The maps of the studies in the voxels of the mask.
+/// The maps of the studies in the voxels of the mask. A study has either kind.
 struct StudyMaps {
-  std::vector<std::vector<float>> g, var;
-  /// Pointers to voxel `begin` of each map.
+  std::vector<std::vector<float>> g, var;  ///< of images; empty ones of studies with peaks
+  std::vector<SparseMap> of_peaks;         ///< the effects around peaks; empty ones of images
+
+  explicit StudyMaps(std::size_t studies) : g(studies), var(studies), of_peaks(studies) {}
+
+  /// Copies the effects of a study in `voxels` voxels from `begin` on, a multiple of the stretch of
+  /// sparse maps. False when they are all 0, which leaves `to` as it was.
+  bool copy_effects(std::size_t study, std::size_t begin, std::size_t voxels, float* to) const;
+  /// Pointers to voxel `begin` of each map, where all the studies have images.
   [[nodiscard]] std::vector<const float*> effects(std::size_t begin) const;
   [[nodiscard]] std::vector<const float*> variances(std::size_t begin) const;
 };
@@ -58,7 +66,7 @@ std::vector<float> read_effects(const PpRecord& record, const std::string& study
 std::vector<float> read_variances(const PpRecord& record, const std::string& study,
                                   const Mask& mask);
 
-/// Reads the maps, showing progress. Throws Refusal as read_effects() and read_variances() do.
+/// Reads the maps, of studies with peaks those of the effects alone, showing progress. Throws Refusal as read_effects() and read_variances() do.
 StudyMaps read_study_maps(const MetaAnalysis& meta);
 
 }  // namespace kvo::maps

@@ -89,9 +89,7 @@ std::vector<std::optional<Effect>> effects_of_images(const Extraction& extractio
 
 /// The maps of the studies that have images.
 StudyMaps maps_of_images(const MetaAnalysis& meta) {
-  StudyMaps maps;
-  maps.g.resize(meta.members.size());
-  maps.var.resize(meta.members.size());
+  StudyMaps maps(meta.members.size());
   in_parallel(meta.members.size(), [&](std::size_t s, std::size_t) {
     if (!meta.members[s].has_image) return;
     maps.g[s] = read_effects(meta.record, meta.members[s].study.name, meta.mask);

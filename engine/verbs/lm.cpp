@@ -14,7 +14,10 @@
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
+#include "engine/base/text_file.h"
+#include "engine/base/wording.h"
 #include "engine/inference/exchange.h"
+#include "engine/inference/parts.h"
 #include "engine/inference/relocation.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
@@ -101,8 +104,8 @@ std::vector<float*> pointers_at(std::vector<Map>& maps, std::size_t begin) {
   return pointers;
 }
 
-LinearModelMaps maps_of(const Design& design, const StudyMaps& studies, std::size_t voxels) {
-  LinearModelMaps maps(design.coefficients(), voxels);
+void fit_images(const Design& design, const StudyMaps& studies, LinearModelMaps& maps) {
+  const std::size_t voxels = maps.tau2.size();
   in_parallel((voxels + piece_voxels - 1) / piece_voxels, [&](std::size_t piece, std::size_t) {
     const std::size_t begin = piece * piece_voxels;
     const std::vector<float*> z = pointers_at(maps.z, begin), g = pointers_at(maps.g, begin),
@@ -116,7 +119,6 @@ LinearModelMaps maps_of(const Design& design, const StudyMaps& studies, std::siz
                     .I2 = maps.I2.data() + begin,
                     .Q = maps.Q.data() + begin});
   });
-  return maps;
 }
 
 std::string doing(const ModelRequest& request, std::size_t studies) {
@@ -125,11 +127,12 @@ std::string doing(const ModelRequest& request, std::size_t studies) {
                                : "Fitting " + request.terms + " to " + count;
 }
 
-/// The model in the maps of the studies, which are in memory only meanwhile, and its p values.
-struct Fit {
+/// The model in the maps of the studies.
+struct Estimates {
+  StudyMaps studies;
   LinearModelMaps maps;
-  std::vector<TestedMap> tested;    ///< the coefficients
   std::optional<JointFacts> joint;  ///< nothing where all the studies have images
+  double tau2;                      ///< by which studies are weighted when p values are found
 };
 
 /// Has the estimates be those of the likelihood of the studies' peaks, and says so. Of the
@@ -170,36 +173,67 @@ double common_tau2(const LinearModelMaps& maps, const std::optional<JointFacts>&
   return sum / double(maps.tau2.size());
 }
 
-std::vector<TestedMap> tested_coefficients(const LinearModel& linear, const StudyMaps& studies,
-                                           double tau2, bool peaks) {
+/// The randomizations of a coefficient; nothing when this process makes a part of them, whose tally
+/// is then in `part`.
+std::optional<TestedMap> tested_coefficient(const LinearModel& linear, const Estimates& estimates,
+                                            std::size_t j, const Shared& shared, Tally& part) {
   const Design& design = linear.model.design;
-  std::vector<TestedMap> tested;
-  for (std::size_t j = 0; j < design.coefficients(); ++j)
-    if (j == 0 && peaks)
-      tested.push_back(tested_by_relocation(
-          {.meta = linear.meta, .design = design, .studies = studies, .tau2 = tau2}));
-    else
-      tested.push_back(tested_by_exchange({.meta = linear.meta,
-                                           .design = design,
-                                           .coefficient = j,
-                                           .name = j == 0 ? "" : linear.model.terms[j - 1],
-                                           .studies = studies,
-                                           .tau2 = tau2}));
-  return tested;
+  if (j == 0 && estimates.joint)
+    return tested_by_relocation({.meta = linear.meta,
+                                 .design = design,
+                                 .studies = estimates.studies,
+                                 .tau2 = estimates.tau2},
+                                shared, part);
+  return tested_by_exchange({.meta = linear.meta,
+                             .design = design,
+                             .coefficient = j,
+                             .name = j == 0 ? "" : linear.model.terms[j - 1],
+                             .studies = estimates.studies,
+                             .tau2 = estimates.tau2},
+                            shared, part);
 }
 
-Fit fit_of(const ModelRequest& request, const LinearModel& linear) {
+Estimates estimates_of(const ModelRequest& request, const LinearModel& linear) {
   const Design& design = linear.model.design;
   const MetaAnalysis& meta = linear.meta;
-  const StudyMaps studies = read_study_maps(meta);
-  Action action(doing(request, meta.members.size()));
-  LinearModelMaps maps = maps_of(design, studies, meta.mask.size());
-  action.finish();
-  std::optional<JointFacts> joint;
-  if (has_peaks(meta)) joint = estimate_from_peaks(linear, studies, maps);
-  std::vector<TestedMap> tested =
-      tested_coefficients(linear, studies, common_tau2(maps, joint), joint.has_value());
-  return {std::move(maps), std::move(tested), std::move(joint)};
+  Estimates estimates{
+      read_study_maps(meta), {design.coefficients(), meta.mask.size()}, std::nullopt, 0};
+  if (has_peaks(meta)) {
+    estimates.joint = estimate_from_peaks(linear, estimates.studies, estimates.maps);
+  } else {
+    Action action(doing(request, meta.members.size()));
+    fit_images(design, estimates.studies, estimates.maps);
+    action.finish();
+  }
+  estimates.tau2 = common_tau2(estimates.maps, estimates.joint);
+  return estimates;
+}
+
+/// A key of what randomizations depend on: the version, the command, what preprocessing was made of,
+/// and which studies take part with which values.
+std::string key_of(const Command& command, const LinearModel& linear, double tau2) {
+  std::string text = program_text() + "\n" + command.text() + "\n" +
+                     file_checksum(KVO_RECORD_FILE) + "\n" + text_of(tau2);
+  for (std::size_t s = 0; s < linear.meta.members.size(); ++s) {
+    text += "\n" + linear.meta.members[s].study.name;
+    for (const double value : linear.model.design.columns.row(Eigen::Index(s)))
+      text += " " + text_of(value);
+  }
+  return Q_sha256(text);
+}
+
+/// Makes a part of the randomizations and leaves its file alone.
+void run_part(const Command& command, const ModelRequest& request, const Part& part) {
+  const Q_fd folder = share_folder();
+  const LinearModel linear = prepare_model(request);
+  const Estimates estimates = estimates_of(request, linear);
+  std::vector<Tally> tallies(linear.names.size());
+  for (std::size_t j = 0; j < tallies.size(); ++j)
+    tested_coefficient(linear, estimates, j, {.only = part, .made = {}}, tallies[j]);
+  write_part(command.name, part, key_of(command, linear, estimates.tau2), tallies);
+  say("The file '" + part_file(command.name, part) + "' has this part of the randomizations.");
+  say("With the files of the parts in this folder the command without " +
+      std::string(part_variable) + " brings them together.");
 }
 
 /// A limit of the 95 % interval: the upper one with a sign of 1, the lower one with -1.
@@ -210,8 +244,8 @@ Map limit_of(const Map& g, const Map& var, float sign) {
   return limit;
 }
 
-std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
-  LinearModelMaps& maps = fit.maps;
+std::vector<NamedMap> named_maps(const LinearModel& linear, LinearModelMaps maps,
+                                 const std::vector<TestedMap>& tested) {
   std::vector<NamedMap> named;
   for (std::size_t j = 0; j < linear.names.size(); ++j) {
     const std::string& name = linear.names[j];
@@ -222,7 +256,7 @@ std::vector<NamedMap> named_maps(const LinearModel& linear, Fit& fit) {
     named.push_back({name, ci_low_map, std::move(low)});
     named.push_back({name, ci_high_map, std::move(high)});
     named.push_back({name, info_map, std::move(maps.info[j])});
-    add_p_maps(named, name, fit.tested[j]);
+    add_p_maps(named, name, tested[j]);
   }
   named.push_back({linear.names[0], tau2_map, std::move(maps.tau2)});
   named.push_back({linear.names[0], I2_map, std::move(maps.I2)});
@@ -242,25 +276,44 @@ void leave_record(Outputs& outputs, const LinearModel& linear,
   }
 }
 
-/// Fits the model that the command asks for and leaves its maps.
-LinearModel run_model(const Command& command, const ModelRequest& request) {
-  Outputs outputs;
-  LinearModel linear = prepare_model(request);
-  say_filtered(linear.filtered, linear.all);
-  say_incomplete(linear.model);
-  Fit fit = fit_of(request, linear);
-  write_maps(outputs, command, linear.meta.mask, named_maps(linear, fit));
-  leave_record(outputs, linear, fit.joint);
+/// Fits the model and leaves its maps. Parts of the randomizations that others have made are gone
+/// then.
+void leave_maps(const Command& command, const ModelRequest& request, const LinearModel& linear,
+                Outputs& outputs) {
+  Estimates estimates = estimates_of(request, linear);
+  const std::size_t coefficients = linear.names.size();
+  const Shared shared{
+      .only = std::nullopt,
+      .made = read_parts(command.name, key_of(command, linear, estimates.tau2), coefficients)};
+  std::vector<TestedMap> tested;
   std::vector<ListedMap> listed;
-  for (std::size_t j = 0; j < fit.tested.size(); ++j)
-    listed.push_back({linear.names[j], fit.tested[j]});
+  for (std::size_t j = 0; j < coefficients; ++j) {
+    Tally own;
+    tested.push_back(*tested_coefficient(linear, estimates, j, shared, own));
+  }
+  for (std::size_t j = 0; j < coefficients; ++j) listed.push_back({linear.names[j], tested[j]});
+  write_maps(outputs, command, linear.meta.mask,
+             named_maps(linear, std::move(estimates.maps), tested));
+  leave_record(outputs, linear, estimates.joint);
   AnalysisFacts facts = facts_of(command.text(), linear.meta);
   facts.left_out = linear.left_out;
   list_maps(outputs, listed, facts);
+  for (const MadePart& part : shared.made) outputs.remove(part.file);
   outputs.commit();
-  if (fit.joint)
-    for (const Fact& fact : estimate_facts(*fit.joint)) say(fact.label + ": " + fact.text);
-  return linear;
+  if (estimates.joint)
+    for (const Fact& fact : estimate_facts(*estimates.joint)) say(fact.label + ": " + fact.text);
+}
+
+void run_model(const Command& command, const ModelRequest& request) {
+  if (const std::optional<Part> part = asked_part()) return run_part(command, request, *part);
+  Outputs outputs;
+  const LinearModel linear = prepare_model(request);
+  say_filtered(linear.filtered, linear.all);
+  say_incomplete(linear.model);
+  leave_maps(command, request, linear, outputs);
+  for (std::size_t j = 0; !linear.model.terms.empty() && j < linear.names.size(); ++j)
+    say(linear.names[j] + ": " +
+        (j == 0 ? "where all terms are 0" : "the coefficient of " + linear.model.terms[j - 1]));
 }
 
 }  // namespace
@@ -278,10 +331,7 @@ void check_lm(const Command& command) {
 }
 
 void run_lm(const Command& command) {
-  const LinearModel linear = run_model(command, lm_request(command));
-  for (std::size_t j = 0; j < linear.names.size(); ++j)
-    say(linear.names[j] + ": " +
-        (j == 0 ? "where all terms are 0" : "the coefficient of " + linear.model.terms[j - 1]));
+  run_model(command, lm_request(command));
 }
 
 }  // namespace kvo::verbs

@@ -1,5 +1,7 @@
 #include "engine/verbs/verbs.h"
 
+#include "engine/base/refusal.h"
+#include "engine/inference/parts.h"
 #include "engine/report/sources.h"
 
 namespace kvo::verbs {
@@ -137,6 +139,14 @@ constexpr Verb verbs[] = {
 
 std::span<const Verb> all_verbs() {
   return verbs;
+}
+
+Command command_of(const std::string& text) {
+  Command command = parse_command(text, all_verbs());
+  if (command.verb->run != run_mean && command.verb->run != run_lm && asked_part())
+    throw Refusal(std::string(part_variable) +
+                  " asks for a part of the randomizations, and only mean and lm have any.");
+  return command;
 }
 
 }  // namespace kvo::verbs

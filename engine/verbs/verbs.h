@@ -4,6 +4,7 @@
 // it checks and what it does; the table here says all else.
 
 #include <span>
+#include <string>
 
 #include "engine/base/command.h"
 #include "engine/verbs/verbs_layer.h"
@@ -11,6 +12,10 @@
 namespace kvo::verbs {
 
 std::span<const Verb> all_verbs();
+
+/// A command. Throws Refusal as parse_command() does, and when the environment asks for a part of
+/// the randomizations of one that has none.
+Command command_of(const std::string& text);
 
 void check_pp(const Command& command);
 void run_pp(const Command& command);

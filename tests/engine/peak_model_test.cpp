@@ -308,7 +308,7 @@ TEST(PeakFit, IsTheSameWithAnyNumberOfThreads) {
 /// A meta-analysis of studies with those peaks, and maps of the images of those with none.
 struct Joint {
   MetaAnalysis meta;
-  StudyMaps maps;
+  StudyMaps maps{0};
 
   void add_peaks(int n, const std::vector<ListedPeak>& listed) {
     add(n, false);

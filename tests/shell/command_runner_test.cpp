@@ -169,9 +169,9 @@ TEST(Runner, ShowsLinesAsTheyComeUnderAModalPopUp) {
 }
 
 TEST(Runner, ShowsVeryManyLinesWithBothPanesAtTheirEnds) {
-  constexpr int LINES = 100000;
+  constexpr int LINES = 20000;
   const Shell_fixture shell;
-  shell.engine_does("seq -f '  line %.0f' 1 100000; echo d");
+  shell.engine_does("seq -f '  line %.0f' 1 20000; echo d");
   gtk_text_buffer_set_text(Qw_v_OutputBuffer[1], std::string(300, '\n').c_str(), -1);
   int alive = 0;
   const auto count = [](gpointer data) -> gboolean {
@@ -181,7 +181,7 @@ TEST(Runner, ShowsVeryManyLinesWithBothPanesAtTheirEnds) {
   const Q_source counter(g_timeout_add(20, count, &alive));
   const std::clock_t start = std::clock();
   kvo3_exec_core(false, "go");
-  EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 120) << "s of the processor's time";
+  EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 25) << "s of the processor's time";
   EXPECT_GT(alive, 5) << "the window was served meanwhile";
   std::string expected = "go\n";
   for (int i = 1; i <= LINES; ++i) expected += "  line " + std::to_string(i) + "\n";

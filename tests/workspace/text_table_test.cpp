@@ -199,9 +199,9 @@ TEST(TextTable, SavesWhatItLoadedOrKeepsTheOldFile) {
               "File 'none/x\\.txt' not writable\\.");
 }
 
-TEST(TextTable, LoadsMillionsOfCells) {
+TEST(TextTable, LoadsVeryManyCells) {
   constexpr int COLUMNS = 30;
-  constexpr int ROWS = 100034;  // 3,001,020 cells
+  constexpr int ROWS = 20034;  // 601,020 cells
   std::string content;
   for (int row = 0; row < ROWS; ++row) {
     for (int column = 0; column < COLUMNS; ++column)
@@ -214,9 +214,9 @@ TEST(TextTable, LoadsMillionsOfCells) {
   const auto seconds = (std::clock() - start) / CLOCKS_PER_SEC;
   EXPECT_EQ(Q_table_nrow(table), COLUMNS);
   EXPECT_EQ(Q_table_ncol(table), ROWS);
-  EXPECT_EQ(TABLE(table, 29, 100033), std::to_string((100033 * 31 + 29 * 7) % 100000));
+  EXPECT_EQ(TABLE(table, 29, 20033), std::to_string((20033 * 31 + 29 * 7) % 100000));
   // Of the processor's time, and far above what it takes: only a change of its order fails.
-  EXPECT_LT(seconds, 20);
+  EXPECT_LT(seconds, 5);
   EXPECT_EQ(Q_table_text(table), content);
 }
 

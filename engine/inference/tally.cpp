@@ -1,0 +1,48 @@
+#include "engine/inference/tally.h"
+
+#include <cstring>
+
+namespace kvo::inference {
+
+namespace {
+
+/// Calls visit(list) for all that a tally is made of.
+template <typename Of, typename Visit>
+void for_each_list(Of& tally, const Visit& visit) {
+  visit(tally.null.by_rank);
+  visit(tally.null.by_bin);
+  for (auto& largest : tally.largest)
+    for (auto* list : {&largest.value, &largest.extent, &largest.tfce}) visit(*list);
+  for (auto& list : tally.beyond) visit(list);
+  for (auto& list : tally.powers) visit(list);
+}
+
+}  // namespace
+
+std::string bytes_of(const Tally& tally) {
+  std::string bytes;
+  for_each_list(tally, [&](const auto& list) {
+    const std::uint64_t size = list.size();
+    bytes.append(reinterpret_cast<const char*>(&size), sizeof size);
+    bytes.append(reinterpret_cast<const char*>(list.data()), size * sizeof list[0]);
+  });
+  return bytes;
+}
+
+bool take_tally(std::string_view& bytes, Tally& tally) {
+  bool whole = true;
+  for_each_list(tally, [&](auto& list) {
+    std::uint64_t size = 0;
+    whole = whole && bytes.size() >= sizeof size;
+    if (whole) std::memcpy(&size, bytes.data(), sizeof size);
+    whole = whole && size <= (bytes.size() - sizeof size) / sizeof list[0];
+    if (!whole) return;
+    bytes.remove_prefix(sizeof size);
+    list.resize(size);
+    if (size > 0) std::memcpy(list.data(), bytes.data(), size * sizeof list[0]);
+    bytes.remove_prefix(size * sizeof list[0]);
+  });
+  return whole;
+}
+
+}  // namespace kvo::inference
