@@ -95,7 +95,7 @@ Running_command launch(const std::function<void()>& work) {
 
 int carry_out(const std::string& text) {
   return exit_status_of([&] {
-    const Command command = parse_command(text, all_verbs());
+    const Command command = command_of(text);
     recover_folder();
     command.verb->check(command);
     check_folder_writable();
