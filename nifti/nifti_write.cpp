@@ -1,6 +1,7 @@
 #include "nifti/nifti_write.h"
 
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 #include "nifti/nifti_source.h"
 #include "util/q_string.h"
@@ -20,6 +22,9 @@ namespace {
 
 constexpr std::size_t FIRST_VOXEL = 352;
 constexpr std::size_t BLOCK = std::size_t{1} << 20;
+/// An image of up to so many bytes is compressed at once, which is several times faster than zlib.
+constexpr std::size_t LARGEST_AT_ONCE = std::size_t{64} << 20;
+constexpr int COMPRESSION = 6;
 constexpr char SINGLE_FILE_MAGIC[4] = {'n', '+', '1', '\0'};
 
 std::span<const char> bytes_of(const Nifti_header& header) {
@@ -59,6 +64,22 @@ class Sink {
   Q_gz_file stream_;
 };
 
+using Compressor = std::unique_ptr<libdeflate_compressor, Q_call<libdeflate_free_compressor>>;
+
+/// Writes the pieces as one gzip member without file name or time stamp. False, with errno set, after
+/// an error.
+bool write_at_once(int file, std::span<const std::span<const char>> pieces) {
+  std::vector<char> bytes;
+  for (const std::span<const char> piece : pieces) bytes.insert(bytes.end(), piece.begin(), piece.end());
+  const Compressor compressor(libdeflate_alloc_compressor(COMPRESSION));
+  errno = ENOMEM;
+  if (compressor == nullptr) return false;
+  std::vector<char> packed(libdeflate_gzip_compress_bound(compressor.get(), bytes.size()));
+  const std::size_t size = libdeflate_gzip_compress(compressor.get(), bytes.data(), bytes.size(),
+                                                    packed.data(), packed.size());
+  return size > 0 && Q_write_all(file, {packed.data(), size});
+}
+
 bool is_compressed(const std::string& path) {
   return path.ends_with(".gz");
 }
@@ -94,11 +115,16 @@ bool nifti_write_to(int file, bool compressed, const Nifti_header& header,
   std::memcpy(h.magic, SINGLE_FILE_MAGIC, sizeof h.magic);
   constexpr std::array<char, FIRST_VOXEL - sizeof h> no_extension{};
 
+  std::vector<std::span<const char>> pieces{bytes_of(h), no_extension};
+  std::size_t size = FIRST_VOXEL;
+  for (const std::span<const float> volume : volumes) {
+    pieces.emplace_back(reinterpret_cast<const char*>(volume.data()), volume.size_bytes());
+    size += volume.size_bytes();
+  }
+  if (compressed && size <= LARGEST_AT_ONCE) return write_at_once(file, pieces);
   Sink sink(file, compressed);
-  if (!sink.write(bytes_of(h)) || !sink.write(no_extension)) return false;
-  for (const std::span<const float> volume : volumes)
-    if (!sink.write({reinterpret_cast<const char*>(volume.data()), volume.size_bytes()}))
-      return false;
+  for (const std::span<const char> piece : pieces)
+    if (!sink.write(piece)) return false;
   return sink.finish();
 }
 

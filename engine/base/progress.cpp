@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
+#include <limits>
 
+#include "engine/base/wording.h"
 #include "util/handles.h"
 #include "util/q_string.h"
 
@@ -16,6 +19,9 @@ namespace {
 
 // Seconds between two dots, so that the console is never busy with them.
 constexpr double dot_interval = 0.2;
+
+// Seconds that an action must have taken and have left before it says so.
+constexpr double least_taken = 10, least_left = 15;
 
 double now() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -90,8 +96,19 @@ void say_cancelled() {
   say_warning("The command was cancelled.");
 }
 
+std::string time_left_text(double seconds) {
+  const double minutes = seconds / 60;
+  if (seconds < 95) return "about " + decimal_text(10 * std::ceil(seconds / 10), 0) + " s left";
+  if (minutes < 95) return "about " + decimal_text(minutes, 0) + " min left";
+  return "about " + decimal_text(minutes / 60, 1) + " h left";
+}
+
 Action::Action(std::string_view text, std::size_t steps, std::size_t dots)
-    : steps_(steps), dots_(dots), last_dot_(now()) {
+    : steps_(steps),
+      dots_(dots),
+      begun_(now()),
+      last_dot_(begun_),
+      told_(std::numeric_limits<double>::infinity()) {
   write_coded("a", text);
 }
 
@@ -104,8 +121,16 @@ void Action::step() {
       write_line(".");
       shown_ = due;
       last_dot_ = time;
+      say_time_left(time);
     }
   }
+}
+
+void Action::say_time_left(double time) {
+  const double taken = time - begun_, left = taken / double(done_) * double(steps_ - done_);
+  if (taken < least_taken || left < least_left || left > 0.6 * told_) return;
+  told_ = left;
+  say(time_left_text(left));
 }
 
 void Action::finish() {

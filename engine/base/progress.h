@@ -27,9 +27,12 @@ void say_warning(std::string_view text);
 /// The two lines that close a cancelled command.
 void say_cancelled();
 
+/// "about 40 s left", "about 3 min left", "about 2.5 h left"
+std::string time_left_text(double seconds);
+
 /// One action of a command, from "a" to "o": announces itself, shows progress dots while step() is
-/// called, and says that it is done when finish() is called. When it goes out of scope unfinished
-/// it says nothing more.
+/// called, and says that it is done when finish() is called. One that takes long says now and then
+/// how much time is left. When it goes out of scope unfinished it says nothing more.
 class Action {
  public:
   /// `steps` is how often step() will be called; at most `dots` dots are shown for them.
@@ -40,9 +43,12 @@ class Action {
   void finish();
 
  private:
+  void say_time_left(double time);
+
   std::size_t steps_, dots_;
   std::size_t done_ = 0, shown_ = 0;
-  double last_dot_;
+  double begun_, last_dot_;
+  double told_;  ///< the seconds that were left when it was last said
 };
 
 }  // namespace kvo::base

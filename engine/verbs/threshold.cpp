@@ -7,6 +7,7 @@
 
 #include "engine/base/exists.h"
 #include "engine/base/progress.h"
+#include "engine/base/wording.h"
 #include "engine/base/refusal.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/cluster_result.h"
@@ -110,6 +111,21 @@ std::string name_of_p(const ChosenP& chosen) {
   return std::string(chosen.both ? "two-tailed " : "") + p_map_kinds[chosen.kind].heading;
 }
 
+/// What is to be said of a corrected p that there are too few randomizations for, the standard error
+/// of one as large as the threshold being more than half of it; "" where there is nothing to say.
+std::string doubt_of_p(const ThresholdRequest& request, const ChosenP& chosen) {
+  const auto made = double(randomizations_of(chosen.map, chosen.kind));
+  // Uncorrected ones come of the values of all voxels, and rates of false discoveries of these.
+  if (chosen.kind == 0 || chosen.kind + 1 == p_map_kinds.size() || made == 0) return "";
+  const double sides = chosen.both ? 2 : 1, p = double(request.p) / sides,
+               enough = 4 * (1 - p) / p;
+  if (made >= enough) return "";
+  return "With " + Q_counted(std::size_t(made), "randomization", "randomizations") + " a " +
+         name_of_p(chosen) + " of " + p_text(double(request.p)) + " has a standard error of " +
+         p_text(sides * std::sqrt(p * (1 - p) / made)) + "; " +
+         Q_count_text(std::size_t(std::ceil(enough))) + " would make it half of the p";
+}
+
 std::string question_of_p(const MethodsFacts& methods) {
   if (!methods.term.empty())
     return "Does the effect here change with " + methods.term +
@@ -143,6 +159,8 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
                         {"Coefficient", known.methods.term.empty()
                                             ? "the intercept: the effect where all terms are 0"
                                             : "of " + known.methods.term});
+  if (const std::string doubt = doubt_of_p(request, chosen); !doubt.empty())
+    report.facts.push_back({"Certainty of p", doubt});
   report.commands = std::move(known.commands);
   report.commands.push_back(command.text());
   report.methods = methods_of(known.methods);
@@ -181,6 +199,7 @@ void run_threshold(const Command& command) {
   write_result(outputs, command, result, report_of(command, result, request, map.chosen));
   outputs.commit();
   say_result(result);
+  if (const std::string doubt = doubt_of_p(request, map.chosen); !doubt.empty()) say(doubt + ".");
 }
 
 }  // namespace kvo::verbs
