@@ -1,9 +1,9 @@
-// How often p values are below levels where there is nothing to find, as tables in Markdown: of random
-// covariates, fitted to simulated studies that agree in places, overall and where the studies converge;
-// and of means of studies without effects.
+// How often p values are below levels where there is nothing to find, as tables in Markdown: of
+// random covariates, fitted to simulated studies that agree in places, overall and where the
+// studies converge; and of means of studies without effects.
 //
-// p_calibration SHARE RUNS [TABLE]: the folder of the installation's images; "terms" or "means", or else
-// both. Among its lines are those of the engine's progress.
+// p_calibration SHARE RUNS [TABLE]: the folder of the installation's images; "terms" or "means", or
+// else both. Among its lines are those of the engine's progress.
 
 #include <array>
 #include <cstdio>
@@ -168,10 +168,9 @@ struct MeanSetting {
   std::size_t images, studies = 20;
 };
 
-constexpr std::array mean_settings{MeanSetting{"peaks, anisotropy 0", 0, 0},
-                                   MeanSetting{"peaks, anisotropy 1", 1, 0},
-                                   MeanSetting{"half peaks, half images", 0, 10},
-                                   MeanSetting{"images", 0, 20}};
+constexpr std::array mean_settings{
+    MeanSetting{"peaks, anisotropy 0", 0, 0}, MeanSetting{"peaks, anisotropy 1", 1, 0},
+    MeanSetting{"half peaks, half images", 0, 10}, MeanSetting{"images", 0, 20}};
 
 std::vector<Peak> peaks_anywhere(const Mask& mask, const Sample& sample, std::mt19937_64& random) {
   std::vector<Peak> peaks(std::uniform_int_distribution<std::size_t>(3, 14)(random));
@@ -191,7 +190,8 @@ TestedMap tested_mean(const MeanSetting& setting, const Mask& mask,
                       const std::vector<float>& correlation, std::uint64_t seed) {
   std::mt19937_64 random(seed);
   const Truth nothing{"nothing", 16, 0, 8, 0, 0};
-  const SimulatedStudies simulated = simulate(nothing, std::max<std::size_t>(setting.images, 1), seed);
+  const SimulatedStudies simulated =
+      simulate(nothing, std::max<std::size_t>(setting.images, 1), seed);
   MetaAnalysis meta{{}, mask, correlation, {}};
   meta.record.fwhm = 20;
   meta.record.anisotropy = setting.anisotropy;
@@ -217,15 +217,11 @@ TestedMap tested_mean(const MeanSetting& setting, const Mask& mask,
   const Design design = make_design({}, setting.studies);
   Tally all;
   if (setting.images < setting.studies)
-    return *tested_by_relocation(
-        {.meta = meta, .design = design, .studies = maps, .tau2 = tau2}, {}, all);
-  return *tested_by_exchange({.meta = meta,
-                              .design = design,
-                              .coefficient = 0,
-                              .name = "",
-                              .studies = maps,
-                              .tau2 = tau2},
-                             {}, all);
+    return *tested_by_relocation({.meta = meta, .design = design, .studies = maps, .tau2 = tau2},
+                                 {}, all);
+  return *tested_by_exchange(
+      {.meta = meta, .design = design, .coefficient = 0, .name = "", .studies = maps, .tau2 = tau2},
+      {}, all);
 }
 
 void run_mean(const MeanSetting& setting, const Mask& mask, const std::vector<float>& correlation,

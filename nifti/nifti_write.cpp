@@ -66,11 +66,12 @@ class Sink {
 
 using Compressor = std::unique_ptr<libdeflate_compressor, Q_call<libdeflate_free_compressor>>;
 
-/// Writes the pieces as one gzip member without file name or time stamp. False, with errno set, after
-/// an error.
+/// Writes the pieces as one gzip member without file name or time stamp. False, with errno set,
+/// after an error.
 bool write_at_once(int file, std::span<const std::span<const char>> pieces) {
   std::vector<char> bytes;
-  for (const std::span<const char> piece : pieces) bytes.insert(bytes.end(), piece.begin(), piece.end());
+  for (const std::span<const char> piece : pieces)
+    bytes.insert(bytes.end(), piece.begin(), piece.end());
   const Compressor compressor(libdeflate_alloc_compressor(COMPRESSION));
   errno = ENOMEM;
   if (compressor == nullptr) return false;

@@ -226,8 +226,8 @@ class Exchanges {
     thresholds_ = forming_thresholds();
     NullDistribution null({}, extents_.size());
     Tally tally;
-    const auto looked_at = std::size_t(
-        std::lower_bound(numbers.begin(), numbers.end(), spatial_) - numbers.begin());
+    const auto looked_at =
+        std::size_t(std::lower_bound(numbers.begin(), numbers.end(), spatial_) - numbers.begin());
     for (LargestValues& largest : tally.largest) {
       largest.value.resize(numbers.size());
       largest.extent.resize(looked_at);

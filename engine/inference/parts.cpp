@@ -114,17 +114,18 @@ std::optional<Part> asked_part() {
   if (asked == nullptr || *asked == '\0') return std::nullopt;
   const std::optional<Part> part = part_of(asked, "/");
   if (!part)
-    throw Refusal(std::string(part_variable) + " is '" + asked +
-                  "', which is no part of the randomizations such as 1/8, the first of eight, up to 8/8.");
+    throw Refusal(
+        std::string(part_variable) + " is '" + asked +
+        "', which is no part of the randomizations such as 1/8, the first of eight, up to 8/8.");
   return part;
 }
 
 std::vector<std::size_t> Shared::numbers_to_make(std::size_t all) const {
   std::vector<std::size_t> numbers;
   for (std::size_t r = 0; r < all; ++r)
-    if (only ? only->has(r) : std::none_of(made.begin(), made.end(), [&](const MadePart& by_others) {
-          return by_others.part.has(r);
-        }))
+    if (only ? only->has(r)
+             : std::none_of(made.begin(), made.end(),
+                            [&](const MadePart& by_others) { return by_others.part.has(r); }))
       numbers.push_back(r);
   return numbers;
 }
@@ -177,7 +178,8 @@ std::vector<MadePart> read_parts(const std::string& name, const std::string& key
     }
     auto tallies = read_part(made.file, key, coefficients);
     if (!tallies) {
-      say("'" + made.file + "' is not used: it is of other studies or settings, or was made by another version");
+      say("'" + made.file +
+          "' is not used: it is of other studies or settings, or was made by another version");
       continue;
     }
     made.tallies = std::move(*tallies);

@@ -204,7 +204,8 @@ class Relocations {
     StudySums sums(std::size_t(basis_.cols()), mask_.size());
     std::vector<float> g(mask_.size());
     for (std::size_t s = 0; s < studies_.size(); ++s)
-      if (studies.copy_effects(s, 0, mask_.size(), g.data())) add(s, g.data(), 0, mask_.size(), sums);
+      if (studies.copy_effects(s, 0, mask_.size(), g.data()))
+        add(s, g.data(), 0, mask_.size(), sums);
     finish(sums, mask_.size(), observed_.data());
     scale(observed_);
   }

@@ -1,7 +1,7 @@
 #pragma once
 
-// What randomizations have come to, whoever made them: counts and largest values that come to the same
-// in whatever order and by how many processes they are brought together.
+// What randomizations have come to, whoever made them: counts and largest values that come to the
+// same in whatever order and by how many processes they are brought together.
 
 #include <array>
 #include <cstdint>

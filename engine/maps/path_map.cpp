@@ -1,10 +1,12 @@
 #include "engine/maps/path_map.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 
+#include "engine/base/vectors.h"
 #include "engine/images/gaussian.h"
 
 namespace kvo::maps {
@@ -73,6 +75,32 @@ double excess(double path, Voxel from, Voxel to) {
   return std::max(0.0, straight * (path / uniform - 1));
 }
 
+/// Those to the 26 voxels that touch, and at the end the one to where a path begins.
+std::vector<Voxel> directions_of_steps() {
+  std::vector<Voxel> directions;
+  for (int k = -1; k <= 1; ++k)
+    for (int j = -1; j <= 1; ++j)
+      for (int i = -1; i <= 1; ++i)
+        if (i != 0 || j != 0 || k != 0) directions.push_back({i, j, k});
+  directions.push_back({0, 0, 0});
+  return directions;
+}
+
+/// The steps that may follow one on a shortest path: those away from the place where that one was
+/// begun. To a place that touches it, it is shorter to go at once, by the triangle inequality, as
+/// lengths are straight distances between places with their heights.
+std::vector<std::uint8_t> steps_after(const Voxel& step, const std::vector<Voxel>& directions) {
+  std::vector<std::uint8_t> next;
+  for (std::uint8_t s = 0; s + 1U < directions.size(); ++s) {
+    const auto [i, j, k] = directions[s];
+    const bool begins = step.i == 0 && step.j == 0 && step.k == 0;
+    const bool away =
+        std::max({std::abs(step.i + i), std::abs(step.j + j), std::abs(step.k + k)}) > 1;
+    if (begins || away) next.push_back(s);
+  }
+  return next;
+}
+
 }  // namespace
 
 double reaching_fwhm(double fwhm_mm, double anisotropy) {
@@ -95,23 +123,24 @@ PathMap::PathMap(const Mask& mask, std::span<const float> correlation, double fw
     number_[mask.grid_index[n]] = std::int32_t(n);
     height_[place_of(mask.voxel(n))] = height[n];
   }
-  const std::size_t middle = place_of({1, 1, 1});
-  auto* step = steps_.begin();
-  for (int k = 0; k < 3; ++k)
-    for (int j = 0; j < 3; ++j)
-      for (int i = 0; i < 3; ++i) {
-        const int squared = (i - 1) * (i - 1) + (j - 1) * (j - 1) + (k - 1) * (k - 1);
-        if (squared == 0) continue;
-        const auto squared_mm = float(voxel_mm * voxel_mm * squared);
-        *step++ = {std::int32_t(place_of({i, j, k})) - std::int32_t(middle), squared_mm,
-                   std::sqrt(squared_mm)};
-      }
+  const std::vector<Voxel> directions = directions_of_steps();
+  const auto middle = std::int32_t(place_of({1, 1, 1}));
+  for (std::size_t s = 0; s < directions.size(); ++s)
+    for (const std::uint8_t step : steps_after(directions[s], directions)) {
+      NextSteps& next = next_[s];
+      const auto [i, j, k] = directions[step];
+      next.step[next.count] = step;
+      next.offset[next.count] = std::int32_t(place_of({i + 1, j + 1, k + 1})) - middle;
+      next.squared_mm[next.count] = float(voxel_mm * voxel_mm * (i * i + j * j + k * k));
+      ++next.count;
+    }
 }
 
 PathMap::Room::Room(const PathMap& map)
     : sums(map.mask_.size()),
       path(places(), no_path),
       settled(places()),
+      last_step(places()),
       queue(std::size_t(longest_path(tissue_radius()) / double(queue_mm)) + 1) {}
 
 /// Calls visit(number in the mask, voxel, straight distance) for the voxels of the mask that are
@@ -148,31 +177,58 @@ PathMap::Closest PathMap::closest_voxel(const PlacedPeak& peak, Voxel at) const 
   return closest;
 }
 
+namespace {
+
+/// The lengths of the paths that go on by each of so many steps from a place, the heights and paths
+/// of whose neighbours are told. Returns a bit for each that is shorter than what there is and the
+/// limit.
+WIDEST_VECTORS std::uint32_t shorter_steps(std::size_t count, const std::int32_t* __restrict offset,
+                                           const float* __restrict squared_mm,
+                                           const float* __restrict height,
+                                           const float* __restrict path, float limit,
+                                           float* __restrict lengths) {
+  constexpr std::size_t together = 8;
+  const std::size_t filled = (count + together - 1) / together * together;
+  const float here = *height, so_far = *path;
+  std::uint32_t shorter = 0;
+  INDEPENDENT
+  for (std::size_t n = 0; n < filled; ++n) {
+    const float rise = height[offset[n]] - here, before = path[offset[n]];
+    const float length = so_far + std::sqrt(squared_mm[n] + rise * rise);
+    lengths[n] = length;
+    shorter |= length < std::min(before, limit) ? 1U << n : 0U;
+  }
+  return shorter;
+}
+
+}  // namespace
+
 void PathMap::find_paths(const Closest& start, Room& room) const {
   if (start.voxel < 0) return;
+  std::array<float, 32> lengths;
   const auto limit = float(longest_path(start.distance));
-  const auto shorten = [&](std::uint32_t place, float length) {
+  const auto shorten = [&](std::uint32_t place, float length, std::uint8_t step) {
     if (room.path[place] == no_path) room.found.push_back(place);
     room.path[place] = length;
+    room.last_step[place] = step;
     // No step further would end below the limit.
     if (length + queue_mm < limit) room.queue[std::size_t(length / queue_mm)].push_back(place);
   };
-  shorten(std::uint32_t(place_of(mask_.voxel(std::size_t(start.voxel)))), 0);
+  shorten(std::uint32_t(place_of(mask_.voxel(std::size_t(start.voxel)))), 0,
+          std::uint8_t(next_.size() - 1));
   for (std::size_t piece = 0; piece < room.queue.size(); ++piece) {
     for (const std::uint32_t place : room.queue[piece]) {
       // A path that was shortened out of this piece has been gone on with from its new one.
       const float length = room.path[place];
       if (std::size_t(length / queue_mm) != piece || room.settled[place] != 0) continue;
       room.settled[place] = 1;
-      const float height = height_[place];
-      for (const Step& step : steps_) {
-        const std::uint32_t to = place + std::uint32_t(step.offset);
-        // On level ground at least it must be shorter.
-        const float least = std::min(limit, room.path[to]);
-        if (length + step.mm >= least) continue;
-        const float rise = height_[to] - height;
-        const float longer = length + std::sqrt(step.squared_mm + rise * rise);
-        if (longer < least) shorten(to, longer);
+      const NextSteps& next = next_[room.last_step[place]];
+      const std::uint32_t shorter =
+          shorter_steps(next.count, next.offset.data(), next.squared_mm.data(),
+                        height_.data() + place, room.path.data() + place, limit, lengths.data());
+      for (std::uint32_t left = shorter; left != 0; left &= left - 1) {
+        const auto n = std::size_t(std::countr_zero(left));
+        shorten(place + std::uint32_t(next.offset[n]), lengths[n], next.step[n]);
       }
     }
     room.queue[piece].clear();

@@ -76,6 +76,7 @@ class PathMap {
     std::vector<Sums> sums;                         ///< of each voxel; all zero between the calls
     std::vector<float> path;                        ///< of each place; infinite between the calls
     std::vector<std::uint8_t> settled;              ///< of each place; 0 between the calls
+    std::vector<std::uint8_t> last_step;            ///< of each place's path
     std::vector<std::uint32_t> summed;              ///< the voxels whose sums are others
     std::vector<std::uint32_t> found;               ///< the places whose path is another
     std::vector<std::vector<std::uint32_t>> queue;  ///< by the path's length in steps of 2 mm
@@ -87,10 +88,13 @@ class PathMap {
                float* g) const;
 
  private:
-  /// A step to a place that touches, and its straight length.
-  struct Step {
-    std::int32_t offset;
-    float squared_mm, mm;
+  /// The steps to places that touch which may follow one, and their straight lengths squared. Those
+  /// beyond the count lead nowhere, so that several can be looked at at once.
+  struct NextSteps {
+    std::size_t count = 0;
+    std::array<std::uint8_t, 32> step{};
+    std::array<std::int32_t, 32> offset{};
+    std::array<float, 32> squared_mm{};
   };
   struct Closest {
     std::int64_t voxel;  ///< its number in the mask, or -1
@@ -106,7 +110,7 @@ class PathMap {
 
   const Mask& mask_;
   std::vector<std::int32_t> number_;  ///< of each voxel of the grid in the mask, or -1
-  std::array<Step, 26> steps_;
+  std::array<NextSteps, 27> next_;    ///< by the last step; the last one is where a path begins
   /// Of each place of the grid with a margin of one voxel around it; no number outside of the mask.
   std::vector<float> height_;
   double anisotropy_, fwhm_, reach_;

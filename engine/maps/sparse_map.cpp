@@ -39,7 +39,8 @@ SparseMap::SparseMap(std::span<const float> values) {
 }
 
 const float* SparseMap::values_of(std::size_t number) const {
-  const std::uint64_t word = kept_[number / word_bits], bit = std::uint64_t{1} << number % word_bits;
+  const std::uint64_t word = kept_[number / word_bits],
+                      bit = std::uint64_t{1} << number % word_bits;
   if ((word & bit) == 0) return nullptr;
   const auto earlier = before_[number / word_bits] + std::size_t(std::popcount(word & (bit - 1)));
   return values_.data() + earlier * stretch;

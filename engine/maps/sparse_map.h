@@ -1,7 +1,7 @@
 #pragma once
 
-// A map in the voxels of a mask that is 0 in most places, as kernels around a study's peaks make it:
-// of thousands of studies only the stretches of voxels that something reaches are in memory.
+// A map in the voxels of a mask that is 0 in most places, as kernels around a study's peaks make
+// it: of thousands of studies only the stretches of voxels that something reaches are in memory.
 
 #include <cstddef>
 #include <cstdint>

@@ -209,8 +209,8 @@ Estimates estimates_of(const ModelRequest& request, const LinearModel& linear) {
   return estimates;
 }
 
-/// A key of what randomizations depend on: the version, the command, what preprocessing was made of,
-/// and which studies take part with which values.
+/// A key of what randomizations depend on: the version, the command, what preprocessing was made
+/// of, and which studies take part with which values.
 std::string key_of(const Command& command, const LinearModel& linear, double tau2) {
   std::string text = program_text() + "\n" + command.text() + "\n" +
                      file_checksum(KVO_RECORD_FILE) + "\n" + text_of(tau2);

@@ -7,8 +7,8 @@
 
 #include "engine/base/exists.h"
 #include "engine/base/progress.h"
-#include "engine/base/wording.h"
 #include "engine/base/refusal.h"
+#include "engine/base/wording.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/cluster_result.h"
 #include "engine/results/map_facts.h"
@@ -111,14 +111,14 @@ std::string name_of_p(const ChosenP& chosen) {
   return std::string(chosen.both ? "two-tailed " : "") + p_map_kinds[chosen.kind].heading;
 }
 
-/// What is to be said of a corrected p that there are too few randomizations for, the standard error
-/// of one as large as the threshold being more than half of it; "" where there is nothing to say.
+/// What is to be said of a corrected p that there are too few randomizations for, the standard
+/// error of one as large as the threshold being more than half of it; "" where there is nothing to
+/// say.
 std::string doubt_of_p(const ThresholdRequest& request, const ChosenP& chosen) {
   const auto made = double(randomizations_of(chosen.map, chosen.kind));
   // Uncorrected ones come of the values of all voxels, and rates of false discoveries of these.
   if (chosen.kind == 0 || chosen.kind + 1 == p_map_kinds.size() || made == 0) return "";
-  const double sides = chosen.both ? 2 : 1, p = double(request.p) / sides,
-               enough = 4 * (1 - p) / p;
+  const double sides = chosen.both ? 2 : 1, p = double(request.p) / sides, enough = 4 * (1 - p) / p;
   if (made >= enough) return "";
   return "With " + Q_counted(std::size_t(made), "randomization", "randomizations") + " a " +
          name_of_p(chosen) + " of " + p_text(double(request.p)) + " has a standard error of " +

@@ -229,11 +229,12 @@ TEST(Run, BringsPartsOfTheRandomizationsTogetherToTheSameBytes) {
     for (const char* part : {"1/3", "3/3", "1/6"})
       EXPECT_EQ(run_part(command, part).closing(), "d") << command << part;
   EXPECT_EQ(snapshot().size(), before.size() + 6);
-  EXPECT_THAT(engine.run("MyMean = mean").lines,
-              testing::IsSupersetOf(
-                  {"aMoving peaks to random places (7 of 20 times)",
-                   "  'MyMean_part_1_of_6.kvo' is not used: 'MyMean_part_1_of_3.kvo' has some of its "
-                   "randomizations"}));
+  EXPECT_THAT(
+      engine.run("MyMean = mean").lines,
+      testing::IsSupersetOf(
+          {"aMoving peaks to random places (7 of 20 times)",
+           "  'MyMean_part_1_of_6.kvo' is not used: 'MyMean_part_1_of_3.kvo' has some of its "
+           "randomizations"}));
   engine.must_run({"MyModel = lm n1"});
   for (const char* left : {"MyMean_part_1_of_6.kvo", "MyModel_part_1_of_6.kvo"})
     EXPECT_TRUE(fs::remove(left)) << left;
@@ -241,21 +242,24 @@ TEST(Run, BringsPartsOfTheRandomizationsTogetherToTheSameBytes) {
 
   // Of another command of that name, and damaged.
   run_part("MyModel = lm n1", "1/2");
-  EXPECT_THAT(engine.run("MyModel = mean").lines,
-              testing::Contains("  'MyModel_part_1_of_2.kvo' is not used: it is of other studies or "
-                                "settings, or was made by another version"));
+  EXPECT_THAT(
+      engine.run("MyModel = mean").lines,
+      testing::Contains("  'MyModel_part_1_of_2.kvo' is not used: it is of other studies or "
+                        "settings, or was made by another version"));
   fs::resize_file("MyModel_part_1_of_2.kvo", fs::file_size("MyModel_part_1_of_2.kvo") - 1);
-  engine.expect_refused("MyModel = lm n1", "'MyModel_part_1_of_2.kvo' is damaged. Please remove it, or "
-                                           "have it made again.");
+  engine.expect_refused("MyModel = lm n1",
+                        "'MyModel_part_1_of_2.kvo' is damaged. Please remove it, or "
+                        "have it made again.");
   for (const char* part : {"0/2", "3/2", "1", "1/2/3", "-1/2", "1/100000"})
     engine.expect_refused("MyMean = mean",
                           std::string("KVO_SHARD is '") + part +
                               "', which is no part of the randomizations such as 1/8, the first of "
                               "eight, up to 8/8.",
                           [=] { setenv("KVO_SHARD", part, 1); });
-  engine.expect_refused("Sphere = mask coordinate, 26, -12, 4",
-                        "KVO_SHARD asks for a part of the randomizations, and only mean and lm have any.",
-                        [] { setenv("KVO_SHARD", "1/2", 1); });
+  engine.expect_refused(
+      "Sphere = mask coordinate, 26, -12, 4",
+      "KVO_SHARD asks for a part of the randomizations, and only mean and lm have any.",
+      [] { setenv("KVO_SHARD", "1/2", 1); });
 }
 
 /// Studies with a peak each in the same one of two voxels that are far apart. At random, three all
