@@ -161,16 +161,20 @@ void run(const Setting& setting, const Mask& mask, std::size_t runs) {
   print_corrected(rates);
 }
 
-/// Studies without effects, of which some have images and the others peaks at random places.
+/// Studies that have no effect in common, of which some have images and the others peaks: at random
+/// places, or those that they would list of their own effects and noise.
 struct MeanSetting {
   const char* name;
   double anisotropy;
-  std::size_t images, studies = 20;
+  std::size_t images;
+  bool listed = false;
+  std::size_t studies = 20;
 };
 
 constexpr std::array mean_settings{
     MeanSetting{"peaks, anisotropy 0", 0, 0}, MeanSetting{"peaks, anisotropy 1", 1, 0},
-    MeanSetting{"half peaks, half images", 0, 10}, MeanSetting{"images", 0, 20}};
+    MeanSetting{"half peaks, half images", 0, 10}, MeanSetting{"images", 0, 20},
+    MeanSetting{"peaks of each study's own effects, anisotropy 0", 0, 0, true}};
 
 std::vector<Peak> peaks_anywhere(const Mask& mask, const Sample& sample, std::mt19937_64& random) {
   std::vector<Peak> peaks(std::uniform_int_distribution<std::size_t>(3, 14)(random));
@@ -189,27 +193,30 @@ std::vector<Peak> peaks_anywhere(const Mask& mask, const Sample& sample, std::mt
 TestedMap tested_mean(const MeanSetting& setting, const Mask& mask,
                       const std::vector<float>& correlation, std::uint64_t seed) {
   std::mt19937_64 random(seed);
-  const Truth nothing{"nothing", 16, 0, 8, 0, 0};
-  const SimulatedStudies simulated =
-      simulate(nothing, std::max<std::size_t>(setting.images, 1), seed);
+  const Truth nothing{"nothing", 16, 0.25, 8, 0, 0};
+  const ListingRule rule{"three a cluster", 0.001, 3, 8, 10, true};
+  const SimulatedStudies simulated = simulate(
+      nothing, setting.listed ? setting.studies : std::max<std::size_t>(setting.images, 1), seed);
   MetaAnalysis meta{{}, mask, correlation, {}};
   meta.record.fwhm = 20;
   meta.record.anisotropy = setting.anisotropy;
   meta.record.seed = seed;
-  meta.record.randomizations = 100;
+  meta.record.randomizations = 59;  // a corrected p is a multiple of 1 / 60
   const EffectMaps effects(meta.record, mask, correlation);
   StudyMaps maps(setting.studies);
   for (std::size_t s = 0; s < setting.studies; ++s) {
     Member member;
     member.study.name = "study" + std::to_string(s);
     member.has_image = s < setting.images;
+    if (member.has_image || setting.listed) member.study.sample = simulated.studies[s].sample;
     if (member.has_image) {
-      member.study.sample = simulated.studies[s].sample;
       for (const std::uint32_t index : mask.grid_index)
         maps.g[s].push_back(simulated.studies[s].g[index]);
     } else {
-      member.study.sample = {std::uniform_int_distribution<int>(9, 33)(random), 0};
-      member.peaks = peaks_anywhere(mask, member.study.sample, random);
+      if (!setting.listed)
+        member.study.sample = {std::uniform_int_distribution<int>(9, 33)(random), 0};
+      member.peaks = setting.listed ? listed_peaks(simulated.studies[s], mask, rule)
+                                    : peaks_anywhere(mask, member.study.sample, random);
       maps.of_peaks[s] = SparseMap(effects.map_of(effects.around_reaching(member.peaks)));
     }
     meta.members.push_back(std::move(member));
