@@ -103,7 +103,7 @@ void add(const TestedMap& tested, const std::vector<bool>& reported,
     }
     for (std::size_t kind = 1; kind <= 3; ++kind)
       for (const float p : tail[kind])
-        if (double(p) <= 0.05) {
+        if (p <= 0.05F) {
           rates.corrected[kind - 1] += 1;
           break;
         }
