@@ -52,9 +52,9 @@ std::vector<float> landscape(std::span<const float> correlation) {
 
 /// Places are the voxels of the grid with one more on each side.
 std::size_t place_of(const Voxel& voxel) {
-  const auto row = std::size_t(mni_grid().size[0] + 2), rows = std::size_t(mni_grid().size[1] + 2);
-  return (std::size_t(voxel.k + 1) * rows + std::size_t(voxel.j + 1)) * row +
-         std::size_t(voxel.i + 1);
+  const auto row = std::size_t(mni_grid().size[0]) + 2, rows = std::size_t(mni_grid().size[1]) + 2;
+  const int i = voxel.i + 1, j = voxel.j + 1, k = voxel.k + 1;
+  return (std::size_t(k) * rows + std::size_t(j)) * row + std::size_t(i);
 }
 std::size_t places() {
   return place_of({mni_grid().size[0], mni_grid().size[1], mni_grid().size[2]}) + 1;

@@ -29,6 +29,7 @@
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 #include "util/text.h"
+#include "workspace/files/file_names.h"
 #include "workspace/files/study_table.h"
 
 namespace kvo::verbs {

@@ -278,7 +278,8 @@ TEST(Run, FindsTheProbabilityThatRandomStudiesMeet) {
                {"1", "M = mean", "M", "abc", 1.0 / 8, 1.0 / 4},
                {"0", "M = lm group", "M_1", "abde", 1.0 / 6, 1.0 / 6}};
   for (const auto& [anisotropy, command, map, studies, p, pFWE] : cases) {
-    SCOPED_TRACE(command + " of " + studies + ", anisotropy " + anisotropy);
+    SCOPED_TRACE(testing::Message()
+                 << command << " of " << studies << ", anisotropy " << anisotropy);
     std::string table = "study n1 group\n";
     for (const char letter : studies) {
       const std::string study(1, letter);
