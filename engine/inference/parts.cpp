@@ -98,6 +98,7 @@ std::optional<std::vector<Tally>> read_part(const std::string& file, const std::
   std::string_view left = bytes;
   for (Tally& tally : tallies)
     if (!take_tally(left, tally)) refuse_damaged(file);
+  if (!left.empty()) refuse_damaged(file);
   return tallies;
 }
 
@@ -132,7 +133,10 @@ std::vector<std::size_t> Shared::numbers_to_make(std::size_t all) const {
 
 std::vector<const Tally*> Shared::tallies(std::size_t coefficient, const Tally& own) const {
   std::vector<const Tally*> tallies{&own};
-  for (const MadePart& by_others : made) tallies.push_back(&by_others.tallies[coefficient]);
+  for (const MadePart& by_others : made) {
+    tallies.push_back(&by_others.tallies[coefficient]);
+    if (!fit_together(*tallies.back(), own)) refuse_damaged(by_others.file);
+  }
   return tallies;
 }
 

@@ -44,7 +44,8 @@ struct Shared {
   std::vector<MadePart> made;  ///< by others; none of them has what another has
   /// Of so many randomizations those that this process makes, in order.
   [[nodiscard]] std::vector<std::size_t> numbers_to_make(std::size_t all) const;
-  /// What the others have come to for a coefficient, and this process.
+  /// What the others have come to for a coefficient, and this process. Throws Refusal, naming the
+  /// file, when that of another is of another map.
   [[nodiscard]] std::vector<const Tally*> tallies(std::size_t coefficient, const Tally& own) const;
 };
 

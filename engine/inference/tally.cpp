@@ -19,6 +19,16 @@ void for_each_list(Of& tally, const Visit& visit) {
 
 }  // namespace
 
+bool fit_together(const Tally& a, const Tally& b) {
+  const auto sizes_of = [](const Tally& tally) {
+    std::vector<std::size_t> sizes{tally.null.by_rank.size(), tally.null.by_bin.size()};
+    for (const auto& list : tally.beyond) sizes.push_back(list.size());
+    for (const auto& list : tally.powers) sizes.push_back(list.size());
+    return sizes;
+  };
+  return sizes_of(a) == sizes_of(b);
+}
+
 std::string bytes_of(const Tally& tally) {
   std::string bytes;
   for_each_list(tally, [&](const auto& list) {

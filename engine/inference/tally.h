@@ -24,6 +24,9 @@ struct Tally {
   std::array<std::vector<std::int64_t>, 3> powers;
 };
 
+/// Whether they can be added up: those of one map have as many ranks, bins and voxels.
+bool fit_together(const Tally& a, const Tally& b);
+
 /// The tally as bytes, for a machine with the same order of bytes.
 std::string bytes_of(const Tally& tally);
 
