@@ -111,26 +111,51 @@ std::string name_of_p(const ChosenP& chosen) {
   return std::string(chosen.both ? "two-tailed " : "") + p_map_kinds[chosen.kind].heading;
 }
 
-/// What is to be said of a corrected p that there are too few randomizations for, the standard
-/// error of one as large as the threshold being more than half of it; "" where there is nothing to
-/// say.
-std::string doubt_of_p(const ThresholdRequest& request, const ChosenP& chosen) {
-  const auto made = double(randomizations_of(chosen.map, chosen.kind));
-  // Uncorrected ones come of the values of all voxels, and rates of false discoveries of these.
-  if (chosen.kind == 0 || chosen.kind + 1 == p_map_kinds.size() || made == 0) return "";
-  const double sides = chosen.both ? 2 : 1, p = double(request.p) / sides, enough = 4 * (1 - p) / p;
-  if (made >= enough) return "";
-  return "With " + Q_counted(std::size_t(made), "randomization", "randomizations") + " a " +
-         name_of_p(chosen) + " of " + p_text(double(request.p)) + " has a standard error of " +
-         p_text(sides * std::sqrt(p * (1 - p) / made)) + "; " +
-         Q_count_text(std::size_t(std::ceil(enough))) + " would make it half of the p";
+/// How well the randomizations tell a p as large as the threshold.
+struct CertaintyOfP {
+  std::string text;
+  bool enough = true;  ///< its standard error is at most half of it
+};
+
+/// Of a p that is counted among so many randomizations.
+CertaintyOfP certainty_among(double made, const ThresholdRequest& request, const ChosenP& chosen) {
+  const double sides = chosen.both ? 2 : 1, p = double(request.p) / sides, least = 4 * (1 - p) / p;
+  CertaintyOfP certainty{"With " + Q_counted(std::size_t(made), "randomization", "randomizations") +
+                             " a " + name_of_p(chosen) + " of " + p_text(double(request.p)) +
+                             " has a standard error of " +
+                             p_text(sides * std::sqrt(p * (1 - p) / made)),
+                         made >= least};
+  if (!certainty.enough)
+    certainty.text +=
+        "; " + Q_count_text(std::size_t(std::ceil(least))) + " would make it half of the p";
+  return certainty;
+}
+
+/// Of the p that is thresholded. Nothing is said of rates of false discoveries, nor where the
+/// numbers are not known.
+CertaintyOfP certainty_of_p(const ThresholdRequest& request, const ChosenP& chosen,
+                            bool exchanged) {
+  const auto made = double(randomizations_of(chosen.map, std::max<std::size_t>(chosen.kind, 1)));
+  if (made == 0 || chosen.kind + 1 == p_map_kinds.size()) return {};
+  if (chosen.kind > 0 || exchanged) return certainty_among(made, request, chosen);
+  const std::size_t values = null_values_of(chosen.map);
+  const double sides = chosen.both ? 2 : 1;
+  return {"p is counted among the " + Q_count_text(values) + " values of all voxels in " +
+          Q_counted(std::size_t(made), "randomization", "randomizations") + ", of which " +
+          Q_count_text(std::size_t(double(request.p) / sides * double(values))) +
+          " lie beyond the threshold"};
+}
+
+/// Whether the studies were exchanged, in the place of moving peaks.
+bool exchanged(const MethodsFacts& methods) {
+  return !methods.term.empty() || methods.studies_with_images >= methods.studies;
 }
 
 std::string question_of_p(const MethodsFacts& methods) {
   if (!methods.term.empty())
     return "Does the effect here change with " + methods.term +
            " more than if its values had been dealt out to the studies by chance?";
-  if (methods.studies_with_images >= methods.studies)
+  if (exchanged(methods))
     return "Do the studies' effects here lie on one side of 0 more than by chance?";
   return "Do the studies' peaks converge here more than if they lay anywhere?";
 }
@@ -159,8 +184,9 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
                         {"Coefficient", known.methods.term.empty()
                                             ? "the intercept: the effect where all terms are 0"
                                             : "of " + known.methods.term});
-  if (const std::string doubt = doubt_of_p(request, chosen); !doubt.empty())
-    report.facts.push_back({"Certainty of p", doubt});
+  if (const CertaintyOfP certainty = certainty_of_p(request, chosen, exchanged(known.methods));
+      !certainty.text.empty())
+    report.facts.push_back({"Certainty of p", certainty.text});
   report.commands = std::move(known.commands);
   report.commands.push_back(command.text());
   report.methods = methods_of(known.methods);
@@ -199,7 +225,10 @@ void run_threshold(const Command& command) {
   write_result(outputs, command, result, report_of(command, result, request, map.chosen));
   outputs.commit();
   say_result(result);
-  if (const std::string doubt = doubt_of_p(request, map.chosen); !doubt.empty()) say(doubt + ".");
+  const MapFacts known = facts_of_map(map.chosen.map, all_verbs());
+  if (const auto certainty = certainty_of_p(request, map.chosen, exchanged(known.methods));
+      !certainty.enough)
+    say(certainty.text + ".");
 }
 
 }  // namespace kvo::verbs
