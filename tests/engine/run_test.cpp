@@ -8,6 +8,7 @@
 
 #include <sstream>
 
+#include "engine/base/progress.h"
 #include "runner.h"
 
 using namespace kvo::images;
@@ -210,6 +211,23 @@ TEST(Run, GivesTheSameBytesAgainAndWithAnyNumberOfThreads) {
   engine.must_run({"MyMean = mean"});
   EXPECT_EQ(read_text("MyMean_z.nii.gz"), first["./MyMean_z.nii.gz"]);
   EXPECT_NE(read_text("MyMean_p.nii.gz"), first["./MyMean_p.nii.gz"]);
+}
+
+TEST(Run, SaysWhenRandomizationsAreTooFewForAThreshold) {
+  const Installation engine;
+  write_image(engine.share() / "atlas_aal_frw.nii.gz", image_of(41));
+  write_studies(5);
+  engine.must_run({"pp gray_matter, 0, 10, gray_matter, 20", "M = mean"});
+  EXPECT_THAT(engine.run("threshold M_pFWE, p, 0.05, 0, 1").lines,
+              testing::Contains(
+                  "  With 20 randomizations a p (FWE) of 0.050 has a standard error of 0.049; 76 "
+                  "would make it half of the p."));
+  EXPECT_THAT(engine.run("threshold M_both_pFWE, p, 0.4, 0, 1").lines,
+              testing::Not(testing::Contains(testing::HasSubstr("standard error"))));
+  for (const auto& [seconds, text] : {std::pair(31.0, "about 40 s left"),
+                                      {100.0, "about 2 min left"},
+                                      {9000.0, "about 2.5 h left"}})
+    EXPECT_EQ(kvo::base::time_left_text(seconds), text);
 }
 
 /// With parts that other processes have made, whatever they are, and left over ones.
