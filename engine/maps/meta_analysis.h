@@ -66,7 +66,8 @@ std::vector<float> read_effects(const PpRecord& record, const std::string& study
 std::vector<float> read_variances(const PpRecord& record, const std::string& study,
                                   const Mask& mask);
 
-/// Reads the maps, of studies with peaks those of the effects alone, showing progress. Throws Refusal as read_effects() and read_variances() do.
+/// Reads the maps, of studies with peaks those of the effects alone, showing progress. Throws
+/// Refusal as read_effects() and read_variances() do.
 StudyMaps read_study_maps(const MetaAnalysis& meta);
 
 }  // namespace kvo::maps
