@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "panes.h"
 #include "shell/command_runner.h"
 #include "shell/console.h"
-#include "tests/shell/panes.h"
 
 namespace {
 
