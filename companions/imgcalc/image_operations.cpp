@@ -6,10 +6,10 @@
 #include <cstring>
 #include <limits>
 
-#include "companions/imgcalc/t_statistic.h"
 #include "engine/base/cancel.h"
 #include "engine/base/parallel.h"
 #include "engine/base/refusal.h"
+#include "engine/base/t_statistic.h"
 #include "nifti/nifti_affine.h"
 #include "nifti/nifti_file.h"
 #include "nifti/nifti_write.h"

@@ -1,6 +1,6 @@
 // Conversion of statistics, against the values that R gives (reference/t_statistic.R).
 
-#include "companions/imgcalc/t_statistic.h"
+#include "engine/base/t_statistic.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 
 #include "table_rows.h"
 
-using namespace kvo::imgcalc;
+using namespace kvo::base;
 
 namespace {
 

@@ -4,7 +4,7 @@
 // logarithm of the p value, so that the far tails keep their digits where the p value itself would
 // be 0. Both functions are odd; 0 stays 0, infinite stays infinite, and NaN stays NaN.
 
-namespace kvo::imgcalc {
+namespace kvo::base {
 
 /// The t statistic with `df` degrees of freedom that has the one-tailed p value of the z score.
 double t_of_z(double z, double df);
@@ -14,4 +14,4 @@ double t_of_z(double z, double df);
 /// goes the other way. Exactly 0 is taken for "no value" and stays 0.
 double t_of_log10_p(double log10_p, double df);
 
-}  // namespace kvo::imgcalc
+}  // namespace kvo::base

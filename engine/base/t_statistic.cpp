@@ -1,4 +1,4 @@
-#include "companions/imgcalc/t_statistic.h"
+#include "engine/base/t_statistic.h"
 
 #include <cmath>
 #include <limits>
@@ -6,7 +6,7 @@
 
 #include "engine/base/distributions.h"
 
-namespace kvo::imgcalc {
+namespace kvo::base {
 
 namespace {
 
@@ -28,7 +28,7 @@ double log_normal_tail(double z) {
 
 /// log of the complete beta function of df / 2 and 1 / 2.
 double log_beta_half(double df) {
-  return std::log(base::gamma_ratio_half(df / 2)) + std::log(std::numbers::pi) / 2;
+  return std::log(gamma_ratio_half(df / 2)) + std::log(std::numbers::pi) / 2;
 }
 
 /// The continued fraction of the incomplete beta function (Abramowitz and Stegun 1964, 26.5.8) by
@@ -93,7 +93,7 @@ double t_of_z(double z, double df) {
     t = size * std::exp(log_beta_half(df) + std::log(df / (2 * std::numbers::pi)) / 2);
   else if (const double central = std::erf(size / std::numbers::sqrt2) / 2;
            0.5 - central > CENTRAL_P)
-    t = base::t_of_central_part(central, df);
+    t = t_of_central_part(central, df);
   else
     t = t_of_log_tail(log_normal_tail(size), df);
   return std::copysign(t, z);
@@ -111,8 +111,8 @@ double t_of_log10_p(double log10_p, double df) {
   else if (-central > 0.5 - CENTRAL_P)
     t = -t_of_log_tail(std::log(-std::expm1(log_p)), df);
   else if (central != 0)
-    t = std::copysign(base::t_of_central_part(std::abs(central), df), central);
+    t = std::copysign(t_of_central_part(std::abs(central), df), central);
   return std::copysign(1.0, log10_p) * t;
 }
 
-}  // namespace kvo::imgcalc
+}  // namespace kvo::base
