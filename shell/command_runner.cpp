@@ -93,6 +93,8 @@ class Event_printer {
   int lines_ = 0;
 };
 
+void (*on_command_end)(const std::string&) = nullptr;
+
 /// Marks a field in which an Enter key is down.
 constexpr const char* ENTER_IS_DOWN = "kvo-enter-is-down";
 
@@ -142,7 +144,13 @@ bool kvo3_exec_core(bool record, const char* format, ...) {
   }
   Q_print(Q_BLUE, 0, "%s\n", markup.c_str());
   if (record) Q_print("", Q_BATCH_PANE, "%s\n\n", markup.c_str());
-  return !Q_console_gone() && run(command.str());
+  const bool goes_on = !Q_console_gone() && run(command.str());
+  if (on_command_end != nullptr && !Q_console_gone()) on_command_end(command.str());
+  return goes_on;
+}
+
+void kvo3_connect_command_end(void (*handler)(const std::string& command)) {
+  on_command_end = handler;
 }
 
 void kvo3_connect_entry(GtkWidget* entry) {

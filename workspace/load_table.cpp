@@ -54,6 +54,12 @@ void kvotable_load(const char* path) {
       Q_markup_escape(path).c_str());
 }
 
+void kvotable_load_after(const std::string& command) {
+  const std::vector<std::string_view> words = Q_words(command);
+  if (!words.empty() && words[0] == "import" && kvotable_fault(KVO_TABLE_FILE).empty())
+    kvotable_load(KVO_TABLE_FILE);
+}
+
 std::string kvotable_obstacle() {
   const struct stat folder = folder_of(loaded.path);
   if (folder.st_dev != loaded.folder.st_dev || folder.st_ino != loaded.folder.st_ino)

@@ -9,6 +9,10 @@
 /// left is removed from the table and the file, with a console warning.
 void kvotable_load(const char* path);
 
+/// Loads the working folder's table again after a command that may have added studies to it, unless
+/// it cannot be read.
+void kvotable_load_after(const std::string& command);
+
 /// Why the file that was loaded last must not be overwritten now, as a clause. Empty when it may
 /// be: its content is what was last read or written, the path still leads to the same folder, and
 /// everything in the file is in the table.

@@ -20,6 +20,7 @@ enum class Kind {
   variable,  ///< a column of the study table
   number,    ///< a number of the argument's range
   whole,     ///< a whole number of the argument's range
+  file,      ///< the path of a file, without blanks
   model,     ///< [ "+" ] variable { "+" variable }
 };
 

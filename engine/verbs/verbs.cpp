@@ -55,6 +55,11 @@ constexpr Argument mask_coordinate_arguments[] = {
     {.label = "y", .kind = Kind::number, .least = -mni_limit, .most = mni_limit},
     {.label = "z", .kind = Kind::number, .least = -mni_limit, .most = mni_limit},
 };
+constexpr Argument import_arguments[] = {
+    {.label = "file", .kind = Kind::file},
+    {.label = "space", .optional = true},
+};
+constexpr Argument export_arguments[] = {{.label = "file"}};
 constexpr Argument extract_arguments[] = {{.label = "mask"}};
 
 constexpr Reference effect_sizes{"effect sizes", {sources::hedges.citation}},
@@ -133,6 +138,27 @@ constexpr Verb verbs[] = {
     {"extract", false, extract_arguments,
      "The mean values of the studies inside a mask, and their pool.", "extract Right_insula",
      "the maps of pp, and the mask.", extract_references, check_extract, run_extract},
+    {"import",
+     false,
+     import_arguments,
+     "Adds the studies of a table (.csv, .tsv), a list of foci (.txt), a study set (.json) or a "
+     "bundle (.zip) to the study table, with their peaks. space: MNI or Talairach, where the file "
+     "does not say it.",
+     "import studies.csv, MNI",
+     "",
+     {},
+     check_import,
+     run_import},
+    {"export",
+     false,
+     export_arguments,
+     "Writes all studies to a file of one of those kinds; a bundle (.zip) has their images and the "
+     "batch too.",
+     "export studies.csv",
+     "",
+     {},
+     check_export,
+     run_export},
 };
 
 }  // namespace

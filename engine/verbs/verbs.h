@@ -33,6 +33,10 @@ void check_mask_coordinate(const Command& command);
 void run_mask_coordinate(const Command& command);
 void check_extract(const Command& command);
 void run_extract(const Command& command);
+void check_import(const Command& command);
+void run_import(const Command& command);
+void check_export(const Command& command);
+void run_export(const Command& command);
 void check_globals(const Command& command);
 void run_globals(const Command& command);
 

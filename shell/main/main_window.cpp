@@ -15,6 +15,7 @@
 #include "util/handles.h"
 #include "util/q_string.h"
 #include "util/site_address.h"
+#include "workspace/load_table.h"
 
 namespace {
 
@@ -65,6 +66,7 @@ GtkWidget* new_command_entry(GtkWidget*& combo_box) {
   GtkWidget* entry = gtk_bin_get_child(GTK_BIN(combo_box));
   gtk_label_set_mnemonic_widget(GTK_LABEL(label), entry);
   kvo3_connect_entry(entry);
+  kvo3_connect_command_end(kvotable_load_after);
   pack(box, label, false, 0);
   pack(box, combo_box, true, 0);
   return box;

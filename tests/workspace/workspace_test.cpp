@@ -226,6 +226,19 @@ TEST_F(Workspace, ChangesNothingOnCancelOrWhereTheChangeWouldEndTheProgram) {
   }
 }
 
+TEST_F(Workspace, KnowsTheStudiesThatACommandHasAdded) {
+  kvotable_load(KVO_TABLE_FILE);
+  const long before = Q_table_ncol(KVO_TableT);
+  write_text("kvo_table.txt", "study\tn1\nA\t12\nB\t13\nC\t14\nD\t15\n");
+  kvotable_load_after("MyMean = mean import");
+  EXPECT_EQ(Q_table_ncol(KVO_TableT), before);
+  kvotable_load_after(" import x.csv, MNI");
+  EXPECT_EQ(Q_table_ncol(KVO_TableT), 5);
+  write_text("kvo_table.txt", "n1\n12\n");
+  kvotable_load_after("import x.csv");
+  EXPECT_EQ(Q_table_ncol(KVO_TableT), 5);
+}
+
 TEST_F(Workspace, CleansUpAfterAJackknifeThatWasInterrupted) {
   const std::string variable = KVO_JACKKNIFE_VARIABLE;
   const std::string left = "study\tn1\t" + variable + "\t\nA\t1\tNA\t\nB\t2\t1\t\n";
