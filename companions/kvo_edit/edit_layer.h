@@ -4,7 +4,7 @@
 //
 // It knows the rules of the study table and nothing that is computed from one.
 
-#include "engine/studies/studies_layer.h"
+#include "engine/formats/formats_layer.h"
 
 namespace kvo::edit {
 using namespace studies;

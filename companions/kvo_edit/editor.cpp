@@ -38,7 +38,10 @@ void show_status(Editor& editor) {
   const Cell_place& cursor = editor.grid->cursor;
   std::string text;
   if (row_count(table) == 0) {
-    text = "There are no studies yet: type, paste a block, or add a study with Ctrl+Enter.";
+    text =
+        "There are no studies yet: type, paste a block, import studies with Ctrl+I, or add one "
+        "with "
+        "Ctrl+Enter.";
   } else {
     text = cell_description(table, cursor.row, cursor.column);
     text[0] = g_ascii_toupper(text[0]);

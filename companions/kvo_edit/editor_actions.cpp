@@ -4,6 +4,7 @@
 
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/grid_edit.h"
+#include "companions/kvo_edit/import_studies.h"
 #include "companions/kvo_edit/operations.h"
 #include "companions/kvo_edit/peaks.h"
 #include "companions/kvo_edit/peaks_opener.h"
@@ -17,6 +18,7 @@ const char* const editor_ui_description = R"(
   <menubar name='menubar'>
     <menu action='file'>
       <menuitem action='save'/><menuitem action='reload'/>
+      <separator/><menuitem action='import'/>
       <separator/><menuitem action='close'/>
     </menu>
     <menu action='edit'>
@@ -276,6 +278,9 @@ const GtkActionEntry ENTRIES[] = {
     {"save", GTK_STOCK_SAVE, "_Save", "<control>S", "Save the table", ACT(save)},
     {"reload", GTK_STOCK_REVERT_TO_SAVED, "_Load again", nullptr, "Load the file again",
      ACT(editor_reload)},
+    {"import", nullptr, "_Import studies...", "<control>I",
+     "Add the studies of a spreadsheet or of another program's file, with their peaks",
+     ACT(import_studies)},
     {"close", GTK_STOCK_CLOSE, "_Close", "<control>W", "Close the editor", ACT(close_editor)},
     {"edit", nullptr, "_Edit", nullptr, nullptr, nullptr},
     {"undo", GTK_STOCK_UNDO, "_Undo", "<control>Z", "Take back the last change",

@@ -3,7 +3,6 @@
 #include <cmath>
 #include <map>
 
-#include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/formats/foreign_text.h"
 #include "engine/studies/study_rules.h"
@@ -18,6 +17,7 @@ struct Settled {
   NewStudy study;
   std::size_t unconverted = 0, changed_cells = 0;
   std::optional<std::string> fault;
+  bool lacks_space = false;
 };
 
 std::string_view value_of(const std::vector<NamedText>& values, std::string_view column) {
@@ -106,10 +106,7 @@ Settled settled(const ForeignStudy& from, Space space) {
   if (const char* fault = Q_name_fault(to.study.name))
     to.fault = "the study's name '" + from.name + "' " + fault;
   if (!to.fault) settle_peaks(from, to);
-  if (!to.fault && to.study.peaks.space == Space::unknown)
-    to.fault = "nothing says whether the coordinates of study '" + from.name +
-               "' are in MNI or Talairach space: please give the space with the command, after a "
-               "comma";
+  to.lacks_space = to.study.peaks.space == Space::unknown;
   return to;
 }
 
@@ -155,6 +152,13 @@ NewStudies new_studies(ForeignStudies foreign, const std::string& path, Space sp
     if (studies[i].fault)
       throw Refusal("'" + path + "', " + foreign.studies[i].place + ": " + *studies[i].fault + ".");
   check_names(foreign, studies, path);
+  for (std::size_t i = 0; i < studies.size(); ++i)
+    if (studies[i].lacks_space)
+      throw UnknownSpace("'" + path + "', " + foreign.studies[i].place +
+                         ": nothing says whether the coordinates of study '" +
+                         foreign.studies[i].name +
+                         "' are in MNI or Talairach space: please give the space with the command, "
+                         "after a comma.");
   NewStudies result{{}, std::move(foreign.remarks), 0};
   std::size_t unconverted = 0, changed_cells = 0, without_size = 0;
   for (Settled& one : studies) {

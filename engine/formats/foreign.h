@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/base/refusal.h"
 #include "engine/formats/formats_layer.h"
 #include "engine/studies/peak_value.h"
 #include "engine/studies/peaks_list.h"
@@ -52,10 +53,15 @@ struct NewStudies {
   std::size_t peaks = 0;
 };
 
+/// The refusal of coordinates whose space is known to nobody.
+struct UnknownSpace : Refusal {
+  using Refusal::Refusal;
+};
+
 /// Makes names fit to be files' and values fit to be cells, converts heights to t values, and gives
 /// `space` to studies whose own is unknown. Throws Refusal, naming the file and the place, when two
 /// studies have one name, a number is none, a value cannot be a column's, or the space of a study
-/// is known to nobody.
+/// is known to nobody (UnknownSpace).
 NewStudies new_studies(ForeignStudies foreign, const std::string& path, Space space);
 
 /// The name that the study had before it was made fit.

@@ -169,6 +169,41 @@ TEST_F(EditorWindow, WritesTheFileThatAPersonWouldHaveTyped) {
   EXPECT_THAT(read_text(FILE_NAME), HasSubstr("Lee2012\t9\t40.2\t1\nNA\tNA\t35\tNA\n"));
 }
 
+TEST_F(EditorWindow, ImportsStudiesWithTheirPeaks) {
+  Session session("study\tn1\nOld\t12\n");
+  write_text("new.csv",
+             "author,n,age,x,y,z,t\nSmith 2004,20,31,1,2,3,4.1\nSmith 2004,20,31,4,5,6,\n");
+  Dialog_driver user;
+  const auto chooses = [&](const char* space, const char* last) {
+    user.answer({}, "Save").then([](Shown_dialog& dialog) {
+      dialog.select(std::filesystem::absolute("new.csv"));
+      dialog.press("Open");
+    });
+    user.answer({}, space);
+    if (last == nullptr) return;
+    user.then([last](Shown_dialog& dialog) {
+      EXPECT_EQ(dialog.message(), "Import 1 study with 2 peaks?");
+      gchar* text = nullptr;
+      g_object_get(dialog.widget(), "secondary-text", &text, nullptr);
+      EXPECT_THAT(Q_g_memory<char>(text).get(), HasSubstr("Smith_2004: 2 peaks, Talairach"));
+      dialog.press(last);
+    });
+  };
+  session.does("Right '13' Return");
+  chooses("Talairach", "Cancel");
+  session.does("@import");
+  EXPECT_EQ(read_text(FILE_NAME), "study\tn1\nOld\t13\n");
+  session.does("Up '14' Return");
+  chooses("Talairach", "Import");
+  session.does("@import");
+  const std::string imported = "study\tn1\tage\nOld\t14\tNA\nSmith_2004\t20\t31\n";
+  EXPECT_EQ(session.table(), imported);
+  EXPECT_EQ(read_text(FILE_NAME), imported);
+  EXPECT_EQ(read_text("Smith_2004.peaks.txt"),
+            "# space: Talairach\n# Smith 2004\n1 2 3 4.1\n4 5 6 p\n");
+  EXPECT_FALSE(has_changes(session.editor().document));
+}
+
 TEST_F(EditorWindow, EditsInPlace) {
   const std::string before = "study,n1,n2\na,1,2\nb,3,4\n";
   struct {

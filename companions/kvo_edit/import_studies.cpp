@@ -1,0 +1,139 @@
+#include "companions/kvo_edit/import_studies.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "companions/kvo_edit/editor_dialogs.h"
+#include "companions/kvo_edit/table_file.h"
+#include "engine/base/refusal.h"
+#include "engine/formats/folder_studies.h"
+#include "engine/formats/foreign_file.h"
+#include "util/handles.h"
+#include "util/text.h"
+#include "workspace/files/file_names.h"
+
+namespace kvo::edit {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int TALAIRACH = 1;  // an answer
+
+/// The folder of the table is the current one as long as it lives: what imports works there.
+class Table_folder {
+ public:
+  explicit Table_folder(const fs::path& table) : before_(fs::current_path()) {
+    fs::current_path(fs::absolute(table).parent_path());
+  }
+  ~Table_folder() {
+    std::error_code ignored;
+    fs::current_path(before_, ignored);
+  }
+  Table_folder(const Table_folder&) = delete;
+  Table_folder& operator=(const Table_folder&) = delete;
+
+ private:
+  fs::path before_;
+};
+
+std::optional<std::string> ask_file(GtkWidget* window) {
+  GtkWidget* dialog = gtk_file_chooser_dialog_new(
+      "Import studies", GTK_WINDOW(window), GTK_FILE_CHOOSER_ACTION_OPEN, GTK_STOCK_CANCEL,
+      GTK_RESPONSE_CANCEL, GTK_STOCK_OPEN, GTK_RESPONSE_ACCEPT, nullptr);
+  gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
+  GtkFileFilter* filter = gtk_file_filter_new();
+  gtk_file_filter_set_name(filter, "Tables, lists of foci, study sets");
+  for (const char* pattern : {"*.csv", "*.tsv", "*.txt", "*.json", "*.CSV", "*.TSV", "*.TXT"})
+    gtk_file_filter_add_pattern(filter, pattern);
+  gtk_file_chooser_add_filter(GTK_FILE_CHOOSER(dialog), filter);
+  std::optional<std::string> path;
+  if (gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_ACCEPT) {
+    const Q_g_memory<char> chosen(gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(dialog)));
+    if (chosen != nullptr) path = chosen.get();
+  }
+  gtk_widget_destroy(dialog);
+  return path;
+}
+
+/// The studies of the file; nothing when the user is asked for their space and does not say it.
+std::optional<formats::NewStudies> read_asking(GtkWidget* window, const std::string& path) {
+  try {
+    return formats::read_foreign(path, Space::unknown);
+  } catch (const formats::UnknownSpace&) {
+    const int answer =
+        ask(window, "In which space are the coordinates?",
+            "The file does not say it. The paper's section on methods does: where it "
+            "names SPM or FSL and nothing else, it is MNI.",
+            {{GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL},
+             {"_Talairach", TALAIRACH},
+             {"_MNI", GTK_RESPONSE_ACCEPT}});
+    if (answer == GTK_RESPONSE_CANCEL) return std::nullopt;
+    return formats::read_foreign(path, answer == TALAIRACH ? Space::talairach : Space::mni);
+  }
+}
+
+/// What will happen, for the user to agree to.
+bool agreed(GtkWidget* window, const formats::NewStudies& studies,
+            const formats::ImportPlan& plan) {
+  std::size_t peaks = 0;
+  for (const formats::NewStudy* study : plan.added) peaks += study->peaks.peaks.size();
+  std::string text;
+  constexpr std::size_t MOST = 12;
+  for (std::size_t i = 0; i < plan.added.size() && i < MOST; ++i)
+    text += plan.added[i]->name + ": " +
+            Q_counted(plan.added[i]->peaks.peaks.size(), "peak", "peaks") + ", " +
+            name_of(plan.added[i]->peaks.space) + "\n";
+  if (plan.added.size() > MOST)
+    text += "... and " + std::to_string(plan.added.size() - MOST) + " more\n";
+  if (plan.known > 0)
+    text += "\n" + Q_counted(plan.known, "study is", "studies are") + " here already.";
+  for (const std::string& remark : studies.remarks) text += "\n" + remark;
+  const std::string question = "Import " + Q_counted(plan.added.size(), "study", "studies") +
+                               " with " + Q_counted(peaks, "peak", "peaks") + "?";
+  return ask(window, question, text,
+             {{GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL}, {"_Import", GTK_RESPONSE_ACCEPT}}) ==
+         GTK_RESPONSE_ACCEPT;
+}
+
+/// Whether the table's file has been changed.
+bool import_from(Editor& editor, const std::string& path) {
+  if (formats::file_kind(path) == formats::FileKind::bundle)
+    throw Refusal("A bundle is unpacked in an empty folder: type 'import " + path +
+                  "' into the command field there.");
+  const auto studies = read_asking(editor.window, path);
+  if (!studies) return false;
+  const Table_folder folder(editor.document.path);
+  const formats::ImportPlan plan = formats::import_plan(*studies);
+  if (plan.added.empty()) throw Refusal("All studies of the file are in the table already.");
+  if (!agreed(editor.window, *studies, plan)) return false;
+  formats::write_import(plan);
+  return true;
+}
+
+}  // namespace
+
+void import_studies(Editor& editor) {
+  try {
+    if (fs::path(editor.document.path).filename() != KVO_TABLE_FILE)
+      throw Refusal("Studies can be imported into the table of a meta-analysis alone, '" +
+                    std::string(KVO_TABLE_FILE) + "'.");
+    if (has_changes(editor.document) &&
+        (ask(editor.window, "Save the table before studies are imported?",
+             "They are added to the table's file.",
+             {{GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL}, {GTK_STOCK_SAVE, GTK_RESPONSE_ACCEPT}}) !=
+             GTK_RESPONSE_ACCEPT ||
+         !editor_save(editor)))
+      return;
+    const std::optional<std::string> path = ask_file(editor.window);
+    if (!path || !import_from(editor, *path)) return;
+    editor.document = open_document(editor.document.path);
+  } catch (const Refusal& refusal) {
+    say_failure(editor.window, "The studies have not been imported.", refusal.what());
+  }
+  editor_refresh(editor);
+  editor_recheck(editor);
+}
+
+}  // namespace kvo::edit
