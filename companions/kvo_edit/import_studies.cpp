@@ -38,11 +38,12 @@ class Table_folder {
   fs::path before_;
 };
 
-std::optional<std::string> ask_file(GtkWidget* window) {
+std::optional<std::string> ask_file(GtkWidget* window, const fs::path& folder) {
   GtkWidget* dialog = gtk_file_chooser_dialog_new(
       "Import studies", GTK_WINDOW(window), GTK_FILE_CHOOSER_ACTION_OPEN, GTK_STOCK_CANCEL,
       GTK_RESPONSE_CANCEL, GTK_STOCK_OPEN, GTK_RESPONSE_ACCEPT, nullptr);
   gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
+  gtk_file_chooser_set_current_folder(GTK_FILE_CHOOSER(dialog), folder.c_str());
   GtkFileFilter* filter = gtk_file_filter_new();
   gtk_file_filter_set_name(filter, "Tables, lists of foci, study sets");
   for (const char* pattern : {"*.csv", "*.tsv", "*.txt", "*.json", "*.CSV", "*.TSV", "*.TXT"})
@@ -126,7 +127,8 @@ void import_studies(Editor& editor) {
              GTK_RESPONSE_ACCEPT ||
          !editor_save(editor)))
       return;
-    const std::optional<std::string> path = ask_file(editor.window);
+    const std::optional<std::string> path =
+        ask_file(editor.window, fs::absolute(editor.document.path).parent_path());
     if (!path || !import_from(editor, *path)) return;
     editor.document = open_document(editor.document.path);
   } catch (const Refusal& refusal) {
