@@ -159,7 +159,7 @@ BundleContents compared(const Bundle& bundle) {
 }  // namespace
 
 std::vector<std::string> write_bundle(const std::string& path) {
-  const std::vector<std::string> files = folder_files();
+  std::vector<std::string> files = folder_files();
   std::vector<std::string> contents;
   std::string manifest = "program = " + program_text() + "\n";
   for (const std::string& name : files) {

@@ -49,7 +49,8 @@ void settle_values(const ForeignStudy& from, Settled& to) {
   const SizeCells sizes{value_of(to.study.values, "n1"), value_of(to.study.values, "n2")};
   for (const auto& [column, text] : to.study.values)
     if (const auto fault = is_missing(text) ? std::nullopt : value_fault(column, text, sizes)) {
-      to.fault = column + " of study '" + from.name + "' is '" + text + "', " + *fault;
+      std::string what = column + " of study '" + from.name;
+      to.fault = what.append("' is '").append(text).append("', ").append(*fault);
       return;
     }
 }
@@ -80,8 +81,9 @@ void settle_peaks(const ForeignStudy& from, Settled& to) {
         "study '" + from.name + "'" + (peak.line > 0 ? ", line " + std::to_string(peak.line) : "");
     for (const std::string& mm : peak.at)
       if (const auto number = number_of(mm); !number || std::abs(*number) > max_peak_mm) {
-        to.fault =
-            "the coordinate '" + mm + "' of " + where + " is not a number of mm from -200 to 200";
+        std::string what = "the coordinate '" + mm;
+        what.append("' of ").append(where);
+        to.fault = what + " is not a number of mm from -200 to 200";
         return;
       }
     WrittenPeak written{peak.at, "", one_line(peak.note)};

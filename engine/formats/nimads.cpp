@@ -203,6 +203,8 @@ ForeignStudies nimads_studies(const std::string& path, const std::string& text) 
   std::size_t chosen_of_several = 0, without_points = 0, number = 0;
   for (const Json& from : member(root, "studies")) {
     const std::string place = "study " + std::to_string(++number);
+    std::string where = "'" + path;
+    where.append("', ").append(place);
     const ChosenAnalysis chosen = chosen_analysis(from, included);
     if (chosen.analysis == nullptr) {
       ++without_points;
@@ -212,7 +214,7 @@ ForeignStudies nimads_studies(const std::string& path, const std::string& text) 
     study.name = name_in(from);
     study.place = place;
     read_facts(from, *chosen.analysis, study);
-    read_points(*chosen.analysis, "'" + path + "', " + place, study);
+    read_points(*chosen.analysis, where, study);
     chosen_of_several += chosen.with_points > 1 ? 1 : 0;
     read.studies.push_back(std::move(study));
   }
