@@ -234,7 +234,8 @@ TEST_F(Workspace, KnowsTheStudiesThatACommandHasAdded) {
   EXPECT_EQ(Q_table_ncol(KVO_TableT), before);
   kvotable_load_after(" import x.csv, MNI");
   EXPECT_EQ(Q_table_ncol(KVO_TableT), 5);
-  write_text("kvo_table.txt", "n1\n12\n");
+  fs::remove("kvo_table.txt");
+  fs::create_directory("kvo_table.txt");
   kvotable_load_after("import x.csv");
   EXPECT_EQ(Q_table_ncol(KVO_TableT), 5);
 }
