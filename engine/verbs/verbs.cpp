@@ -154,7 +154,7 @@ constexpr Verb verbs[] = {
      export_arguments,
      "Writes all studies to a file of one of those kinds; a bundle (.zip) has their images and the "
      "batch too.",
-     "export studies.csv",
+     "export all.zip",
      "",
      {},
      check_export,

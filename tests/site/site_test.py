@@ -377,6 +377,7 @@ class Example(unittest.TestCase):
             pathlib.Path(folder, "kvo_table.txt").write_text("\n".join(lines) + "\n", encoding="utf-8")
             for meta in ("meta1", "meta2"):
                 shutil.copy(os.path.join(self.folder, "MyMean_p.nii.gz"), os.path.join(folder, meta + "_p.nii.gz"))
+            pathlib.Path(folder, "studies.csv").write_text("study,n,x,y,z,t\nNew,20,40,4,0,4.1\n", encoding="utf-8")
             for example in examples:
                 with self.subTest(example=example):
                     # A single randomization, which is quicker, does as well.
