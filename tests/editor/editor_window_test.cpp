@@ -392,7 +392,9 @@ TEST_F(EditorWindow, AsksAboutChangesWhenItIsClosed) {
 TEST_F(EditorWindow, OpensThePeaksFile) {
   write_text("xdg-open", "#!/bin/sh\necho \"$#:$1\" > opened\n");
   chmod("xdg-open", 0755);
-  const std::string old_path = getenv("PATH");
+  const char* programs = getenv("PATH");
+  ASSERT_NE(programs, nullptr);
+  const std::string old_path = programs;
   setenv("PATH", (folder_.path().string() + ":" + old_path).c_str(), 1);
   Session session("study,n1\n$(x)`y`,1\n");
   const std::string path = folder_.path().string() + "/$(x)`y`.peaks.txt";
