@@ -109,7 +109,8 @@ bool import_from(Editor& editor, const std::string& path) {
   const formats::ImportPlan plan = formats::import_plan(*studies);
   if (plan.added.empty()) throw Refusal("All studies of the file are in the table already.");
   if (!agreed(editor.window, *studies, plan)) return false;
-  formats::write_import(plan);
+  // The table may have changed while the user was reading.
+  formats::write_import(formats::import_plan(*studies));
   return true;
 }
 

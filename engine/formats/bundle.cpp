@@ -2,8 +2,6 @@
 
 #include <zip.h>
 
-#include <algorithm>
-#include <fstream>
 #include <map>
 #include <memory>
 
@@ -15,7 +13,6 @@
 #include "engine/studies/study.h"
 #include "engine/studies/study_rules.h"
 #include "engine/studies/study_source.h"
-#include "util/read_file.h"
 #include "util/text.h"
 #include "workspace/files/file_names.h"
 
@@ -48,13 +45,6 @@ Zip open_zip(const std::string& path, int flags) {
   throw Refusal("'" + path + "' cannot be opened as a zip file: " + why + ".");
 }
 
-std::string read_any(const std::string& path) {
-  Q_read_fault fault;
-  std::optional<std::string> content = Q_read_file(path.c_str(), max_entry, fault);
-  if (!content) throw unread(path, fault);
-  return *std::move(content);
-}
-
 /// The files of the meta-analysis in the working folder.
 std::vector<std::string> folder_files() {
   std::vector<std::string> files = {KVO_TABLE_FILE};
@@ -63,10 +53,8 @@ std::vector<std::string> folder_files() {
   return files;
 }
 
-/// Adds an entry; the text has to live until the zip file is closed.
-void add_entry(zip_t* zip, const std::string& path, const std::string& name,
-               const std::string& content) {
-  zip_source_t* source = zip_source_buffer(zip, content.data(), content.size(), 0);
+/// Adds an entry, whose content is read when the zip file is closed.
+void add_entry(zip_t* zip, const std::string& path, const std::string& name, zip_source_t* source) {
   const zip_int64_t index =
       source == nullptr ? -1 : zip_file_add(zip, name.c_str(), source, ZIP_FL_ENC_UTF_8);
   if (index < 0) {
@@ -77,11 +65,11 @@ void add_entry(zip_t* zip, const std::string& path, const std::string& name,
 }
 
 /// Whether a file of a meta-analysis may have the name.
-bool is_bundle_name(const std::string& name) {
-  if (name == KVO_TABLE_FILE || name == KVO_BATCH_FILE) return true;
-  const std::size_t end = std::max(peaks_file_of("").size(), image_file_of("").size());
-  return Q_name_fault(name) == nullptr && name.size() > std::min(end, image_file_of("").size()) &&
-         (name.ends_with(peaks_file_of("")) || name.ends_with(image_file_of("")));
+bool is_bundle_name(std::string_view name) {
+  for (const std::string& ending : {peaks_file_of(""), image_file_of("")})
+    if (name.ends_with(ending))
+      return Q_name_fault(name.substr(0, name.size() - ending.size())) == nullptr;
+  return name == KVO_TABLE_FILE || name == KVO_BATCH_FILE;
 }
 
 /// An opened bundle: the checksum of each of its files.
@@ -142,17 +130,14 @@ Bundle open_bundle(const std::string& path) {
 
 BundleContents compared(const Bundle& bundle) {
   BundleContents contents{{}, 0, bundle.version};
-  for (const auto& [name, checksum] : bundle.checksums) {
-    const std::string content = bundle.checked_content(name);
-    if (!entry_exists(name)) {
+  for (const auto& [name, checksum] : bundle.checksums)
+    if (!entry_exists(name))
       contents.added.push_back(name);
-    } else if (read_any(name) == content) {
+    else if (file_checksum(name) == checksum)
       ++contents.known;
-    } else {
+    else
       throw Refusal("The folder has another '" + name + "' than '" + bundle.path +
                     "'. Please unpack it in a folder of its own.");
-    }
-  }
   return contents;
 }
 
@@ -160,15 +145,14 @@ BundleContents compared(const Bundle& bundle) {
 
 std::vector<std::string> write_bundle(const std::string& path) {
   std::vector<std::string> files = folder_files();
-  std::vector<std::string> contents;
   std::string manifest = "program = " + program_text() + "\n";
-  for (const std::string& name : files) {
-    contents.push_back(read_any(name));
-    manifest += name + " = " + Q_sha256(contents.back()) + "\n";
-  }
+  for (const std::string& name : files)
+    manifest.append(name).append(" = ").append(file_checksum(name)).append("\n");
   Zip zip = open_zip(path, ZIP_CREATE | ZIP_TRUNCATE);
-  add_entry(zip.get(), path, manifest_name, manifest);
-  for (std::size_t i = 0; i < files.size(); ++i) add_entry(zip.get(), path, files[i], contents[i]);
+  add_entry(zip.get(), path, manifest_name,
+            zip_source_buffer(zip.get(), manifest.data(), manifest.size(), 0));
+  for (const std::string& name : files)
+    add_entry(zip.get(), path, name, zip_source_file(zip.get(), name.c_str(), 0, -1));
   if (zip_close(zip.get()) != 0)
     throw Refusal("'" + path + "' cannot be written: " + zip_strerror(zip.get()) + ".");
   (void)zip.release();  // closed
@@ -176,7 +160,10 @@ std::vector<std::string> write_bundle(const std::string& path) {
 }
 
 BundleContents check_bundle(const std::string& path) {
-  return compared(open_bundle(path));
+  const Bundle bundle = open_bundle(path);
+  BundleContents contents = compared(bundle);
+  for (const std::string& name : contents.added) (void)bundle.checked_content(name);
+  return contents;
 }
 
 BundleContents unpack_bundle(const std::string& path) {

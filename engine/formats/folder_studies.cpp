@@ -42,6 +42,9 @@ FolderTable read_folder_table() {
   if (entry_exists(KVO_TABLE_FILE)) table.text = read_text(KVO_TABLE_FILE);
   for (const TextLine& line : filled_lines(table.text)) {
     table.rows.push_back(Q_table_split_line(line.text));
+    while (table.rows.size() > 1 && table.rows.back().size() > table.rows[0].size() &&
+           table.rows.back().back().empty())
+      table.rows.back().pop_back();
     if (table.rows.back().size() > table.rows[0].size())
       throw Refusal(at_line(KVO_TABLE_FILE, line.number) +
                     "there are more cells than the header has columns.");
@@ -130,9 +133,12 @@ ImportPlan import_plan(const NewStudies& studies) {
     add_row(table, study);
     plan.added.push_back(&study);
   }
-  if (!plan.added.empty())
-    plan.table =
-        text_of_table(table, old_rows, old_rows > 0 && old_columns == table.rows[0].size());
+  if (plan.added.empty()) return plan;
+  plan.table = text_of_table(table, old_rows, old_rows > 0 && old_columns == table.rows[0].size());
+  for (const TextLine& line : filled_lines(*plan.table))
+    if (line.text.size() > Q_STRING_MAX)
+      throw Refusal(at_line(KVO_TABLE_FILE, line.number) + "would be longer than " +
+                    std::to_string(Q_STRING_MAX) + " bytes.");
   return plan;
 }
 

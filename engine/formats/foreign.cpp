@@ -26,11 +26,14 @@ std::string_view value_of(const std::vector<NamedText>& values, std::string_view
   return "";
 }
 
-/// The sample, as far as the file tells.
-std::optional<Sample> sample_of(const std::vector<NamedText>& values) {
-  const std::string_view n1 = value_of(values, "n1"), n2 = value_of(values, "n2");
-  if (is_missing(n1)) return std::nullopt;
-  return Sample{int(number_of(n1).value_or(0)), int(number_of(n2).value_or(0))};
+constexpr std::size_t longest_note = 1000;  // bytes
+
+/// A comment line of the peaks file made of any text. One that would name a space does not.
+std::string fit_note(std::string_view text) {
+  std::string note = one_line(text);
+  if (bare_word(note.substr(0, note.find(':'))) == "space" && note.find(':') != note.npos)
+    note.insert(0, "note: ");
+  return cut_at_character(std::move(note), longest_note);
 }
 
 /// A cell of the study table made of any text.
@@ -44,7 +47,8 @@ void settle_values(const ForeignStudy& from, Settled& to) {
   for (const auto& [column, text] : from.values) {
     const std::string plain = fit_cell(text);
     to.changed_cells += plain != text && !text.empty() ? 1 : 0;
-    to.study.values.emplace_back(fit_name(column), plain);
+    if (std::string name = fit_name(column); !name.empty())
+      to.study.values.emplace_back(std::move(name), plain);
   }
   const SizeCells sizes{value_of(to.study.values, "n1"), value_of(to.study.values, "n2")};
   for (const auto& [column, text] : to.study.values)
@@ -72,10 +76,10 @@ bool settle_height(const ForeignPeak& from, std::optional<Sample> sample, Writte
 }
 
 void settle_peaks(const ForeignStudy& from, Settled& to) {
-  const std::optional<Sample> sample = sample_of(to.study.values);
+  const std::optional<Sample> sample = sample_of(to.study);
   PeaksList& list = to.study.peaks;
-  list.notes = from.notes;
-  if (list.notes.empty() && to.study.name != from.name) list.notes.push_back(one_line(from.name));
+  for (const std::string& note : from.notes) list.notes.push_back(fit_note(note));
+  if (list.notes.empty() && to.study.name != from.name) list.notes.push_back(fit_note(from.name));
   for (const ForeignPeak& peak : from.peaks) {
     const std::string where =
         "study '" + from.name + "'" + (peak.line > 0 ? ", line " + std::to_string(peak.line) : "");
@@ -86,7 +90,7 @@ void settle_peaks(const ForeignStudy& from, Settled& to) {
         to.fault = what + " is not a number of mm from -200 to 200";
         return;
       }
-    WrittenPeak written{peak.at, "", one_line(peak.note)};
+    WrittenPeak written{peak.at, "", fit_note(peak.note)};
     if (!settle_height(peak, sample, written, to)) {
       to.fault = "the value '" + peak.value + "' of " + where + " cannot be a " +
                  name_of(peak.kind) + (peak.kind == ValueKind::sign ? "" : " value");
@@ -126,6 +130,12 @@ void check_names(const ForeignStudies& foreign, const std::vector<Settled>& stud
 
 }  // namespace
 
+std::optional<Sample> sample_of(const NewStudy& study) {
+  const std::string_view n1 = value_of(study.values, "n1"), n2 = value_of(study.values, "n2");
+  if (is_missing(n1)) return std::nullopt;
+  return Sample{int(number_of(n1).value_or(0)), int(number_of(n2).value_or(0))};
+}
+
 std::string original_name(const NewStudy& study) {
   const std::vector<std::string>& notes = study.peaks.notes;
   return !notes.empty() && fit_name(notes[0]) == study.name ? notes[0] : study.name;
@@ -140,10 +150,7 @@ std::string fit_name(std::string_view text) {
   }
   // A full stop would hide the file, and a hyphen make an option of its name.
   while (name.starts_with('.') || name.starts_with('-')) name.erase(0, 1);
-  if (name.size() <= Q_NAME_MAX) return name;
-  std::size_t end = Q_NAME_MAX;
-  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
-  return name.substr(0, end);
+  return cut_at_character(std::move(name), Q_NAME_MAX);
 }
 
 NewStudies new_studies(ForeignStudies foreign, const std::string& path, Space space) {

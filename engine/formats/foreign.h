@@ -64,6 +64,9 @@ struct UnknownSpace : Refusal {
 /// is known to nobody (UnknownSpace).
 NewStudies new_studies(ForeignStudies foreign, const std::string& path, Space space);
 
+/// The sample; nothing where nobody has said its size.
+std::optional<Sample> sample_of(const NewStudy& study);
+
 /// The name that the study had before it was made fit.
 std::string original_name(const NewStudy& study);
 

@@ -68,6 +68,13 @@ std::string one_line(std::string_view text) {
   return Q_trimmed(line);
 }
 
+std::string cut_at_character(std::string text, std::size_t most) {
+  if (text.size() <= most) return text;
+  while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xC0) == 0x80) --most;
+  text.resize(most);
+  return text;
+}
+
 std::string bare_word(std::string_view text) {
   std::string word;
   for (const char c : text) {

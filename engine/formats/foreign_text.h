@@ -26,6 +26,9 @@ std::string plain_number(std::string_view text, bool decimal_comma);
 /// The text with line ends and control characters made blanks.
 std::string one_line(std::string_view text);
 
+/// The beginning of a text, so many bytes at most and no half character.
+std::string cut_at_character(std::string text, std::size_t most);
+
 /// The letters and digits of a text in small letters: "T-value" is "tvalue".
 std::string bare_word(std::string_view text);
 

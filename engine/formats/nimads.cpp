@@ -141,11 +141,11 @@ void tell_apart(ForeignStudies& read) {
                            " the name of another: a letter tells them apart.");
 }
 
-Json point_of(const WrittenPeak& peak, Space space) {
+Json point_of(const WrittenPeak& peak, Space space, std::optional<Sample> sample) {
   Json at = Json::array();
   for (const std::string& mm : peak.at) at.push_back(number_of(mm).value_or(0));
   Json values = Json::array();
-  const WrittenValue value = written_value(peak);
+  const WrittenValue value = written_value(peak, sample);
   Json one = Json::object();
   one["kind"] = name_of(value.kind);
   if (const auto number = number_of(value.text))
@@ -172,7 +172,7 @@ Json study_json(const NewStudy& study) {
   }
   if (!sizes.empty()) metadata["sample_sizes"] = sizes;
   for (const WrittenPeak& peak : study.peaks.peaks)
-    points.push_back(point_of(peak, study.peaks.space));
+    points.push_back(point_of(peak, study.peaks.space, sample_of(study)));
   Json analysis = Json::object();
   analysis["id"] = study.name + "_1";
   analysis["name"] = study.name;

@@ -26,8 +26,7 @@ constexpr RoleWords role_words[] = {
      {"study", "studyname", "studyid", "author", "authors", "paper", "experiment", "firstauthor",
       "name"}},
     {Role::n1,
-     {"n1", "n", "subjects", "samplesize", "participants", "nsubjects", "size", "npatients",
-      "patientsn"}},
+     {"n1", "n", "subjects", "samplesize", "participants", "nsubjects", "npatients", "patientsn"}},
     {Role::n2, {"n2", "controls", "ncontrols", "controlsn", "samplesize2"}},
     {Role::x, {"x", "xmm", "mnix", "xmni", "xcoordinate", "coordx", "talx", "xtal", "peakx"}},
     {Role::y, {"y", "ymm", "mniy", "ymni", "ycoordinate", "coordy", "taly", "ytal", "peaky"}},
@@ -38,21 +37,27 @@ constexpr RoleWords role_words[] = {
       "equivalentz"}},
     {Role::p_value, {"p", "pvalue", "puncorrected", "puncorr", "punc"}},
     {Role::g_value, {"g", "hedgesg"}},
-    {Role::sign, {"sign", "direction", "effect"}},
+    {Role::sign, {"sign", "direction"}},
     {Role::value, {"value", "statistic", "stat", "peakvalue"}},
     {Role::kind, {"valuekind", "kind", "statistictype", "stattype", "valuetype"}},
-    {Role::space,
-     {"space", "coordinatespace", "coordspace", "template", "system", "reference",
-      "stereotaxicspace"}},
+    {Role::space, {"space", "coordinatespace", "coordspace", "template", "stereotaxicspace"}},
     {Role::note,
      {"note", "region", "label", "area", "anatomicallabel", "structure", "comment", "location"}},
 };
 
-std::optional<Role> role_called(const std::string& word) {
-  for (const RoleWords& known : role_words)
-    if (!word.empty() &&
-        std::find(known.words.begin(), known.words.end(), word) != known.words.end())
-      return known.role;
+/// A meaning that a column's name may have, and how far down the list of names for it.
+struct RoleMatch {
+  Role role;
+  std::size_t rank;
+};
+
+std::optional<RoleMatch> match_of(const std::string& word) {
+  if (word.empty()) return std::nullopt;
+  for (const RoleWords& known : role_words) {
+    const auto found = std::find(known.words.begin(), known.words.end(), word);
+    if (found != known.words.end())
+      return RoleMatch{known.role, std::size_t(found - known.words.begin())};
+  }
   return std::nullopt;
 }
 
@@ -74,7 +79,7 @@ struct TableReader {
     return "";
   }
   [[nodiscard]] std::string number(const DelimitedRow& row, Role role) const {
-    return plain_number(cell(row, role), table.separator == ';');
+    return plain_number(cell(row, role), table.separator != ',');
   }
 
   void check_columns() const {
@@ -109,7 +114,7 @@ struct TableReader {
       const Role role = roles[c];
       if (role != Role::n1 && role != Role::n2 && role != Role::variable) continue;
       std::string text = c < row.cells.size() ? row.cells[c] : "";
-      if (role != Role::variable) text = plain_number(text, table.separator == ';');
+      if (role != Role::variable) text = plain_number(text, table.separator != ',');
       if (is_new)
         study.values.emplace_back(role == Role::n1   ? "n1"
                                   : role == Role::n2 ? "n2"
@@ -234,17 +239,23 @@ std::string line_of(std::vector<std::string> cells, char separator) {
 }  // namespace
 
 std::vector<Role> guessed_roles(const std::vector<std::string>& names) {
-  std::vector<Role> roles;
-  for (const std::string& name : names) {
-    std::optional<Role> role = role_called(bare_word(name));
-    const bool taken = role && std::find(roles.begin(), roles.end(), *role) != roles.end();
-    // "x, y, z, z": the second is the height. "id, study": the better name comes first in the list.
-    if (taken && *role == Role::z)
-      role = Role::z_value;
-    else if (taken && *role != Role::note)
-      role = Role::variable;
-    roles.push_back(role.value_or(Role::variable));
+  std::vector<Role> roles(names.size(), Role::variable);
+  std::map<Role, std::pair<std::size_t, std::size_t>> best;  // rank and column
+  for (std::size_t c = 0; c < names.size(); ++c) {
+    const std::optional<RoleMatch> match = match_of(bare_word(names[c]));
+    if (!match) continue;
+    if (match->role == Role::note) {
+      roles[c] = Role::note;
+      continue;
+    }
+    const auto [place, is_new] = best.try_emplace(match->role, match->rank, c);
+    // "x, y, z, z": the second is the height.
+    if (!is_new && match->role == Role::z && match->rank == place->second.first)
+      best.try_emplace(Role::z_value, match->rank, c);
+    else if (match->rank < place->second.first)
+      place->second = {match->rank, c};
   }
+  for (const auto& [role, where] : best) roles[where.second] = role;
   return roles;
 }
 
@@ -277,7 +288,7 @@ std::string table_text(const std::vector<NewStudy>& studies, char separator) {
     };
     if (study.peaks.peaks.empty()) add({"", "", "", "", "", ""});
     for (const WrittenPeak& peak : study.peaks.peaks) {
-      const WrittenValue value = written_value(peak);
+      const WrittenValue value = written_value(peak, sample_of(study));
       add({peak.at[0], peak.at[1], peak.at[2], value.text, name_of(value.kind), value.note});
     }
   }

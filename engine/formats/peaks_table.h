@@ -30,7 +30,8 @@ enum class Role {
   variable,  ///< anything that is the same in all lines of a study
 };
 
-/// What the columns of those names are likely to hold. Several may be `variable` or `note`.
+/// What the columns of those names are likely to hold. Several may be `variable` or `note`; of
+/// those that may have one meaning, such as "N" and "n1", the plainest name has it.
 std::vector<Role> guessed_roles(const std::vector<std::string>& names);
 
 /// The studies of such a text, in the order of their first lines. A line without coordinates is a

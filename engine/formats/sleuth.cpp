@@ -102,6 +102,8 @@ ForeignStudies sleuth_studies(const std::string& path, std::string_view text) {
   for (ForeignStudy& study : reader.read.studies)
     if (study.name.empty())
       throw Refusal("'" + path + "', " + study.place + ": the study has no name.");
+  reader.read.remarks.emplace_back(
+      "Subjects count as one sample: where a study compares two, please put in n1 and n2.");
   return std::move(reader.read);
 }
 

@@ -30,12 +30,18 @@ struct Original {
   std::string_view text;
 };
 
-/// What a comment such as "z 4.10" keeps; nothing when it is another comment.
-std::optional<Original> original_in(std::string_view comment) {
-  const std::vector<std::string_view> words = Q_words(comment);
+/// What a comment such as "z 4.10" keeps. Nothing when the height is not what becomes of it: users
+/// write such comments too, and correct heights and samples.
+std::optional<Original> original_of(const WrittenPeak& peak, std::optional<Sample> sample) {
+  const std::vector<std::string_view> words = Q_words(peak.comment);
   if (words.size() < 2 || words[0] == "t") return std::nullopt;
   const std::optional<ValueKind> kind = value_kind_named(words[0]);
-  if (!kind || !number_of(words[1])) return std::nullopt;
+  if (!kind || *kind == ValueKind::sign || !number_of(words[1])) return std::nullopt;
+  WrittenPeak again;
+  const bool has_sign_alone = peak.height == "p" || peak.height == "n";
+  if (sample ? !set_height(again, *kind, words[1], *sample) || again.height != peak.height
+             : !has_sign_alone)
+    return std::nullopt;
   return Original{*kind, words[1]};
 }
 
@@ -85,8 +91,8 @@ bool set_height(WrittenPeak& peak, ValueKind kind, std::string_view text, Sample
   return true;
 }
 
-WrittenValue written_value(const WrittenPeak& peak) {
-  if (const auto original = original_in(peak.comment)) {
+WrittenValue written_value(const WrittenPeak& peak, std::optional<Sample> sample) {
+  if (const auto original = original_of(peak, sample)) {
     const std::size_t end =
         std::size_t(original->text.data() - peak.comment.data()) + original->text.size();
     return {original->kind, std::string(original->text),
@@ -99,7 +105,7 @@ WrittenValue written_value(const WrittenPeak& peak) {
 double largest_t(const WrittenPeak& peak, Sample sample) {
   const double t = number_of(peak.height).value_or(0);
   const double largest = std::abs(t) + rounding_of(peak.height);
-  const std::optional<Original> original = original_in(peak.comment);
+  const std::optional<Original> original = original_of(peak, sample);
   if (!original) return largest;
   const double size = std::abs(number_of(original->text).value());
   const double rounding = rounding_of(original->text);

@@ -28,13 +28,14 @@ double t_of_value(ValueKind kind, double value, Sample sample);
 /// no such value, or one that no study has.
 bool set_height(WrittenPeak& peak, ValueKind kind, std::string_view text, Sample sample);
 
-/// What a height was before it was converted, and the rest of the comment: the t value, "p" or "n"
-/// where it was not.
+/// What a height was before it was converted by set_height(), and the rest of the comment; the t
+/// value, "p" or "n" where it was not, and where its comment does not come to the height. Without
+/// sample size nothing is converted, and a comment such as "z 4.10" beside a sign is the original.
 struct WrittenValue {
   ValueKind kind;
   std::string text, note;
 };
-WrittenValue written_value(const WrittenPeak& peak);
+WrittenValue written_value(const WrittenPeak& peak, std::optional<Sample> sample);
 
 /// The absolute t value that the peak may have had before it was rounded: half of a unit of the
 /// last decimal above its height, or above the original that its comment keeps.

@@ -59,7 +59,8 @@ void make_studies() {
              "study\tn1\tn2\tthreshold_p\tage\nA\t12\t14\tNA\t31.5\nB_2\t20\tNA\t0.001\tNA\n"
              "C\t9\tNA\tNA\t-4\n");
   write_text("A.peaks.txt",
-             "# space: Talairach\n24 -14 6 4.1\n30 -10.5 4 -3.200\n0 1 2 n\n7 8 9 p  # x, \"y\"\n");
+             "# space: Talairach\n24 -14 6 4.1\n30 -10.5 4 -3.200\n0 1 2 n\n7 8 9 p  # x, \"y\"\n3 "
+             "3 3 5.0  # p 0.001 FWE\n");
   write_text("B_2.peaks.txt", "# space: MNI\n# B, 2\n22 -16 4 4.914783  # z 3.9\n");
   write_text("C.peaks.txt", "# space: MNI\n");
 }
@@ -92,10 +93,10 @@ TEST(Export, LosesNothingOnTheWayThere) {
 
 TEST(Import, AddsToATableAndTouchesNothingElse) {
   const Test_folder folder;
-  write_text("kvo_table.txt", "study,n1,kind\r\nOld,12,a\r\n");
+  write_text("kvo_table.txt", "study,n1,kind\r\nOld,12,a,\r\n");
   write_text("x.csv", "study,n,x,y,z,t,space\nNew,20,1,2,3,4,MNI\n");
   import("x.csv");
-  EXPECT_EQ(kvo::base::read_text("kvo_table.txt"), "study,n1,kind\r\nOld,12,a\r\nNew,20,NA\n");
+  EXPECT_EQ(kvo::base::read_text("kvo_table.txt"), "study,n1,kind\r\nOld,12,a,\r\nNew,20,NA\n");
   write_text("y.csv", "study,n,n2,x,y,z,t,space\nOther,20,19,1,2,3,4,MNI\n");
   import("y.csv");
   EXPECT_EQ(kvo::base::read_text("kvo_table.txt"),
