@@ -12,6 +12,7 @@
 #include "util/read_file.h"
 #include "util/text.h"
 #include "util/whole_file.h"
+#include "workspace/files/file_names.h"
 #include "workspace/files/study_table.h"
 
 namespace {

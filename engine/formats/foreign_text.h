@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "engine/formats/formats_layer.h"
+#include "engine/images/image.h"
 
 namespace kvo::formats {
 

@@ -60,7 +60,7 @@ void make_studies() {
              "C\t9\tNA\tNA\t-4\n");
   write_text("A.peaks.txt",
              "# space: Talairach\n24 -14 6 4.1\n30 -10.5 4 -3.200\n0 1 2 n\n7 8 9 p  # x, \"y\"\n3 "
-             "3 3 5.0  # p 0.001 FWE\n");
+             "3 3 5.1  # p 0.001 FWE\n");
   write_text("B_2.peaks.txt", "# space: MNI\n# B, 2\n22 -16 4 4.914783  # z 3.9\n");
   write_text("C.peaks.txt", "# space: MNI\n");
 }
