@@ -232,9 +232,9 @@ class Relocations {
       if (studies_[s].image != nullptr) {
         add(s, studies_[s].image, 0, mask_.size(), work.sums, work.signs[s]);
       } else if (effects_.paths() != nullptr) {
-        effects_.paths()->effects(studies_[s].peaks.peaks(), work.voxels[s], *work.path_room,
-                                  work.g.data());
-        add(s, work.g.data(), 0, mask_.size(), work.sums);
+        effects_.paths()->effects(studies_[s].peaks.peaks(), work.voxels[s], *work.path_room);
+        for (const auto& [begin, end] : work.path_room->runs)
+          add(s, work.path_room->g.data() + begin, begin, end - begin, work.sums);
       }
     }
     finish(work.sums, mask_.size(), work.z.data());

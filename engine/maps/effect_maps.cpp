@@ -1,5 +1,6 @@
 #include "engine/maps/effect_maps.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace kvo::maps {
@@ -27,7 +28,9 @@ std::vector<float> EffectMaps::map_of(const PeakMap& peaks) const {
   std::vector<float> g(mask_.size());
   if (paths_) {
     PathMap::Room room(*paths_);
-    paths_->effects(peaks.peaks(), voxels, room, g.data());
+    paths_->effects(peaks.peaks(), voxels, room);
+    for (const auto& [begin, end] : room.runs)
+      std::copy(room.g.data() + begin, room.g.data() + end, g.data() + begin);
     return g;
   }
   PeakMap::Plane plane;

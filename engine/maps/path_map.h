@@ -43,13 +43,13 @@
 // leads, and with a FWHM of 20 mm or more it never falls as a rises. With a narrower one the kernel
 // gets wider along uniform tissue: 1 / width = (1 - a) / FWHM + a / 20 mm.
 
-#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
 
 #include "engine/images/mask.h"
 #include "engine/maps/maps_layer.h"
+#include "engine/maps/path_box.h"
 #include "engine/maps/peak_map.h"
 
 namespace kvo::maps {
@@ -60,59 +60,64 @@ inline constexpr double tissue_fwhm_mm = 20;
 /// The FWHM of the kernel without anisotropy that reaches as far as the one with it can.
 double reaching_fwhm(double fwhm_mm, double anisotropy);
 
-/// The voxels of a mask and the steps between them. The mask must outlive it.
+/// How effects spread in the voxels of a mask, which must outlive it.
 class PathMap {
  public:
   /// `correlation` are the template's values in the voxels of the mask; 0 < anisotropy <= 1.
   PathMap(const Mask& mask, std::span<const float> correlation, double fwhm_mm, double anisotropy);
 
-  struct Sums {
-    double kernels = 0, effects = 0;
+  /// Voxels that follow each other in the mask.
+  struct Run {
+    std::size_t begin, end;
   };
 
-  /// Room for one thread's work.
+  /// Room for one thread's work, and what it leaves.
   struct Room {
     explicit Room(const PathMap& map);
-    std::vector<Sums> sums;                         ///< of each voxel; all zero between the calls
-    std::vector<float> path;                        ///< of each place; infinite between the calls
-    std::vector<std::uint8_t> settled;              ///< of each place; 0 between the calls
-    std::vector<std::uint8_t> last_step;            ///< of each place's path
-    std::vector<std::uint32_t> summed;              ///< the voxels whose sums are others
-    std::vector<std::uint32_t> found;               ///< the places whose path is another
-    std::vector<std::vector<std::uint32_t>> queue;  ///< by the path's length in steps of 2 mm
+    std::vector<Run> runs;  ///< the voxels that a kernel may reach; g is 0 in all others
+    std::vector<float> g;   ///< of the voxels in the runs; what others have means nothing
+
+   private:
+    friend class PathMap;
+    /// Voxels of a row of the grid.
+    struct Stretch {
+      int first = 0, end = 0;
+    };
+    PathBox::Room paths;
+    std::vector<float> squared_x, detour;  ///< along a row
+    std::vector<float> kernels, effects;   ///< sums, row by row; all zero between the calls
+    std::vector<Stretch> reached;          ///< of each row; empty between the calls
+    std::vector<std::size_t> rows;         ///< those that a kernel reaches
   };
 
-  /// Computes g in the mask's voxels, each peak moved (its offset kept) to the voxel of the same
-  /// index in `voxels`; `g` has room for all of them.
-  void effects(std::span<const PlacedPeak> peaks, std::span<const Voxel> voxels, Room& room,
-               float* g) const;
+  /// Computes g, each peak moved (its offset kept) to the voxel of the same index in `voxels`, and
+  /// leaves it in the room.
+  void effects(std::span<const PlacedPeak> peaks, std::span<const Voxel> voxels, Room& room) const;
 
  private:
-  /// The steps to places that touch which may follow one, and their straight lengths squared. Those
-  /// beyond the count lead nowhere, so that several can be looked at at once.
-  struct NextSteps {
-    std::size_t count = 0;
-    std::array<std::uint8_t, 32> step{};
-    std::array<std::int32_t, 32> offset{};
-    std::array<float, 32> squared_mm{};
-  };
   struct Closest {
     std::int64_t voxel;  ///< its number in the mask, or -1
     double distance;
   };
+  /// What the mask has of a row of the grid.
+  struct MaskRow {
+    std::size_t begin = 0;   ///< the number of its first voxel
+    int first = 0, end = 0;  ///< where they are along the row
+  };
 
   [[nodiscard]] Closest closest_voxel(const PlacedPeak& peak, Voxel at) const;
-  void find_paths(const Closest& start, Room& room) const;
   void add_peak(const PlacedPeak& peak, Voxel at, Room& room) const;
+  void add_row(std::size_t row, int first, int end, double squared_yz, double g, Room& room) const;
+  void leave_row(std::size_t row, Room& room) const;
   template <typename Visit>
   void for_each_voxel_within(double radius, const PlacedPeak& peak, Voxel at,
                              const Visit& visit) const;
 
   const Mask& mask_;
   std::vector<std::int32_t> number_;  ///< of each voxel of the grid in the mask, or -1
-  std::array<NextSteps, 27> next_;    ///< by the last step; the last one is where a path begins
-  /// Of each place of the grid with a margin of one voxel around it; no number outside of the mask.
-  std::vector<float> height_;
+  std::vector<float> height_;         ///< likewise, or no number
+  std::vector<MaskRow> rows_;
+  std::vector<PathBox> boxes_;  ///< by the distance of a peak from where its paths begin
   double anisotropy_, fwhm_, reach_;
 };
 

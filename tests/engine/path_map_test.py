@@ -145,6 +145,22 @@ class PathMap(unittest.TestCase):
                     self.assertLess(unsure.sum(), 20)
                     numpy.testing.assert_allclose(g[~unsure], expected[~unsure], rtol=1e-5, atol=1e-9)
 
+    def test_is_the_mirror_image_at_the_other_corner_of_the_grid(self):
+        folder = self.enterContext(EngineFolder(PROGRAMS))
+        random = numpy.random.default_rng(8)
+        mask, template, peaks = random_mask(random), random_template(random), random_peaks(random, 6)
+        ends = 2 * AFFINE[:3, 3] + 2 * (numpy.array(SHAPE) - 1)
+        maps = []
+        for mirrored in (False, True):
+            turned = numpy.flip if mirrored else numpy.asarray
+            save(folder.share / "mask_tissue.nii.gz", turned(on_grid(mask)))
+            save(folder.share / "cor_tissue.nii.gz", turned(on_grid(template)))
+            write_studies(folder.work, [[(*(ends - mm if mirrored else mm), t) for *mm, t in peaks]])
+            folder.must_run("pp tissue, 0.8, 30, tissue, 1")
+            maps.append(turned(folder.load("pp/s0_g")))
+        self.assertGreater(numpy.count_nonzero(maps[0]), 1000)
+        numpy.testing.assert_allclose(maps[1], maps[0], rtol=1e-5, atol=1e-9)
+
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])
