@@ -167,16 +167,12 @@ class Exchanges {
     return tally;
   }
 
-  TestedMap tested(std::span<const Tally* const> tallies) {
+  TestedMap tested(const Tally& tally) {
     TestedMap tested{
         .null = NullDistribution({}, 1), .randomizations = number_, .spatial = spatial_};
-    Found found{.thresholds = thresholds_};
-    for (TileCounts& counts : counts_) counts.beyond = {}, counts.powers = {};
-    for (const Tally* tally : tallies) {
-      tested.null.add(tally->null);
-      add_counts(*tally);
-      for (std::size_t t = 0; t < 2; ++t) found.largest[t].add(tally->largest[t]);
-    }
+    Found found{.thresholds = thresholds_, .largest = tally.largest};
+    tested.null.add(tally.null);
+    take_counts(tally);
     tested.null.finish();
     for (std::vector<float>& p : found.p) p.resize(voxels_);
     in_parallel(counts_.size(), [&](std::size_t tile, std::size_t) { write_p(tile, found.p); });
@@ -295,9 +291,9 @@ class Exchanges {
       std::copy(counts.begin(), counts.end(), of_tally);
     });
   }
-  void add_counts(const Tally& tally) {
+  void take_counts(const Tally& tally) {
     for_each_count(tally, [](auto counts, auto of_tally) {
-      for (auto& count : counts) count += *of_tally++;
+      std::copy_n(of_tally, counts.size(), counts.begin());
     });
   }
 
@@ -350,7 +346,8 @@ std::optional<TestedMap> tested_by_exchange(const ExchangeRequest& request, cons
   part = exchanges.made(numbers, action);
   action.finish();
   if (shared.only) return std::nullopt;
-  TestedMap tested = exchanges.tested(shared.tallies(request.coefficient, part));
+  shared.add_others(request.coefficient, part);
+  TestedMap tested = exchanges.tested(part);
   if (exchanges.ways() < few_ways)
     say(std::string("There are only ") + Q_count_text(std::size_t(std::lround(exchanges.ways()))) +
         (exchanges.flips() ? " combinations of signs" : " ways to deal out " + request.name) +

@@ -102,6 +102,15 @@ std::optional<std::vector<Tally>> read_part(const std::string& file, const std::
   return tallies;
 }
 
+/// Adds to the sums, one for each coefficient, what a part has come to.
+void add_part(std::vector<Tally>& sums, const std::vector<Tally>& tallies,
+              const std::string& file) {
+  for (std::size_t j = 0; j < sums.size(); ++j) {
+    if (!fit_together(sums[j], tallies[j])) refuse_damaged(file);
+    add(sums[j], tallies[j]);
+  }
+}
+
 /// Whether two parts have a randomization in common.
 bool overlap(const Part& a, const Part& b) {
   const std::size_t common = std::gcd(a.of, b.of);
@@ -131,13 +140,11 @@ std::vector<std::size_t> Shared::numbers_to_make(std::size_t all) const {
   return numbers;
 }
 
-std::vector<const Tally*> Shared::tallies(std::size_t coefficient, const Tally& own) const {
-  std::vector<const Tally*> tallies{&own};
-  for (const MadePart& by_others : made) {
-    tallies.push_back(&by_others.tallies[coefficient]);
-    if (!fit_together(*tallies.back(), own)) refuse_damaged(by_others.file);
-  }
-  return tallies;
+void Shared::add_others(std::size_t coefficient, Tally& own) const {
+  if (made.empty()) return;
+  // They fit each other.
+  if (!fit_together(own, tallies[coefficient])) refuse_damaged(made.front().file);
+  add(own, tallies[coefficient]);
 }
 
 std::string times_text(std::size_t made, std::size_t all) {
@@ -161,22 +168,22 @@ void write_part(const std::string& name, const Part& part, const std::string& ke
     throw Refusal("'" + file + "' cannot be written: " + std::strerror(errno) + ".");
 }
 
-std::vector<MadePart> read_parts(const std::string& name, const std::string& key,
-                                 std::size_t coefficients) {
-  std::vector<MadePart> found, taken;
+Shared read_parts(const std::string& name, const std::string& key, std::size_t coefficients) {
+  std::vector<MadePart> found;
+  Shared shared;
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator(".", ignored)) {
     const std::string file = entry.path().filename();
-    if (const auto part = part_of_file(file, name)) found.push_back({*part, file, {}});
+    if (const auto part = part_of_file(file, name)) found.push_back({*part, file});
   }
   std::sort(found.begin(), found.end(), [](const MadePart& a, const MadePart& b) {
     return std::pair(a.part.of, a.part.number) < std::pair(b.part.of, b.part.number);
   });
-  for (MadePart& made : found) {
-    const auto same = std::find_if(taken.begin(), taken.end(), [&](const MadePart& other) {
-      return overlap(made.part, other.part);
-    });
-    if (same != taken.end()) {
+  for (const MadePart& made : found) {
+    const auto same =
+        std::find_if(shared.made.begin(), shared.made.end(),
+                     [&](const MadePart& other) { return overlap(made.part, other.part); });
+    if (same != shared.made.end()) {
       say("'" + made.file + "' is not used: '" + same->file + "' has some of its randomizations");
       continue;
     }
@@ -186,10 +193,13 @@ std::vector<MadePart> read_parts(const std::string& name, const std::string& key
           "' is not used: it is of other studies or settings, or was made by another version");
       continue;
     }
-    made.tallies = std::move(*tallies);
-    taken.push_back(std::move(made));
+    if (shared.made.empty())
+      shared.tallies = std::move(*tallies);
+    else
+      add_part(shared.tallies, *tallies, made.file);
+    shared.made.push_back(made);
   }
-  return taken;
+  return shared;
 }
 
 }  // namespace kvo::inference

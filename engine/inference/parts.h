@@ -31,22 +31,23 @@ struct Part {
 /// asks for what is no part.
 std::optional<Part> asked_part();
 
-/// A part that has been made: for each coefficient what it has come to.
+/// A part that has been made, and its file.
 struct MadePart {
   Part part;
   std::string file;
-  std::vector<Tally> tallies;
 };
 
 /// Who makes which randomizations.
 struct Shared {
   std::optional<Part> only;    ///< this process makes no others
   std::vector<MadePart> made;  ///< by others; none of them has what another has
+  std::vector<Tally>
+      tallies;  ///< what all of those have come to for each coefficient; none without
   /// Of so many randomizations those that this process makes, in order.
   [[nodiscard]] std::vector<std::size_t> numbers_to_make(std::size_t all) const;
-  /// What the others have come to for a coefficient, and this process. Throws Refusal, naming the
-  /// file, when that of another is of another map.
-  [[nodiscard]] std::vector<const Tally*> tallies(std::size_t coefficient, const Tally& own) const;
+  /// Adds what the others have come to for a coefficient to what this process has. Throws Refusal,
+  /// naming a file, when theirs is of another map.
+  void add_others(std::size_t coefficient, Tally& own) const;
 };
 
 /// " (500 times)", or how many of them this process makes.
@@ -60,10 +61,10 @@ std::string part_file(const std::string& name, const Part& part);
 void write_part(const std::string& name, const Part& part, const std::string& key,
                 std::span<const Tally> tallies);
 
-/// The parts of an analysis of that name and key in the working folder, with so many coefficients.
-/// Tells the user of those that are not taken, as their key is another or their randomizations have
-/// been taken already. Throws Refusal, naming the file, when one is damaged.
-std::vector<MadePart> read_parts(const std::string& name, const std::string& key,
-                                 std::size_t coefficients);
+/// The parts of an analysis of that name and key in the working folder, with so many coefficients,
+/// added up as they are read: there may be thousands of them. Tells the user of those that are not
+/// taken, as their key is another or their randomizations have been taken already. Throws Refusal,
+/// naming the file, when one is damaged.
+Shared read_parts(const std::string& name, const std::string& key, std::size_t coefficients);
 
 }  // namespace kvo::inference

@@ -144,14 +144,11 @@ class Relocations {
     return tally;
   }
 
-  TestedMap tested(std::span<const Tally* const> tallies) {
+  TestedMap tested(const Tally& tally) {
     TestedMap tested{
         .null = NullDistribution(observed_, 1), .randomizations = number_, .spatial = number_};
-    Found found{.thresholds = thresholds_};
-    for (const Tally* tally : tallies) {
-      tested.null.add(tally->null);
-      for (std::size_t t = 0; t < 2; ++t) found.largest[t].add(tally->largest[t]);
-    }
+    Found found{.thresholds = thresholds_, .largest = tally.largest};
+    tested.null.add(tally.null);
     tested.null.finish();
     found.p = {tested.null.p(Tail::positive), tested.null.p(Tail::negative)};
     add_corrected(tested, std::move(found), observed_, workspaces_.front()->extents);
@@ -280,7 +277,8 @@ std::optional<TestedMap> tested_by_relocation(const RelocationRequest& request,
   part = relocations.made(numbers, action);
   action.finish();
   if (shared.only) return std::nullopt;
-  return relocations.tested(shared.tallies(0, part));
+  shared.add_others(0, part);
+  return relocations.tested(part);
 }
 
 }  // namespace kvo::inference

@@ -1,6 +1,8 @@
 #include "engine/inference/tally.h"
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 
 namespace kvo::inference {
 
@@ -27,6 +29,17 @@ bool fit_together(const Tally& a, const Tally& b) {
     return sizes;
   };
   return sizes_of(a) == sizes_of(b);
+}
+
+void add(Tally& to, const Tally& tally) {
+  const auto add_counts = [](auto& sums, const auto& counts) {
+    std::transform(counts.begin(), counts.end(), sums.begin(), sums.begin(), std::plus());
+  };
+  add_counts(to.null.by_rank, tally.null.by_rank);
+  add_counts(to.null.by_bin, tally.null.by_bin);
+  for (std::size_t t = 0; t < to.largest.size(); ++t) to.largest[t].add(tally.largest[t]);
+  for (std::size_t t = 0; t < to.beyond.size(); ++t) add_counts(to.beyond[t], tally.beyond[t]);
+  for (std::size_t i = 0; i < to.powers.size(); ++i) add_counts(to.powers[i], tally.powers[i]);
 }
 
 std::string bytes_of(const Tally& tally) {

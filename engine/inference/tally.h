@@ -30,6 +30,9 @@ bool fit_together(const Tally& a, const Tally& b);
 /// The tally as bytes, for a machine with the same order of bytes.
 std::string bytes_of(const Tally& tally);
 
+/// Adds to a tally one that fits.
+void add(Tally& to, const Tally& tally);
+
 /// Takes a tally from the beginning of the bytes. False when they are no tally.
 bool take_tally(std::string_view& bytes, Tally& tally);
 

@@ -211,12 +211,15 @@ Estimates estimates_of(const ModelRequest& request, const LinearModel& linear) {
 }
 
 /// A key of what randomizations depend on: the version, the command, what preprocessing was made
-/// of, and which studies take part with which values.
-std::string key_of(const Command& command, const LinearModel& linear, double tau2) {
-  std::string text = program_text() + "\n" + command.text() + "\n" +
-                     file_checksum(KVO_RECORD_FILE) + "\n" + text_of(tau2);
+/// of, and which studies take part with which values. The studies' weights follow from these and
+/// from how peaks are listed, which the table may say otherwise since.
+std::string key_of(const Command& command, const LinearModel& linear) {
+  std::string text = program_text() + "\n" + command.text() + "\n" + file_checksum(KVO_RECORD_FILE);
   for (std::size_t s = 0; s < linear.meta.members.size(); ++s) {
-    text += "\n" + linear.meta.members[s].study.name;
+    const Study& study = linear.meta.members[s].study;
+    text += "\n" + study.name + " " + std::to_string(study.peaks_per_cluster.value_or(-1)) + " " +
+            text_of(study.peak_distance.value_or(-1)) + " " +
+            text_of(study.cluster_extent.value_or(-1));
     for (const double value : linear.model.design.columns.row(Eigen::Index(s)))
       text += " " + text_of(value);
   }
@@ -230,8 +233,8 @@ void run_part(const Command& command, const ModelRequest& request, const Part& p
   const Estimates estimates = estimates_of(request, linear);
   std::vector<Tally> tallies(linear.names.size());
   for (std::size_t j = 0; j < tallies.size(); ++j)
-    tested_coefficient(linear, estimates, j, {.only = part, .made = {}}, tallies[j]);
-  write_part(command.name, part, key_of(command, linear, estimates.tau2), tallies);
+    tested_coefficient(linear, estimates, j, {.only = part, .made = {}, .tallies = {}}, tallies[j]);
+  write_part(command.name, part, key_of(command, linear), tallies);
   say("The file '" + part_file(command.name, part) + "' has this part of the randomizations.");
   say("With the files of the parts in this folder the command without " +
       std::string(part_variable) + " brings them together.");
@@ -281,11 +284,10 @@ void leave_record(Outputs& outputs, const LinearModel& linear,
 /// then.
 void leave_maps(const Command& command, const ModelRequest& request, const LinearModel& linear,
                 Outputs& outputs) {
-  Estimates estimates = estimates_of(request, linear);
   const std::size_t coefficients = linear.names.size();
-  const Shared shared{
-      .only = std::nullopt,
-      .made = read_parts(command.name, key_of(command, linear, estimates.tau2), coefficients)};
+  // Before anything takes long, as they may be damaged.
+  const Shared shared = read_parts(command.name, key_of(command, linear), coefficients);
+  Estimates estimates = estimates_of(request, linear);
   std::vector<TestedMap> tested;
   std::vector<ListedMap> listed;
   for (std::size_t j = 0; j < coefficients; ++j) {

@@ -258,6 +258,19 @@ TEST(Run, BringsPartsOfTheRandomizationsTogetherToTheSameBytes) {
     EXPECT_TRUE(fs::remove(left)) << left;
   EXPECT_TRUE(snapshot() == whole);
 
+  // Of studies that the table says since list their peaks otherwise, which weights them otherwise.
+  run_part("MyMean = mean", "1/2");
+  std::string table = read_text("kvo_table.txt");
+  for (std::size_t at = 0; (at = table.find('\n', at)) != std::string::npos;) {
+    const std::string cell = at == table.find('\n') ? "\tpeaks_per_cluster" : "\t1";
+    table.insert(at, cell);
+    at += cell.size() + 1;
+  }
+  write_text("kvo_table.txt", table);
+  EXPECT_THAT(engine.run("MyMean = mean").lines,
+              testing::Contains("  'MyMean_part_1_of_2.kvo' is not used: it is of other studies or "
+                                "settings, or was made by another version"));
+
   // Of another command of that name, and damaged.
   run_part("MyModel = lm n1", "1/2");
   EXPECT_THAT(
