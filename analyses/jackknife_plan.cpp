@@ -1,17 +1,8 @@
 #include "analyses/jackknife_plan.h"
 
-#include <algorithm>
-#include <set>
-
-#include "analyses/names.h"
-#include "util/text.h"
-#include "workspace/files/map_lists.h"
+#include "workspace/files/jackknife_names.h"
 
 namespace {
-
-/// The longest name of a map, and how much of it the names of analysis and study around "JK" get.
-constexpr std::size_t MAP_NAME_MAX = 60;
-constexpr std::size_t NAMES_MAX = MAP_NAME_MAX - 2;
 
 std::string cell(const Q_table& table, long row, long column) {
   return TABLE(table, row, column).value_or("NA");
@@ -27,29 +18,6 @@ std::vector<long> included_columns(const Q_table& study_table, const std::string
   return included;
 }
 
-std::string cut(const std::string& text, std::size_t limit) {
-  return text.substr(0, Q_utf8_cut(text, limit));
-}
-
-/// Appends a number to names that occur twice, or that no map can have, so that all names differ.
-Q_string_list told_apart(const Q_string_list& names) {
-  std::set<std::string> taken(names.begin(), names.end());
-  std::set<std::string> given;
-  Q_string_list result;
-  for (const std::string& name : names) {
-    std::string unique = name;
-    for (int number = 2; given.contains(unique) || kvo_is_negative_tail(unique) ||
-                         (unique != name && taken.contains(unique));
-         ++number) {
-      const std::string suffix = Q_format("_%i", number).str();
-      unique = cut(name, MAP_NAME_MAX - suffix.size()) + suffix;
-    }
-    given.insert(unique);
-    result.push_back(unique);
-  }
-  return result;
-}
-
 }  // namespace
 
 Kvo_jackknife_plan kvo_plan_jackknife(const Q_table& study_table, const std::string& name,
@@ -57,15 +25,9 @@ Kvo_jackknife_plan kvo_plan_jackknife(const Q_table& study_table, const std::str
   const std::vector<long> columns = included_columns(study_table, filter);
   const long names_row = Q_get_table_row_pos_or_die(study_table, "study");
   Q_string_list studies;
-  std::size_t longest = 0;
-  for (const long column : columns) {
-    studies.push_back(cut(cell(study_table, names_row, column), NAMES_MAX));
-    longest = std::max(longest, studies.back().size());
-  }
-  Kvo_jackknife_plan plan{cut(name, NAMES_MAX - longest), {}};
-  Q_string_list maps;
-  for (const std::string& study : studies) maps.push_back(kvo_safe_name(plan.name + "JK" + study));
-  maps = told_apart(maps);
-  for (std::size_t i = 0; i < columns.size(); ++i) plan.runs.push_back({columns[i], maps[i]});
+  for (const long column : columns) studies.push_back(cell(study_table, names_row, column));
+  const Kvo_jackknife_names names = kvo_jackknife_names(name, studies);
+  Kvo_jackknife_plan plan{names.name, {}};
+  for (std::size_t i = 0; i < columns.size(); ++i) plan.runs.push_back({columns[i], names.maps[i]});
   return plan;
 }
