@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "engine/base/exists.h"
 #include "engine/base/refusal.h"
@@ -45,16 +46,22 @@ std::optional<double> p_of_no_effect(const Image& map) {
   return map.intent_p1;
 }
 
+std::array<std::vector<float>, 2> read_uncorrected(const std::string& map) {
+  std::array tails{read_p_map(map_file(map, p_map)).values,
+                   read_if_there(map_file(map, negative_p_map))};
+  if (tails[1].empty()) tails[1] = mirrored(tails[0], null_values_of(map));
+  return tails;
+}
+
 BothTails read_tails(const std::string& map) {
   BothTails tails;
-  tails.positive[0] = read_p_map(map_file(map, p_map)).values;
-  tails.negative[0] = read_if_there(map_file(map, negative_p_map));
+  auto [positive, negative] = read_uncorrected(map);
+  tails.positive[0] = std::move(positive);
+  tails.negative[0] = std::move(negative);
   for (std::size_t kind = 1; kind < p_map_kinds.size(); ++kind) {
     tails.positive[kind] = read_if_there(map_file(map, p_map_kinds[kind].positive));
     tails.negative[kind] = read_if_there(map_file(map, p_map_kinds[kind].negative));
   }
-  if (tails.negative[0].empty())
-    tails.negative[0] = mirrored(tails.positive[0], null_values_of(map));
   return tails;
 }
 

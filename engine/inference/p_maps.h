@@ -38,6 +38,9 @@ struct BothTails {
 /// that equal the observed one. Throws Refusal when one cannot be read.
 BothTails read_tails(const std::string& map);
 
+/// The uncorrected ones alone, positive and negative.
+std::array<std::vector<float>, 2> read_uncorrected(const std::string& map);
+
 /// The p values that are chosen to be thresholded, in either direction; two-tailed ones are the
 /// same in both. Throws Refusal when one cannot be read.
 std::array<std::vector<float>, 2> read_chosen(const ChosenP& chosen);

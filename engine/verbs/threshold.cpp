@@ -13,6 +13,7 @@
 #include "engine/results/cluster_result.h"
 #include "engine/results/map_facts.h"
 #include "engine/results/results.h"
+#include "engine/results/thresholding.h"
 #include "engine/verbs/verbs.h"
 #include "util/text.h"
 #include "workspace/files/map_lists.h"
@@ -20,29 +21,6 @@
 namespace kvo::verbs {
 
 namespace {
-
-/// The arguments by their meaning.
-struct ThresholdRequest {
-  std::string map;
-  float p, height;
-  std::size_t extent;
-  std::string p_text, height_text;
-};
-
-ThresholdRequest threshold_request(const Command& command) {
-  const double p = command.number(2), height = command.number(3);
-  return {.map = command.arguments[0],
-          .p = float(p),
-          .height = float(height),
-          .extent = std::size_t(command.number(4)),
-          .p_text = threshold_text(p, 5),
-          .height_text = threshold_text(height, 3)};
-}
-
-std::string base_of(const ThresholdRequest& request) {
-  return request.map + "_z_p_" + request.p_text + "_" + request.height_text + "_" +
-         std::to_string(request.extent);
-}
 
 /// Throws Refusal unless the folder has the map.
 ChosenP chosen_map(const std::string& map) {
@@ -77,7 +55,7 @@ struct ZMap {
 };
 
 ZMap prepare_threshold(const ThresholdRequest& request) {
-  check_result_name(base_of(request));
+  check_result_name(threshold_base(request));
   const PpRecord record = read_pp_record();
   ZMap map;
   map.chosen = chosen_map(request.map);
@@ -94,21 +72,6 @@ ZMap prepare_threshold(const ThresholdRequest& request) {
     map.effects = {read_on_mni_grid(file(g_map)).values, read_on_mni_grid(file(ci_low_map)).values,
                    read_on_mni_grid(file(ci_high_map)).values};
   return map;
-}
-
-/// z where p is below the threshold in z's own direction, else 0; of the whole grid.
-std::vector<float> beyond(const ZMap& map, float p) {
-  std::vector<float> z(mni_grid().voxels());
-  for (std::size_t n = 0; n < map.mask.size(); ++n) {
-    const std::uint32_t index = map.mask.grid_index[n];
-    if (map.p[map.z[n] > 0 ? 0 : 1][index] < p) z[index] = map.z[n];
-  }
-  return z;
-}
-
-/// What the p is called that is thresholded.
-std::string name_of_p(const ChosenP& chosen) {
-  return std::string(chosen.both ? "two-tailed " : "") + p_map_kinds[chosen.kind].heading;
 }
 
 /// How well the randomizations tell a p as large as the threshold.
@@ -205,19 +168,14 @@ void run_threshold(const Command& command) {
   const ThresholdRequest request = threshold_request(command);
   ClusterResult result;
   result.map = request.map;
-  result.base = base_of(request);
+  result.base = threshold_base(request);
   Outputs outputs;
   Action action("Thresholding " + result.map);
   const ZMap map = prepare_threshold(request);
-  result.criteria = name_of_p(map.chosen) + " < " + request.p_text + ", peak |z| at least " +
-                    request.height_text + ", at least " +
-                    Q_counted(request.extent, "voxel", "voxels");
-  result.z = beyond(map, request.p);
+  result.criteria = criteria_text(request, map.chosen);
+  result.z = beyond(map.mask, map.z, map.p, request.p);
   keep_clusters(result, {.extent = request.extent,
-                         .keep =
-                             [&](const Cluster& cluster) {
-                               return std::abs(cluster.peaks.front().z) >= double(request.height);
-                             },
+                         .keep = [&](const Cluster& cluster) { return survives(cluster, request); },
                          .tails = map.tails,
                          .atlas = map.atlas});
   action.finish();
