@@ -23,15 +23,6 @@ std::string with_capital(std::string text) {
   return text;
 }
 
-/// The region with the side that it is on, which most of the atlas's names begin with.
-std::string region_and_side(const LocalPeak& peak) {
-  if (peak.region.starts_with("Left ") || peak.region.starts_with("Right ")) return peak.region;
-  const int x = mm_of(peak.voxel)[0];
-  return with_capital(peak.region) + (std::abs(x) < midline_mm ? " (midline)"
-                                      : x < 0                  ? " (left)"
-                                                               : " (right)");
-}
-
 /// A p, and below it the standard error that so many randomizations leave where it matters.
 std::string p_with_error(double p, std::size_t randomizations) {
   constexpr double doubtful = 0.2;
@@ -162,7 +153,25 @@ void add_slices(HtmlReport& page, const ClusterReport& report, const BrainMap& m
                "convention).");
 }
 
+void add_without_one(HtmlReport& page, const ClusterReport& report) {
+  if (!report.without_one && report.without_one_fault.empty()) return;
+  page.heading("Without one study each");
+  if (report.without_one)
+    page.table(without_one_table(report.clusters, *report.without_one));
+  else
+    page.paragraph("It cannot be told how the clusters fare without one study each: " +
+                   report.without_one_fault);
+}
+
 }  // namespace
+
+std::string region_and_side(const LocalPeak& peak) {
+  if (peak.region.starts_with("Left ") || peak.region.starts_with("Right ")) return peak.region;
+  const int x = mm_of(peak.voxel)[0];
+  return with_capital(peak.region) + (std::abs(x) < midline_mm ? " (midline)"
+                                      : x < 0                  ? " (left)"
+                                                               : " (right)");
+}
 
 std::string cluster_report(const ClusterReport& report) {
   HtmlReport page(report.title, report.subtitle);
@@ -174,6 +183,7 @@ std::string cluster_report(const ClusterReport& report) {
     add_glass_brain(page, report, map);
     page.heading("Clusters and local peaks");
     page.table(cluster_table(report));
+    add_without_one(page, report);
     page.heading("Slices");
     add_slices(page, report, map);
     page.heading("Breakdown by region");

@@ -3,6 +3,7 @@
 // The report of a thresholded map.
 
 #include <array>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "engine/inference/clusters.h"
 #include "engine/report/brain_picture.h"
 #include "engine/report/html.h"
+#include "engine/report/jackknife_report.h"
 #include "engine/report/methods.h"
 #include "engine/report/report_layer.h"
 
@@ -27,7 +29,14 @@ struct ClusterReport {
   /// By which each of p_map_kinds has a standard error; 0 for those that have none to tell.
   std::array<std::size_t, p_map_kinds.size()> randomizations{};
   BrainBackground background;  ///< as read_brain_background() reads it
+  /// Where the folder has the runs of a jackknife: how the clusters fare in them, or why that
+  /// cannot be told.
+  std::optional<WithoutOne> without_one{};
+  std::string without_one_fault{};
 };
+
+/// The region of a peak with the side that it is on, which most of the atlas's names begin with.
+std::string region_and_side(const LocalPeak& peak);
 
 /// The whole HTML file. Without clusters it says that nothing survives the thresholds, and what was
 /// run.

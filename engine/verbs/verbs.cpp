@@ -35,6 +35,7 @@ constexpr Argument threshold_arguments[] = {
     {.label = "peak", .kind = Kind::number, .least = 0, .most = 100},
     {.label = "extent", .kind = Kind::whole, .least = 1, .most = 1e6},
 };
+constexpr Argument jackknife_arguments[] = {{.label = "name"}};
 constexpr Argument multi_arguments[] = {
     {.label = "name"},
     {.label = "name"},
@@ -111,6 +112,17 @@ constexpr Verb verbs[] = {
      {},
      check_threshold,
      run_threshold},
+    {"jackknife",
+     false,
+     jackknife_arguments,
+     "In how many runs of a mean's jackknife each of its clusters survives, and which study "
+     "matters "
+     "most.",
+     "jackknife MyMean",
+     "the thresholded map of a mean, and the maps of its jackknife.",
+     {},
+     check_jackknife,
+     run_jackknife},
     {"multi", false, multi_arguments,
      "The conjunction of two meta-analyses. error: 1 to assume error in the p values, else 0; "
      "scenario: 2 to decrease them as in a better scenario, else 0.",

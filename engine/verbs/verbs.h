@@ -21,6 +21,8 @@ void check_pp(const Command& command);
 void run_pp(const Command& command);
 void check_threshold(const Command& command);
 void run_threshold(const Command& command);
+void check_jackknife(const Command& command);
+void run_jackknife(const Command& command);
 void check_multi(const Command& command);
 void run_multi(const Command& command);
 void check_mean(const Command& command);

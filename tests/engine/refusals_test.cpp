@@ -10,6 +10,7 @@
 
 #include "runner.h"
 #include "table.h"
+#include "workspace/files/study_table.h"
 
 using namespace kvo::images;
 
@@ -103,6 +104,22 @@ void change(const Installation& engine, const std::string& text) {
   }
 }
 
+/// Leaves the means of three studies without one each, as the front end has them made.
+void run_jackknife(const Installation& engine) {
+  const std::string before = read_text("kvo_table.txt");
+  for (std::size_t left_out = 0; left_out < 3; ++left_out) {
+    const Cells lines = split(before, "\n", 4);
+    std::string table = lines[0] + "\t" + KVO_JACKKNIFE_VARIABLE + "\n";
+    for (std::size_t s = 0; s < 3; ++s)
+      table +=
+          lines[s + 1].substr(0, lines[s + 1].find('\n')) + (s == left_out ? "\tNA\n" : "\t1\n");
+    write_text("kvo_table.txt", table);
+    const std::string map = "MapJKstudy" + std::to_string(left_out);
+    engine.must_run({(map + " = mean " + KVO_JACKKNIFE_VARIABLE).c_str()});
+  }
+  write_text("kvo_table.txt", before);
+}
+
 void set_up(const Installation& engine, const std::string& name) {
   write_text("kvo_table.txt", "study n1 n2 threshold_t none\nA 12 14 NA 0\nB 20 NA 3.1 NA\n");
   write_text("A.peaks.txt", "# space: MNI\n24 -14 6 4.1\n30 -10 4 -2.1\n");
@@ -124,6 +141,11 @@ void set_up(const Installation& engine, const std::string& name) {
     write_studies(4);
     engine.must_run({"pp gray_matter, 0, 10, gray_matter, 20", "Map = mean", "Map2 = mean",
                      "Sphere = mask coordinate, 26, -12, 4"});
+  } else if (name == "jackknife") {
+    write_studies(3);
+    engine.must_run({"pp gray_matter, 0, 10, gray_matter, 1", "Map = mean"});
+    run_jackknife(engine);
+    engine.must_run({"threshold Map, p, 0.4, 0, 1"});
   }
 }
 
@@ -155,7 +177,8 @@ TEST_P(Refusal, SaysWhyAndLeavesTheFolderAsItIs) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, Refusal,
-                         testing::Values("fresh", "image", "tissue", "done", "model", "maps"),
+                         testing::Values("fresh", "image", "tissue", "done", "model", "maps",
+                                         "jackknife"),
                          [](const auto& folder) { return std::string(folder.param); });
 
 }  // namespace
