@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include "engine/base/exists.h"
 #include "engine/base/progress.h"
@@ -11,6 +13,7 @@
 #include "engine/base/wording.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/cluster_result.h"
+#include "engine/results/leave_one_out.h"
 #include "engine/results/map_facts.h"
 #include "engine/results/results.h"
 #include "engine/results/thresholding.h"
@@ -158,6 +161,26 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   return report;
 }
 
+/// How the clusters fare without one study each, where a jackknife has left its maps.
+void add_runs(ClusterReport& report, const ThresholdRequest& request, const ZMap& map,
+              std::span<const Cluster> clusters) {
+  if (clusters.empty()) return;
+  LeaveOneOut runs;
+  try {
+    runs = leave_one_out_of(map.chosen.map, all_verbs());
+  } catch (const Refusal&) {
+    // Maps can be thresholded after the files that they came from have gone.
+    return;
+  }
+  if (!has_runs(runs)) return;
+  try {
+    check_runs(runs);
+    report.without_one = threshold_runs(runs, request, map.chosen, map.mask, clusters).without;
+  } catch (const Refusal& refusal) {
+    report.without_one_fault = refusal.what();
+  }
+}
+
 }  // namespace
 
 void check_threshold(const Command& command) {
@@ -180,7 +203,9 @@ void run_threshold(const Command& command) {
                          .atlas = map.atlas});
   action.finish();
   if (map.effects) add_effects(result.clusters, *map.effects);
-  write_result(outputs, command, result, report_of(command, result, request, map.chosen));
+  ClusterReport report = report_of(command, result, request, map.chosen);
+  add_runs(report, request, map, result.clusters);
+  write_result(outputs, command, result, std::move(report));
   outputs.commit();
   say_result(result);
   const MapFacts known = facts_of_map(map.chosen.map, all_verbs());

@@ -3,7 +3,9 @@
 Usage: clusters_test.py KVO_PARSE KVO_CORE SHARE_FOLDER REGION_NAMES
 """
 
+import html
 import itertools
+import re
 import sys
 import unittest
 
@@ -148,6 +150,54 @@ class Clusters(unittest.TestCase):
             folder.save("Map_pFWE", pFWE[0])
             folder.save("Map_n_pFWE", pFWE[1])
             self.check(folder, z, p, negative_p, "0.00500", "1.000", 10, pFWE)
+
+    def test_jackknife(self):
+        studies, (probability, height, extent) = ["A", "B", "C"], (0.02, 1.5, 8)
+        names = ["Map", *(f"MapJK{s}" for s in studies)]
+        common, maps = random_map(8, 2)[0], {}
+        with folder_with_mask(names) as folder:
+            (folder.work / "kvo_table.txt").write_text("study\tn1\n" + "".join(f"{s}\t20\n" for s in studies))
+            (folder.work / "kvo_analyses.txt").write_text(
+                "map\tstudies\tparticipants\tcommand\tleft_out\nMap\t3\t60\tMap = mean\tNA\n"
+                + "".join(f"MapJK{s}\t2\t40\tMapJK{s} = mean x\t{s}\n" for s in studies))
+            for seed, name in enumerate(names, 20):
+                z = numpy.where(MASK, common + 0.5 * random_map(seed, 2)[0], 0).astype(numpy.float32)
+                p, negative_p = (numpy.where(MASK, tail(z), 1).astype(numpy.float32)
+                                 for tail in (stats.norm.sf, stats.norm.cdf))
+                g = (z / (3 + seed % 2)).astype(numpy.float32)
+                maps[name] = g, clusters_of(z, p, negative_p, probability, height, extent)
+                for kind, values in (("z", z), ("p", p), ("n_p", negative_p), ("g", g)):
+                    folder.save(f"{name}_{kind}", values)
+            # A result of other thresholds that is older, and so is not taken.
+            folder.must_run("threshold Map, p, 0.4, 0, 1")
+            folder.must_run(f"threshold Map, p, {probability}, {height}, {extent}")
+            folder.must_run("jackknife Map")
+            share = numpy.zeros(SHAPE)
+            for name in names[1:]:
+                for _, voxels, _ in maps[name][1]:
+                    share[tuple(voxels.T)] += 1 / 3
+            numpy.testing.assert_allclose(folder.load("Map_jackknife"), share, atol=1e-6)
+            survivals, rows = [], folder.table("Map_jackknife")
+            self.assertEqual(len(rows), len(maps["Map"][1]))
+            for row, (sign, voxels, peaks) in zip(rows, maps["Map"][1]):
+                of_cluster = set(map(tuple, voxels))
+                survivals.append(sum(any(s == sign and of_cluster & set(map(tuple, v)) for s, v, _ in maps[n][1])
+                                     for n in names[1:]))
+                g, *runs = (float(maps[name][0][peaks[0]]) for name in names)
+                most = max(range(3), key=lambda r: abs(runs[r] - g))
+                self.assertEqual(list(row.values())[4:7] + [row["survives in"], row["study that matters most"]],
+                                 [*map(str, mm(peaks[0])), str(survivals[-1]), studies[most]])
+                self.assertEqual([row["g"], row["lowest g"], row["highest g"], row["g without it"]],
+                                 ["%.7g" % v for v in (g, min(runs), max(runs), runs[most])])
+            self.assertGreater(len(set(survivals)), 2)
+            for base in ("Map_jackknife", "Map_z_p_0.02000_1.500_8"):
+                page = (folder.work / f"{base}.html").read_text(encoding="utf-8")
+                self.assertEqual(re.findall(r">(\d) of 3</td>", page), [str(s) for s in survivals], base)
+            # A run that is missing keeps no report of the threshold from being made.
+            (folder.work / "MapJKB_z.nii.gz").unlink()
+            folder.must_run(f"threshold Map, p, {probability}, {height}, {extent}")
+            page = (folder.work / "Map_z_p_0.02000_1.500_8.html").read_text(encoding="utf-8")
+            self.assertIn("There is no run without study 'B'", html.unescape(page))
 
     def test_shapes(self):
         # Corners of boxes in a plane of the grid with their z, and (voxels, x and y in mm of the
