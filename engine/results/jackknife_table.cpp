@@ -11,7 +11,7 @@ namespace kvo::results {
 
 std::string jackknife_csv(const std::string& map, std::span<const Cluster> clusters,
                           const WithoutOne& without) {
-  const auto exact = [](double value) { return Q_format("%.7g", value).str(); };
+  const auto precise = [](double value) { return Q_format("%.7g", value).str(); };
   std::string csv = csv_line(
       std::vector<std::string>{"map", "cluster", "direction", "voxels", "MNI x (mm)", "MNI y (mm)",
                                "MNI z (mm)", "region", "runs", "survives in", "g", "lowest g",
@@ -24,7 +24,7 @@ std::string jackknife_csv(const std::string& map, std::span<const Cluster> clust
         map, std::to_string(c + 1), cluster.positive ? "positive" : "negative",
         std::to_string(cluster.voxels()), std::to_string(x), std::to_string(y), std::to_string(z),
         cluster.peaks.front().region, std::to_string(without.runs), std::to_string(each.survived),
-        exact(each.g), exact(each.lowest), exact(each.highest), each.study, exact(each.without)});
+        precise(each.g), precise(each.lowest), precise(each.highest), each.study, precise(each.without)});
   }
   return csv;
 }
