@@ -24,7 +24,8 @@ std::string jackknife_csv(const std::string& map, std::span<const Cluster> clust
         map, std::to_string(c + 1), cluster.positive ? "positive" : "negative",
         std::to_string(cluster.voxels()), std::to_string(x), std::to_string(y), std::to_string(z),
         cluster.peaks.front().region, std::to_string(without.runs), std::to_string(each.survived),
-        precise(each.g), precise(each.lowest), precise(each.highest), each.study, precise(each.without)});
+        precise(each.g), precise(each.lowest), precise(each.highest), each.study,
+        precise(each.without)});
   }
   return csv;
 }
