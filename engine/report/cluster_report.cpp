@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "engine/base/wording.h"
+#include "engine/report/checklist.h"
 #include "util/text.h"
 
 namespace kvo::report {
@@ -193,6 +194,10 @@ std::string cluster_report(const ClusterReport& report) {
   page.facts(report.facts);
   page.commands(report.commands);
   page.methods(report.methods);
+  if (report.checked) {
+    page.heading("Checklist");
+    page.table(checklist_of(*report.checked, report.without_one.has_value()));
+  }
   return page.finish();
 }
 

@@ -23,9 +23,10 @@ struct ClusterReport {
   std::vector<Fact> facts;            ///< what was run
   std::vector<std::string> commands;  ///< that led here, in their order
   Methods methods;
-  std::span<const Cluster> clusters;  ///< in the order of the table
-  std::span<const float> z;           ///< of the whole MNI grid; 0 where it is not significant
-  std::string statistic = "z";        ///< what the values are called
+  std::optional<MethodsFacts> checked{};  ///< of an analysis that has a checklist
+  std::span<const Cluster> clusters;      ///< in the order of the table
+  std::span<const float> z;               ///< of the whole MNI grid; 0 where it is not significant
+  std::string statistic = "z";            ///< what the values are called
   /// By which each of p_map_kinds has a standard error; 0 for those that have none to tell.
   std::array<std::size_t, p_map_kinds.size()> randomizations{};
   BrainBackground background;  ///< as read_brain_background() reads it

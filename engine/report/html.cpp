@@ -23,6 +23,16 @@ std::string element(std::string_view name, std::string_view text) {
   return joined({"<", name, ">", html_escaped(text), "</", name, ">\n"});
 }
 
+/// Keeps the text's lines.
+std::string preformatted(std::string_view text) {
+  std::string content;
+  for (std::size_t start = 0, end = 0; end != std::string_view::npos; start = end + 1) {
+    end = text.find('\n', start);
+    content += html_escaped(text.substr(start, end - start)) + "\n";
+  }
+  return "<pre>" + content + "</pre>\n";
+}
+
 std::string base64(const std::string& bytes) {
   const Q_g_memory<char> text(
       g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
@@ -84,8 +94,13 @@ void HtmlReport::methods(const Methods& methods) {
   page_ += joined({"<blockquote>", html_escaped(methods.paragraph), "</blockquote>\n"});
   if (methods.sources.empty()) return;
   page_ += "<ul class=\"sources\">\n";
-  for (const std::string& source : methods.sources) page_ += element("li", source);
-  page_ += "</ul>\n";
+  std::string bibtex;
+  for (const Source& source : methods.sources) {
+    page_ += element("li", reference_of(source));
+    bibtex += bibtex_of(source);
+  }
+  page_ += "</ul>\n<details>\n<summary>BibTeX</summary>\n" +
+           preformatted(bibtex + bibtex_of_program()) + "</details>\n";
 }
 
 void HtmlReport::facts(std::span<const Fact> facts) {

@@ -23,7 +23,7 @@ struct Fact {
 
 struct HtmlColumn {
   std::string title;
-  bool number = false;  ///< whether the cells are numbers, to be aligned at their right
+  bool number = false;     ///< whether the cells are numbers, to be aligned at their right
   bool two_lines = false;  ///< its cells may be of two lines, with '\n' between
 };
 

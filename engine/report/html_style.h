@@ -48,6 +48,10 @@ td.share { min-width: 11rem;
   color: var(--dim); }
 code { font: .875rem/1.5 ui-monospace, "DejaVu Sans Mono", monospace; color: var(--text); }
 ul.sources { margin: 0; padding-left: 1.2rem; color: var(--dim); font-size: .875rem; }
+details { margin: .75rem 0 1rem; }
+summary { cursor: pointer; color: var(--accent); }
+pre { margin: .5rem 0; padding: .6rem .75rem; background: var(--soft); white-space: pre-wrap;
+  overflow-wrap: anywhere; font: .8125rem/1.45 ui-monospace, "DejaVu Sans Mono", monospace; }
 figure { margin: 0 0 1.25rem; }
 img { display: block; width: 100%; height: auto; border-radius: 4px; }
 figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }

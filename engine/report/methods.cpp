@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <string_view>
 
 #include "engine/base/text_file.h"
 #include "engine/base/wording.h"
 #include "engine/maps/path_map.h"
 #include "engine/model/joint_estimate.h"
-#include "engine/report/sources.h"
+#include "kvo_config.h"
+#include "util/q_string.h"
 #include "util/text.h"
 
 namespace kvo::report {
@@ -30,15 +32,19 @@ class Paragraph {
     std::string text;
     for (const Source& source : sources) {
       text += (text.empty() ? " (" : "; ") + std::string(source.citation);
-      std::vector<std::string>& known = methods_.sources;
-      if (std::find(known.begin(), known.end(), source.reference) == known.end())
-        known.emplace_back(source.reference);
+      std::vector<Source>& known = methods_.sources;
+      if (std::none_of(known.begin(), known.end(), [&](const Source& other) {
+            return std::string_view(other.citation) == source.citation;
+          }))
+        known.push_back(source);
     }
     return text + ")";
   }
 
   Methods finish() {
-    std::sort(methods_.sources.begin(), methods_.sources.end());
+    sentence(Q_format("The analysis was made with Quorvane %.2f", KVO_VERSION).str());
+    std::sort(methods_.sources.begin(), methods_.sources.end(),
+              [](const Source& a, const Source& b) { return reference_of(a) < reference_of(b); });
     return std::move(methods_);
   }
 

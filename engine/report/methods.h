@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "engine/report/report_layer.h"
+#include "engine/report/sources.h"
 
 namespace kvo::report {
 
@@ -57,7 +58,7 @@ struct MethodsFacts {
 /// The paragraph, in whole sentences with the sources in parentheses, followed by those sources.
 struct Methods {
   std::string paragraph;
-  std::vector<std::string> sources;  ///< alphabetical
+  std::vector<Source> sources;  ///< alphabetical
 };
 Methods methods_of(const MethodsFacts& facts);
 

@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "engine/report/checklist.h"
 #include "engine/report/methods.h"
 #include "table.h"
 
@@ -181,11 +182,65 @@ TEST(Methods, IsGrammaticalAndListsWhatItCites) {
             EXPECT_FALSE(std::regex_search(text, std::regex(bad_grammar)));
             EXPECT_TRUE(text.ends_with("."));
             std::set<std::string> listed;
-            for (const std::string& source : methods.sources)
-              listed.merge(names_and_years(reference, source));
+            for (const Source& source : methods.sources)
+              listed.merge(names_and_years(reference, reference_of(source)));
             EXPECT_EQ(listed.size(), methods.sources.size());
             EXPECT_EQ(listed, names_and_years(citation, text));
           }
+}
+
+TEST(Sources, AreWrittenForBibtex) {
+  const std::pair<Source, const char*> cases[] = {
+      {sources::moller,
+       "@article{moeller1998,\n"
+       "  author = {Møller, J. and Syversveen, A. R. and Waagepetersen, R. P.},\n"
+       "  title = {{Log Gaussian Cox processes}},\n  year = {1998},\n"
+       "  journal = {Scandinavian Journal of Statistics},\n  volume = {25},\n"
+       "  pages = {451--482}\n}\n"},
+      {sources::lancaster, "Martinez, M. and others},"},
+      {sources::borenstein, "address = {Chichester},\n  publisher = {Wiley}\n}\n"},
+      {sources::raudenbush, "@misc{raudenbush2009,"},
+  };
+  for (const auto& [source, part] : cases) EXPECT_THAT(bibtex_of(source), HasSubstr(part));
+}
+
+TEST(Checklist, SaysWhatIsKnown) {
+  struct {
+    Analysis analysis;
+    const char* facts;
+    bool runs;
+    std::vector<std::pair<std::size_t, const char*>> said;  ///< of the recommendations, from 1
+  } const cases[] = {
+      {Analysis::mean,
+       "studies=16 images=1 talairach randomizations=500 p=0.005",
+       true,
+       {{1, "the peaks of 16 studies converge"},
+        {2, "16 studies with 400 participants. Fewer than 17"},
+        {3, "1 study gives its statistical map, 15 studies peaks."},
+        {4, "Talairach space were transformed"},
+        {8, "p < 0.005, not corrected"},
+        {9, "table above"},
+        {10, "seed 7"}}},
+      {Analysis::linear_model,
+       "term=dose images=21 p=0.05 kind=3",
+       false,
+       {{1, "changes with dose"},
+        {2, "participants."},
+        {3, "All studies give statistical maps."},
+        {4, "All studies are in MNI"},
+        {8, "family-wise"},
+        {9, "was not run"}}},
+      {Analysis::mean,
+       "images=21 p=0.05 kind=4",
+       false,
+       {{1, "lie on one side of 0"}, {8, "false discoveries among what survives is held at 0.05"}}},
+  };
+  for (const auto& [analysis, facts, runs, said] : cases) {
+    const HtmlTable table = checklist_of(facts_of(analysis, facts), runs);
+    ASSERT_EQ(table.rows.size(), 10U);
+    for (const auto& [number, part] : said)
+      EXPECT_THAT(table.rows[number - 1].cells[1], HasSubstr(part));
+  }
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ std::string page_full_of(const std::string& text, int& places) {
   page.heading(next());
   Picture picture{"bytes", 10, 10, next()};
   page.picture(picture, next());
-  page.methods({next(), {next()}});
+  page.methods({next(), {sources::hedges}});
   return page.finish();
 }
 
