@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -23,7 +24,8 @@ namespace kvo::base {
 namespace {
 
 const std::string stage = ".kvo_new";
-const std::string sub_folder = KVO_STUDY_MAPS_FOLDER;
+/// The folders that outputs may lie in but for the working folder itself.
+constexpr std::array sub_folders = {KVO_STUDY_MAPS_FOLDER, KVO_RESULTS_FOLDER};
 const std::string journal = stage + "/moves";
 const std::string move_word = "move ";
 const std::string remove_word = "remove ";
@@ -41,10 +43,22 @@ Q_fd lock_folder(int kind) {
   return folder;
 }
 
-/// Whether the name stands for a file of the working folder or of its folder "pp", and nowhere
+/// The one of them that the name stands for a file of; "." for the working folder.
+std::string folder_of(std::string_view name) {
+  for (const std::string folder : sub_folders)
+    if (name.starts_with(folder + "/")) return folder;
+  return ".";
+}
+
+std::string staged(const std::string& name) {
+  return stage + "/" + name;
+}
+
+/// Whether the name stands for a file of the working folder or of its sub_folders, and nowhere
 /// else. Names with control characters, such as the end of a line, cannot be listed in the journal.
 bool is_output_name(std::string_view name) {
-  if (name.starts_with(sub_folder + "/")) name.remove_prefix(sub_folder.size() + 1);
+  if (const std::string folder = folder_of(name); folder != ".")
+    name.remove_prefix(folder.size() + 1);
   return !name.empty() && name.front() != '.' && Q_stripped(name) == name &&
          std::none_of(name.begin(), name.end(), [](char c) {
            return c == '/' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
@@ -65,7 +79,7 @@ bool is_folder(const std::string& path) {
 
 /// Whether the name may be moved or removed: a link in the place of a folder would lead elsewhere.
 bool stays_inside(const std::string& name) {
-  return is_output_name(name) && (!name.starts_with(sub_folder + "/") || is_folder(sub_folder));
+  return is_output_name(name) && (folder_of(name) == "." || is_folder(folder_of(name)));
 }
 
 /// Some file systems cannot flush a folder; that is no error.
@@ -81,13 +95,15 @@ bool flush_folder(const std::string& path) {
                 ". The next command in this folder puts them in their places first.");
 }
 
-void make_sub_folder() {
-  if (mkdir(sub_folder.c_str(), 0777) != 0 && errno != EEXIST)
-    refuse_move("the folder '" + sub_folder + "' cannot be made");
+/// Makes those that have been staged.
+void make_sub_folders() {
+  for (const std::string folder : sub_folders)
+    if (is_folder(staged(folder)) && mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST)
+      refuse_move("the folder '" + folder + "' cannot be made");
 }
 
 void make_move(const std::string& name) {
-  const std::string from = stage + "/" + name;
+  const std::string from = staged(name);
   if (!stays_inside(name) || !entry_exists(from)) return;
   if (rename(from.c_str(), name.c_str()) != 0) refuse_move("'" + name + "' cannot be replaced");
 }
@@ -100,17 +116,16 @@ void make_removal(const std::string& name) {
 /// Makes the moves of the journal that have not been made.
 void make_moves() {
   const std::string moves = read_text(journal);
-  const bool has_sub_folder = is_folder(stage + "/" + sub_folder);
-  if (has_sub_folder) make_sub_folder();
+  make_sub_folders();
   for (const TextLine& line : filled_lines(moves)) {
     if (line.text.starts_with(move_word)) {
-      const std::string name(line.text.substr(move_word.size()));
-      if (has_sub_folder || name.find('/') == std::string::npos) make_move(name);
+      make_move(std::string(line.text.substr(move_word.size())));
     } else if (line.text.starts_with(remove_word)) {
       make_removal(std::string(line.text.substr(remove_word.size())));
     }
   }
-  if (!flush_folder(sub_folder) || !flush_folder(".")) refuse_move("the disk does not take them");
+  if (!std::all_of(sub_folders.begin(), sub_folders.end(), flush_folder) || !flush_folder("."))
+    refuse_move("the disk does not take them");
   discard();
 }
 
@@ -145,12 +160,11 @@ void check_place(const std::string& name, const std::string& folder) {
   check_owner(name, folder, "replaced");
 }
 
-void check_sub_folder() {
-  if (!entry_exists(sub_folder)) return;
-  if (!is_folder(sub_folder)) throw Refusal("'" + sub_folder + "' is not a folder.");
-  if (access(sub_folder.c_str(), W_OK | X_OK) != 0)
-    throw Refusal("The folder '" + sub_folder + "' cannot be written: " + std::strerror(errno) +
-                  ".");
+void check_sub_folder(const std::string& folder) {
+  if (!entry_exists(folder)) return;
+  if (!is_folder(folder)) throw Refusal("'" + folder + "' is not a folder.");
+  if (access(folder.c_str(), W_OK | X_OK) != 0)
+    throw Refusal("The folder '" + folder + "' cannot be written: " + std::strerror(errno) + ".");
 }
 
 }  // namespace
@@ -184,9 +198,9 @@ Outputs::~Outputs() {
 
 std::string Outputs::path_of(const std::string& name) {
   if (!is_output_name(name)) throw Refusal("'" + name + "' cannot be the name of an output.");
-  if (name.find('/') != std::string::npos) mkdir((stage + "/" + sub_folder).c_str(), 0777);
+  if (folder_of(name) != ".") mkdir(staged(folder_of(name)).c_str(), 0777);
   moved_.push_back(name);
-  return stage + "/" + name;
+  return staged(name);
 }
 
 void Outputs::write_text(const std::string& name, std::string_view text) {
@@ -199,16 +213,16 @@ void Outputs::remove(const std::string& name) {
 }
 
 void Outputs::commit() {
-  const bool has_sub_folder = is_folder(stage + "/" + sub_folder);
-  if (has_sub_folder) check_sub_folder();
+  for (const std::string folder : sub_folders)
+    if (is_folder(staged(folder))) check_sub_folder(folder);
   std::string moves;
   for (const std::string& name : moved_) {
-    check_place(name, name.find('/') == std::string::npos ? "." : sub_folder);
+    check_place(name, folder_of(name));
     moves += move_word + name + "\n";
   }
   for (const std::string& name : removed_)
     if (std::find(moved_.begin(), moved_.end(), name) == moved_.end()) {
-      check_owner(name, name.find('/') == std::string::npos ? "." : sub_folder, "removed");
+      check_owner(name, folder_of(name), "removed");
       moves += remove_word + name + "\n";
     }
   // One flush for all: flushing each file would wait for the disk once per file.

@@ -38,7 +38,7 @@ class Outputs {
   Outputs& operator=(const Outputs&) = delete;
 
   /// The temporary path for the output that will be called `name` (in the working folder, or in its
-  /// folder "pp"). Not to be called by two threads at once.
+  /// folders "pp" and "bids"). Not to be called by two threads at once.
   std::string path_of(const std::string& name);
   /// Writes a whole text as the output `name`.
   void write_text(const std::string& name, std::string_view text);

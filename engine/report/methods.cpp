@@ -323,7 +323,7 @@ void describe_conjunction(Paragraph& text, const MethodsFacts& facts) {
 constexpr std::size_t rate_kind = p_map_kinds.size() - 1;
 
 std::string correction_words(Paragraph& text, std::size_t kind) {
-  const std::string family_wise = "corrected for the family-wise error";
+  std::string family_wise = "corrected for the family-wise error";
   switch (kind) {
     case 1:
       return family_wise;

@@ -8,12 +8,15 @@
 #include "engine/formats/bundle.h"
 #include "engine/formats/folder_studies.h"
 #include "engine/formats/foreign_file.h"
+#include "engine/results/shared_results.h"
 #include "engine/verbs/verbs.h"
 #include "util/text.h"
+#include "workspace/files/file_names.h"
 
 namespace kvo::verbs {
 
 using namespace formats;
+using namespace results;
 
 namespace {
 
@@ -38,6 +41,23 @@ FileKind prepare_export(const std::string& name) {
     throw Refusal("There is already a '" + name + "'. Please choose another name.");
   check_folder_writable();
   return kind;
+}
+
+/// Results that were exported before stay.
+void prepare_results() {
+  const std::string folder = KVO_RESULTS_FOLDER;
+  if (entry_exists(folder))
+    throw Refusal("There is already a '" + folder + "'. Please move or remove it first.");
+  check_folder_writable();
+  check_shared_results();
+}
+
+void run_export_of_results() {
+  prepare_results();
+  Outputs outputs;
+  const std::size_t maps = share_results(outputs, all_verbs());
+  outputs.commit();
+  say("Results: folder " + std::string(KVO_RESULTS_FOLDER) + ", " + Q_counted(maps, "map", "maps"));
 }
 
 void say_not_exported(const ExportedStudies& from, FileKind kind) {
@@ -81,12 +101,20 @@ void run_import(const Command& command) {
 }
 
 void check_export(const Command& command) {
+  if (command.arguments[0] == KVO_RESULTS_FOLDER) {
+    prepare_results();
+    return;
+  }
   if (prepare_export(command.arguments[0]) != FileKind::bundle && folder_studies().studies.empty())
     throw Refusal("No study has peaks: only a bundle (.zip) takes images.");
 }
 
 void run_export(const Command& command) {
   const std::string& name = command.arguments[0];
+  if (name == KVO_RESULTS_FOLDER) {
+    run_export_of_results();
+    return;
+  }
   const FileKind kind = prepare_export(name);
   Outputs outputs;
   if (kind == FileKind::bundle) {

@@ -165,7 +165,8 @@ constexpr Verb verbs[] = {
      false,
      export_arguments,
      "Writes all studies to a file of one of those kinds; a bundle (.zip) has their images and the "
-     "batch too.",
+     "batch too. 'bids' writes the maps of all analyses to a folder of that name, named as BIDS "
+     "derivatives are.",
      "export all.zip",
      "",
      {},

@@ -5,6 +5,7 @@ Usage: clusters_test.py KVO_PARSE KVO_CORE SHARE_FOLDER REGION_NAMES
 
 import html
 import itertools
+import json
 import re
 import sys
 import unittest
@@ -198,6 +199,28 @@ class Clusters(unittest.TestCase):
             folder.must_run(f"threshold Map, p, {probability}, {height}, {extent}")
             page = (folder.work / "Map_z_p_0.02000_1.500_8.html").read_text(encoding="utf-8")
             self.assertIn("There is no run without study 'B'", html.unescape(page))
+
+    def test_results_for_repositories(self):
+        names = ["A_1", "A1", "A1JKs"]
+        with folder_with_mask(names) as folder:
+            (folder.work / "kvo_analyses.txt").write_text(
+                "map\tstudies\tparticipants\tcommand\tleft_out\n"
+                "A_1\t3\t60\tA_1 = mean\tNA\nA1\t3\t60\tA1 = mean\tNA\nA1JKs\t2\t40\tA1JKs = mean x\ts\n")
+            stats_of = {"z": "z", "g": "effect", "n_pFWE": "npFWE"}
+            for seed, (name, kind) in enumerate(itertools.product(names, stats_of)):
+                folder.save(f"{name}_{kind}", random_map(seed, 2)[0])
+            folder.must_run("export bids")
+            shared = folder.work / "bids"
+            for (name, label), (kind, stat) in itertools.product((("A_1", "A1"), ("A1", "A12")), stats_of.items()):
+                stem = f"contrast-{label}_space-MNI152NLin6Asym_res-2_stat-{stat}_statmap"
+                self.assertEqual((shared / f"{stem}.nii.gz").read_bytes(),
+                                 (folder.work / f"{name}_{kind}.nii.gz").read_bytes())
+                about = json.loads((shared / f"{stem}.json").read_text(encoding="utf-8"))
+                self.assertEqual([about["Analysis"], about["Facts"]["Studies"], about["Commands"][-1]],
+                                 [name, "3", f"{name} = mean"])
+            self.assertEqual(len(list(shared.iterdir())), 2 * 2 * 3 + 2)
+            dataset = json.loads((shared / "dataset_description.json").read_text(encoding="utf-8"))
+            self.assertEqual(dataset["DatasetType"], "derivative")
 
     def test_shapes(self):
         # Corners of boxes in a plane of the grid with their z, and (voxels, x and y in mm of the

@@ -10,6 +10,8 @@ inline constexpr const char* KVO_TABLE_FILE = "kvo_table.txt";
 inline constexpr const char* KVO_RECORD_FILE = "kvo_pp.txt";
 /// The folder of the studies' maps.
 inline constexpr const char* KVO_STUDY_MAPS_FOLDER = "pp";
+/// The folder of the results as they are given to others.
+inline constexpr const char* KVO_RESULTS_FOLDER = "bids";
 /// The list of the maps that the meta-analysis has. That it exists shows that the folder is
 /// preprocessed.
 inline constexpr const char* KVO_MAPS_FILE = "kvo_maps.txt";

@@ -10,6 +10,7 @@
 #include "engine/report/checklist.h"
 #include "engine/report/methods.h"
 #include "table.h"
+#include "util/q_string.h"
 
 using namespace kvo::report;
 
@@ -173,10 +174,11 @@ TEST(Methods, IsGrammaticalAndListsWhatItCites) {
         for (const std::string anisotropy :
              {"0 variables", "0.5 error", "1 error reml pool", "1 reml variables"})
           for (const std::string times : {"0", "1 talairach unknown_heights from_peaks", "500"}) {
-            const Methods methods = methods_of(facts_of(
-                analysis, "studies=" + studies + " images=" + images + " anisotropy=" + anisotropy +
-                              " tolerable_p=0.1 p=0.005 peak_z=1 extent=" + times +
-                              " randomizations=" + times));
+            const Q_string facts = Q_format(
+                "studies=%s images=%s anisotropy=%s tolerable_p=0.1 p=0.005 peak_z=1 extent=%s "
+                "randomizations=%s",
+                studies.c_str(), images.c_str(), anisotropy.c_str(), times.c_str(), times.c_str());
+            const Methods methods = methods_of(facts_of(analysis, facts.str()));
             const std::string& text = methods.paragraph;
             SCOPED_TRACE(text);
             EXPECT_FALSE(std::regex_search(text, std::regex(bad_grammar)));
