@@ -45,8 +45,8 @@ Q_fd lock_folder(int kind) {
 
 /// The one of them that the name stands for a file of; "." for the working folder.
 std::string folder_of(std::string_view name) {
-  for (const std::string folder : sub_folders)
-    if (name.starts_with(folder + "/")) return folder;
+  for (const char* folder : sub_folders)
+    if (name.starts_with(std::string(folder) + "/")) return folder;
   return ".";
 }
 

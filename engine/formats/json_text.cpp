@@ -8,17 +8,17 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-struct Builder {
+struct JsonBuilder {
   Json operator()(const std::string& text) const { return text; }
-  Json operator()(double number) const { return number; }
-  Json operator()(const JsonList& list) const {
-    Json json = Json::array();
-    for (const JsonValue& each : list) json.push_back(std::visit(*this, each.value));
+  Json operator()(const JsonTexts& texts) const {
+    Json json = Json::object();
+    for (const auto& [name, text] : texts) json[name] = text;
     return json;
   }
-  Json operator()(const JsonMembers& members) const {
-    Json json = Json::object();
-    for (const auto& [name, each] : members) json[name] = std::visit(*this, each.value);
+  template <typename T>
+  Json operator()(const std::vector<T>& list) const {
+    Json json = Json::array();
+    for (const T& each : list) json.push_back((*this)(each));
     return json;
   }
 };
@@ -26,7 +26,9 @@ struct Builder {
 }  // namespace
 
 std::string json_text(const JsonMembers& members) {
-  return Builder{}(members).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  Json json = Json::object();
+  for (const auto& [name, value] : members) json[name] = std::visit(JsonBuilder{}, value);
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace kvo::formats

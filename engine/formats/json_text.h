@@ -11,14 +11,14 @@
 
 namespace kvo::formats {
 
-struct JsonValue;
-using JsonList = std::vector<JsonValue>;
-/// In the order in which they are to stand.
-using JsonMembers = std::vector<std::pair<std::string, JsonValue>>;
+/// An object of texts, in the order in which they are to stand.
+using JsonTexts = std::vector<std::pair<std::string, std::string>>;
 
-struct JsonValue {
-  std::variant<std::string, double, JsonList, JsonMembers> value;
+struct JsonMember {
+  std::string name;
+  std::variant<std::string, std::vector<std::string>, JsonTexts, std::vector<JsonTexts>> value;
 };
+using JsonMembers = std::vector<JsonMember>;
 
 /// The object's text, a line for each value. What is not UTF-8 becomes U+FFFD.
 std::string json_text(const JsonMembers& members);

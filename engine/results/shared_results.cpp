@@ -53,22 +53,20 @@ std::string label_of(const std::string& map, std::set<std::string>& taken) {
   return label;
 }
 
-JsonMembers program() {
-  return {{"Name", {std::string("Quorvane")}}, {"Version", {Q_format("%.2f", KVO_VERSION).str()}}};
+JsonTexts program() {
+  return {{"Name", "Quorvane"}, {"Version", Q_format("%.2f", KVO_VERSION).str()}};
 }
 
 /// What the side file of a map says but for what the map shows.
 JsonMembers about(const std::string& map, std::span<const Verb> verbs) {
   const MapFacts known = facts_of_map(map, verbs);
-  JsonMembers facts;
-  for (const auto& [label, text] : known.facts) facts.push_back({label, {text}});
-  JsonList commands;
-  for (const std::string& command : known.commands) commands.push_back({command});
-  return {{"Analysis", {map}},
-          {"SpatialReference", {std::string(space_label)}},
-          {"Facts", {facts}},
-          {"Commands", {commands}},
-          {"GeneratedBy", {program()}}};
+  JsonTexts facts;
+  for (const auto& [label, text] : known.facts) facts.emplace_back(label, text);
+  return {{"Analysis", map},
+          {"SpatialReference", space_label},
+          {"Facts", facts},
+          {"Commands", known.commands},
+          {"GeneratedBy", program()}};
 }
 
 struct ResultsWriter {
@@ -85,7 +83,7 @@ struct ResultsWriter {
     if (!entry_exists(file)) return;
     const std::string name =
         "contrast-" + contrast + "_space-" + space_label + "_res-2_stat-" + stat + "_statmap";
-    facts.insert(facts.begin(), {"Description", {description}});
+    facts.insert(facts.begin(), {"Description", description});
     std::error_code fault;
     std::filesystem::copy_file(file, outputs.path_of(placed(name + KVO_IMAGE_SUFFIX)), fault);
     if (fault) throw Refusal("'" + file + "' cannot be copied: " + fault.message() + ".");
@@ -134,10 +132,10 @@ std::size_t share_results(Outputs& outputs, std::span<const Verb> verbs) {
     add_p(writer, map, contrast, facts);
   }
   outputs.write_text(ResultsWriter::placed("dataset_description.json"),
-                     json_text({{"Name", {std::string("Voxel-based meta-analysis")}},
-                                {"BIDSVersion", {std::string(bids_version)}},
-                                {"DatasetType", {std::string("derivative")}},
-                                {"GeneratedBy", {JsonList{{program()}}}}}));
+                     json_text({{"Name", "Voxel-based meta-analysis"},
+                                {"BIDSVersion", bids_version},
+                                {"DatasetType", "derivative"},
+                                {"GeneratedBy", std::vector<JsonTexts>{program()}}}));
   outputs.write_text(ResultsWriter::placed("README"), readme);
   return writer.maps;
 }
