@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <random>
 
+#include "engine/inference/tails.h"
+
 using namespace kvo::inference;
 
 namespace {
@@ -66,6 +68,12 @@ TEST(NullDistribution, GivesThePValuesOfACountByHand) {
       EXPECT_GT(beyond([&](float v) { return v < lower + step; }), q) << q;
     }
   }
+}
+
+/// The observed value is one of the randomizations that it is among.
+TEST(Tails, CountTheObservedValue) {
+  EXPECT_EQ(p_among_largest({3, 1, 2}, std::vector<float>{4, 3, 2.5, 0}),
+            (std::vector<float>{0.25, 0.5, 0.5, 1}));
 }
 
 }  // namespace

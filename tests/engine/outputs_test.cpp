@@ -84,6 +84,8 @@ TEST(Outputs, SurviveADiskThatFailsAtAnyMoment) {
         EXPECT_EQ(recover_folder(), Leftovers::none) << refusal;
       }
       if (!failed) break;
+      // An old file that stays hurts nobody.
+      EXPECT_TRUE(function == std::string("unlink") || !refusal.empty());
       ++failures;
       ASSERT_LT(at + 1, MOST_CALLS);
     }

@@ -400,6 +400,15 @@ TEST(Run, LeavesTheFolderAsItIsWhenItIsEnded) {
   EXPECT_THAT(engine.start("MyMean = mean").finish().lines,
               ElementsAre(EndsWith("cannot be started: No such file or directory.")));
   EXPECT_TRUE(snapshot() == before);
+
+  // What was killed when its outputs were complete is done.
+  write_text(engine.program("kvo_core"),
+             "#!/bin/sh\nmkdir .kvo_new\necho whole > .kvo_new/x\necho move x > .kvo_new/moves\n"
+             "kill -9 $$\n");
+  fs::permissions(engine.program("kvo_core"), fs::perms(0755));
+  const Outcome complete = engine.start("MyMean = mean").finish();
+  EXPECT_EQ(complete.closing() + std::to_string(complete.status), "d0");
+  EXPECT_EQ(read_text("x"), "whole\n");
 }
 
 }  // namespace
