@@ -38,10 +38,7 @@ void show_status(Editor& editor) {
   const Cell_place& cursor = editor.grid->cursor;
   std::string text;
   if (row_count(table) == 0) {
-    text =
-        "There are no studies yet: type, paste a block, import studies with Ctrl+I, or add one "
-        "with "
-        "Ctrl+Enter.";
+    text = "Or type a study's name, or add a study with Ctrl+Enter.";
   } else {
     text = cell_description(table, cursor.row, cursor.column);
     text[0] = g_ascii_toupper(text[0]);
@@ -103,6 +100,27 @@ GtkWidget* new_toolbar(Editor& editor) {
   return toolbar;
 }
 
+/// Shown as long as there are no studies.
+GtkWidget* new_beginning(Editor& editor) {
+  GtkWidget* box = gtk_hbox_new(FALSE, 8);
+  gtk_container_set_border_width(GTK_CONTAINER(box), 8);
+  gtk_box_pack_start(GTK_BOX(box), gtk_label_new("There are no studies yet. Begin with"), FALSE,
+                     FALSE, 0);
+  for (const auto& [label, action] :
+       {std::pair{"Paste from a spreadsheet", "paste_studies"},
+        std::pair{"Import a file...", "import"}, std::pair{"The example", "example"}}) {
+    GtkWidget* button = gtk_button_new_with_label(label);
+    GtkAction* does = gtk_action_group_get_action(editor.actions, action);
+    gtk_widget_set_tooltip_text(button, gtk_action_get_tooltip(does));
+    g_signal_connect_swapped(button, "clicked", G_CALLBACK(gtk_action_activate), does);
+    gtk_box_pack_start(GTK_BOX(box), button, FALSE, FALSE, 0);
+  }
+  gtk_widget_show_all(box);
+  gtk_widget_set_no_show_all(box, TRUE);
+  editor.beginning = box;
+  return box;
+}
+
 GtkWidget* new_status_line(Editor& editor) {
   GtkWidget* box = gtk_hbox_new(FALSE, 12);
   editor.status = gtk_label_new("");
@@ -156,6 +174,7 @@ void make_window(Editor& editor) {
   };
   pack(gtk_ui_manager_get_widget(editor.manager, "/menubar"), false);
   pack(new_toolbar(editor), false);
+  pack(new_beginning(editor), false);
   pack(new_scrolled(GTK_WIDGET(editor.grid->view)), true);
   pack(new_status_line(editor), false);
   gtk_container_add(GTK_CONTAINER(window), box);
@@ -198,6 +217,7 @@ std::unique_ptr<Editor> editor_open(Document document) {
 void editor_refresh(Editor& editor) {
   refresh_names(editor.index, editor.document.table);
   grid_refresh(*editor.grid);
+  gtk_widget_set_visible(editor.beginning, row_count(editor.document.table) == 0 ? TRUE : FALSE);
   show_title(editor);
   show_status(editor);
   plan_count(editor);

@@ -21,9 +21,11 @@ struct Editor {
   GtkWidget* window = nullptr;
   GtkUIManager* manager = nullptr;
   GtkActionGroup* actions = nullptr;
-  GtkWidget* status = nullptr;  ///< what there is to say about the cell at the cursor
-  GtkWidget* counts = nullptr;  ///< studies, variables and marks
-  Q_source recount;             ///< counts the marks anew when there is time
+  std::string example;             ///< the file of the bundled studies
+  GtkWidget* beginning = nullptr;  ///< what to begin with, where there are no studies yet
+  GtkWidget* status = nullptr;     ///< what there is to say about the cell at the cursor
+  GtkWidget* counts = nullptr;     ///< studies, variables and marks
+  Q_source recount;                ///< counts the marks anew when there is time
   bool closed = false;
   ~Editor();
 };

@@ -18,7 +18,7 @@ const char* const editor_ui_description = R"(
   <menubar name='menubar'>
     <menu action='file'>
       <menuitem action='save'/><menuitem action='reload'/>
-      <separator/><menuitem action='import'/>
+      <separator/><menuitem action='import'/><menuitem action='import_pasted'/>
       <separator/><menuitem action='close'/>
     </menu>
     <menu action='edit'>
@@ -147,6 +147,19 @@ void paste(Editor& editor) {
 }
 void paste_with_names(Editor& editor) {
   paste_from_clipboard(editor, true);
+}
+
+/// Into an empty table: studies with their peaks, or cells of the table with or without names.
+void paste_studies(Editor& editor) {
+  const Q_g_memory<char> text(
+      gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD)));
+  if (text == nullptr || names_coordinates(text.get())) {
+    import_pasted_studies(editor);
+    return;
+  }
+  const Block block = parse_block(text.get());
+  paste_from_clipboard(
+      editor, !block.empty() && !block.front().empty() && block.front().front() == "study");
 }
 
 void select_all(Editor& editor, const Cell_range& /*range*/) {
@@ -281,6 +294,14 @@ const GtkActionEntry ENTRIES[] = {
     {"import", nullptr, "_Import studies...", "<control>I",
      "Add the studies of a spreadsheet or of another program's file, with their peaks",
      ACT(import_studies)},
+    {"import_pasted", nullptr, "Import _pasted studies...", "<control><shift>I",
+     "Add the studies of a block on the clipboard, one peak a line, with the names of its columns",
+     ACT(import_pasted_studies)},
+    {"example", nullptr, "The e_xample", nullptr, "Add 21 studies of pain, to try things with",
+     ACT(import_example)},
+    {"paste_studies", nullptr, "Paste from a _spreadsheet", nullptr,
+     "Paste studies: a line for each study, or for each peak with columns study, n, x, y, z and t",
+     ACT(paste_studies)},
     {"close", GTK_STOCK_CLOSE, "_Close", "<control>W", "Close the editor", ACT(close_editor)},
     {"edit", nullptr, "_Edit", nullptr, nullptr, nullptr},
     {"undo", GTK_STOCK_UNDO, "_Undo", "<control>Z", "Take back the last change",

@@ -1,14 +1,19 @@
 #include "companions/kvo_edit/import_studies.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/table_file.h"
 #include "engine/base/refusal.h"
+#include "engine/formats/delimited.h"
 #include "engine/formats/folder_studies.h"
 #include "engine/formats/foreign_file.h"
+#include "engine/formats/peaks_table.h"
 #include "util/handles.h"
 #include "util/text.h"
 #include "workspace/files/file_names.h"
@@ -19,7 +24,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int TALAIRACH = 1;  // an answer
+constexpr int TALAIRACH = 1;                    // an answer
+constexpr const char* CLIPBOARD = "clipboard";  // in messages, where files have their names
 
 /// The folder of the table is the current one as long as it lives: what imports works there.
 class Table_folder {
@@ -58,20 +64,22 @@ std::optional<std::string> ask_file(GtkWidget* window, const fs::path& folder) {
   return path;
 }
 
-/// The studies of the file; nothing when the user is asked for their space and does not say it.
-std::optional<formats::NewStudies> read_asking(GtkWidget* window, const std::string& path) {
+/// Reads studies, whose space is the one given where nothing says it.
+using Reader = std::function<formats::NewStudies(Space)>;
+
+/// The studies; nothing when the user is asked for their space and does not say it.
+std::optional<formats::NewStudies> read_asking(GtkWidget* window, const Reader& read) {
   try {
-    return formats::read_foreign(path, Space::unknown);
+    return read(Space::unknown);
   } catch (const formats::UnknownSpace&) {
-    const int answer =
-        ask(window, "In which space are the coordinates?",
-            "The file does not say it. The paper's section on methods does: where it "
-            "names SPM or FSL and nothing else, it is MNI.",
-            {{GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL},
-             {"_Talairach", TALAIRACH},
-             {"_MNI", GTK_RESPONSE_ACCEPT}});
+    const int answer = ask(window, "In which space are the coordinates?",
+                           "Nothing there says it. The paper's section on methods does: where it "
+                           "names SPM or FSL and nothing else, it is MNI.",
+                           {{GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL},
+                            {"_Talairach", TALAIRACH},
+                            {"_MNI", GTK_RESPONSE_ACCEPT}});
     if (answer == GTK_RESPONSE_CANCEL) return std::nullopt;
-    return formats::read_foreign(path, answer == TALAIRACH ? Space::talairach : Space::mni);
+    return read(answer == TALAIRACH ? Space::talairach : Space::mni);
   }
 }
 
@@ -99,44 +107,93 @@ bool agreed(GtkWidget* window, const formats::NewStudies& studies,
 }
 
 /// Whether the table's file has been changed.
-bool import_from(Editor& editor, const std::string& path) {
-  if (formats::file_kind(path) == formats::FileKind::bundle)
-    throw Refusal("A bundle is unpacked in an empty folder: type 'import " + path +
-                  "' into the command field there.");
-  const auto studies = read_asking(editor.window, path);
+bool import_read(Editor& editor, const Reader& read) {
+  const auto studies = read_asking(editor.window, read);
   if (!studies) return false;
   const Table_folder folder(editor.document.path);
   const formats::ImportPlan plan = formats::import_plan(*studies);
-  if (plan.added.empty()) throw Refusal("All studies of the file are in the table already.");
+  if (plan.added.empty()) throw Refusal("All of these studies are in the table already.");
   if (!agreed(editor.window, *studies, plan)) return false;
   // The table may have changed while the user was reading.
   formats::write_import(formats::import_plan(*studies));
   return true;
 }
 
-}  // namespace
+/// Whether the file agrees with the table, after asking to save it.
+bool saved_before(Editor& editor) {
+  if (!has_changes(editor.document)) return true;
+  return ask(editor.window, "Save the table before studies are imported?",
+             "They are added to the table's file.",
+             {{GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL}, {GTK_STOCK_SAVE, GTK_RESPONSE_ACCEPT}}) ==
+             GTK_RESPONSE_ACCEPT &&
+         editor_save(editor);
+}
 
-void import_studies(Editor& editor) {
+Reader reader_of_file(const std::string& path) {
+  if (formats::file_kind(path) == formats::FileKind::bundle)
+    throw Refusal("A bundle is unpacked in an empty folder: type 'import " + path +
+                  "' into the command field there.");
+  return [path](Space space) { return formats::read_foreign(path, space); };
+}
+
+/// Imports what the source gives to read, unless it gives nothing.
+void import_by(Editor& editor, const std::function<Reader()>& source) {
   try {
     if (fs::path(editor.document.path).filename() != KVO_TABLE_FILE)
       throw Refusal("Studies can be imported into the table of a meta-analysis alone, '" +
                     std::string(KVO_TABLE_FILE) + "'.");
-    if (has_changes(editor.document) &&
-        (ask(editor.window, "Save the table before studies are imported?",
-             "They are added to the table's file.",
-             {{GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL}, {GTK_STOCK_SAVE, GTK_RESPONSE_ACCEPT}}) !=
-             GTK_RESPONSE_ACCEPT ||
-         !editor_save(editor)))
-      return;
-    const std::optional<std::string> path =
-        ask_file(editor.window, fs::absolute(editor.document.path).parent_path());
-    if (!path || !import_from(editor, *path)) return;
+    if (!saved_before(editor)) return;
+    const Reader read = source();
+    if (!read || !import_read(editor, read)) return;
     editor.document = open_document(editor.document.path);
   } catch (const Refusal& refusal) {
     say_failure(editor.window, "The studies have not been imported.", refusal.what());
   }
   editor_refresh(editor);
   editor_recheck(editor);
+}
+
+}  // namespace
+
+void import_studies(Editor& editor) {
+  import_by(editor, [&]() -> Reader {
+    const std::optional<std::string> path =
+        ask_file(editor.window, fs::absolute(editor.document.path).parent_path());
+    return path ? reader_of_file(*path) : nullptr;
+  });
+}
+
+void import_pasted_studies(Editor& editor) {
+  import_by(editor, []() -> Reader {
+    const Q_g_memory<char> text(
+        gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD)));
+    if (text == nullptr)
+      throw Refusal("The clipboard holds no text. Copy the cells of a spreadsheet first.");
+    return [block = std::string(text.get())](Space space) {
+      return formats::new_studies(formats::table_studies(CLIPBOARD, block), CLIPBOARD, space);
+    };
+  });
+}
+
+void import_example(Editor& editor) {
+  import_by(editor, [&] {
+    if (!fs::exists(editor.example))
+      throw Refusal("The example has not been installed: '" + editor.example + "' is missing.");
+    return reader_of_file(editor.example);
+  });
+}
+
+bool names_coordinates(const std::string& block) {
+  try {
+    const formats::Delimited table = formats::delimited_of(CLIPBOARD, block);
+    if (table.rows.empty()) return false;
+    const std::vector<formats::Role> roles = formats::guessed_roles(table.rows.front().cells);
+    return std::ranges::count(roles, formats::Role::x) == 1 &&
+           std::ranges::count(roles, formats::Role::y) == 1 &&
+           std::ranges::count(roles, formats::Role::z) == 1;
+  } catch (const Refusal&) {
+    return false;
+  }
 }
 
 }  // namespace kvo::edit

@@ -38,10 +38,15 @@ int fail(const std::string& reason) {
   return 1;
 }
 
-/// The look of the whole suite, when the program stands in an installation.
-void take_over_look() {
+/// A file of the installation that the program stands in.
+std::string installed(const char* file) {
   const std::filesystem::path program = Q_started_program(program_invocation_name).str();
-  gtk_rc_add_default_file((program.parent_path() / "../../etc/kvo.gtkrc").c_str());
+  return (program.parent_path() / "../.." / file).lexically_normal();
+}
+
+/// The look of the whole suite.
+void take_over_look() {
+  gtk_rc_add_default_file(installed("etc/kvo.gtkrc").c_str());
 }
 
 int run(const std::string& path) {
@@ -49,6 +54,7 @@ int run(const std::string& path) {
   gtk_window_set_default_icon(icon.get());
   try {
     const std::unique_ptr<Editor> editor = editor_open(open_document(path));
+    editor->example = installed("example/studies.csv");
     gtk_main();
     return 0;
   } catch (const Refusal& refusal) {

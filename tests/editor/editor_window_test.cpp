@@ -204,6 +204,38 @@ TEST_F(EditorWindow, ImportsStudiesWithTheirPeaks) {
   EXPECT_FALSE(has_changes(session.editor().document));
 }
 
+TEST_F(EditorWindow, BeginsWithStudiesFromElsewhere) {
+  struct {
+    const char *clipboard, *action;
+    bool asks;
+    std::string table;
+  } const cases[] = {
+      {"study\tn1\tage\nA\t12\t30\n", "paste_studies", false, "study\tn1\tage\nA\t12\t30\n"},
+      {"A\t12\n", "paste_studies", false, "study\tn1\nA\t12\n"},
+      {"Study\tN\tx\ty\tz\tT\tspace\nA b\t12\t\u221230\t4\t6\t4,5\tMNI\n", "paste_studies", true,
+       "study\tn1\nA_b\t12\n"},
+      {"", "example", true, "study\tn1\nOne\t20\n"},
+  };
+  write_text("example.csv", "study,n1,x,y,z,space\nOne,20,1,2,3,MNI\n");
+  for (const auto& [clipboard, action, asks, table] : cases) {
+    SCOPED_TRACE(table);
+    Session session("study\tn1\n");
+    session.editor().example = "example.csv";
+    EXPECT_TRUE(gtk_widget_get_visible(session.editor().beginning));
+    put_on_clipboard(clipboard);
+    Dialog_driver user;
+    if (asks)
+      user.then([](Shown_dialog& dialog) {
+        EXPECT_EQ(dialog.message(), "Import 1 study with 1 peak?");
+        dialog.press("Import");
+      });
+    session.does(std::string("@") + action);
+    EXPECT_EQ(session.table(), table);
+    EXPECT_FALSE(gtk_widget_get_visible(session.editor().beginning));
+  }
+  EXPECT_THAT(read_text("A_b.peaks.txt"), HasSubstr("-30 4 6 4.5"));
+}
+
 TEST_F(EditorWindow, EditsInPlace) {
   const std::string before = "study,n1,n2\na,1,2\nb,3,4\n";
   struct {
@@ -433,7 +465,7 @@ TEST_F(EditorWindow, LeavesActionsOutThatNeedStudies) {
   for (const char* action :
        {"cut", "copy", "clear", "remove_study", "sort_ascending", "open_peaks"})
     EXPECT_FALSE(session.can(action)) << action;
-  EXPECT_THAT(session.status(), HasSubstr("no studies yet"));
+  EXPECT_THAT(session.status(), HasSubstr("Or type a study"));
   session.does("Delete Down Tab C-c");
   EXPECT_EQ(session.table(), "study,n1\n");
   session.does("'x' Return");

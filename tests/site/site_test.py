@@ -363,6 +363,16 @@ class Example(unittest.TestCase):
             below = (self.map(kind).get_fdata()[inside] < float(limit)).sum()
             self.assertEqual(int(shown), below, (kind, limit))
 
+    def test_the_table_of_peaks_is_the_example(self):
+        with tempfile.TemporaryDirectory() as folder:
+            shutil.copy(os.path.join(ROOT, "example/studies.csv"), folder)
+            run_engine(folder, "import studies.csv")
+            for name in ["kvo_table.txt", *(f"pain_{n:02}.peaks.txt" for n in range(1, 22))]:
+                ours, example = (
+                    [line for line in pathlib.Path(where, name).read_text(encoding="utf-8").splitlines()
+                     if not line.startswith("# Study")] for where in (folder, os.path.join(ROOT, "example")))
+                self.assertEqual(ours, example, name)
+
     def test_region_and_leave_one_out(self):
         table = self.read("MyMean_z_p_0.00500_1.000_10.csv")
         self.assertIn(f"Right insula {self.marked('share')['insula']} (", table.splitlines()[1])
