@@ -190,6 +190,10 @@ std::string cluster_report(const ClusterReport& report) {
     page.heading("Breakdown by region");
     page.table(region_table(report.clusters));
   }
+  if (!report.studies.rows.empty()) {
+    page.heading("Studies");
+    page.table(report.studies);
+  }
   page.heading("What was run");
   page.facts(report.facts);
   page.commands(report.commands);

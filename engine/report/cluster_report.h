@@ -22,6 +22,7 @@ struct ClusterReport {
   std::string subtitle;               ///< the thresholds in a few words
   std::vector<Fact> facts;            ///< what was run
   std::vector<std::string> commands;  ///< that led here, in their order
+  HtmlTable studies{};                ///< that took part; may have no rows
   Methods methods;
   std::optional<MethodsFacts> checked{};  ///< of an analysis that has a checklist
   std::span<const Cluster> clusters;      ///< in the order of the table

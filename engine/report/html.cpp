@@ -2,6 +2,8 @@
 
 #include <glib.h>
 
+#include <algorithm>
+#include <cctype>
 #include <initializer_list>
 #include <utility>
 
@@ -39,7 +41,27 @@ std::string base64(const std::string& bytes) {
   return text.get();
 }
 
+/// Where the text leads; "" for one that is no DOI or PMID.
+std::string address_of(HtmlLink link, std::string_view text) {
+  const bool is_plain = std::ranges::all_of(text, [](unsigned char c) {
+    return std::isalnum(c) != 0 ||
+           std::string_view("-._;()/:").find(char(c)) != std::string_view::npos;
+  });
+  const bool is_number = !text.empty() && std::ranges::all_of(text, [](unsigned char c) {
+    return std::isdigit(c) != 0;
+  });
+  if (link == HtmlLink::doi && is_plain && text.starts_with("10.") &&
+      text.find('/') != std::string_view::npos)
+    return joined({"https://doi.org/", text});
+  if (link == HtmlLink::pmid && is_number)
+    return joined({"https://pubmed.ncbi.nlm.nih.gov/", text, "/"});
+  return "";
+}
+
 std::string cell(std::string_view name, const HtmlColumn& column, std::string_view text) {
+  if (const std::string address = address_of(column.link, text); !address.empty())
+    return joined({"<", name, "><a href=\"", html_escaped(address), "\">", html_escaped(text),
+                   "</a></", name, ">"});
   const std::size_t line = column.two_lines ? text.find('\n') : std::string_view::npos;
   std::string content = html_escaped(text.substr(0, line));
   if (line != std::string_view::npos)

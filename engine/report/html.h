@@ -21,10 +21,14 @@ struct Fact {
   std::string label, text;
 };
 
+/// What the texts of a column lead to, where they are well formed.
+enum class HtmlLink { none, doi, pmid };
+
 struct HtmlColumn {
   std::string title;
   bool number = false;     ///< whether the cells are numbers, to be aligned at their right
   bool two_lines = false;  ///< its cells may be of two lines, with '\n' between
+  HtmlLink link = HtmlLink::none;
 };
 
 struct HtmlRow {

@@ -48,6 +48,7 @@ td.share { min-width: 11rem;
   color: var(--dim); }
 code { font: .875rem/1.5 ui-monospace, "DejaVu Sans Mono", monospace; color: var(--text); }
 ul.sources { margin: 0; padding-left: 1.2rem; color: var(--dim); font-size: .875rem; }
+a { color: var(--accent); }
 details { margin: .75rem 0 1rem; }
 summary { cursor: pointer; color: var(--accent); }
 pre { margin: .5rem 0; padding: .6rem .75rem; background: var(--soft); white-space: pre-wrap;

@@ -12,8 +12,10 @@
 #include "engine/maps/pp_record.h"
 #include "engine/model/study_model.h"
 #include "engine/results/estimate_record.h"
+#include "engine/results/study_list.h"
 #include "engine/studies/study_image.h"
 #include "engine/studies/study_peaks.h"
+#include "util/text.h"
 #include "workspace/files/study_table.h"
 
 namespace kvo::results {
@@ -58,7 +60,8 @@ std::vector<std::size_t> with_all_values(const StudyTable& table,
 
 /// What the files of the studies say. The filter of a jackknife has gone when it has ended; what it
 /// was is told only when the others are all the studies.
-void add_studies(MethodsFacts& methods, const PpRecord& record) {
+void add_studies(MapFacts& known, const PpRecord& record) {
+  MethodsFacts& methods = known.methods;
   const bool jackknife = methods.subgroup == KVO_JACKKNIFE_VARIABLE;
   if (jackknife) methods.subgroup.clear();
   try {
@@ -69,17 +72,25 @@ void add_studies(MethodsFacts& methods, const PpRecord& record) {
                     [&](std::size_t s) { return table.studies[s].name == methods.left_out; });
       if (chosen.size() != methods.studies) return;
     }
-    for (const std::size_t s : with_all_values(table, methods.variables, chosen)) {
+    chosen = with_all_values(table, methods.variables, chosen);
+    std::vector<StudyData> data;
+    for (const std::size_t s : chosen) {
       const Study& study = table.studies[s];
+      bool talairach = false;
       if (record.checksums.contains(image_file(study))) {
         ++methods.studies_with_images;
-        methods.talairach = methods.talairach || read_space(image_file(study)) == Space::talairach;
-        continue;
+        talairach = read_space(image_file(study)) == Space::talairach;
+        data.push_back({"image", ""});
+      } else {
+        const StudyPeaks peaks = read_peaks(study);
+        talairach = peaks.talairach;
+        methods.unknown_heights = methods.unknown_heights || peaks.unknown_heights;
+        data.push_back({Q_counted(peaks.peaks.size(), "peak", "peaks"), ""});
       }
-      const StudyPeaks peaks = read_peaks(study);
-      methods.talairach = methods.talairach || peaks.talairach;
-      methods.unknown_heights = methods.unknown_heights || peaks.unknown_heights;
+      data.back().space = talairach ? "Talairach" : "MNI";
+      methods.talairach = methods.talairach || talairach;
     }
+    known.studies = study_list(table, chosen, data);
   } catch (const Refusal&) {
     // Maps can be thresholded after the files that they came from have gone.
   }
@@ -112,7 +123,7 @@ MapFacts facts_of_map(const std::string& map, std::span<const Verb> verbs) {
     known.facts = {{"Studies", std::to_string(analysis->studies)},
                    {"Participants", std::to_string(analysis->participants)}};
   }
-  add_studies(methods, record);
+  add_studies(known, record);
   if (!map.empty()) {
     const std::vector<Fact> estimate = read_estimate_record(map);
     methods.estimated_from_peaks = !estimate.empty();

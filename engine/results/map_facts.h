@@ -17,6 +17,8 @@ struct MapFacts {
   std::vector<Fact> facts;            ///< analysis, studies, preprocessing
   std::vector<std::string> commands;  ///< preprocessing and the analysis, as they can be run again
   MethodsFacts methods;               ///< without thresholds
+  /// The studies that took part; no rows where their files have gone.
+  HtmlTable studies;
 };
 
 /// Gathers them from the records of preprocessing and of the analysis, and from the study files,

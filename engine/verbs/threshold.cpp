@@ -153,6 +153,7 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   if (const CertaintyOfP certainty = certainty_of_p(request, chosen, exchanged(known.methods));
       !certainty.text.empty())
     report.facts.push_back({"Certainty of p", certainty.text});
+  report.studies = std::move(known.studies);
   report.commands = std::move(known.commands);
   report.commands.push_back(command.text());
   report.methods = methods_of(known.methods);

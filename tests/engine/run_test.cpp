@@ -87,7 +87,13 @@ TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
   engine.must_run({"threshold Other, p, 0.5, 0, 1", "threshold MyMean, p, 0.5, 0, 1"});
   EXPECT_THAT(read_text("Other_z_p_0.50000_0.000_1.html"),
               AllOf(HasSubstr("(without &#39;study1&#39;)"), Not(HasSubstr("subgroup"))));
-  EXPECT_THAT(read_text("MyMean_z_p_0.50000_0.000_1.html"), Not(HasSubstr("(without")));
+  EXPECT_THAT(
+      read_text("MyMean_z_p_0.50000_0.000_1.html"),
+      AllOf(Not(HasSubstr("(without")), HasSubstr("All studies of the study table took part."),
+            HasSubstr("<td>study1</td><td class=\"number\">13 + 15</td><td>")));
+  EXPECT_THAT(read_text("Other_z_p_0.50000_0.000_1.html"),
+              AllOf(HasSubstr("2 of the 3 studies of the study table"),
+                    Not(HasSubstr("<td>study1</td><td class=\"number\">"))));
   for (const std::string name : {"MyMean", "Other"})
     fs::remove(name + "_z_p_0.50000_0.000_1.nii.gz");
 

@@ -78,6 +78,19 @@ std::string page_full_of(const std::string& text, int& places) {
   return page.finish();
 }
 
+TEST(Page, LeadsToPapersByWellFormedNamesAlone) {
+  HtmlReport page("", "");
+  page.table({"",
+              {{.title = "DOI", .link = HtmlLink::doi}, {.title = "PMID", .link = HtmlLink::pmid}},
+              {{{"10.1016/j.x(2018)1", "12345"}},
+               {{"10.1/\"><script>", "1e5"}},
+               {{"javascript:alert(1)", "../1"}},
+               {{"", ""}}}});
+  EXPECT_THAT(parsed(page.finish()).attributes["href"],
+              testing::ElementsAre("https://doi.org/10.1016/j.x(2018)1",
+                                   "https://pubmed.ncbi.nlm.nih.gov/12345/"));
+}
+
 TEST(Page, ShowsEveryTextAsItIsAndStaysWellFormed) {
   int places = 0;
   const Parsed plain = parsed(page_full_of("", places));

@@ -1,0 +1,88 @@
+#include "engine/results/study_list.h"
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
+#include "engine/studies/study_rules.h"
+#include "util/text.h"
+
+namespace kvo::results {
+
+namespace {
+
+/// More of them would make a page that nobody reads; the table has all.
+constexpr std::size_t most_rows = 1000;
+
+/// What identifies a study, in the order of the columns shown.
+struct Identity {
+  std::string_view name;  ///< of the table's column, in small letters
+  HtmlColumn column;
+};
+const Identity identities[] = {
+    {"authors", {"Authors"}},
+    {"year", {"Year"}},
+    {"title", {"Title"}},
+    {"contrast", {"Contrast"}},
+    {"doi", {.title = "DOI", .link = HtmlLink::doi}},
+    {"pmid", {.title = "PMID", .link = HtmlLink::pmid}},
+    {"note", {"Note"}},
+    {"notes", {"Notes"}},
+};
+
+std::string small_letters(std::string text) {
+  for (char& c : text) c = char(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+bool some_have(const StudyTable& table, std::span<const std::size_t> chosen, std::size_t column) {
+  return std::any_of(chosen.begin(), chosen.end(),
+                     [&](std::size_t s) { return !is_missing(table.studies[s].values[column]); });
+}
+
+/// The columns of the table to show, each with how.
+struct ShownColumn {
+  std::size_t column;
+  HtmlColumn shown;
+};
+std::vector<ShownColumn> shown_columns(const StudyTable& table,
+                                       std::span<const std::size_t> chosen) {
+  std::vector<ShownColumn> shown;
+  for (const Identity& identity : identities)
+    for (std::size_t c = 0; c < table.columns.size(); ++c)
+      if (small_letters(table.columns[c]) == identity.name && some_have(table, chosen, c))
+        shown.push_back({c, identity.column});
+  return shown;
+}
+
+}  // namespace
+
+HtmlTable study_list(const StudyTable& table, std::span<const std::size_t> chosen,
+                     std::span<const StudyData> data) {
+  const std::vector<ShownColumn> shown = shown_columns(table, chosen);
+  HtmlTable list;
+  list.caption = chosen.size() == table.studies.size()
+                     ? "All studies of the study table took part."
+                     : Q_count_text(chosen.size()) + " of the " +
+                           Q_counted(table.studies.size(), "study", "studies") +
+                           " of the study table took part.";
+  list.columns = {{"Study"}, {"n", true}, {"Data"}, {"Space"}};
+  for (const ShownColumn& each : shown) list.columns.push_back(each.shown);
+  const std::size_t rows = std::min(chosen.size(), most_rows);
+  for (std::size_t i = 0; i < rows; ++i) {
+    const Study& study = table.studies[chosen[i]];
+    std::string sample = std::to_string(study.sample.n1);
+    if (study.sample.n2 > 0) sample += " + " + std::to_string(study.sample.n2);
+    HtmlRow row{{study.name, sample, data[i].given, data[i].space}};
+    for (const ShownColumn& each : shown) {
+      const std::string& value = study.values[each.column];
+      row.cells.push_back(is_missing(value) ? "" : value);
+    }
+    list.rows.push_back(std::move(row));
+  }
+  if (rows < chosen.size())
+    list.rows.push_back({{"and " + Q_count_text(chosen.size() - rows) + " more"}});
+  return list;
+}
+
+}  // namespace kvo::results

@@ -1,0 +1,27 @@
+#pragma once
+
+// The studies that took part in an analysis, as a report lists them: what each gives, and the
+// columns of the study table that identify it.
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "engine/report/html.h"
+#include "engine/results/results_layer.h"
+#include "engine/studies/study.h"
+
+namespace kvo::results {
+
+/// What a study gives: "12 peaks" or "image", and in which space the coordinates or voxels are.
+struct StudyData {
+  std::string given, space;
+};
+
+/// A line for each of the chosen studies, with one of `data` each, and a caption that says how many
+/// of the table they are. Columns of the table with a name such as doi, pmid, authors, contrast or
+/// note are shown where some study has a value; DOIs and PMIDs lead to their papers.
+HtmlTable study_list(const StudyTable& table, std::span<const std::size_t> chosen,
+                     std::span<const StudyData> data);
+
+}  // namespace kvo::results
