@@ -131,11 +131,7 @@ void cut(Editor& editor, const Cell_range& range) {
   clear(editor, range);
 }
 
-void paste_from_clipboard(Editor& editor, bool names) {
-  const Q_g_memory<char> text(
-      gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD)));
-  if (text == nullptr) return;
-  const Block block = parse_block(text.get());
+void put_in(Editor& editor, const Block& block, bool names) {
   if (block.empty()) return;
   const Cell_range pasted = paste_block(editor.document, selection_or_cursor(editor), block, names);
   editor_refresh(editor);
@@ -143,23 +139,22 @@ void paste_from_clipboard(Editor& editor, bool names) {
 }
 
 void paste(Editor& editor) {
-  paste_from_clipboard(editor, false);
+  put_in(editor, parse_block(clipboard_text()), false);
 }
 void paste_with_names(Editor& editor) {
-  paste_from_clipboard(editor, true);
+  put_in(editor, parse_block(clipboard_text()), true);
 }
 
 /// Into an empty table: studies with their peaks, or cells of the table with or without names.
 void paste_studies(Editor& editor) {
-  const Q_g_memory<char> text(
-      gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD)));
-  if (text == nullptr || names_coordinates(text.get())) {
+  const std::string text = clipboard_text();
+  if (text.empty() || names_coordinates(text)) {
     import_pasted_studies(editor);
     return;
   }
-  const Block block = parse_block(text.get());
-  paste_from_clipboard(
-      editor, !block.empty() && !block.front().empty() && block.front().front() == "study");
+  Block block = parse_block(text);
+  const bool names = !block.empty() && names_studies(block.front());
+  put_in(editor, block, names);
 }
 
 void select_all(Editor& editor, const Cell_range& /*range*/) {

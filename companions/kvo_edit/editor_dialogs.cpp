@@ -1,6 +1,7 @@
 #include "companions/kvo_edit/editor_dialogs.h"
 
 #include "companions/kvo_edit/column_help.h"
+#include "util/handles.h"
 
 namespace kvo::edit {
 
@@ -96,6 +97,12 @@ std::optional<std::string> ask_name(
     answer = gtk_entry_get_text(GTK_ENTRY(entry));
   gtk_widget_destroy(dialog);
   return answer;
+}
+
+std::string clipboard_text() {
+  const Q_g_memory<char> text(
+      gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD)));
+  return text == nullptr ? "" : text.get();
 }
 
 void say_help(GtkWidget* window) {

@@ -29,6 +29,9 @@ std::optional<std::string> ask_name(
     GtkWidget* window, const std::string& title, const std::string& name,
     const std::function<std::optional<std::string>(const std::string&)>& fault);
 
+/// The text on the clipboard; "" when there is none.
+std::string clipboard_text();
+
 /// Says which keys do what, and what the marks mean.
 void say_help(GtkWidget* window);
 

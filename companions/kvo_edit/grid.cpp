@@ -188,8 +188,9 @@ std::vector<std::string> names_shown(const Grid& grid) {
   }
 }
 
-/// Columns come and go at the end, too. The widths that the user has given stay with the names.
-void adjust_columns(Grid& grid) {
+/// Columns come and go at the end, too. The widths that the user has given stay with the names,
+/// unless the table was `empty`.
+void adjust_columns(Grid& grid, bool empty) {
   const std::vector<std::string> before = names_shown(grid);
   std::vector<int> widths;
   for (std::size_t i = 0; i < before.size(); ++i) {
@@ -206,13 +207,14 @@ void adjust_columns(Grid& grid) {
   grid.arranging = false;
   for (long position = 0; position < wanted; ++position) show_name(grid, position);
   const std::vector<std::string> names = names_shown(grid);
-  if (names == before) return;
+  if (names == before && !empty) return;
   for (std::size_t i = 0; i < names.size(); ++i) {
     const auto old = std::ranges::find(before, names[i]);
     const auto position = static_cast<long>(i);
-    gtk_tree_view_column_set_fixed_width(
-        column_at(grid, position), old == before.end() ? fitting_width(grid, position)
-                                                       : widths[std::size_t(old - before.begin())]);
+    gtk_tree_view_column_set_fixed_width(column_at(grid, position),
+                                         old == before.end() || empty
+                                             ? fitting_width(grid, position)
+                                             : widths[std::size_t(old - before.begin())]);
   }
 }
 
@@ -286,7 +288,7 @@ std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Gri
   gtk_tree_view_set_enable_search(view, FALSE);
   gtk_tree_selection_set_mode(gtk_tree_view_get_selection(view), GTK_SELECTION_NONE);
   add_end_columns(*grid);
-  adjust_columns(*grid);
+  adjust_columns(*grid, true);
   gtk_tree_view_set_fixed_height_mode(view, TRUE);
   adjust_rows(*grid);
   gtk_tree_view_set_model(view, GTK_TREE_MODEL(grid->store));
@@ -299,8 +301,9 @@ std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Gri
 
 void grid_refresh(Grid& grid) {
   grid_finish_edit(grid, true);
+  const bool empty = gtk_tree_model_iter_n_children(GTK_TREE_MODEL(grid.store), nullptr) == 0;
   adjust_rows(grid);
-  adjust_columns(grid);
+  adjust_columns(grid, empty);
   clamp_to_table(grid, grid.cursor);
   clamp_to_table(grid, grid.anchor);
   grid_redraw(grid);

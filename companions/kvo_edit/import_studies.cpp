@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "companions/kvo_edit/editor_dialogs.h"
@@ -165,11 +166,10 @@ void import_studies(Editor& editor) {
 
 void import_pasted_studies(Editor& editor) {
   import_by(editor, []() -> Reader {
-    const Q_g_memory<char> text(
-        gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD)));
-    if (text == nullptr)
+    std::string text = clipboard_text();
+    if (text.empty())
       throw Refusal("The clipboard holds no text. Copy the cells of a spreadsheet first.");
-    return [block = std::string(text.get())](Space space) {
+    return [block = std::move(text)](Space space) {
       return formats::new_studies(formats::table_studies(CLIPBOARD, block), CLIPBOARD, space);
     };
   });
@@ -194,6 +194,17 @@ bool names_coordinates(const std::string& block) {
   } catch (const Refusal&) {
     return false;
   }
+}
+
+bool names_studies(std::vector<std::string>& cells) {
+  const std::vector<formats::Role> roles = formats::guessed_roles(cells);
+  if (std::ranges::count(roles, formats::Role::study) != 1) return false;
+  for (std::size_t c = 0; c < cells.size(); ++c)
+    for (const auto& [role, name] :
+         {std::pair{formats::Role::study, "study"}, std::pair{formats::Role::n1, "n1"},
+          std::pair{formats::Role::n2, "n2"}})
+      if (roles[c] == role) cells[c] = name;
+  return true;
 }
 
 }  // namespace kvo::edit

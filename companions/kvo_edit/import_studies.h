@@ -3,6 +3,7 @@
 // Studies of another program's file, or of its clipboard, taken into the table and its folder.
 
 #include <string>
+#include <vector>
 
 #include "companions/kvo_edit/editor.h"
 
@@ -19,5 +20,8 @@ void import_example(Editor& editor);
 
 /// Whether such a block has columns of coordinates.
 bool names_coordinates(const std::string& block);
+/// Whether the cells name columns, one of them that of the studies. Those of studies and samples,
+/// such as "Author" and "N", get the names that a study table has for them.
+bool names_studies(std::vector<std::string>& cells);
 
 }  // namespace kvo::edit

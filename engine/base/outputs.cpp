@@ -103,7 +103,9 @@ void make_sub_folders() {
 }
 
 void make_move(const std::string& name) {
-  const std::string from = staged(name);
+  const std::string from = staged(name), folder = folder_of(name);
+  // A link in the place of the staged folder would bring files from elsewhere.
+  if (folder != "." && !is_folder(staged(folder))) return;
   if (!stays_inside(name) || !entry_exists(from)) return;
   if (rename(from.c_str(), name.c_str()) != 0) refuse_move("'" + name + "' cannot be replaced");
 }

@@ -5,9 +5,14 @@
 // Before a function: wider vectors where the processor has them. Products and sums are never fused,
 // so each voxel gets the same value with any of the variants. The sanitizers cannot start before
 // the choice is made.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
 #define WIDEST_VECTORS
-#else
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) && !defined(WIDEST_VECTORS)
+#define WIDEST_VECTORS
+#elif !defined(WIDEST_VECTORS)
 #define WIDEST_VECTORS [[gnu::target_clones("default", "arch=x86-64-v3")]]
 #endif
 

@@ -6,13 +6,13 @@
 #include <set>
 #include <string>
 
-#include "engine/base/exists.h"
 #include "engine/base/refusal.h"
 #include "engine/formats/json_text.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/results/map_facts.h"
 #include "kvo_config.h"
 #include "util/q_string.h"
+#include "util/text.h"
 #include "workspace/files/file_names.h"
 
 namespace kvo::results {
@@ -77,10 +77,10 @@ struct ResultsWriter {
     return std::string(KVO_RESULTS_FOLDER) + "/" + name;
   }
 
-  /// Nothing where the analysis has no such map.
+  /// Nothing where the analysis has no such map, or another program has made it.
   void add(const std::string& file, const std::string& contrast, const std::string& stat,
            const std::string& description, JsonMembers facts) {
-    if (!entry_exists(file)) return;
+    if (!written_by_this_system(file)) return;
     const std::string name =
         "contrast-" + contrast + "_space-" + space_label + "_res-2_stat-" + stat + "_statmap";
     facts.insert(facts.begin(), {"Description", description});
@@ -123,6 +123,8 @@ std::size_t share_results(Outputs& outputs, std::span<const Verb> verbs) {
   ResultsWriter writer{outputs};
   std::set<std::string> taken;
   for (const std::string& map : read_map_list()) {
+    // The list may be a stranger's: no name may lead elsewhere.
+    if (Q_name_fault(map) != nullptr) continue;
     const auto analysis = read_analysis_facts(map);
     if (analysis && !analysis->left_out.empty()) continue;
     const std::string contrast = label_of(map, taken);

@@ -15,9 +15,8 @@ namespace kvo::results {
 void check_shared_results();
 
 /// Writes the maps of all analyses, but for a jackknife's runs, into the folder
-/// KVO_RESULTS_FOLDER; how many. `verbs` are those
-/// that the analyses may have been made by. Throws Refusal as check_shared_results(), and when a
-/// map cannot be read.
+/// KVO_RESULTS_FOLDER; how many. `verbs` are those that the analyses may have been made by. Throws
+/// Refusal as check_shared_results(), and when a map cannot be read.
 std::size_t share_results(Outputs& outputs, std::span<const Verb> verbs);
 
 }  // namespace kvo::results

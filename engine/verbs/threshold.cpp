@@ -157,7 +157,8 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
   report.commands = std::move(known.commands);
   report.commands.push_back(command.text());
   report.methods = methods_of(known.methods);
-  report.checked = known.methods;
+  // Folders of earlier versions do not say which studies took part.
+  if (known.methods.studies > 0) report.checked = known.methods;
   for (std::size_t kind = 1; kind + 1 < p_map_kinds.size(); ++kind)
     report.randomizations[kind] = randomizations_of(chosen.map, kind);
   return report;

@@ -212,6 +212,7 @@ TEST_F(EditorWindow, BeginsWithStudiesFromElsewhere) {
   } const cases[] = {
       {"study\tn1\tage\nA\t12\t30\n", "paste_studies", false, "study\tn1\tage\nA\t12\t30\n"},
       {"A\t12\n", "paste_studies", false, "study\tn1\nA\t12\n"},
+      {"Author\tN\nA\t12\n", "paste_studies", false, "study\tn1\nA\t12\n"},
       {"Study\tN\tx\ty\tz\tT\tspace\nA b\t12\t\u221230\t4\t6\t4,5\tMNI\n", "paste_studies", true,
        "study\tn1\nA_b\t12\n"},
       {"", "example", true, "study\tn1\nOne\t20\n"},

@@ -208,7 +208,11 @@ class Clusters(unittest.TestCase):
                 "A_1\t3\t60\tA_1 = mean\tNA\nA1\t3\t60\tA1 = mean\tNA\nA1JKs\t2\t40\tA1JKs = mean x\ts\n")
             stats_of = {"z": "z", "g": "effect", "n_pFWE": "npFWE"}
             for seed, (name, kind) in enumerate(itertools.product(names, stats_of)):
-                folder.save(f"{name}_{kind}", random_map(seed, 2)[0])
+                folder.save(f"{name}_{kind}", random_map(seed, 2)[0], command=f"{name} = mean")
+            folder.save("A1_var", MASK)  # a user's own
+            folder.save("../A_z", MASK, command="A = mean")
+            with open(folder.work / "kvo_maps.txt", "a", encoding="utf-8") as maps:
+                maps.write("../A\n")
             folder.must_run("export bids")
             shared = folder.work / "bids"
             for (name, label), (kind, stat) in itertools.product((("A_1", "A1"), ("A1", "A12")), stats_of.items()):

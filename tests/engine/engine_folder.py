@@ -20,9 +20,9 @@ def load(path):
     return numpy.asarray(nibabel.load(path).dataobj, dtype=numpy.float32)
 
 
-def save(path, values, affine=AFFINE, no_effect=None, statistic=None):
+def save(path, values, affine=AFFINE, no_effect=None, statistic=None, command=None):
     """With `no_effect`, a p map whose header says what p a z of 0 has; with `statistic`, t of so many degrees of
-    freedom."""
+    freedom; with `command`, an image that the engine has made by it."""
     image = nibabel.Nifti1Image(numpy.asarray(values, dtype=numpy.float32), affine)
     image.set_sform(affine, 4)
     if no_effect is not None:
@@ -30,6 +30,8 @@ def save(path, values, affine=AFFINE, no_effect=None, statistic=None):
         image.header["intent_p1"] = no_effect
     if statistic is not None:
         image.header.set_intent("t test", (statistic,))
+    if command:
+        image.header["descrip"] = f"KVO 4.31 {command}"
     nibabel.save(image, path)
 
 
