@@ -143,6 +143,7 @@ TEST(Input, TruncatesCoordinatesTowardZeroIntoTheBrainsBox) {
       {"200 -200 -200", "70 -102 -42"},
       {"-200 200 200", "-70 68 66"},
       {"x 1x -0.9", "0 1 0"},
+      {"inf -inf 1e9", "70 -102 66"},
   };
   for (const auto& [typed, answer] : cases) {
     std::array<Q_input_item, 2> items;
