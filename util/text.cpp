@@ -105,6 +105,14 @@ std::string Q_sha256(std::string_view bytes) {
   return text.get();
 }
 
+std::string Q_sha256_bytes(std::string_view bytes) {
+  const std::string text = Q_sha256(bytes);
+  std::string digest;
+  for (std::size_t i = 0; i < text.size(); i += 2)
+    digest += char(std::stoi(text.substr(i, 2), nullptr, 16));
+  return digest;
+}
+
 bool Q_is_control(char character) {
   const auto byte = static_cast<unsigned char>(character);
   return byte < 0x20 || byte == 0x7F;

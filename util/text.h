@@ -34,8 +34,9 @@ std::string Q_count_text(std::size_t count);
 /// "1 line", "2 lines", the number as Q_count_text has it.
 std::string Q_counted(std::size_t count, const char* one, const char* several);
 
-/// SHA-256 of the bytes, in hexadecimal.
+/// SHA-256 of the bytes, in hexadecimal, and its 32 bytes.
 std::string Q_sha256(std::string_view bytes);
+std::string Q_sha256_bytes(std::string_view bytes);
 
 /// Whether the character is a control character of ASCII.
 bool Q_is_control(char character);

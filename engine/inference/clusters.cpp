@@ -84,14 +84,14 @@ std::vector<LocalPeak> far_apart(const std::vector<LocalPeak>& peaks) {
   return kept;
 }
 
-std::string region_text(float value) {
-  if (!(value >= 1)) return outside_atlas;
+}  // namespace
+
+std::string region_text(float atlas_value) {
+  if (!(atlas_value >= 1)) return outside_atlas;
   Q_string text;
-  Q_get_mni_label(text, value);
+  Q_get_mni_label(text, atlas_value);
   return text.str();
 }
-
-}  // namespace
 
 std::vector<Cluster> clusters_of(std::span<const float> z) {
   std::vector<Cluster> clusters;

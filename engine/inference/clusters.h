@@ -51,6 +51,9 @@ inline constexpr const char* outside_atlas = "outside of the atlas";
 /// voxel closest to its centre is one. Those closer than 8 mm to a higher one are left out.
 std::vector<Cluster> clusters_of(std::span<const float> z);
 
+/// The region of a value of read_atlas(), with its Brodmann area, if any.
+std::string region_text(float atlas_value);
+
 /// Gives the peaks their p values.
 void add_p(std::vector<Cluster>& clusters, const BothTails& tails);
 

@@ -40,7 +40,8 @@ bool has_effects(const ClusterReport& report) {
 HtmlRow peak_row(const LocalPeak& peak, std::span<const std::size_t> kinds,
                  const ClusterReport& report) {
   HtmlRow row{{"", region_and_side(peak)}};
-  for (const int mm : mm_of(peak.voxel)) row.cells.push_back(decimal_text(mm, 0));
+  row.place = mm_of(peak.voxel);
+  for (const int mm : *row.place) row.cells.push_back(decimal_text(mm, 0));
   row.cells.push_back(decimal_text(peak.z, 2));
   if (has_effects(report))
     row.cells.push_back(peak.effect ? decimal_text((*peak.effect)[0], 2) + "\n" +
@@ -185,6 +186,10 @@ std::string cluster_report(const ClusterReport& report) {
     page.heading("Clusters and local peaks");
     page.table(cluster_table(report));
     add_without_one(page, report);
+  }
+  if (report.explored)
+    add_explorer(page, *report.explored, report.z, report.clusters, report.background);
+  if (!report.clusters.empty()) {
     page.heading("Slices");
     add_slices(page, report, map);
     page.heading("Breakdown by region");

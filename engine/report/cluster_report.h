@@ -10,6 +10,7 @@
 
 #include "engine/inference/clusters.h"
 #include "engine/report/brain_picture.h"
+#include "engine/report/explorer.h"
 #include "engine/report/html.h"
 #include "engine/report/jackknife_report.h"
 #include "engine/report/methods.h"
@@ -35,6 +36,7 @@ struct ClusterReport {
   /// cannot be told.
   std::optional<WithoutOne> without_one{};
   std::string without_one_fault{};
+  std::optional<Explored> explored{};  ///< what the explorer shows, if the report has one
 };
 
 /// The region of a peak with the side that it is on, which most of the atlas's names begin with.

@@ -10,6 +10,8 @@
 #include "engine/base/wording.h"
 #include "engine/report/html_style.h"
 #include "util/handles.h"
+#include "util/q_string.h"
+#include "util/text.h"
 
 namespace kvo::report {
 
@@ -33,12 +35,6 @@ std::string preformatted(std::string_view text) {
     content += html_escaped(text.substr(start, end - start)) + "\n";
   }
   return "<pre>" + content + "</pre>\n";
-}
-
-std::string base64(const std::string& bytes) {
-  const Q_g_memory<char> text(
-      g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
-  return text.get();
 }
 
 /// Where the text leads; "" for one that is no DOI or PMID.
@@ -74,18 +70,35 @@ std::string cell_with_bar(double share, std::string_view text) {
                  html_escaped(text), "</td>"});
 }
 
+/// The tag of a row, with its place.
+std::string row_start(const HtmlRow& row) {
+  std::string tag = row.leads ? "<tr class=\"leads\"" : "<tr";
+  if (row.place)
+    tag +=
+        Q_format(" data-mm=\"%d %d %d\"", (*row.place)[0], (*row.place)[1], (*row.place)[2]).str();
+  return tag + ">";
+}
+
+constexpr std::string_view policy_start =
+    "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; ";
+
 }  // namespace
+
+std::string base64(const std::string& bytes) {
+  const Q_g_memory<char> text(
+      g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
+  return text.get();
+}
 
 HtmlReport::HtmlReport(std::string_view title, std::string_view subtitle) {
   // No policy would let a text that got through as markup load or run anything.
-  page_ =
-      "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
-      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
-      "style-src 'unsafe-inline'\"/>\n"
-      "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
-      "<meta name=\"color-scheme\" content=\"light dark\"/>\n" +
-      element("title", title) + "<style>\n" + html_style +
-      "</style>\n</head>\n<body>\n<main>\n<header>\n" + element("h1", title);
+  page_ = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n" +
+          std::string(policy_start) +
+          "img-src data:; style-src 'unsafe-inline'\"/>\n"
+          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
+          "<meta name=\"color-scheme\" content=\"light dark\"/>\n" +
+          element("title", title) + "<style>\n" + html_style +
+          "</style>\n</head>\n<body>\n<main>\n<header>\n" + element("h1", title);
   if (!subtitle.empty()) page_ += "<p class=\"subtitle\">" + html_escaped(subtitle) + "</p>\n";
   page_ += "</header>\n";
 }
@@ -152,7 +165,7 @@ void HtmlReport::table(const HtmlTable& table) {
   for (const HtmlColumn& column : table.columns) page_ += cell("th", column, column.title);
   page_ += "</tr></thead>\n<tbody>\n";
   for (const HtmlRow& row : table.rows) {
-    page_ += row.leads ? "<tr class=\"leads\">" : "<tr>";
+    page_ += row_start(row);
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
       const std::string_view text = i < row.cells.size() ? row.cells[i] : std::string_view();
       const bool has_bar = row.share > 0 && i + 1 == table.columns.size();
@@ -172,9 +185,19 @@ void HtmlReport::picture(const Picture& picture, std::string_view caption) {
   page_ += "</figure>\n";
 }
 
+void HtmlReport::scripted(std::string_view markup, std::string_view script) {
+  open_part();
+  page_ += markup;
+  script_ = script;
+  page_.insert(page_.find(policy_start) + policy_start.size(),
+               joined({"script-src 'sha256-", base64(Q_sha256_bytes(script)), "'; "}));
+}
+
 std::string HtmlReport::finish() {
   open_part();
-  page_ += "</main>\n</body>\n</html>\n";
+  page_ += "</main>\n";
+  if (!script_.empty()) page_ += joined({"<script>", script_, "</script>\n"});
+  page_ += "</body>\n</html>\n";
   return std::move(page_);
 }
 

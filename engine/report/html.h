@@ -1,10 +1,13 @@
 #pragma once
 
-// A report as a single HTML file: no scripts, nothing from elsewhere, for screens of any width,
-// light or dark, and for A4 paper. It is well-formed XML too, which strict readers take.
+// A report as a single HTML file: nothing from elsewhere, for screens of any width, light or dark,
+// and for A4 paper. It is well-formed XML too, which strict readers take. It runs no script but its
+// own, if it has one, and can be read without.
 //
 // All texts are plain text, from wherever they come: they are shown as they are, never as markup.
 
+#include <array>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -36,6 +39,8 @@ struct HtmlRow {
   /// Whether the row begins a group: what follows up to the next such row belongs to it.
   bool leads = false;
   double share = 0;  ///< 0 to 1; above 0 it is drawn as a bar behind the last cell
+  /// The place in mm of MNI space that the row is about, for the explorer.
+  std::optional<std::array<int, 3>> place{};
 };
 
 struct HtmlTable {
@@ -43,6 +48,9 @@ struct HtmlTable {
   std::vector<HtmlColumn> columns;
   std::vector<HtmlRow> rows;
 };
+
+/// Bytes as text that HTML can hold.
+std::string base64(const std::string& bytes);
 
 /// The page, from top to bottom.
 class HtmlReport {
@@ -62,6 +70,9 @@ class HtmlReport {
   void commands(std::span<const std::string> commands);
   void table(const HtmlTable& table);
   void picture(const Picture& picture, std::string_view caption);
+  /// Markup that a script brings to life, and that script: the one that the page lets run. Once a
+  /// page.
+  void scripted(std::string_view markup, std::string_view script);
 
   /// The whole file. Nothing can be added after that.
   std::string finish();
@@ -70,6 +81,7 @@ class HtmlReport {
   void open_part();
 
   std::string page_;
+  std::string script_;
   std::string heading_;  ///< markup that is to go before the next part, or inside of a picture
 };
 

@@ -56,6 +56,32 @@ pre { margin: .5rem 0; padding: .6rem .75rem; background: var(--soft); white-spa
 figure { margin: 0 0 1.25rem; }
 img { display: block; width: 100%; height: auto; border-radius: 4px; }
 figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
+#explorer { margin: 1.5rem 0; scroll-margin-top: .5rem; }
+.views { display: grid; grid-template-columns: var(--across); gap: .4rem; margin-bottom: .4rem;
+  padding: .4rem; background: #000; border-radius: 4px; align-items: end; }
+.views figure { margin: 0; min-width: 0; }
+.views figcaption { margin: 0 0 .2rem; color: #e0e0e0; font-size: .75rem; display: flex;
+  justify-content: space-between; }
+.views canvas { display: block; width: 100%; cursor: crosshair; touch-action: pan-y; }
+.views canvas:focus-visible { outline: 2px solid #7dff9a; }
+.bars { display: flex; flex-wrap: wrap; gap: .25rem 1.5rem; font-size: .8125rem; margin: .5rem 0;
+  color: var(--dim); font-variant-numeric: tabular-nums; }
+.bars i { display: inline-block; width: 9rem; height: .6rem; vertical-align: middle; }
+.controls { display: flex; flex-wrap: wrap; gap: .5rem 1.25rem; margin: .75rem 0;
+  font-size: .875rem; align-items: center; }
+.controls input[type=range] { vertical-align: middle; width: 8rem; }
+.controls input[type=number] { width: 4.2rem; font: inherit; }
+.controls output { display: inline-block; min-width: 2.6rem; font-variant-numeric: tabular-nums; }
+button.place { font: inherit; color: var(--accent); background: none; border: 0; padding: 0;
+  text-align: left; cursor: pointer; text-decoration: underline; }
+.near tbody td { padding-top: .15rem; padding-bottom: .15rem; }
+.near tr.dim { color: var(--dim); }
+.near td:nth-child(2), .near td:nth-child(4) { white-space: nowrap; }
+.near td:last-child { width: 9rem; padding: 0; vertical-align: middle; }
+.near svg { display: block; width: 9rem; }
+.near .zero { stroke: var(--line); }
+.near .limits { stroke: var(--accent); stroke-width: 1.5; }
+.near circle { fill: var(--accent); }
 @media (max-width: 34rem) {
   main { padding: 1.25rem .9rem 2rem; }
   h1 { font-size: 1.4rem; }
@@ -76,6 +102,8 @@ figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
   tr, figure, blockquote, .notice, .commands { break-inside: avoid; }
   img { width: auto; max-width: 100%; max-height: 228mm; }
   thead { display: table-header-group; }
+  .controls, .hint { display: none; }
+  button.place { color: inherit; text-decoration: none; }
   .leads + tr:not(.leads) { break-before: avoid; }
   p { orphans: 3; widows: 3; }
 }

@@ -1,6 +1,7 @@
 #include "engine/results/map_facts.h"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 
@@ -58,6 +59,17 @@ std::vector<std::size_t> with_all_values(const StudyTable& table,
   return read_model(table, model, chosen).studies;
 }
 
+ExploredStudy explored_study(const Study& study, const StudyPeaks& peaks) {
+  ExploredStudy explored{study.name, sample_text(study.sample), false, {}};
+  for (const Peak& peak : peaks.peaks) {
+    ExploredPlace place{{}, peak.height_known ? peak.g : std::nan(""), {}};
+    for (Eigen::Index axis = 0; axis < 3; ++axis)
+      place.mm[std::size_t(axis)] = int(std::lround(peak.mm[axis]));
+    explored.places.push_back(place);
+  }
+  return explored;
+}
+
 /// What the files of the studies say. The filter of a jackknife has gone when it has ended; what it
 /// was is told only when the others are all the studies.
 void add_studies(MapFacts& known, const PpRecord& record) {
@@ -74,6 +86,7 @@ void add_studies(MapFacts& known, const PpRecord& record) {
     }
     chosen = with_all_values(table, methods.variables, chosen);
     std::vector<StudyData> data;
+    std::vector<ExploredStudy> explored;
     for (const std::size_t s : chosen) {
       const Study& study = table.studies[s];
       bool talairach = false;
@@ -81,16 +94,19 @@ void add_studies(MapFacts& known, const PpRecord& record) {
         ++methods.studies_with_images;
         talairach = read_space(image_file(study)) == Space::talairach;
         data.push_back({"image", ""});
+        explored.push_back({study.name, sample_text(study.sample), true, {}});
       } else {
         const StudyPeaks peaks = read_peaks(study);
         talairach = peaks.talairach;
         methods.unknown_heights = methods.unknown_heights || peaks.unknown_heights;
         data.push_back({Q_counted(peaks.peaks.size(), "peak", "peaks"), ""});
+        explored.push_back(explored_study(study, peaks));
       }
       data.back().space = talairach ? "Talairach" : "MNI";
       methods.talairach = methods.talairach || talairach;
     }
     known.studies = study_list(table, chosen, data);
+    known.explored = std::move(explored);
   } catch (const Refusal&) {
     // Maps can be thresholded after the files that they came from have gone.
   }

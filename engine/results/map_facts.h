@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/base/command.h"
+#include "engine/report/explorer.h"
 #include "engine/report/html.h"
 #include "engine/report/methods.h"
 #include "engine/results/results_layer.h"
@@ -19,6 +20,7 @@ struct MapFacts {
   MethodsFacts methods;               ///< without thresholds
   /// The studies that took part; no rows where their files have gone.
   HtmlTable studies;
+  std::vector<ExploredStudy> explored;  ///< the same with their peaks; of images without places
 };
 
 /// Gathers them from the records of preprocessing and of the analysis, and from the study files,

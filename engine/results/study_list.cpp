@@ -57,6 +57,12 @@ std::vector<ShownColumn> shown_columns(const StudyTable& table,
 
 }  // namespace
 
+std::string sample_text(const Sample& sample) {
+  std::string text = std::to_string(sample.n1);
+  if (sample.n2 > 0) text += " + " + std::to_string(sample.n2);
+  return text;
+}
+
 HtmlTable study_list(const StudyTable& table, std::span<const std::size_t> chosen,
                      std::span<const StudyData> data) {
   const std::vector<ShownColumn> shown = shown_columns(table, chosen);
@@ -71,9 +77,7 @@ HtmlTable study_list(const StudyTable& table, std::span<const std::size_t> chose
   const std::size_t rows = std::min(chosen.size(), most_rows);
   for (std::size_t i = 0; i < rows; ++i) {
     const Study& study = table.studies[chosen[i]];
-    std::string sample = std::to_string(study.sample.n1);
-    if (study.sample.n2 > 0) sample += " + " + std::to_string(study.sample.n2);
-    HtmlRow row{{study.name, sample, data[i].given, data[i].space}};
+    HtmlRow row{{study.name, sample_text(study.sample), data[i].given, data[i].space}};
     for (const ShownColumn& each : shown) {
       const std::string& value = study.values[each.column];
       row.cells.push_back(is_missing(value) ? "" : value);

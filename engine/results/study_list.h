@@ -18,6 +18,9 @@ struct StudyData {
   std::string given, space;
 };
 
+/// How many took part: "12", or "12 + 14" of two groups.
+std::string sample_text(const Sample& sample);
+
 /// A line for each of the chosen studies, with one of `data` each, and a caption that says how many
 /// of the table they are. Columns of the table with a name such as doi, pmid, authors, contrast or
 /// note are shown where some study has a value; DOIs and PMIDs lead to their papers.

@@ -13,6 +13,7 @@
 #include "engine/base/wording.h"
 #include "engine/maps/pp_record.h"
 #include "engine/results/cluster_result.h"
+#include "engine/results/explored_map.h"
 #include "engine/results/leave_one_out.h"
 #include "engine/results/map_facts.h"
 #include "engine/results/results.h"
@@ -127,7 +128,8 @@ std::string question_of_p(const MethodsFacts& methods) {
 }
 
 ClusterReport report_of(const Command& command, const ClusterResult& result,
-                        const ThresholdRequest& request, const ChosenP& chosen) {
+                        const ThresholdRequest& request, const ZMap& map) {
+  const ChosenP& chosen = map.chosen;
   MapFacts known = facts_of_map(chosen.map, all_verbs());
   MethodsFacts::Thresholds stated;
   stated.p = command.number(2);
@@ -154,6 +156,15 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
       !certainty.text.empty())
     report.facts.push_back({"Certainty of p", certainty.text});
   report.studies = std::move(known.studies);
+  report.explored = explored_map({.name = chosen.map,
+                                  .mask = map.mask,
+                                  .z = map.z,
+                                  .p = map.p,
+                                  .p_name = p_map_kinds[chosen.kind].heading,
+                                  .effects = map.effects ? &*map.effects : nullptr,
+                                  .atlas = map.atlas});
+  report.explored->studies = std::move(known.explored);
+  add_image_places(report.explored->studies, map.mask, result.clusters);
   report.commands = std::move(known.commands);
   report.commands.push_back(command.text());
   report.methods = methods_of(known.methods);
@@ -206,7 +217,7 @@ void run_threshold(const Command& command) {
                          .atlas = map.atlas});
   action.finish();
   if (map.effects) add_effects(result.clusters, *map.effects);
-  ClusterReport report = report_of(command, result, request, map.chosen);
+  ClusterReport report = report_of(command, result, request, map);
   add_runs(report, request, map, result.clusters);
   write_result(outputs, command, result, std::move(report));
   outputs.commit();

@@ -20,8 +20,7 @@ import urllib.parse
 
 import nibabel
 import numpy
-from selenium import webdriver
-
+from kvo_browser import set_screen, start_browser
 from kvo_driver import Timeout, wait_for
 
 ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
@@ -110,22 +109,12 @@ class Files(unittest.TestCase):
                                     os.path.join(ROOT, "resources/icon/kvo.svg"), shallow=False))
 
 
-def start_browser():
-    """Chromium without a window, which keeps what goes wrong with a page."""
-    options = webdriver.ChromeOptions()
-    # The pages say how large their pictures are, and look the same but for them without.
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-                     f"--blink-settings=imagesEnabled={str(bool(PICTURES)).lower()}"):
-        options.add_argument(argument)
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    return webdriver.Chrome(service=webdriver.chrome.service.Service("/usr/bin/chromedriver"), options=options)
-
-
 class Pages(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.site, cls.address = start_site()
-        cls.browser = start_browser()
+        # The pages say how large their pictures are, and look the same but for them without.
+        cls.browser = start_browser(images=bool(PICTURES))
 
     @classmethod
     def tearDownClass(cls):
@@ -134,10 +123,7 @@ class Pages(unittest.TestCase):
         cls.site.communicate()
 
     def open(self, path, width=1280, height=900, scheme="light"):
-        tell = self.browser.execute_cdp_cmd
-        tell("Emulation.setDeviceMetricsOverride",
-             {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 500})
-        tell("Emulation.setEmulatedMedia", {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
+        set_screen(self.browser, width, height, scheme)
         self.browser.get(self.address + path)
         self.assertEqual(self.browser.get_log("browser"), [], path)
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <map>
 #include <set>
 
@@ -172,6 +173,24 @@ TEST(ClusterReport, HasEveryClusterWithItsPlaceNumbersAndRegions) {
   for (const char* none : {"url(", "@import", "http:", "https:"})
     EXPECT_THAT(html, Not(HasSubstr(none)));
   EXPECT_LT(html.size(), 1500000U);
+}
+
+TEST(ClusterReport, ExploresWithOneScriptWhateverStudiesAreCalled) {
+  const std::vector<Cluster> clusters = {cluster_at(24, 80, 50, 4.123, 200, "Left insula")};
+  std::vector<float> map;
+  ClusterReport report = report_of(clusters, map);
+  report.explored.emplace();
+  report.explored->z = map;
+  const std::string name = "</li></ul></script><script>alert(1)</script>\"' ]]>";
+  report.explored->studies = {{name, "12", false, {{{-38, 4, 2}, std::nan(""), {}}}}};
+  const std::string html = cluster_report(report);
+  const Parsed page = parsed(html);
+  ASSERT_EQ(page.error, "");
+  EXPECT_THAT(page.texts, Contains(name));
+  EXPECT_EQ(page.elements.at("script"), 1 + 2) << "its own, and the two volumes";
+  EXPECT_THAT(page.attributes.at("content"), Contains(HasSubstr("script-src 'sha256-")));
+  EXPECT_THAT(page.attributes.at("data-places"), Contains("-38,4,2,nan"));
+  EXPECT_THAT(html, Not(HasSubstr("<script>alert")));
 }
 
 TEST(ClusterReport, SaysThatNothingSurvivesAndWhatWasRun) {
