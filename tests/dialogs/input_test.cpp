@@ -106,18 +106,17 @@ std::string type_leave_and_accept(std::array<Q_input_item, 2>& items, const char
 TEST(Input, BringsNumbersIntoTheirRangeAndDecimals) {
   const struct {
     int precision;
-    float min, max;
+    float min, max, answer;
     const char *tooltip, *typed, *shown;
-    float answer;
   } cases[] = {
-      {-1, 0, 1, "From 0.0 to 1.0", "0.37", "0.4", 0.4F},
-      {0, 2, 99999, "From 2 to 99999", "1e9", "99999", 99999},
-      {0, 2, 99999, "From 2 to 99999", "", "2", 2},
-      {0, 2, 99999, "From 2 to 99999", "0x10", "2", 2},
-      {0, 2, 99999, "From 2 to 99999", "30 or so", "30", 30},
-      {-5, 0, 1, "From 0.00000 to 1.00000", "0.000249", "0.00025", 0.00025F},
-      {2, 0, 99999, "From 0 to 99999", "123", "123", 123},
-      {0, -100, 100, "From -100 to 100", "-7.6", "-8", -8},
+      {-1, 0, 1, 0.4F, "From 0.0 to 1.0", "0.37", "0.4"},
+      {0, 2, 99999, 99999, "From 2 to 99999", "1e9", "99999"},
+      {0, 2, 99999, 2, "From 2 to 99999", "", "2"},
+      {0, 2, 99999, 2, "From 2 to 99999", "0x10", "2"},
+      {0, 2, 99999, 30, "From 2 to 99999", "30 or so", "30"},
+      {-5, 0, 1, 0.00025F, "From 0.00000 to 1.00000", "0.000249", "0.00025"},
+      {2, 0, 99999, 123, "From 0 to 99999", "123", "123"},
+      {0, -100, 100, -8, "From -100 to 100", "-7.6", "-8"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.typed);
@@ -139,11 +138,8 @@ TEST(Input, BringsNumbersIntoTheirRangeAndDecimals) {
 
 TEST(Input, TruncatesCoordinatesTowardZeroIntoTheBrainsBox) {
   const std::pair<const char*, const char*> cases[] = {
-      {"12.9 -3.7 0", "12 -3 0"},
-      {"200 -200 -200", "70 -102 -42"},
-      {"-200 200 200", "-70 68 66"},
-      {"x 1x -0.9", "0 1 0"},
-      {"inf -inf 1e9", "70 -102 66"},
+      {"12.9 -3.7 0", "12 -3 0"}, {"200 -200 -200", "70 -102 -42"}, {"-200 200 200", "-70 68 66"},
+      {"x 1x -0.9", "0 1 0"},     {"inf -inf 1e9", "70 -102 66"},
   };
   for (const auto& [typed, answer] : cases) {
     std::array<Q_input_item, 2> items;
