@@ -22,6 +22,15 @@ std::size_t bin_of(float value) {
   return std::size_t(position);
 }
 
+/// How many of `count` sorted numbers are not above the value. Without branches, which could not be
+/// foretold.
+std::size_t not_above(const float* sorted, std::size_t count, float value) {
+  const float* first = sorted;
+  for (; count > 1; count -= count / 2)
+    first += count / 2 * std::size_t(first[count / 2 - 1] <= value);
+  return std::size_t(first - sorted) + (count == 1 && *first <= value ? 1 : 0);
+}
+
 double bin_edge(std::size_t bin) {
   return double(bin) / bins_per_unit - max_z;
 }
@@ -46,14 +55,11 @@ void NullDistribution::count(std::span<const float> values, std::size_t thread) 
     ++counts.by_bin[bin];
     // Its rank is how many observed values are not above it; all but those of its own bin are
     // known.
-    std::uint32_t rank = bin_begin_[bin];
-    const std::uint32_t end = bin_begin_[bin + 1];
-    if (rank != end)
-      rank = std::uint32_t(std::upper_bound(sorted_.begin() + rank, sorted_.begin() + end, value) -
-                           sorted_.begin());
+    const std::size_t begin = bin_begin_[bin], in_bin = bin_begin_[bin + 1] - begin;
+    const std::size_t rank = begin + not_above(sorted_.data() + begin, in_bin, value);
     // Twice the rank, and one less for what equals an observed value: it counts in both tails.
     const bool equal = rank > 0 && sorted_[rank - 1] == value;
-    ++counts.by_rank[2 * std::size_t(rank) - (equal ? 1 : 0)];
+    ++counts.by_rank[2 * rank - (equal ? 1 : 0)];
   }
 }
 
