@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
   return exit_status_of([&] {
     const Command command = command_of(joined_words(argc, argv));
     command.verb->run(command);
+    say_overview();
     say_done();
     return true;
   });

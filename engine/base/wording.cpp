@@ -2,10 +2,12 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 
 #include "kvo_config.h"
 #include "util/handles.h"
@@ -33,6 +35,14 @@ std::string fixed(double value, int decimals) {
   return text;
 }
 
+/// The characters that HTML would read as markup.
+struct Escape {
+  char byte;
+  std::string_view escaped;
+};
+constexpr Escape escapes[] = {
+    {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
+
 }  // namespace
 
 std::string printable_text(std::string_view text) {
@@ -55,26 +65,28 @@ std::string printable_text(std::string_view text) {
 
 std::string html_escaped(std::string_view text) {
   std::string escaped;
-  for (const char byte : printable_text(text)) switch (byte) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      case '\'':
-        escaped += "&#39;";
-        break;
-      default:
-        escaped += byte;
-    }
+  for (const char byte : printable_text(text)) {
+    const auto* const found = std::find_if(std::begin(escapes), std::end(escapes),
+                                           [&](const Escape& each) { return each.byte == byte; });
+    if (found == std::end(escapes))
+      escaped += byte;
+    else
+      escaped += found->escaped;
+  }
   return escaped;
+}
+
+std::string html_unescaped(std::string_view escaped) {
+  std::string text;
+  while (!escaped.empty()) {
+    const auto* const found =
+        std::find_if(std::begin(escapes), std::end(escapes),
+                     [&](const Escape& each) { return escaped.starts_with(each.escaped); });
+    const bool is_plain = found == std::end(escapes);
+    text += is_plain ? escaped.front() : found->byte;
+    escaped.remove_prefix(is_plain ? 1 : found->escaped.size());
+  }
+  return text;
 }
 
 std::string decimal_text(double value, int decimals) {

@@ -15,6 +15,8 @@ std::string printable_text(std::string_view text);
 
 /// The same with the characters that HTML would read as markup escaped, also for attributes.
 std::string html_escaped(std::string_view text);
+/// The text that became this.
+std::string html_unescaped(std::string_view escaped);
 
 /// A number with so many decimals, with a true minus sign and no negative zero; "–" when it is not
 /// finite.

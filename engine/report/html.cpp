@@ -37,6 +37,13 @@ std::string preformatted(std::string_view text) {
   return "<pre>" + content + "</pre>\n";
 }
 
+/// Where a file beside the page is, whatever it is called.
+std::string file_address(std::string_view name) {
+  const Q_g_memory<char> escaped(
+      g_uri_escape_bytes(reinterpret_cast<const guchar*>(name.data()), name.size(), nullptr));
+  return joined({"./", escaped.get()});
+}
+
 /// Where the text leads; "" for one that is no DOI or PMID.
 std::string address_of(HtmlLink link, std::string_view text) {
   const bool is_plain = std::ranges::all_of(text, [](unsigned char c) {
@@ -49,6 +56,7 @@ std::string address_of(HtmlLink link, std::string_view text) {
   if (link == HtmlLink::doi && is_plain && text.starts_with("10.") &&
       text.find('/') != std::string_view::npos)
     return joined({"https://doi.org/", text});
+  if (link == HtmlLink::file && !text.empty()) return file_address(text);
   if (link == HtmlLink::pmid && is_number)
     return joined({"https://pubmed.ncbi.nlm.nih.gov/", text, "/"});
   return "";
@@ -79,6 +87,7 @@ std::string row_start(const HtmlRow& row) {
   return tag + ">";
 }
 
+constexpr std::string_view generator_start = "<meta name=\"generator\" content=\"";
 constexpr std::string_view policy_start =
     "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; ";
 
@@ -90,11 +99,21 @@ std::string base64(const std::string& bytes) {
   return text.get();
 }
 
-HtmlReport::HtmlReport(std::string_view title, std::string_view subtitle) {
+std::string page_generator(std::string_view page) {
+  const std::size_t begin = page.find(generator_start);
+  if (begin == std::string_view::npos) return "";
+  page.remove_prefix(begin + generator_start.size());
+  const std::string_view generator = page.substr(0, page.find('"'));
+  const std::string program = program_text();
+  return generator.starts_with(program.substr(0, program.find(' ') + 1)) ? std::string(generator)
+                                                                         : "";
+}
+
+HtmlReport::HtmlReport(std::string_view title, std::string_view subtitle, std::string_view kind) {
   // No policy would let a text that got through as markup load or run anything.
   page_ = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n" +
-          std::string(policy_start) +
-          "img-src data:; style-src 'unsafe-inline'\"/>\n"
+          std::string(policy_start) + "img-src data:; style-src 'unsafe-inline'\"/>\n" +
+          joined({generator_start, program_text(), " ", kind, "\"/>\n"}) +
           "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
           "<meta name=\"color-scheme\" content=\"light dark\"/>\n" +
           element("title", title) + "<style>\n" + html_style +
@@ -162,7 +181,10 @@ void HtmlReport::table(const HtmlTable& table) {
   if (!table.caption.empty())
     page_ += joined({"<p class=\"caption\">", html_escaped(table.caption), "</p>\n"});
   page_ += "<div class=\"wide\"><table>\n<thead><tr>";
-  for (const HtmlColumn& column : table.columns) page_ += cell("th", column, column.title);
+  for (HtmlColumn column : table.columns) {
+    column.link = HtmlLink::none;
+    page_ += cell("th", column, column.title);
+  }
   page_ += "</tr></thead>\n<tbody>\n";
   for (const HtmlRow& row : table.rows) {
     page_ += row_start(row);
@@ -183,6 +205,20 @@ void HtmlReport::picture(const Picture& picture, std::string_view caption) {
                    "\"/>\n"});
   if (!caption.empty()) page_ += element("figcaption", caption);
   page_ += "</figure>\n";
+}
+
+void HtmlReport::cards(std::span<const HtmlCard> cards) {
+  open_part();
+  page_ += "<ul class=\"cards\">\n";
+  for (const HtmlCard& card : cards) {
+    page_ += joined({"<li><a href=\"", html_escaped(file_address(card.file)), "\">"});
+    if (!card.png.empty())
+      page_ +=
+          joined({"<img src=\"data:image/png;base64,", html_escaped(card.png), "\" alt=\"\"/>"});
+    page_ += joined({"<b>", html_escaped(card.title), "</b></a><br/>", html_escaped(card.text),
+                     "<br/><small>", html_escaped(card.file), "</small></li>\n"});
+  }
+  page_ += "</ul>\n";
 }
 
 void HtmlReport::scripted(std::string_view markup, std::string_view script) {

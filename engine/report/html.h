@@ -24,8 +24,9 @@ struct Fact {
   std::string label, text;
 };
 
-/// What the texts of a column lead to, where they are well formed.
-enum class HtmlLink { none, doi, pmid };
+/// What the texts of a column lead to, where they are well formed; `file` is a file beside the
+/// page.
+enum class HtmlLink { none, doi, pmid, file };
 
 struct HtmlColumn {
   std::string title;
@@ -49,13 +50,23 @@ struct HtmlTable {
   std::vector<HtmlRow> rows;
 };
 
+/// A page beside this one, with a picture of it.
+struct HtmlCard {
+  std::string file, title, text;
+  std::string png;  ///< by base64(); may be empty
+};
+
+/// What a page says that it was written by: this program, and what kind of page it is; "" of a page
+/// of others.
+std::string page_generator(std::string_view page);
+
 /// Bytes as text that HTML can hold.
 std::string base64(const std::string& bytes);
 
 /// The page, from top to bottom.
 class HtmlReport {
  public:
-  HtmlReport(std::string_view title, std::string_view subtitle);
+  HtmlReport(std::string_view title, std::string_view subtitle, std::string_view kind = "report");
 
   /// The heading of what is added next, from which a page break does not part it.
   void heading(std::string_view text);
@@ -70,6 +81,8 @@ class HtmlReport {
   void commands(std::span<const std::string> commands);
   void table(const HtmlTable& table);
   void picture(const Picture& picture, std::string_view caption);
+  /// Pages beside this one, side by side.
+  void cards(std::span<const HtmlCard> cards);
   /// Markup that a script brings to life, and that script: the one that the page lets run. Once a
   /// page.
   void scripted(std::string_view markup, std::string_view script);

@@ -49,6 +49,10 @@ td.share { min-width: 11rem;
 code { font: .875rem/1.5 ui-monospace, "DejaVu Sans Mono", monospace; color: var(--text); }
 ul.sources { margin: 0; padding-left: 1.2rem; color: var(--dim); font-size: .875rem; }
 a { color: var(--accent); }
+ul.cards { list-style: none; margin: 0; padding: 0; display: grid; gap: 1rem;
+  grid-template-columns: repeat(auto-fill, minmax(15rem, 1fr)); font-size: .875rem; }
+.cards small { color: var(--dim); }
+.cards img { margin-bottom: .35rem; }
 details { margin: .75rem 0 1rem; }
 summary { cursor: pointer; color: var(--accent); }
 pre { margin: .5rem 0; padding: .6rem .75rem; background: var(--soft); white-space: pre-wrap;

@@ -1,7 +1,6 @@
 #include "engine/results/map_facts.h"
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <optional>
 
@@ -15,7 +14,6 @@
 #include "engine/results/estimate_record.h"
 #include "engine/results/study_list.h"
 #include "engine/studies/study_image.h"
-#include "engine/studies/study_peaks.h"
 #include "util/text.h"
 #include "workspace/files/study_table.h"
 
@@ -59,17 +57,6 @@ std::vector<std::size_t> with_all_values(const StudyTable& table,
   return read_model(table, model, chosen).studies;
 }
 
-ExploredStudy explored_study(const Study& study, const StudyPeaks& peaks) {
-  ExploredStudy explored{study.name, sample_text(study.sample), false, {}};
-  for (const Peak& peak : peaks.peaks) {
-    ExploredPlace place{{}, peak.height_known ? peak.g : std::nan(""), {}};
-    for (Eigen::Index axis = 0; axis < 3; ++axis)
-      place.mm[std::size_t(axis)] = int(std::lround(peak.mm[axis]));
-    explored.places.push_back(place);
-  }
-  return explored;
-}
-
 /// What the files of the studies say. The filter of a jackknife has gone when it has ended; what it
 /// was is told only when the others are all the studies.
 void add_studies(MapFacts& known, const PpRecord& record) {
@@ -89,21 +76,13 @@ void add_studies(MapFacts& known, const PpRecord& record) {
     std::vector<ExploredStudy> explored;
     for (const std::size_t s : chosen) {
       const Study& study = table.studies[s];
-      bool talairach = false;
-      if (record.checksums.contains(image_file(study))) {
-        ++methods.studies_with_images;
-        talairach = read_space(image_file(study)) == Space::talairach;
-        data.push_back({"image", ""});
-        explored.push_back({study.name, sample_text(study.sample), true, {}});
-      } else {
-        const StudyPeaks peaks = read_peaks(study);
-        talairach = peaks.talairach;
-        methods.unknown_heights = methods.unknown_heights || peaks.unknown_heights;
-        data.push_back({Q_counted(peaks.peaks.size(), "peak", "peaks"), ""});
-        explored.push_back(explored_study(study, peaks));
-      }
-      data.back().space = talairach ? "Talairach" : "MNI";
-      methods.talairach = methods.talairach || talairach;
+      const bool has_image = record.checksums.contains(image_file(study));
+      KnownStudy said = read_known_study(study, has_image);
+      methods.studies_with_images += has_image ? 1 : 0;
+      methods.unknown_heights = methods.unknown_heights || said.unknown_heights;
+      methods.talairach = methods.talairach || said.talairach;
+      data.push_back(std::move(said.data));
+      explored.push_back(std::move(said.explored));
     }
     known.studies = study_list(table, chosen, data);
     known.explored = std::move(explored);

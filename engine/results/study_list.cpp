@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <string_view>
 
+#include "engine/studies/study_image.h"
+#include "engine/studies/study_peaks.h"
 #include "engine/studies/study_rules.h"
 #include "util/text.h"
 
@@ -61,6 +64,28 @@ std::string sample_text(const Sample& sample) {
   std::string text = std::to_string(sample.n1);
   if (sample.n2 > 0) text += " + " + std::to_string(sample.n2);
   return text;
+}
+
+KnownStudy read_known_study(const Study& study, bool has_image) {
+  KnownStudy known;
+  known.explored = {study.name, sample_text(study.sample), has_image, {}};
+  if (has_image) {
+    known.talairach = read_space(image_file(study)) == Space::talairach;
+    known.data.given = "image";
+  } else {
+    const StudyPeaks read = read_peaks(study);
+    known.talairach = read.talairach;
+    known.unknown_heights = read.unknown_heights;
+    known.data.given = Q_counted(read.peaks.size(), "peak", "peaks");
+    for (const Peak& peak : read.peaks) {
+      ExploredPlace place{{}, peak.height_known ? peak.g : std::nan(""), {}};
+      for (Eigen::Index axis = 0; axis < 3; ++axis)
+        place.mm[std::size_t(axis)] = int(std::lround(peak.mm[axis]));
+      known.explored.places.push_back(place);
+    }
+  }
+  known.data.space = known.talairach ? "Talairach" : "MNI";
+  return known;
 }
 
 HtmlTable study_list(const StudyTable& table, std::span<const std::size_t> chosen,

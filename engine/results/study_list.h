@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/report/explorer.h"
 #include "engine/report/html.h"
 #include "engine/results/results_layer.h"
 #include "engine/studies/study.h"
@@ -17,6 +18,17 @@ namespace kvo::results {
 struct StudyData {
   std::string given, space;
 };
+
+/// What the file of a study says, and its peaks as an explorer shows them.
+struct KnownStudy {
+  StudyData data;
+  ExploredStudy explored;
+  bool talairach = false, unknown_heights = false;
+};
+
+/// Reads the peaks of a study, or of which space its image is. Throws Refusal as read_peaks() and
+/// read_space() do.
+KnownStudy read_known_study(const Study& study, bool has_image);
 
 /// How many took part: "12", or "12 + 14" of two groups.
 std::string sample_text(const Sample& sample);

@@ -1,8 +1,10 @@
 #include "engine/verbs/verbs.h"
 
+#include "engine/base/progress.h"
 #include "engine/base/refusal.h"
 #include "engine/inference/parts.h"
 #include "engine/report/sources.h"
+#include "engine/results/overview.h"
 
 namespace kvo::verbs {
 
@@ -186,6 +188,16 @@ Command command_of(const std::string& text) {
     throw Refusal(std::string(part_variable) +
                   " asks for a part of the randomizations, and only mean and lm have any.");
   return command;
+}
+
+void say_overview() {
+  if (asked_part()) return;
+  try {
+    if (const std::string page = renew_overview(all_verbs()); !page.empty())
+      say("Overview: " + page);
+  } catch (const Refusal& refusal) {
+    say(refusal.what());
+  }
 }
 
 }  // namespace kvo::verbs

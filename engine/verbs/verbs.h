@@ -17,6 +17,10 @@ std::span<const Verb> all_verbs();
 /// the randomizations of one that has none.
 Command command_of(const std::string& text);
 
+/// After a command: renews the overview of the folder and says what it is called, or why it is not
+/// renewed, which is no fault of the command.
+void say_overview();
+
 void check_pp(const Command& command);
 void run_pp(const Command& command);
 void check_threshold(const Command& command);

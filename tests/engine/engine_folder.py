@@ -79,12 +79,12 @@ class EngineFolder:
         return load(self.work / f"{name}.nii.gz")
 
     def must_run(self, command):
-        """The lines that the command says, without their ends."""
+        """The lines that the command says, without their ends and that of the overview, which ends all."""
         done = subprocess.run([self.parse, *command.split()], cwd=self.work, check=False, stdout=subprocess.PIPE,
                               encoding="utf-8", env={**os.environ, "OMP_NUM_THREADS": "1"})
         lines = done.stdout.splitlines()
         assert done.returncode == 0 and lines[-1] == "d", (command, lines)
-        return lines
+        return [line for line in lines if not line.lstrip().startswith("Overview: ")]
 
     def table(self, base):
         return list(csv.DictReader((self.work / f"{base}.csv").read_text(encoding="utf-8").splitlines()))

@@ -178,6 +178,27 @@ class Explorer(unittest.TestCase):
         self.said("near-count")
         self.assertEqual(self.find("[data-part='near'] tr")[0].text.split(), "far 25 peak at 0 mm not given".split())
 
+    def test_the_overview_leads_to_the_report_and_replaces_no_other_page(self):
+        page = self.folder.work / "index.html"
+        self.browser.get(f"file://{page}")
+        cards = self.browser.find_elements("css selector", ".cards li")
+        self.assertEqual([card.find_element("css selector", "b").text for card in cards], ["MyMean"])
+        self.assertGreater(cards[0].find_element("css selector", "img").get_property("naturalWidth"), 100)
+        text = self.browser.find_element("tag name", "main").text
+        for known in ("3, with 67 participants", "3, with 4 peaks in all", "far", "1 peak"):
+            self.assertIn(known, text)
+        cards[0].find_element("css selector", "a").click()
+        self.assertEqual(self.browser.title, "MyMean")
+        kept = page.read_text(encoding="utf-8")
+        for own in ("<h1>mine</h1>", kept.replace("overview", "report")):
+            page.write_text(own, encoding="utf-8")
+            self.folder.must_run("Region = mask label, 30")
+            self.assertEqual(page.read_text(encoding="utf-8"), own)
+        page.write_text(kept, encoding="utf-8")
+        (self.folder.work / "kvo_batch.txt").write_text("# a comment\nOurs = mean\n")
+        self.folder.must_run("Region = mask label, 30")
+        self.assertIn("<code>Ours = mean</code>", page.read_text(encoding="utf-8"))
+
     def test_without_scripts_the_report_stands(self):
         self.browser.execute_cdp_cmd("Emulation.setScriptExecutionDisabled", {"value": True})
         try:

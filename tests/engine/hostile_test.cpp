@@ -189,6 +189,12 @@ TEST_F(Hostile, AnEngineThatDoesNotEndIsKilled) {
 /// All or nothing, whenever the signal comes and whoever gets it: the folder is as it was, or as
 /// the finished command leaves it. All commands write in the same way; these write most, least,
 /// and below a folder.
+/// The page of the folder may be that of the command before.
+auto without_overview(auto snapshot) {
+  snapshot.erase("./index.html");
+  return snapshot;
+}
+
 TEST_F(Hostile, SignalsLeaveACommandUndoneOrDone) {
   using Clock = std::chrono::steady_clock;
   for (const char* command : {commands[0], "New = lm age", "threshold MyMean, p, 0.4, 0, 1",
@@ -199,8 +205,8 @@ TEST_F(Hostile, SignalsLeaveACommandUndoneOrDone) {
     unread.close_output();
     EXPECT_EQ(unread.finish().status, 0) << command << " without a reader";
     const Clock::duration whole = Clock::now() - begin;
-    const auto after = snapshot();
-    EXPECT_FALSE(after == before_) << command;
+    const auto before = without_overview(before_), after = without_overview(snapshot());
+    EXPECT_FALSE(after == before) << command;
     const struct {
       int signal;
       double moment;  ///< as a share of the time that the whole command has taken
@@ -221,8 +227,8 @@ TEST_F(Hostile, SignalsLeaveACommandUndoneOrDone) {
       // A killed process may close its output before it lets go of the folder.
       lock_folder();
       engine_.run("New = mean nothing");  // finds what a killed command has left
-      const auto now = snapshot();
-      EXPECT_TRUE(now == after || (now == before_ && outcome.status != 0));
+      const auto now = without_overview(snapshot());
+      EXPECT_TRUE(now == after || (now == before && outcome.status != 0));
     }
   }
 }
