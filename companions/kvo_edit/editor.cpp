@@ -8,8 +8,12 @@
 #include "companions/kvo_edit/editor_actions.h"
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/grid_edit.h"
+#include "companions/kvo_edit/peaks.h"
 #include "companions/kvo_edit/table_file.h"
+#include "companions/kvo_edit/table_folder.h"
 #include "engine/base/refusal.h"
+#include "engine/base/wording.h"
+#include "engine/studies/study_rules.h"
 #include "util/handles.h"
 #include "util/q_string.h"
 #include "util/text.h"
@@ -18,8 +22,8 @@ namespace kvo::edit {
 
 namespace {
 
-constexpr int DEFAULT_WIDTH = 900;   // pixels
-constexpr int DEFAULT_HEIGHT = 560;  // pixels
+constexpr int DEFAULT_WIDTH = 1120;  // pixels
+constexpr int DEFAULT_HEIGHT = 620;  // pixels
 
 std::string shown_file_name(const Editor& editor) {
   const Q_g_memory<char> name(
@@ -28,7 +32,7 @@ std::string shown_file_name(const Editor& editor) {
 }
 
 void show_title(Editor& editor) {
-  const char* star = has_changes(editor.document) ? "*" : "";
+  const char* star = editor_has_changes(editor) ? "*" : "";
   const Q_string title = Q_format("%s%s - KVO table editor", star, shown_file_name(editor).c_str());
   gtk_window_set_title(GTK_WINDOW(editor.window), title.c_str());
 }
@@ -80,10 +84,12 @@ gboolean on_focus_in(GtkWidget* /*window*/, GdkEvent* /*event*/, gpointer data) 
   return FALSE;
 }
 
-/// The keys of an entry that is being edited come before those of the menus: Delete there deletes a
-/// character, not the selected cells.
+/// The keys of an entry that is being edited, and those of the peaks, come before those of the
+/// menus: Delete there deletes a character, not the selected cells.
 gboolean on_key(GtkWidget* window, GdkEventKey* event, gpointer data) {
-  if (static_cast<Editor*>(data)->grid->edit == nullptr) return FALSE;
+  const Editor& editor = *static_cast<Editor*>(data);
+  if (editor.grid->edit == nullptr && editor.peaks->grid->edit == nullptr)
+    return peaks_panel_key(*editor.peaks, *event) ? TRUE : FALSE;
   return gtk_window_propagate_key_event(GTK_WINDOW(window), event);
 }
 
@@ -142,19 +148,47 @@ GtkWidget* new_scrolled(GtkWidget* view) {
   return scrolled;
 }
 
+/// The study at the cursor, with its files.
+Shown_study study_at_cursor(const Editor& editor) {
+  const Table& table = editor.document.table;
+  Shown_study study;
+  if (row_count(table) == 0 || editor.index.study_column < 0) return study;
+  const long row = editor.grid->cursor.row;
+  const std::string& name = cell(table, row, editor.index.study_column);
+  try {
+    study.path = peaks_path(editor.document.path, name);
+    study.name = name;
+  } catch (const Refusal&) {
+    return study;
+  }
+  study.has_image = editor.index.files.contains(image_file_of(name));
+  study.facts = peak_facts_of(editor.index, table, row);
+  return study;
+}
+
+void show_peaks(Editor& editor) {
+  peaks_panel_show(*editor.peaks, study_at_cursor(editor));
+}
+
 void make_grid(Editor& editor) {
   Grid_events events;
   events.changed = [&editor] { editor_refresh(editor); };
   events.moved = [&editor] {
     show_status(editor);
+    show_peaks(editor);
     editor_adjust_actions(editor);
   };
   events.rename = [&editor](long column) { editor_rename_variable(editor, column); };
   events.menu = [&editor](guint button, guint32 time) { on_menu(editor, button, time); };
-  editor.grid = grid_new(&editor.document, &editor.index, std::move(events));
+  editor.grid = grid_new(
+      &editor.document,
+      [&editor](long row, long column) {
+        return fault_of(editor.index, editor.document.table, row, column);
+      },
+      std::move(events));
 }
 
-void make_window(Editor& editor) {
+void make_window(Editor& editor, std::vector<bool> brain) {
   editor.window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   GtkWindow* window = GTK_WINDOW(editor.window);
   gtk_window_set_default_size(window, DEFAULT_WIDTH, DEFAULT_HEIGHT);
@@ -168,6 +202,10 @@ void make_window(Editor& editor) {
   gtk_window_add_accel_group(window, gtk_ui_manager_get_accel_group(editor.manager));
 
   make_grid(editor);
+  editor.peaks = peaks_panel_new(std::move(brain), [&editor] {
+    show_title(editor);
+    editor_adjust_actions(editor);
+  });
   GtkWidget* box = gtk_vbox_new(FALSE, 0);
   const auto pack = [box](GtkWidget* child, bool expands) {
     gtk_box_pack_start(GTK_BOX(box), child, expands, expands, 0);
@@ -175,7 +213,10 @@ void make_window(Editor& editor) {
   pack(gtk_ui_manager_get_widget(editor.manager, "/menubar"), false);
   pack(new_toolbar(editor), false);
   pack(new_beginning(editor), false);
-  pack(new_scrolled(GTK_WIDGET(editor.grid->view)), true);
+  GtkWidget* panes = gtk_hpaned_new();
+  gtk_paned_pack1(GTK_PANED(panes), new_scrolled(GTK_WIDGET(editor.grid->view)), TRUE, FALSE);
+  gtk_paned_pack2(GTK_PANED(panes), editor.peaks->box, FALSE, FALSE);
+  pack(panes, true);
   pack(new_status_line(editor), false);
   gtk_container_add(GTK_CONTAINER(window), box);
   g_signal_connect(window, "delete-event", G_CALLBACK(on_delete), &editor);
@@ -197,18 +238,19 @@ void present(Editor& editor) {
 
 Editor::~Editor() {
   grid.reset();
+  if (peaks) peaks->grid.reset();
   if (window != nullptr && !closed) gtk_widget_destroy(window);
   if (actions != nullptr) g_object_unref(actions);
   if (manager != nullptr) g_object_unref(manager);
 }
 
-std::unique_ptr<Editor> editor_open(Document document) {
+std::unique_ptr<Editor> editor_open(Document document, std::vector<bool> brain) {
   auto editor = std::make_unique<Editor>();
   editor->document = std::move(document);
   const std::filesystem::path path = std::filesystem::absolute(editor->document.path);
   refresh_files(editor->index, path.parent_path());
   refresh_names(editor->index, editor->document.table);
-  make_window(*editor);
+  make_window(*editor, std::move(brain));
   editor_refresh(*editor);
   present(*editor);
   return editor;
@@ -220,8 +262,13 @@ void editor_refresh(Editor& editor) {
   gtk_widget_set_visible(editor.beginning, row_count(editor.document.table) == 0 ? TRUE : FALSE);
   show_title(editor);
   show_status(editor);
+  show_peaks(editor);
   plan_count(editor);
   editor_adjust_actions(editor);
+}
+
+bool editor_has_changes(const Editor& editor) {
+  return has_changes(editor.document) || peaks_panel_has_changes(*editor.peaks);
 }
 
 void editor_recheck(Editor& editor) {
@@ -229,11 +276,31 @@ void editor_recheck(Editor& editor) {
   refresh_files(editor.index, path.parent_path());
   grid_redraw(*editor.grid);
   show_status(editor);
+  show_peaks(editor);
   plan_count(editor);
 }
 
-bool editor_save(Editor& editor) {
+namespace {
+
+void finish_edits(Editor& editor) {
   grid_finish_edit(*editor.grid, true);
+  grid_finish_edit(*editor.peaks->grid, true);
+}
+
+/// Asks where another program has changed peaks that have been changed here too.
+bool agreed_to_overwrite_peaks(Editor& editor) {
+  const std::vector<std::string> conflicts = peaks_panel_conflicts(*editor.peaks);
+  return conflicts.empty() ||
+         ask(editor.window, "Another program has changed peaks. Overwrite them?",
+             "Not as they were when they were opened here: " + shown_text(listed(conflicts)) + ".",
+             {{"_Overwrite", GTK_RESPONSE_ACCEPT}, {GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL}}) ==
+             GTK_RESPONSE_ACCEPT;
+}
+
+}  // namespace
+
+bool editor_save(Editor& editor) {
+  finish_edits(editor);
   if (const auto unsavable = first_unsavable(editor.document)) {
     if (unsavable->row != HEADER) grid_move_to(*editor.grid, unsavable->row, unsavable->column);
     say_failure(editor.window, "The table has not been saved.", unsavable->message);
@@ -249,20 +316,29 @@ bool editor_save(Editor& editor) {
           {{"_Overwrite", GTK_RESPONSE_ACCEPT}, {GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL}}) !=
           GTK_RESPONSE_ACCEPT)
     return false;
+  if (!agreed_to_overwrite_peaks(editor)) return false;
   try {
-    save_document(editor.document);
+    const Table_folder folder(editor.document.path);
+    peaks_panel_save(*editor.peaks);
+  } catch (const Refusal& refusal) {
+    say_failure(editor.window, "Nothing has been saved.", refusal.what());
+    return false;
+  }
+  try {
+    if (has_changes(editor.document) || !editor.document.on_disk) save_document(editor.document);
   } catch (const Refusal& refusal) {
     say_failure(editor.window, "The table has not been saved.", refusal.what());
     return false;
   }
+  editor_recheck(editor);
   show_title(editor);
   editor_adjust_actions(editor);
   return true;
 }
 
 void editor_reload(Editor& editor) {
-  grid_finish_edit(*editor.grid, true);
-  if (has_changes(editor.document) &&
+  finish_edits(editor);
+  if (editor_has_changes(editor) &&
       ask(editor.window, "Load the file again and lose the changes?",
           "All that has been changed since the table was last saved will be lost.",
           {{"_Load again", GTK_RESPONSE_ACCEPT}, {GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL}}) !=
@@ -270,6 +346,7 @@ void editor_reload(Editor& editor) {
     return;
   try {
     editor.document = open_document(editor.document.path);
+    peaks_panel_forget(*editor.peaks);
   } catch (const Refusal& refusal) {
     say_failure(editor.window, "The table has not been loaded.", refusal.what());
   }
@@ -278,8 +355,8 @@ void editor_reload(Editor& editor) {
 }
 
 bool editor_close(Editor& editor) {
-  grid_finish_edit(*editor.grid, true);
-  if (has_changes(editor.document)) {
+  finish_edits(editor);
+  if (editor_has_changes(editor)) {
     const int answer = ask(editor.window, "Save the changes to '" + shown_file_name(editor) + "'?",
                            "Without saving, they will be lost.",
                            {{"_Don't save", GTK_RESPONSE_REJECT},

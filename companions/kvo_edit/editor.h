@@ -10,6 +10,7 @@
 #include "companions/kvo_edit/checks.h"
 #include "companions/kvo_edit/document.h"
 #include "companions/kvo_edit/grid.h"
+#include "companions/kvo_edit/peaks_panel.h"
 #include "util/handles.h"
 
 namespace kvo::edit {
@@ -18,6 +19,7 @@ struct Editor {
   Document document;
   Check_index index;
   std::unique_ptr<Grid> grid;
+  std::unique_ptr<Peaks_panel> peaks;  ///< of the study at the cursor
   GtkWidget* window = nullptr;
   GtkUIManager* manager = nullptr;
   GtkActionGroup* actions = nullptr;
@@ -30,8 +32,11 @@ struct Editor {
   ~Editor();
 };
 
-/// Makes the window and shows it in front.
-std::unique_ptr<Editor> editor_open(Document document);
+/// Makes the window and shows it in front. `brain` says for each voxel of the MNI grid whether it
+/// is in the brain; it may be empty.
+std::unique_ptr<Editor> editor_open(Document document, std::vector<bool> brain = {});
+/// Whether the table or any peaks have changes that are not saved.
+bool editor_has_changes(const Editor& editor);
 
 /// Shows what the document is now; to be called after every change of it.
 void editor_refresh(Editor& editor);

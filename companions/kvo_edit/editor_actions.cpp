@@ -408,7 +408,7 @@ GtkActionGroup* editor_new_actions(Editor& editor) {
 
 void editor_adjust_actions(Editor& editor) {
   const Document& document = editor.document;
-  set_sensitive(editor, "save", has_changes(document) || !document.on_disk);
+  set_sensitive(editor, "save", editor_has_changes(editor) || !document.on_disk);
   adjust_step(editor, "undo", "_Undo", document.undo_steps);
   adjust_step(editor, "redo", "_Redo", document.redo_steps);
   const bool has_studies = row_count(document.table) > 0;

@@ -122,7 +122,9 @@ void say_help(GtkWidget* window) {
       "marks: a study without peaks file and image. "
       "Point at a "
       "mark, or go to the cell, to read what it means.\n\n"
-      "NA, in grey, is a missing value.");
+      "NA, in grey, is a missing value.\n\n"
+      "The peaks of the study at the cursor stand beside the table. The same keys work there; "
+      "Ctrl+V pastes the table of a paper after a preview. Saving saves both.");
 }
 
 void say_listing_help(GtkWidget* window) {

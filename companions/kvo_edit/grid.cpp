@@ -75,7 +75,7 @@ void show_cell(GtkTreeViewColumn* column, GtkCellRenderer* renderer, GtkTreeMode
 
   const GtkStyle* style = gtk_widget_get_style(GTK_WIDGET(grid.view));
   const GdkColor& base = style->base[GTK_STATE_NORMAL];
-  const std::optional<Fault> fault = fault_of(*grid.index, table, row, position);
+  const std::optional<Fault> fault = grid.fault(row, position);
   GdkColor background = fault ? mixed(base, color_of(fault->severity), 0.22) : base;
   const bool is_cursor = grid.cursor == Cell_place{row, position};
   const auto selection = grid_selection(grid);
@@ -135,7 +135,7 @@ void add_column(Grid& grid, long position) {
   GtkTreeViewColumn* column = insert_column(grid, position, static_cast<int>(position) + 1,
                                             grid_cell_new(grid_edit_new_entry, &grid), show_cell);
   gtk_tree_view_column_set_resizable(column, TRUE);
-  gtk_tree_view_column_set_reorderable(column, TRUE);
+  gtk_tree_view_column_set_reorderable(column, grid.has_fixed_columns ? FALSE : TRUE);
   GtkWidget* label = gtk_label_new("");
   gtk_widget_show(label);
   gtk_tree_view_column_set_widget(column, label);
@@ -156,7 +156,7 @@ void show_name(Grid& grid, long position) {
   const std::string& name = cell(grid.document->table, HEADER, position);
   GtkTreeViewColumn* column = column_at(grid, position);
   GtkWidget* label = gtk_tree_view_column_get_widget(column);
-  const std::optional<Fault> fault = fault_of(*grid.index, grid.document->table, HEADER, position);
+  const std::optional<Fault> fault = grid.fault(HEADER, position);
   gtk_label_set_text(GTK_LABEL(label), is_missing(name) ? "NA" : shown_text(name).c_str());
   const GdkColor* color = fault ? &color_of(fault->severity) : nullptr;
   for (const GtkStateType state : {GTK_STATE_NORMAL, GTK_STATE_PRELIGHT, GTK_STATE_ACTIVE})
@@ -232,8 +232,7 @@ gboolean on_tooltip(GtkWidget* widget, gint x, gint y, gboolean keyboard, GtkToo
   gtk_tree_view_convert_widget_to_bin_window_coords(view, x, y, &bin_x, &bin_y);
   const std::optional<Cell_place> place = grid_place_at(grid, bin_x, bin_y);
   if (!place || place->column < 0) return FALSE;
-  const std::optional<Fault> fault =
-      fault_of(*grid.index, grid.document->table, place->row, place->column);
+  const std::optional<Fault> fault = grid.fault(place->row, place->column);
   if (!fault) return FALSE;
   const Path path = path_of(place->row);
   gtk_tree_view_set_tooltip_cell(view, tooltip, path.get(), column_at(grid, place->column),
@@ -275,11 +274,13 @@ Grid::~Grid() {
   g_object_unref(view);
 }
 
-std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Grid_events events) {
+std::unique_ptr<Grid> grid_new(Document* document, Cell_check fault, Grid_events events,
+                               bool has_fixed_columns) {
   hide_own_cursor();
   auto grid = std::make_unique<Grid>();
   grid->document = document;
-  grid->index = index;
+  grid->fault = std::move(fault);
+  grid->has_fixed_columns = has_fixed_columns;
   grid->events = std::move(events);
   grid->store = gtk_list_store_new(1, G_TYPE_INT);
   grid->view = GTK_TREE_VIEW(g_object_ref_sink(gtk_tree_view_new()));
@@ -297,6 +298,13 @@ std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Gri
   g_signal_connect(view, "query-tooltip", G_CALLBACK(on_tooltip), grid.get());
   grid_connect_pointer(*grid);
   return grid;
+}
+
+void grid_set_document(Grid& grid, Document* document) {
+  grid_finish_edit(grid, true);
+  grid.document = document;
+  grid.cursor = grid.anchor = {0, 0};
+  grid_refresh(grid);
 }
 
 void grid_refresh(Grid& grid) {

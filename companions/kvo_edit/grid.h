@@ -16,6 +16,9 @@
 
 namespace kvo::edit {
 
+/// What is wrong with a cell, or with the name of a variable (row HEADER).
+using Cell_check = std::function<std::optional<Fault>(long row, long column)>;
+
 /// What the grid tells its window.
 struct Grid_events {
   std::function<void()> changed;                         ///< the document has been changed
@@ -28,7 +31,8 @@ struct Grid_edit;
 
 struct Grid {
   Document* document = nullptr;
-  const Check_index* index = nullptr;
+  Cell_check fault;  ///< what is wrong with a cell
+  bool has_fixed_columns = false;
   Grid_events events;
   GtkTreeView* view = nullptr;
   GtkListStore* store = nullptr;  ///< holds the number of each row, as the rows are in order
@@ -42,8 +46,12 @@ struct Grid {
   ~Grid();
 };
 
-/// A grid for the document; both document and index must outlive it. `grid->view` is its widget.
-std::unique_ptr<Grid> grid_new(Document* document, const Check_index* index, Grid_events events);
+/// A grid for the document, which must outlive it. `grid->view` is its widget. Columns that are
+/// fixed cannot be dragged.
+std::unique_ptr<Grid> grid_new(Document* document, Cell_check fault, Grid_events events,
+                               bool has_fixed_columns = false);
+/// Shows another document from now on.
+void grid_set_document(Grid& grid, Document* document);
 
 /// To be called when the document or the checks have changed: shows what they are now.
 void grid_refresh(Grid& grid);

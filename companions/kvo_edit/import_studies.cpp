@@ -10,6 +10,7 @@
 
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/table_file.h"
+#include "companions/kvo_edit/table_folder.h"
 #include "engine/base/refusal.h"
 #include "engine/formats/delimited.h"
 #include "engine/formats/folder_studies.h"
@@ -27,23 +28,6 @@ namespace fs = std::filesystem;
 
 constexpr int TALAIRACH = 1;                    // an answer
 constexpr const char* CLIPBOARD = "clipboard";  // in messages, where files have their names
-
-/// The folder of the table is the current one as long as it lives: what imports works there.
-class Table_folder {
- public:
-  explicit Table_folder(const fs::path& table) : before_(fs::current_path()) {
-    fs::current_path(fs::absolute(table).parent_path());
-  }
-  ~Table_folder() {
-    std::error_code ignored;
-    fs::current_path(before_, ignored);
-  }
-  Table_folder(const Table_folder&) = delete;
-  Table_folder& operator=(const Table_folder&) = delete;
-
- private:
-  fs::path before_;
-};
 
 std::optional<std::string> ask_file(GtkWidget* window, const fs::path& folder) {
   GtkWidget* dialog = gtk_file_chooser_dialog_new(

@@ -7,11 +7,13 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "companions/kvo_edit/editor.h"
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/table_file.h"
 #include "engine/base/refusal.h"
+#include "engine/images/mask.h"
 #include "kvo_config.h"
 #include "resources/images.h"
 #include "util/files.h"
@@ -49,11 +51,20 @@ void take_over_look() {
   gtk_rc_add_default_file(installed("etc/kvo.gtkrc").c_str());
 }
 
+/// Where the brain is; nothing when the installation does not say it.
+std::vector<bool> brain() {
+  try {
+    return read_mask(installed("share/mask_brain.nii.gz")).inside;
+  } catch (const Refusal&) {
+    return {};
+  }
+}
+
 int run(const std::string& path) {
   const Q_object<GdkPixbuf> icon(kvo_image(image_kvo));
   gtk_window_set_default_icon(icon.get());
   try {
-    const std::unique_ptr<Editor> editor = editor_open(open_document(path));
+    const std::unique_ptr<Editor> editor = editor_open(open_document(path), brain());
     editor->example = installed("example/studies.csv");
     gtk_main();
     return 0;

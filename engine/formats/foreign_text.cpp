@@ -45,8 +45,9 @@ ForeignText read_foreign_text(const std::string& path) {
 std::string plain_number(std::string_view text, bool decimal_comma) {
   // Minus signs, dashes and hyphens; blanks of several widths; marks of significance.
   constexpr std::array<std::string_view, 6> minus = {"−", "–", "—", "‒", "‐", "‑"};
-  constexpr std::array<std::string_view, 9> nothing = {"\u00A0", "\u2009", "\u202F", "\u2007", "*",
-                                                       "†",      "‡",      "§",      "\uFEFF"};
+  constexpr std::array<std::string_view, 16> nothing = {
+      "\u00A0", "\u2009", "\u202F", "\u2007", "*", "†", "‡", "§",
+      "\uFEFF", "¹",      "²",      "³",      "ᵃ", "ᵇ", "ᶜ", "ᵈ"};
   std::string number(Q_stripped(text));
   if (number.find_first_not_of("0123456789.-+eE") == std::string::npos) {
     if (number.starts_with('+') && number.size() > 1) number.erase(0, 1);

@@ -216,7 +216,7 @@ std::string readout(const Explored& explored) {
   row("position", "Crosshair", true);
   row("region", "Region", true);
   row("z", "z", true);
-  row("p", explored.p_name + ", one-tailed", !explored.p.empty());
+  row("p", explored.p_name, !explored.p.empty());
   row("g", "g (95 %)", !explored.effect[0].empty());
   row("info", "Information, of what images of all studies would give", !explored.info.empty());
   return markup + "</tbody></table>\n";

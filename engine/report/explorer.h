@@ -34,7 +34,7 @@ struct ExploredStudy {
 struct Explored {
   std::vector<float> z;
   std::vector<float> p;                      ///< what was thresholded, in z's own direction
-  std::string p_name;                        ///< "p", "p (FWE)"
+  std::string p_name;                        ///< "p (FWE), one-tailed"
   std::array<std::vector<float>, 3> effect;  ///< estimate and the limits of its 95 % interval
   std::vector<float> info;                   ///< share of information, 0 to 1
   std::vector<float> atlas;                  ///< by read_atlas()

@@ -20,7 +20,7 @@ struct MapToExplore {
   const Mask& mask;
   std::span<const float> z;
   const std::array<std::vector<float>, 2>& p;  ///< that is thresholded, of either direction
-  const char* p_name;
+  std::string p_name;
   const std::array<std::vector<float>, 3>* effects;  ///< with their limits; may be null
   std::span<const float> atlas;
 };

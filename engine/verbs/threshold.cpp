@@ -160,7 +160,8 @@ ClusterReport report_of(const Command& command, const ClusterResult& result,
                                   .mask = map.mask,
                                   .z = map.z,
                                   .p = map.p,
-                                  .p_name = p_map_kinds[chosen.kind].heading,
+                                  .p_name = std::string(p_map_kinds[chosen.kind].heading) +
+                                            (chosen.both ? ", two-tailed" : ", one-tailed"),
                                   .effects = map.effects ? &*map.effects : nullptr,
                                   .atlas = map.atlas});
   report.explored->studies = std::move(known.explored);

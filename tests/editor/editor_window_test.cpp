@@ -44,7 +44,7 @@ class Session {
   }
 
   Editor& editor() { return *editor_; }
-  Grid& grid() { return *editor_->grid; }
+  kvo::edit::Grid& grid() { return *editor_->grid; }
   std::string title() { return gtk_window_get_title(GTK_WINDOW(editor_->window)); }
   std::string status() { return gtk_label_get_text(GTK_LABEL(editor_->status)); }
   std::string table() { return document_text(editor_->document); }
@@ -167,6 +167,75 @@ TEST_F(EditorWindow, WritesTheFileThatAPersonWouldHaveTyped) {
   // One value more: the other lines stay as they are.
   session.does("Down Down Right '9' Down C-s");
   EXPECT_THAT(read_text(FILE_NAME), HasSubstr("Lee2012\t9\t40.2\t1\nNA\tNA\t35\tNA\n"));
+}
+
+TEST_F(EditorWindow, EditsThePeaksOfTheStudyAtTheCursor) {
+  const std::string peaks = "# space: MNI\n48 -38 -24 5.45\n-4 2 6 n\n";
+  write_text("A.peaks.txt", peaks);
+  write_text("C.nii.gz", "");
+  Session session("study\tn1\nA\t16\nB\t12\nC\t20\n");
+  Peaks_panel& panel = *session.editor().peaks;
+  const auto texts = [&](long row) {
+    return panel.shown->sheet.document.table.rows.at(std::size_t(row)).cells;
+  };
+  const auto title = [&] { return std::string(gtk_label_get_text(GTK_LABEL(panel.title))); };
+  const auto notes = [&] { return std::string(gtk_label_get_text(GTK_LABEL(panel.notes))); };
+  const auto go_to = [&](kvo::edit::Grid& grid) {
+    gtk_widget_grab_focus(GTK_WIDGET(grid.view));
+    Session::settle();
+  };
+  EXPECT_EQ(title(), "Peaks of A");
+  EXPECT_THAT(texts(1), ElementsAre("-4", "2", "6", "-", "sign", ""));
+  go_to(*panel.grid);
+  session.does("'50' Tab '12b' Return");
+  EXPECT_EQ(session.title(), "*kvo_table.txt - KVO table editor");
+  Dialog_driver user;
+  user.then([](Shown_dialog& dialog) {
+    EXPECT_EQ(dialog.message(), "Nothing has been saved.");
+    dialog.press("OK");
+  });
+  session.does("C-s");
+  EXPECT_EQ(read_text("A.peaks.txt"), peaks);
+  session.does("C-z C-s");
+  EXPECT_EQ(read_text("A.peaks.txt"), "# space: MNI\n50 -38 -24 5.45\n-4 2 6 n\n");
+  EXPECT_EQ(session.title(), "kvo_table.txt - KVO table editor");
+  EXPECT_EQ(session.table(), "study\tn1\nA\t16\nB\t12\nC\t20\n");
+  // A study without a file gets one by pasting, and keeps its changes while others are shown.
+  go_to(session.grid());
+  session.does("Down");
+  go_to(*panel.grid);
+  put_on_clipboard("Insula \u221238 4 \u22122 4.51\nACC 2 10 42 3.9\n");
+  user.then([](Shown_dialog& dialog) { dialog.press("Paste"); });
+  session.does("C-v");
+  go_to(session.grid());
+  session.does("Down");
+  EXPECT_EQ(notes(), "The study has an image, which tells more than peaks.");
+  EXPECT_FALSE(std::filesystem::exists("B.peaks.txt"));
+  session.does("Up");
+  EXPECT_THAT(texts(0), ElementsAre("-38", "4", "-2", "4.51", "t", "Insula"));
+  session.does("C-s");
+  EXPECT_EQ(read_text("B.peaks.txt"),
+            "# space: MNI\n-38 4 -2 4.51  # Insula\n2 10 42 3.9  # ACC\n");
+  // What another program has done meanwhile is not lost unasked.
+  go_to(*panel.grid);
+  session.does("Delete");
+  write_text("B.peaks.txt", "# space: MNI\n");
+  user.then([](Shown_dialog& dialog) {
+    EXPECT_EQ(dialog.message(), "Another program has changed peaks. Overwrite them?");
+    dialog.press("Cancel");
+  });
+  session.does("C-s");
+  EXPECT_EQ(read_text("B.peaks.txt"), "# space: MNI\n");
+  user.answer({}, "Load again");
+  session.does("@reload");
+  EXPECT_EQ(row_count(panel.shown->sheet.document.table), 0);
+  // Files that cannot be read are said to be so, and stay.
+  write_text("A.peaks.txt", "1 2 3 4\n");
+  session.does("@reload");
+  go_to(session.grid());
+  session.does("C-Home");
+  EXPECT_THAT(notes(), HasSubstr("has no line '# space: MNI'"));
+  EXPECT_EQ(panel.shown, &panel.nothing);
 }
 
 TEST_F(EditorWindow, ImportsStudiesWithTheirPeaks) {
