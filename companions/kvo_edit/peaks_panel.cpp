@@ -19,7 +19,7 @@ namespace kvo::edit {
 
 namespace {
 
-constexpr int WIDTH = 400;  // pixels
+constexpr int WIDTH = 400;       // pixels
 constexpr int SECOND_SPACE = 1;  // of the list
 
 Document& document_of(Peaks_panel& panel) {

@@ -57,8 +57,8 @@ void peaks_panel_save(Peaks_panel& panel);
 /// Forgets all changes.
 void peaks_panel_forget(Peaks_panel& panel);
 
-/// What a key with Control, or Delete, does to the peaks where the keys go to the panel: true when it
-/// does something.
+/// What a key with Control, or Delete, does to the peaks where the keys go to the panel: true when
+/// it does something.
 bool peaks_panel_key(Peaks_panel& panel, const GdkEventKey& event);
 
 }  // namespace kvo::edit
