@@ -130,13 +130,15 @@ class Explorer(unittest.TestCase):
             self.assertLessEqual(abs(x), 4)
             self.assertEqual(y, 6)
         # A click on what shines through the glass goes to where it is.
-        self.go((-38, 6, 0))
-        left_of_middle = round(-38 / 2 * canvases[4].size["width"] / 73)
-        below = self.find("canvas")[4].size["height"] / 2
-        for step in range(-3, 4):
-            ActionChains(self.browser).move_to_element_with_offset(
-                canvases[4], left_of_middle, round(step * below / 8)).click().perform()
-        self.assertLessEqual(abs(self.position()[1] - 6), 16)
+        self.go((-38, -60, 0))
+        size, first = ([int(n) for n in self.evaluate(f"document.getElementById('explorer').dataset.{name}").split()]
+                       for name in ("size", "first"))
+        at = numpy.linalg.inv(AFFINE) @ (-38, 6, 0, 1)
+        across, up = ((at[axis] - first[axis] + 0.5) / size[axis] - 0.5 for axis in (0, 2))
+        ActionChains(self.browser).move_to_element_with_offset(
+            canvases[4], round(across * canvases[4].size["width"]),
+            round(-up * canvases[4].size["height"])).click().perform()
+        self.assertLess(numpy.abs(numpy.subtract(self.position(), (-38, 6, 0))).max(), 9)
 
     def test_what_is_shown_follows_the_sliders(self):
         def coloured():
