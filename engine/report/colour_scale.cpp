@@ -64,7 +64,7 @@ std::string ColourScale::words(const std::string& statistic) const {
   std::string text;
   if (has_positive_) text += "positive " + statistic + " in orange to yellow";
   if (has_positive_ && has_negative_) text += ", ";
-  if (has_negative_) text += "negative " + statistic + " in blue to cyan";
+  if (has_negative_) text += "negative " + statistic + " in blue to cyan with a white rim";
   text += "; magnitudes from " + decimal_text(low_, 2) + " to " + decimal_text(high_, 2) + ".";
   text[0] = char(std::toupper(text[0]));
   return text;
@@ -84,6 +84,13 @@ void ColourScale::draw_half(const Canvas& canvas, double x, double y, const std:
     const std::uint32_t rgb = level_colour(std::min(level, colour_levels - 1), positive);
     canvas.colour(rgb_of(rgb));
     canvas.rectangle(x + double(column) / picture_scale, top, 1.0 / picture_scale, thickness);
+  }
+  if (!positive) {
+    cairo_t* context = canvas.context();
+    canvas.colour(rgb_of(rim_colour));
+    cairo_set_line_width(context, 1);
+    cairo_rectangle(context, x - 0.5, top - 0.5, half_width + 1, thickness + 1);
+    cairo_stroke(context);
   }
   const auto tick = [&](double magnitude, const std::string& label) {
     const double range = high_ - low_;

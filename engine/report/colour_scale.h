@@ -1,8 +1,9 @@
 #pragma once
 
-// The colours of a map: dark orange to pale yellow for positive values, dark blue to pale cyan for
-// negative ones. Either grows brighter with the magnitude, and they differ in blue against yellow,
-// which people with any of the usual colour vision deficiencies tell apart.
+// The colours of a map: dark orange to pale yellow for positive values, dark blue to pale cyan,
+// with a white rim around each area, for negative ones. Either grows brighter with the magnitude,
+// and they differ in blue against yellow, which people with any of the usual colour vision
+// deficiencies tell apart.
 
 #include <cstdint>
 #include <span>
@@ -12,6 +13,9 @@
 #include "engine/report/report_layer.h"
 
 namespace kvo::report {
+
+/// What negative areas are rimmed with, so that they differ by more than hue.
+inline constexpr std::uint32_t rim_colour = 0xFFFFFF;
 
 /// How many colours either sign has.
 inline constexpr int colour_levels = 64;

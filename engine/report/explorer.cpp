@@ -278,7 +278,8 @@ void add_explorer(HtmlReport& page, const Explored& explored, std::span<const fl
   markup +=
       ">\n<h2>Explorer</h2>\n<p class=\"caption hint\">Click into a picture, or on a region of the "
       "tables, to move the crosshair. Positive values are orange to yellow, negative ones "
-      "blue to cyan, as in the pictures. Left is left (neurological convention).</p>\n";
+      "blue to cyan with a white rim, as in the pictures. Left is left (neurological "
+      "convention).</p>\n";
   markup += views_markup(false, box) + views_markup(true, box) + bars(scale) +
             controls(std::max<int>(1, rounded(all.high(), hundredths))) + readout(explored) +
             studies_part(explored.studies);

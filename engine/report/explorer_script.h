@@ -87,7 +87,8 @@ const views = Array.from(root.querySelectorAll("canvas"), (canvas) => {
   small.height = size[up];
   const context = small.getContext("2d");
   return { canvas, across, up, through, glass: canvas.dataset.glass !== undefined, small, context,
-           pixels: context.createImageData(small.width, small.height), deepest: null };
+           pixels: context.createImageData(small.width, small.height), deepest: null,
+           shown: new Int16Array(small.width * small.height) };
 });
 
 function put(pixels, at, grey, z) {
@@ -104,7 +105,8 @@ function fill_slice(view) {
       at[view.across] = column;
       at[view.up] = row;
       const index = index_of(at), grey = anatomy ? Math.max(0, anatomy[index]) : 0;
-      put(view.pixels.data, pixel, grey, shown(index));
+      view.shown[pixel / 4] = shown(index);
+      put(view.pixels.data, pixel, grey, view.shown[pixel / 4]);
     }
 }
 // The largest magnitude along each line of sight, and how deep it lies.
@@ -127,10 +129,31 @@ function fill_glass(view) {
         }
       }
       const grey = thickness > 0 ? 33 + 74 * Math.exp(-thickness / 20) : 0;
+      view.shown[pixel] = best;
       put(view.pixels.data, 4 * pixel, grey, best);
     }
 }
 
+// Negative areas have a white rim, so that they differ by more than hue.
+function draw_rims(view, context, scale, dots) {
+  const columns = view.small.width, rows = view.small.height;
+  const negative = (column, row) => column >= 0 && row >= 0 && column < columns && row < rows &&
+      view.shown[row * columns + column] < 0;
+  context.strokeStyle = "#fff";
+  context.lineWidth = dots;
+  context.beginPath();
+  for (let row = 0; row < rows; ++row)
+    for (let column = 0; column < columns; ++column) {
+      if (!negative(column, row)) continue;
+      for (const [step_x, step_y] of [[-1, 0], [1, 0], [0, -1], [0, 1]]) {
+        if (negative(column + step_x, row + step_y)) continue;
+        const x = column + (step_x > 0), y = row + (step_y > 0);
+        context.moveTo(x * scale, y * scale);
+        context.lineTo((x + (step_x === 0)) * scale, (y + (step_y === 0)) * scale);
+      }
+    }
+  context.stroke();
+}
 function draw_view(view) {
   const canvas = view.canvas, width = Math.max(1, canvas.clientWidth);
   const dots = Math.min(2, window.devicePixelRatio || 1);
@@ -140,6 +163,7 @@ function draw_view(view) {
   view.context.putImageData(view.pixels, 0, 0);
   context.imageSmoothingQuality = "high";
   context.drawImage(view.small, 0, 0, canvas.width, canvas.height);
+  draw_rims(view, context, scale, dots);
   const x = (state.at[view.across] + 0.5) * scale;
   const y = (size[view.up] - state.at[view.up] - 0.5) * scale, gap = 3 * scale;
   for (const [colour, thick] of [["rgba(0,0,0,0.6)", 3 * dots], ["#7dff9a", dots]]) {

@@ -71,6 +71,7 @@ figcaption { color: var(--dim); font-size: .875rem; margin-top: .5rem; }
 .bars { display: flex; flex-wrap: wrap; gap: .25rem 1.5rem; font-size: .8125rem; margin: .5rem 0;
   color: var(--dim); font-variant-numeric: tabular-nums; }
 .bars i { display: inline-block; width: 9rem; height: .6rem; vertical-align: middle; }
+.bars [data-bar=negative] { outline: 1px solid #fff; box-shadow: 0 0 0 2px #888; }
 .controls { display: flex; flex-wrap: wrap; gap: .5rem 1.25rem; margin: .75rem 0;
   font-size: .875rem; align-items: center; }
 .controls input[type=range] { vertical-align: middle; width: 8rem; }

@@ -37,9 +37,14 @@ struct Corner {
   float weight;
 };
 
-/// The colour at the corners' place, or 0 when nothing is coloured there.
-std::uint32_t colour_at(const std::array<Corner, 4>& corners, const VoxelPlane& plane,
-                        const ColourScale& scale) {
+/// What a pixel is painted with; 0 where nothing is coloured.
+struct Paint {
+  std::uint32_t colour = 0;
+  bool is_negative = false;
+};
+
+Paint paint_at(const std::array<Corner, 4>& corners, const VoxelPlane& plane,
+               const ColourScale& scale) {
   float positive = 0, negative = 0, positive_sum = 0, negative_sum = 0;
   for (const Corner& corner : corners) {
     const float z = plane.z[corner.voxel];
@@ -51,10 +56,30 @@ std::uint32_t colour_at(const std::array<Corner, 4>& corners, const VoxelPlane& 
       negative_sum -= corner.weight * z;
     }
   }
-  if (positive + negative < 0.5F) return 0;
+  if (positive + negative < 0.5F) return {};
   const bool is_positive = positive >= negative;
-  return scale.colour(is_positive ? positive_sum / positive : negative_sum / negative, is_positive);
+  return {
+      scale.colour(is_positive ? positive_sum / positive : negative_sum / negative, is_positive),
+      !is_positive};
 }
+
+/// The pixels of a plane before they are drawn.
+struct Paints {
+  std::size_t columns, rows;
+  std::vector<Paint> paints;
+
+  /// Whether the pixel is not negative, but one that is near is. A rim outside leaves the smallest
+  /// area its colour.
+  [[nodiscard]] bool is_rim(std::size_t u, std::size_t v) const {
+    constexpr std::size_t rim = picture_scale;
+    if (paints[v * columns + u].is_negative) return false;
+    for (std::size_t near_v = v - std::min(v, rim); near_v <= std::min(v + rim, rows - 1); ++near_v)
+      for (std::size_t near_u = u - std::min(u, rim); near_u <= std::min(u + rim, columns - 1);
+           ++near_u)
+        if (paints[near_v * columns + near_u].is_negative) return true;
+    return false;
+  }
+};
 
 }  // namespace
 
@@ -63,8 +88,12 @@ void draw_plane(const Canvas& canvas, const PlanePlace& place, const VoxelPlane&
   const auto [x, y, size] = place;
   const std::vector<Between> across = between_voxels(plane.columns, size),
                              down = between_voxels(plane.rows, size);
+  Paints all{across.size(), down.size(), {}};
+  const auto row_of = [&](std::size_t v) {
+    return canvas.pixels() + std::ptrdiff_t(y + int(v)) * canvas.stride() + x;
+  };
   for (std::size_t v = 0; v < down.size(); ++v) {
-    std::uint32_t* row = canvas.pixels() + std::ptrdiff_t(y + int(v)) * canvas.stride() + x;
+    std::uint32_t* row = row_of(v);
     for (std::size_t u = 0; u < across.size(); ++u) {
       const Between &h = across[u], &w = down[v];
       const std::array<Corner, 4> corners = {
@@ -74,13 +103,17 @@ void draw_plane(const Canvas& canvas, const PlanePlace& place, const VoxelPlane&
            {plane.at(h.second, w.second), h.share * w.share}}};
       float grey = 0;
       for (const Corner& corner : corners) grey += corner.weight * plane.grey[corner.voxel];
-      const std::uint32_t colour = colour_at(corners, plane, scale);
-      if (colour != 0)
-        row[u] = colour;
+      const Paint paint = all.paints.emplace_back(paint_at(corners, plane, scale));
+      if (paint.colour != 0)
+        row[u] = paint.colour;
       else if (grey > 0)
         row[u] = grey_of(std::uint32_t(std::lround(std::min(grey, 1.0F) * 255)));
     }
   }
+  if (!scale.has_negative()) return;
+  for (std::size_t v = 0; v < all.rows; ++v)
+    for (std::size_t u = 0; u < all.columns; ++u)
+      if (all.is_rim(u, v)) row_of(v)[u] = rim_colour;
 }
 
 void limit_greys(const Canvas& canvas) {

@@ -34,8 +34,8 @@ struct PlanePlace {
 };
 
 /// Draws the plane over what is there where it is neither grey nor coloured. Greys are
-/// interpolated. An area of colour reaches to where half of the voxels around are coloured, and
-/// what is coloured there are only values of coloured voxels.
+/// interpolated. Negative areas have a rim. An area of colour reaches to where half of the voxels
+/// around are coloured, and what is coloured there are only values of coloured voxels.
 void draw_plane(const Canvas& canvas, const PlanePlace& place, const VoxelPlane& plane,
                 const ColourScale& scale);
 

@@ -177,6 +177,16 @@ TEST(AxialSlices, ShowWhatIsThereWithoutBackgroundAndTheBrainWithoutAMap) {
   }
 }
 
+TEST(GlassBrain, RimsNegativeAreasSoThatTheyDifferWithoutColours) {
+  for (const float height : {-5.0F, 5.0F}) {
+    std::vector<float> map = empty_map();
+    add_blob(map, {40, 30, 50}, height);
+    const Pixels pixels = decoded(glass_brain({map}, box_brain(), {}).png);
+    const int rim = area(pixels, [](std::uint32_t rgb) { return rgb == 0xFFFFFF; }).pixels;
+    EXPECT_EQ(rim > 100, height < 0) << rim;
+  }
+}
+
 TEST(GlassBrain, ProjectsTheLargestMagnitudeOntoEachView) {
   std::vector<float> map = empty_map();
   add_blob(map, {-40, -70, -20}, 5);
