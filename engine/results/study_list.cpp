@@ -97,12 +97,16 @@ HtmlTable study_list(const StudyTable& table, std::span<const std::size_t> chose
                      : Q_count_text(chosen.size()) + " of the " +
                            Q_counted(table.studies.size(), "study", "studies") +
                            " of the study table took part.";
-  list.columns = {{"Study"}, {"n", true}, {"Data"}, {"Space"}};
+  const bool has_spaces = std::any_of(data.begin(), data.end(),
+                                      [](const StudyData& each) { return !each.space.empty(); });
+  list.columns = {{"Study"}, {"n", true}, {"Data"}};
+  if (has_spaces) list.columns.push_back({"Space"});
   for (const ShownColumn& each : shown) list.columns.push_back(each.shown);
   const std::size_t rows = std::min(chosen.size(), most_rows);
   for (std::size_t i = 0; i < rows; ++i) {
     const Study& study = table.studies[chosen[i]];
-    HtmlRow row{{study.name, sample_text(study.sample), data[i].given, data[i].space}};
+    HtmlRow row{{study.name, sample_text(study.sample), data[i].given}};
+    if (has_spaces) row.cells.push_back(data[i].space);
     for (const ShownColumn& each : shown) {
       const std::string& value = study.values[each.column];
       row.cells.push_back(is_missing(value) ? "" : value);

@@ -14,7 +14,8 @@
 
 namespace kvo::results {
 
-/// What a study gives: "12 peaks" or "image", and in which space the coordinates or voxels are.
+/// What a study gives: "12 peaks" or "image", and in which space the coordinates or voxels are, if
+/// they have any.
 struct StudyData {
   std::string given, space;
 };

@@ -191,6 +191,10 @@ std::string finish(HtmlReport& report, const Command& command, const Extraction&
   known.methods.estimated_from_peaks = has_peaks(extraction.meta);
   known.methods.restricted_likelihood = true;
   if (pooled) tell_methods(known.methods, *pooled);
+  if (!known.studies.rows.empty()) {
+    report.heading("Where the studies come from");
+    report.table(known.studies);
+  }
   report.heading("What was run");
   if (const std::string made = command_of_image(extraction.mask_path); !made.empty())
     known.commands.push_back(made);

@@ -12,6 +12,7 @@
 #include "engine/model/study_model.h"
 #include "engine/report/methods.h"
 #include "engine/results/effect_summary.h"
+#include "engine/results/study_list.h"
 #include "engine/verbs/verbs.h"
 #include "util/text.h"
 #include "workspace/files/file_names.h"
@@ -26,6 +27,7 @@ struct Globals {
   Method method = Method::restricted_likelihood;
   std::vector<StudyEffect> studies;  ///< those of the model
   std::size_t filtered = 0, all = 0;
+  HtmlTable list;  ///< of those studies, with what identifies them
 };
 
 struct GlobalsFit {
@@ -105,6 +107,11 @@ Globals prepare_globals(const Command& command) {
     const Study& study = table.studies[i];
     globals.studies.push_back({study.name, study.sample, effect_of(table, study, two_samples)});
   }
+  globals.list = study_list(
+      table, globals.model.studies,
+      std::vector<StudyData>(
+          globals.studies.size(),
+          {two_samples ? "means and standard deviations" : "mean and standard deviation", ""}));
   return globals;
 }
 
@@ -247,6 +254,8 @@ std::string report_of(const Command& command, const Globals& globals, const Glob
     for (const Picture& picture : forest_plot(forest))
       report.picture(picture, "Hedges' g with its 95 % interval; squares by weight.");
   }
+  report.heading("Where the studies come from");
+  report.table(globals.list);
   report.heading("What was run");
   report.commands(std::vector{command.text()});
   report.methods(methods_of(command, globals, result));
