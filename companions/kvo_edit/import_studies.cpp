@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "companions/kvo_edit/columns_dialog.h"
 #include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/table_file.h"
 #include "companions/kvo_edit/table_folder.h"
@@ -114,11 +115,25 @@ bool saved_before(Editor& editor) {
          editor_save(editor);
 }
 
-Reader reader_of_file(const std::string& path) {
+/// What the columns of a table hold, as the user agrees; nothing when cancelled.
+std::optional<std::vector<formats::Role>> agreed_columns(Editor& editor, const std::string& path,
+                                                         const std::string& text) {
+  const formats::Delimited table = formats::delimited_of(path, text);
+  if (table.rows.empty()) throw Refusal("'" + path + "' is empty.");
+  return ask_columns(editor.window, table);
+}
+
+Reader reader_of_file(Editor& editor, const std::string& path) {
   if (formats::file_kind(path) == formats::FileKind::bundle)
     throw Refusal("A bundle is unpacked in an empty folder: type 'import " + path +
                   "' into the command field there.");
-  return [path](Space space) { return formats::read_foreign(path, space); };
+  std::vector<formats::Role> roles;
+  if (const std::optional<std::string> text = formats::text_of_table(path)) {
+    const auto agreed = agreed_columns(editor, path, *text);
+    if (!agreed) return nullptr;
+    roles = *agreed;
+  }
+  return [path, roles](Space space) { return formats::read_foreign(path, space, roles); };
 }
 
 /// Imports what the source gives to read, unless it gives nothing.
@@ -144,26 +159,30 @@ void import_studies(Editor& editor) {
   import_by(editor, [&]() -> Reader {
     const std::optional<std::string> path =
         ask_file(editor.window, fs::absolute(editor.document.path).parent_path());
-    return path ? reader_of_file(*path) : nullptr;
+    return path ? reader_of_file(editor, *path) : nullptr;
   });
 }
 
 void import_pasted_studies(Editor& editor) {
-  import_by(editor, []() -> Reader {
+  import_by(editor, [&]() -> Reader {
     std::string text = clipboard_text();
     if (text.empty())
       throw Refusal("The clipboard holds no text. Copy the cells of a spreadsheet first.");
-    return [block = std::move(text)](Space space) {
-      return formats::new_studies(formats::table_studies(CLIPBOARD, block), CLIPBOARD, space);
+    const auto roles = agreed_columns(editor, CLIPBOARD, text);
+    if (!roles) return nullptr;
+    return [block = std::move(text), roles = *roles](Space space) {
+      return formats::new_studies(formats::table_studies(CLIPBOARD, block, roles), CLIPBOARD,
+                                  space);
     };
   });
 }
 
 void import_example(Editor& editor) {
-  import_by(editor, [&] {
+  import_by(editor, [&]() -> Reader {
     if (!fs::exists(editor.example))
       throw Refusal("The example has not been installed: '" + editor.example + "' is missing.");
-    return reader_of_file(editor.example);
+    const std::string path = editor.example;
+    return [path](Space space) { return formats::read_foreign(path, space); };
   });
 }
 

@@ -3,7 +3,6 @@
 #include "engine/base/refusal.h"
 #include "engine/formats/foreign_text.h"
 #include "engine/formats/nimads.h"
-#include "engine/formats/peaks_table.h"
 #include "engine/formats/sleuth.h"
 #include "util/text.h"
 
@@ -18,12 +17,16 @@ bool ends_so(const std::string& path, std::string_view ending) {
          path[path.size() - ending.size()] == '.';
 }
 
-ForeignStudies studies_in(const std::string& path, FileKind kind, const std::string& text) {
-  if (kind == FileKind::nimads) return nimads_studies(path, text);
-  // Tables are also called ".txt".
-  const bool is_list = Q_stripped(text).starts_with("//");
-  return kind == FileKind::sleuth && is_list ? sleuth_studies(path, text)
-                                             : table_studies(path, text);
+/// Tables are also called ".txt".
+bool is_table(FileKind kind, const std::string& text) {
+  if (kind == FileKind::nimads || kind == FileKind::bundle) return false;
+  return kind != FileKind::sleuth || !Q_stripped(text).starts_with("//");
+}
+
+ForeignStudies studies_in(const std::string& path, FileKind kind, const std::string& text,
+                          const std::vector<Role>& roles) {
+  if (is_table(kind, text)) return table_studies(path, text, roles);
+  return kind == FileKind::nimads ? nimads_studies(path, text) : sleuth_studies(path, text);
 }
 
 }  // namespace
@@ -41,12 +44,20 @@ FileKind file_kind(const std::string& path) {
                 "of foci, .json study sets (NIMADS), and .zip bundles of a meta-analysis.");
 }
 
-NewStudies read_foreign(const std::string& path, Space space) {
+NewStudies read_foreign(const std::string& path, Space space, const std::vector<Role>& roles) {
   const FileKind kind = file_kind(path);
   const ForeignText file = read_foreign_text(path);
-  ForeignStudies studies = studies_in(path, kind, file.text);
+  ForeignStudies studies = studies_in(path, kind, file.text, roles);
   if (file.latin1) studies.remarks.emplace_back("The file is no UTF-8 and was read as Latin-1.");
   return new_studies(std::move(studies), path, space);
+}
+
+std::optional<std::string> text_of_table(const std::string& path) {
+  const FileKind kind = file_kind(path);
+  if (kind == FileKind::bundle || kind == FileKind::nimads) return std::nullopt;
+  std::string text = read_foreign_text(path).text;
+  if (!is_table(kind, text)) return std::nullopt;
+  return text;
 }
 
 std::string foreign_text_of(const std::vector<NewStudy>& studies, FileKind kind) {

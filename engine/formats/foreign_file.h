@@ -2,10 +2,12 @@
 
 // Files of other programs by what their names end with.
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/formats/foreign.h"
+#include "engine/formats/peaks_table.h"
 
 namespace kvo::formats {
 
@@ -17,8 +19,11 @@ FileKind file_kind(const std::string& path);
 
 /// The studies of a file of any kind but a bundle, ready for the working folder. `space` is that of
 /// coordinates of which the file does not say it. Throws Refusal as its reader and new_studies()
-/// do.
-NewStudies read_foreign(const std::string& path, Space space);
+/// do. Roles are those of a table's columns; none are guessed.
+NewStudies read_foreign(const std::string& path, Space space, const std::vector<Role>& roles = {});
+
+/// The text of a table with one peak a line; nothing of other files.
+std::optional<std::string> text_of_table(const std::string& path);
 
 /// The text of a file of such a kind.
 std::string foreign_text_of(const std::vector<NewStudy>& studies, FileKind kind);

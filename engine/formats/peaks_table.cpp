@@ -4,6 +4,7 @@
 #include <array>
 #include <map>
 #include <unordered_map>
+#include <utility>
 
 #include "engine/base/csv.h"
 #include "engine/base/refusal.h"
@@ -26,7 +27,8 @@ constexpr RoleWords role_words[] = {
      {"study", "studyname", "studyid", "author", "authors", "paper", "experiment", "firstauthor",
       "name"}},
     {Role::n1,
-     {"n1", "n", "subjects", "samplesize", "participants", "nsubjects", "npatients", "patientsn"}},
+     {"n1", "n", "subjects", "samplesize", "participants", "nsubjects", "npatients", "patientsn",
+      "sample"}},
     {Role::n2, {"n2", "controls", "ncontrols", "controlsn", "samplesize2"}},
     {Role::x, {"x", "xmm", "mnix", "xmni", "xcoordinate", "coordx", "talx", "xtal", "peakx"}},
     {Role::y, {"y", "ymm", "mniy", "ymni", "ycoordinate", "coordy", "taly", "ytal", "peaky"}},
@@ -84,11 +86,9 @@ struct TableReader {
 
   void check_columns() const {
     const auto& names = table.rows[0].cells;
-    for (const auto& [role, words] : role_words)
-      if ((role <= Role::z && role != Role::n1 && role != Role::n2) &&
-          std::find(roles.begin(), roles.end(), role) == roles.end())
-        refuse(table.rows[0], "there is no column '" + std::string(words[0]) +
-                                  "'; the columns are: " + listed_names(names));
+    if (const std::vector<std::string> missing = missing_roles(roles); !missing.empty())
+      refuse(table.rows[0], "there is no column '" + missing.front() +
+                                "'; the columns are: " + listed_names(names));
   }
   static std::string listed_names(const std::vector<std::string>& names) {
     std::string text;
@@ -259,16 +259,50 @@ std::vector<Role> guessed_roles(const std::vector<std::string>& names) {
   return roles;
 }
 
-ForeignStudies table_studies(const std::string& path, std::string_view text) {
-  TableReader reader{path, delimited_of(path, text), {}, {}, {}, {}};
+const char* role_name(Role role) {
+  constexpr std::array<const char*, role_count> names = {"study",
+                                                         "n1: sample size",
+                                                         "n2: size of the second sample",
+                                                         "x",
+                                                         "y",
+                                                         "z",
+                                                         "t value",
+                                                         "z value",
+                                                         "p value",
+                                                         "Hedges' g",
+                                                         "sign",
+                                                         "value, of the kind beside it",
+                                                         "kind of value",
+                                                         "space",
+                                                         "note of a peak",
+                                                         "variable of the study",
+                                                         "(left out)"};
+  return names.at(std::size_t(role));
+}
+
+std::vector<std::string> missing_roles(const std::vector<Role>& roles) {
+  std::vector<std::string> missing;
+  for (const Role role : {Role::study, Role::x, Role::y, Role::z})
+    if (std::find(roles.begin(), roles.end(), role) == roles.end())
+      missing.emplace_back(role_name(role));
+  return missing;
+}
+
+ForeignStudies table_studies(const std::string& path, std::string_view text,
+                             std::vector<Role> roles) {
+  TableReader reader{path, delimited_of(path, text), std::move(roles), {}, {}, {}};
   std::vector<DelimitedRow>& rows = reader.table.rows;
   if (rows.empty()) throw Refusal("'" + path + "' is empty.");
-  reader.roles = guessed_roles(rows[0].cells);
+  if (reader.roles.empty()) reader.roles = guessed_roles(rows[0].cells);
   reader.varies.assign(reader.roles.size(), false);
   reader.check_columns();
   for (std::size_t row = 1; row < rows.size(); ++row) reader.read_row(rows[row]);
   reader.drop_varying();
   return std::move(reader.read);
+}
+
+ForeignStudies table_studies(const std::string& path, std::string_view text) {
+  return table_studies(path, text, {});
 }
 
 std::string table_text(const std::vector<NewStudy>& studies, char separator) {

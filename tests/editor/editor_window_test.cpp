@@ -248,6 +248,7 @@ TEST_F(EditorWindow, ImportsStudiesWithTheirPeaks) {
       dialog.select(std::filesystem::absolute("new.csv"));
       dialog.press("Open");
     });
+    user.answer({}, "Forward");
     user.answer({}, space);
     if (last == nullptr) return;
     user.then([last](Shown_dialog& dialog) {
@@ -273,6 +274,14 @@ TEST_F(EditorWindow, ImportsStudiesWithTheirPeaks) {
   EXPECT_FALSE(has_changes(session.editor().document));
 }
 
+/// The drop-down lists of a dialog.
+void collect_lists(GtkWidget* widget, gpointer lists) {
+  if (GTK_IS_COMBO_BOX(widget))
+    static_cast<std::vector<GtkWidget*>*>(lists)->push_back(widget);
+  else if (GTK_IS_CONTAINER(widget))
+    gtk_container_foreach(GTK_CONTAINER(widget), collect_lists, lists);
+}
+
 TEST_F(EditorWindow, BeginsWithStudiesFromElsewhere) {
   struct {
     const char *clipboard, *action;
@@ -284,6 +293,8 @@ TEST_F(EditorWindow, BeginsWithStudiesFromElsewhere) {
       {"Author\tN\nA\t12\n", "paste_studies", false, "study\tn1\nA\t12\n"},
       {"Study\tN\tx\ty\tz\tT\tspace\nA b\t12\t\u221230\t4\t6\t4,5\tMNI\n", "paste_studies", true,
        "study\tn1\nA_b\t12\n"},
+      {"Who\tN\tx\ty\tz\tPeak T\nA b\t12\t\u221230\t4\t6\t4.5\n", "import_pasted", true,
+       "study\tn1\nA_b\t12\n"},
       {"", "example", true, "study\tn1\nOne\t20\n"},
   };
   write_text("example.csv", "study,n1,x,y,z,space\nOne,20,1,2,3,MNI\n");
@@ -294,6 +305,20 @@ TEST_F(EditorWindow, BeginsWithStudiesFromElsewhere) {
     EXPECT_TRUE(gtk_widget_get_visible(session.editor().beginning));
     put_on_clipboard(clipboard);
     Dialog_driver user;
+    std::filesystem::remove("A_b.peaks.txt");
+    const bool has_names = std::string(clipboard).starts_with("Study");
+    if (asks && *clipboard != '\0')
+      user.then([&](Shown_dialog& dialog) {
+        EXPECT_EQ(dialog.message(), "What the columns hold");
+        std::vector<GtkWidget*> lists;
+        collect_lists(dialog.widget(), &lists);
+        GtkDialog* shown = GTK_DIALOG(dialog.widget());
+        GtkWidget* forward = gtk_dialog_get_widget_for_response(shown, GTK_RESPONSE_ACCEPT);
+        EXPECT_EQ(gtk_widget_get_sensitive(forward) != FALSE, has_names);
+        gtk_combo_box_set_active(GTK_COMBO_BOX(lists.back()), 0);  // of the first column
+        dialog.press("Forward");
+      });
+    if (asks && *clipboard != '\0' && !has_names) user.answer({}, "MNI");
     if (asks)
       user.then([](Shown_dialog& dialog) {
         EXPECT_EQ(dialog.message(), "Import 1 study with 1 peak?");
@@ -302,8 +327,10 @@ TEST_F(EditorWindow, BeginsWithStudiesFromElsewhere) {
     session.does(std::string("@") + action);
     EXPECT_EQ(session.table(), table);
     EXPECT_FALSE(gtk_widget_get_visible(session.editor().beginning));
+    if (table.find("A_b") != std::string::npos) {
+      EXPECT_THAT(read_text("A_b.peaks.txt"), HasSubstr("-30 4 6 4.5"));
+    }
   }
-  EXPECT_THAT(read_text("A_b.peaks.txt"), HasSubstr("-30 4 6 4.5"));
 }
 
 TEST_F(EditorWindow, EditsInPlace) {
