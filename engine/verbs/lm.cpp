@@ -14,6 +14,7 @@
 #include "engine/base/outputs.h"
 #include "engine/base/parallel.h"
 #include "engine/base/progress.h"
+#include "engine/base/refusal.h"
 #include "engine/base/text_file.h"
 #include "engine/base/wording.h"
 #include "engine/inference/exchange.h"
@@ -26,6 +27,7 @@
 #include "engine/model/pooling.h"
 #include "engine/model/study_model.h"
 #include "engine/results/estimate_record.h"
+#include "engine/results/leave_one_out.h"
 #include "engine/results/results.h"
 #include "engine/verbs/verbs.h"
 #include "util/text.h"
@@ -69,13 +71,45 @@ std::string left_out_study(const StudyTable& table) {
   return missing.size() == 1 ? missing.front() : "";
 }
 
+/// The studies of a jackknife's run that a batch repeats, when its variable has gone: those of the
+/// mean that the folder has, but for the one that the run's name tells, which is set.
+std::vector<std::size_t> replayed_studies(const StudyTable& table, const std::string& name,
+                                          std::string& left_out) {
+  for (const std::string& analysis : read_map_list()) {
+    try {
+      const LeaveOneOut runs = leave_one_out_of(analysis, all_verbs());
+      const auto run = std::find(runs.maps.begin(), runs.maps.end(), name);
+      if (run == runs.maps.end()) continue;
+      left_out = runs.studies[std::size_t(run - runs.maps.begin())];
+      std::vector<std::size_t> chosen;
+      for (std::size_t s = 0; s < table.studies.size(); ++s) {
+        const std::string& study = table.studies[s].name;
+        if (study != left_out && std::ranges::count(runs.studies, study) > 0) chosen.push_back(s);
+      }
+      return chosen;
+    } catch (const Refusal&) {
+      // Not a mean, or of studies that are not known any more.
+    }
+  }
+  throw Refusal("'" + name +
+                "' is a run of a jackknife, but the folder has no mean that says of which studies. "
+                "Please estimate that of all of them first, under the jackknife's name.");
+}
+
 LinearModel prepare_model(const ModelRequest& request) {
   const StudyTable table = read_study_table();
-  const std::vector<std::size_t> chosen = filtered_studies(table, request.filter);
+  const bool is_replay =
+      request.filter == KVO_JACKKNIFE_VARIABLE && !table.column(KVO_JACKKNIFE_VARIABLE);
+  std::string left_out;
+  const std::vector<std::size_t> chosen = is_replay
+                                              ? replayed_studies(table, request.name, left_out)
+                                              : filtered_studies(table, request.filter);
   LinearModel linear;
   linear.all = table.studies.size();
   linear.filtered = linear.all - chosen.size();
-  if (request.filter == KVO_JACKKNIFE_VARIABLE) linear.left_out = left_out_study(table);
+  linear.left_out = left_out;
+  if (request.filter == KVO_JACKKNIFE_VARIABLE && !is_replay)
+    linear.left_out = left_out_study(table);
   linear.model = read_model(table, request.terms, chosen);
   linear.names = coefficient_map_names(request.name, linear.model.terms.size());
   for (const std::string& name : linear.names) check_analysis_name(name, table);

@@ -94,6 +94,15 @@ TEST(Run, LeavesTheMapsAndListsOfTheMetaAnalysis) {
   EXPECT_THAT(read_text("Other_z_p_0.50000_0.000_1.html"),
               AllOf(HasSubstr("2 of the 3 studies of the study table"),
                     Not(HasSubstr("<td>study1</td><td class=\"number\">"))));
+  // A batch repeats the run when the variable of the jackknife has gone.
+  write_text("kvo_table.txt", "study n1 n2\nstudy0 12 NA\nstudy1 13 15\nstudy2 14 15\n");
+  engine.must_run({"MyMeanJKstudy1 = mean TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS"});
+  EXPECT_TRUE(read_image("MyMeanJKstudy1_g.nii.gz").values == read_image("Other_g.nii.gz").values);
+  EXPECT_THAT(read_text("kvo_analyses.txt"),
+              HasSubstr("\nMyMeanJKstudy1\t2\t41\tMyMeanJKstudy1 = mean "
+                        "TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS\tstudy1\n"));
+  EXPECT_THAT(engine.run("NoneJKstudy1 = mean TEMPORAL_COLUMN_FOR_JACKKNIFE_ANALYSIS").closing(),
+              HasSubstr("the folder has no mean that says of which studies"));
   for (const std::string name : {"MyMean", "Other"})
     fs::remove(name + "_z_p_0.50000_0.000_1.nii.gz");
 
