@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "engine/base/exists.h"
+#include "engine/base/parallel.h"
 #include "engine/base/refusal.h"
 #include "engine/maps/folder_maps.h"
 #include "engine/maps/meta_analysis.h"
@@ -16,13 +17,30 @@ namespace {
 
 constexpr float unknown = std::numeric_limits<float>::quiet_NaN();
 // Two maps of the whole brain are read of each.
-constexpr std::ptrdiff_t most_images = 100;
+constexpr std::size_t most_images = 60;
 
 /// The map of the grid without what is outside of the mask.
 std::vector<float> inside(const Mask& mask, std::span<const float> map) {
   std::vector<float> values(map.size(), unknown);
   for (const std::uint32_t voxel : mask.grid_index) values[voxel] = map[voxel];
   return values;
+}
+
+/// What an image says at the peaks of the clusters.
+std::vector<ExploredPlace> places_in_image(const PpRecord& record, const std::string& study,
+                                           const Mask& mask, std::span<const Cluster> clusters) {
+  const std::vector<float> g = read_effects(record, study, mask);
+  const std::vector<float> var = read_variances(record, study, mask);
+  std::vector<ExploredPlace> places;
+  for (const Cluster& cluster : clusters)
+    for (const LocalPeak& peak : cluster.peaks) {
+      const auto found = std::lower_bound(mask.grid_index.begin(), mask.grid_index.end(),
+                                          mni_grid().index(peak.voxel));
+      const auto n = std::size_t(found - mask.grid_index.begin());
+      const double effect = double(g[n]), half = interval_z * std::sqrt(double(var[n]));
+      places.push_back({mm_of(peak.voxel), effect, Interval{effect - half, effect + half}});
+    }
+  return places;
 }
 
 }  // namespace
@@ -48,28 +66,18 @@ Explored explored_map(const MapToExplore& map) {
 
 void add_image_places(std::vector<ExploredStudy>& studies, const Mask& mask,
                       std::span<const Cluster> clusters) {
-  if (std::count_if(studies.begin(), studies.end(),
-                    [](const ExploredStudy& study) { return study.has_image; }) > most_images)
-    return;
+  std::vector<ExploredStudy*> images;
+  for (ExploredStudy& study : studies)
+    if (study.has_image) images.push_back(&study);
+  if (images.size() > most_images) return;
   const PpRecord record = read_pp_record();
-  for (ExploredStudy& study : studies) {
-    if (!study.has_image) continue;
+  in_parallel(images.size(), [&](std::size_t n, std::size_t) {
     try {
-      const std::vector<float> g = read_effects(record, study.name, mask);
-      const std::vector<float> var = read_variances(record, study.name, mask);
-      for (const Cluster& cluster : clusters)
-        for (const LocalPeak& peak : cluster.peaks) {
-          const auto found = std::lower_bound(mask.grid_index.begin(), mask.grid_index.end(),
-                                              mni_grid().index(peak.voxel));
-          const auto n = std::size_t(found - mask.grid_index.begin());
-          const double effect = double(g[n]), half = interval_z * std::sqrt(double(var[n]));
-          study.places.push_back(
-              {mm_of(peak.voxel), effect, Interval{effect - half, effect + half}});
-        }
+      images[n]->places = places_in_image(record, images[n]->name, mask, clusters);
     } catch (const Refusal&) {
       // Maps can be thresholded after those of the studies have changed.
     }
-  }
+  });
 }
 
 }  // namespace kvo::results
