@@ -85,12 +85,12 @@ struct Paints {
 
 void draw_plane(const Canvas& canvas, const PlanePlace& place, const VoxelPlane& plane,
                 const ColourScale& scale) {
-  const auto [x, y, size] = place;
+  const int size = place.voxel_size;
   const std::vector<Between> across = between_voxels(plane.columns, size),
                              down = between_voxels(plane.rows, size);
   Paints all{across.size(), down.size(), {}};
   const auto row_of = [&](std::size_t v) {
-    return canvas.pixels() + std::ptrdiff_t(y + int(v)) * canvas.stride() + x;
+    return canvas.pixels() + std::ptrdiff_t(place.y + int(v)) * canvas.stride() + place.x;
   };
   for (std::size_t v = 0; v < down.size(); ++v) {
     std::uint32_t* row = row_of(v);

@@ -266,7 +266,7 @@ TEST(Png, KeepsPixelsWithAndWithoutPalette) {
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x) {
         const auto rgb = std::uint32_t((y * width + x) % colours) * 2654435761U & 0xFFFFFFU;
-        sheet[std::size_t(y * stride + x)] = rgb | 0xFF000000U;
+        sheet[std::size_t(y) * std::size_t(stride) + std::size_t(x)] = rgb | 0xFF000000U;
         expected.push_back(rgb);
       }
     const std::string png = png_of(sheet.data(), width, height, stride, 7559);
