@@ -14,7 +14,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "it is set by a signal han
 
 void catch_cancel_signals() {
   struct sigaction action {};
-  // Not restarting: a wait in poll() is to end when the signal comes.
+  // No SA_RESTART: the signal must end a wait in poll().
   action.sa_handler = [](int) { requested = true; };
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaction(signal, &action, nullptr);
   std::signal(SIGPIPE, SIG_IGN);

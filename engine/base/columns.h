@@ -15,7 +15,7 @@ namespace kvo::base {
 std::vector<std::string> aligned_lines(std::span<const std::vector<std::string>> rows,
                                        std::string_view alignment);
 
-/// Says the lines of such a table.
+/// Says the lines of such a table to the user.
 void say_table(std::span<const std::vector<std::string>> rows, std::string_view alignment);
 
 }  // namespace kvo::base

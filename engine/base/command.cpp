@@ -57,7 +57,7 @@ void check_range(const Verb& verb, const Argument& argument, const std::string& 
                         " to " + text_of(argument.most));
 }
 
-/// The variables of a model between plus signs, of which one may also stand in front.
+/// The variables of a model, separated by plus signs; a leading plus sign is allowed.
 std::string checked_model(const Verb& verb, const Tokens& tokens) {
   std::string model;
   for (std::size_t i = tokens[0] == "+" ? 1 : 0; i < tokens.size() || model.empty(); i += 2) {
@@ -92,7 +92,7 @@ std::string checked_argument(const Verb& verb, const Argument& argument, const T
   return text;
 }
 
-/// What stands between the commas.
+/// The tokens between the commas.
 std::vector<Tokens> split_arguments(std::span<const std::string> tokens) {
   std::vector<Tokens> arguments(1);
   for (const std::string& token : tokens) {

@@ -15,11 +15,11 @@ struct Command;
 
 /// What an argument may be.
 enum class Kind {
-  word,      ///< exactly the text of the argument's label
+  word,      ///< the literal text of the argument's label
   name,      ///< a name of a map, mask or template
   variable,  ///< a column of the study table
-  number,    ///< a number of the argument's range
-  whole,     ///< a whole number of the argument's range
+  number,    ///< a number in the argument's range
+  whole,     ///< a whole number in the argument's range
   file,      ///< the path of a file, without blanks
   model,     ///< [ "+" ] variable { "+" variable }
 };
@@ -31,21 +31,21 @@ struct Argument {
   double least = 0, most = 0;
 };
 
-/// What help says of a part of a verb's method: where it is published.
+/// Where a part of a verb's method was published, for help to cite.
 struct Reference {
   const char* part;                      ///< "random effects"
   std::array<const char*, 2> citations;  ///< the second may be null
 };
 
-/// A verb in one form: its grammar, its help and what it does. A verb with several forms has an
-/// entry for each; they differ in a word that the first argument is.
+/// One form of a verb: its grammar, its help and what it does. A verb with several forms has an
+/// entry for each; they differ in the word that is their first argument.
 struct Verb {
   const char* name;
-  bool needs_name;  ///< whether "NAME =" stands before it; if not, it may not
+  bool needs_name;  ///< whether "NAME =" must precede it; otherwise it must not
   std::span<const Argument> arguments;
   const char* summary;
   const char* example;
-  const char* needs;  ///< what must be in the working folder for it, beyond the study files
+  const char* needs;  ///< what the working folder must hold besides the study files
   std::span<const Reference> references;
   /// Throws Refusal when the command cannot be carried out in the working folder.
   void (*check)(const Command&) = nullptr;
@@ -55,18 +55,17 @@ struct Verb {
 
 struct Command {
   const Verb* verb = nullptr;
-  std::string name;  ///< what stands before "=", or ""
-  /// One text for each argument of the verb, "" for those that were left out.
+  std::string name;  ///< the name before "=", or ""
+  /// One text for each argument of the verb, "" for those left out.
   std::vector<std::string> arguments;
 
   [[nodiscard]] double number(std::size_t argument) const;
-  /// The command as it is written in the headers of images: the same text for every way to write
-  /// the same command.
+  /// The command as image headers record it: the same text however the command was typed.
   [[nodiscard]] std::string text() const;
 };
 
 /// Parses a command. Throws Refusal, saying what is wrong and what would be right, when the text is
-/// not one.
+/// not a command.
 Command parse_command(const std::string& text, std::span<const Verb> verbs);
 
 /// The grammar of a verb as help shows it: "NAME = mean [filter]".

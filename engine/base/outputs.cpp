@@ -24,7 +24,7 @@ namespace kvo::base {
 namespace {
 
 const std::string stage = ".kvo_new";
-/// The folders that outputs may lie in but for the working folder itself.
+/// The folders that may hold outputs besides the working folder itself.
 constexpr std::array sub_folders = {KVO_STUDY_MAPS_FOLDER, KVO_RESULTS_FOLDER};
 const std::string journal = stage + "/moves";
 const std::string move_word = "move ";
@@ -43,7 +43,7 @@ Q_fd lock_folder(int kind) {
   return folder;
 }
 
-/// The one of them that the name stands for a file of; "." for the working folder.
+/// The folder of the named file: one of sub_folders, or "." for the working folder.
 std::string folder_of(std::string_view name) {
   for (const char* folder : sub_folders)
     if (name.starts_with(std::string(folder) + "/")) return folder;
@@ -54,8 +54,8 @@ std::string staged(const std::string& name) {
   return stage + "/" + name;
 }
 
-/// Whether the name stands for a file of the working folder or of its sub_folders, and nowhere
-/// else. Names with control characters, such as the end of a line, cannot be listed in the journal.
+/// Whether the name is that of a file in the working folder or its sub_folders, and nowhere else.
+/// Names with control characters, such as a line feed, cannot be listed in the journal.
 bool is_output_name(std::string_view name) {
   if (const std::string folder = folder_of(name); folder != ".")
     name.remove_prefix(folder.size() + 1);
@@ -77,7 +77,7 @@ bool is_folder(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// Whether the name may be moved or removed: a link in the place of a folder would lead elsewhere.
+/// Whether the name may be moved or removed: a link in place of a folder would lead elsewhere.
 bool stays_inside(const std::string& name) {
   return is_output_name(name) && (folder_of(name) == "." || is_folder(folder_of(name)));
 }
@@ -95,7 +95,7 @@ bool flush_folder(const std::string& path) {
                 ". The next command in this folder puts them in their places first.");
 }
 
-/// Makes those that have been staged.
+/// Creates the sub-folders that have been staged.
 void make_sub_folders() {
   for (const std::string folder : sub_folders)
     if (is_folder(staged(folder)) && mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST)
@@ -104,7 +104,7 @@ void make_sub_folders() {
 
 void make_move(const std::string& name) {
   const std::string from = staged(name), folder = folder_of(name);
-  // A link in the place of the staged folder would bring files from elsewhere.
+  // A link in place of the staged folder would bring in files from elsewhere.
   if (folder != "." && !is_folder(staged(folder))) return;
   if (!stays_inside(name) || !entry_exists(from)) return;
   if (rename(from.c_str(), name.c_str()) != 0) refuse_move("'" + name + "' cannot be replaced");
@@ -115,7 +115,7 @@ void make_removal(const std::string& name) {
   if (errno != ENOENT && errno != EISDIR) refuse_move("'" + name + "' cannot be removed");
 }
 
-/// Makes the moves of the journal that have not been made.
+/// Makes the moves in the journal that are still to be made.
 void make_moves() {
   const std::string moves = read_text(journal);
   make_sub_folders();
@@ -142,9 +142,8 @@ Leftovers recover_locked() {
   return Leftovers::discarded;
 }
 
-/// Whether the system would allow a move into a folder, or a removal: nothing may stop the moves
-/// once they have begun. `folder` is what its entries are looked up in, `done` what is done to the
-/// entry.
+/// Refuses a move or removal that the system would not allow: nothing may stop the moves once they
+/// have begun. `folder` is the folder of the entry, `done` what would be done to the entry.
 void check_owner(const std::string& name, const std::string& folder, const std::string& done) {
   struct stat old {
   }, place{};

@@ -11,10 +11,10 @@
 
 namespace kvo::base {
 
-/// Calls work(i, thread) once for each i below `count`, on as many threads as OpenMP offers, each
-/// piece given to the thread that is free first; `thread` is below omp_get_max_threads(). The
-/// pieces must not depend on each other. If pieces throw, the exception of the lowest i is
-/// rethrown; a cancelled run skips what is left and throws Cancelled.
+/// Calls work(i, thread) once for each i below `count`, on as many threads as OpenMP offers, giving
+/// each piece to the first free thread; `thread` is below omp_get_max_threads(). The pieces must
+/// not depend on each other. If pieces throw, the exception of the lowest i is rethrown; a
+/// cancelled run skips what is left and throws Cancelled.
 template <typename Work>
 void in_parallel(std::size_t count, const Work& work) {
   std::exception_ptr failure;

@@ -17,10 +17,10 @@ namespace kvo::base {
 
 namespace {
 
-// Seconds between two dots, so that the console is never busy with them.
+// Least seconds between two dots, so that they never keep the console busy.
 constexpr double dot_interval = 0.2;
 
-// Seconds that an action must have taken and have left before it says so.
+// Seconds that an action must have taken, and must have left, before it says how many are left.
 constexpr double least_taken = 10, least_left = 15;
 
 double now() {

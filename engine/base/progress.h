@@ -31,8 +31,8 @@ void say_cancelled();
 std::string time_left_text(double seconds);
 
 /// One action of a command, from "a" to "o": announces itself, shows progress dots while step() is
-/// called, and says that it is done when finish() is called. One that takes long says now and then
-/// how much time is left. When it goes out of scope unfinished it says nothing more.
+/// called, and says that it is done when finish() is called. A long one says now and then how much
+/// time is left. If it goes out of scope unfinished, it says nothing more.
 class Action {
  public:
   /// `steps` is how often step() will be called; at most `dots` dots are shown for them.
@@ -48,7 +48,7 @@ class Action {
   std::size_t steps_, dots_;
   std::size_t done_ = 0, shown_ = 0;
   double begun_, last_dot_;
-  double told_;  ///< the seconds that were left when it was last said
+  double told_;  ///< the seconds left when the user was last told
 };
 
 }  // namespace kvo::base

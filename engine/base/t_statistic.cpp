@@ -12,9 +12,9 @@ namespace {
 
 constexpr double TINY = 1e-300;
 constexpr double EPSILON = std::numeric_limits<double>::epsilon();
-/// Below this t is proportional to z to all digits of a double.
+/// Below this z, t is proportional to z to double precision.
 constexpr double LINEAR = 1e-8;
-/// From this tail probability on inwards the part between 0 and t is computed, not the tail.
+/// Above this tail probability, the part between 0 and t is computed instead of the tail.
 constexpr double CENTRAL_P = 0.1;
 
 /// log of the upper tail of the standard normal distribution at z > 0.
@@ -52,7 +52,7 @@ double beta_fraction(double a, double b, double x) {
   return fraction;
 }
 
-/// Student's distribution at a t > 0 well away from 0. t may be so large that its square is none.
+/// Student's distribution at a t > 0 well away from 0. t may be so large that its square overflows.
 struct T_tail {
   double log_tail;     ///< log of the upper tail
   double log_density;  ///< log of the density
@@ -68,8 +68,8 @@ T_tail t_tail(double log_t, double df, double log_beta) {
           (df + 1) / 2 * log_x - std::log(df) / 2 - log_beta};
 }
 
-/// The t > 0 with that log of its upper tail: Newton's method on log t, in which the log of the
-/// tail falls and is concave, so that it converges from everywhere.
+/// The t > 0 whose upper tail has this log, by Newton's method on log t: the log of the tail is
+/// decreasing and concave in log t, so it converges from any start.
 double t_of_log_tail(double log_p, double df) {
   const double log_beta = log_beta_half(df);
   double log_t = std::log(-2 * log_p) / 2;

@@ -1,8 +1,8 @@
 #pragma once
 
-// Statistics of other kinds as t statistics of the same p value. Everything is computed from the
+// Other statistics converted to t statistics with the same p value. Everything is computed from the
 // logarithm of the p value, so that the far tails keep their digits where the p value itself would
-// be 0. Both functions are odd; 0 stays 0, infinite stays infinite, and NaN stays NaN.
+// be 0. Both functions are odd; 0 stays 0, infinity stays infinite, and NaN stays NaN.
 
 namespace kvo::base {
 

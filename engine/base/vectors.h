@@ -3,8 +3,8 @@
 // Macros that let the compiler vectorise loops over voxels.
 
 // Before a function: wider vectors where the processor has them. Products and sums are never fused,
-// so each voxel gets the same value with any of the variants. The sanitizers cannot start before
-// the choice is made.
+// so each voxel gets the same value with any of the variants. Not with the sanitizers, which have
+// not started yet when the variant is chosen.
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 #define WIDEST_VECTORS

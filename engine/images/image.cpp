@@ -113,7 +113,7 @@ void place(const std::string& path, const Nifti_header& h, Image& image) {
   if (h.sform_code > 0) compare_placements(h, affine, image.placement);
 }
 
-/// The image of the header alone, not yet turned.
+/// The image as the header alone describes it, not yet reoriented.
 Image placed_image(const std::string& path, const Nifti_info& info) {
   check_volume(path, info);
   const Nifti_header& h = info.header;

@@ -14,13 +14,13 @@ enum class Space { unknown = 0, talairach = 3, mni = 4 };
 
 /// How clearly a header says where the voxels are.
 struct Placement {
-  /// The NIfTI code of the transform that is followed; 0 when there is none, but only the numbers
-  /// and sizes of the voxels, which are those of a standard grid of MNI space.
+  /// The NIfTI code of the transform that is followed; 0 when there is none, and the number and
+  /// size of the voxels match a standard grid of MNI space.
   int code = 0;
   /// sform and qform disagree about left and right.
   bool mirrored = false;
-  /// The largest distance in mm between the corners of the image by sform and by qform, when both
-  /// claim the space of a standard brain, or the same space.
+  /// The largest distance in mm between a corner placed by the sform and the same corner placed by
+  /// the qform, when both claim the space of a standard brain, or the same space.
   double apart_mm = 0;
 };
 
@@ -34,24 +34,24 @@ struct Image {
   std::vector<float> values;  ///< grid.voxels() values, scaled by the header's slope and intercept
 };
 
-/// Reads a ".nii" or ".nii.gz" file of either byte order and of the integer or floating-point
-/// types, of any unit of length. The voxels are placed by the sform, else by the qform; with voxel
-/// sizes alone the image must have a standard grid of MNI space, with axes running to the right, to
-/// the front and up. The voxels are reoriented so that i runs to the right, j to the front and k
-/// up. Throws Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, does not
-/// place its voxels, holds more than one volume or values of more than 1 GiB, or ends early.
+/// Reads a ".nii" or ".nii.gz" file of either byte order, any integer or floating-point type and
+/// any unit of length. The voxels are placed by the sform, else by the qform; with neither, the
+/// image must have a standard grid of MNI space, with axes running to the right, to the front and
+/// up. The voxels are reoriented so that i runs to the right, j to the front and k up. Throws
+/// Refusal, naming the file, when it cannot be opened, is not a NIfTI-1 image, does not place its
+/// voxels, holds more than one volume or values of more than 1 GiB, or ends early.
 Image read_image(const std::string& path);
 
 /// The description in the header of such a file, as read_image() would give it. Throws Refusal when
-/// the header is none of an image that read_image() reads.
+/// the header is not that of an image that read_image() reads.
 std::string read_description(const std::string& path);
 /// The space that the header names, likewise.
 Space read_space(const std::string& path);
 
 /// Writes a 32-bit float image (gzip when the path ends with ".gz"). The same image always gives
 /// the same bytes. They may not have reached the disk yet: whoever renames the file flushes it
-/// first. Throws Refusal, naming the file, when the disk refuses; a file begun by then is left for
-/// the caller, who writes below a temporary name.
+/// first. Throws Refusal, naming the file, when writing fails; a partly written file is left to the
+/// caller, who writes under a temporary name.
 void write_image(const std::string& path, const Image& image);
 
 }  // namespace kvo::images

@@ -1,6 +1,6 @@
 #pragma once
 
-// Images of the head on the one grid that all results have: reading and writing, masks, the way
+// Images of the head on the one grid that all results have: reading and writing, masks, conversion
 // from Talairach to MNI space.
 //
 // It knows how voxels are placed and nothing of whose they are: no studies, no statistics.

@@ -1,6 +1,6 @@
 #pragma once
 
-// The voxels that an analysis is about.
+// The voxels that an analysis covers.
 
 #include <array>
 #include <cstdint>
@@ -13,8 +13,8 @@
 
 namespace kvo::images {
 
-/// The voxels of a mask in the order of the MNI grid, so that those of a slice (of one k) stand
-/// together. A map in memory has one value for each of them.
+/// The voxels of a mask in the order of the MNI grid, so that those of a slice (one k) are
+/// contiguous. A map in memory has one value for each of them.
 struct Mask {
   std::vector<std::uint32_t> grid_index;
   std::vector<std::size_t> slice_begin;  ///< first voxel of each k, and the end of the last
@@ -25,33 +25,33 @@ struct Mask {
   [[nodiscard]] Voxel voxel(std::size_t n) const;
 };
 
-/// The path of the mask of that name: of the installation, or else of the working folder. Throws
+/// The path of the mask of that name, in the installation or else in the working folder. Throws
 /// Refusal when neither has one.
 std::string mask_path(const std::string& name);
 
 /// The mask of the whole brain.
 inline constexpr const char* brain_mask = "brain";
 
-/// The name of the file that a mask is.
+/// The file name of a mask.
 std::string mask_file(const std::string& name);
 
 /// The path of a mask, looking in the working folder first: for masks that the user makes there,
 /// such as regions. Throws Refusal likewise.
 std::string own_mask_path(const std::string& name);
 
-/// The path of the correlation template of that name, as of a mask by mask_path().
+/// The path of the correlation template of that name, found as mask_path() finds a mask.
 std::string template_path(const std::string& name);
-/// The name it has in records, wherever it is.
+/// Its file name, by which records refer to it wherever it is.
 std::string template_file(const std::string& name);
 
 /// Reads an image. Throws Refusal, naming the file, when it is not on the MNI grid.
 Image read_on_mni_grid(const std::string& path);
 
 /// Reads a mask: the voxels that are above 0. Throws Refusal when the image is not on the MNI grid
-/// or no voxel is.
+/// or has no such voxel.
 Mask read_mask(const std::string& path);
 
-/// The mask of some voxels of the grid, which may be none.
+/// The mask of the given voxels of the grid; there may be none.
 Mask mask_of(std::vector<bool> inside);
 
 /// The values of an image on the MNI grid in the voxels of the mask. Throws Refusal, naming the
@@ -63,7 +63,7 @@ struct MapHeader {
   std::string description;
   int intent_code = 0;  ///< of NIfTI
   float intent_p1 = 0;
-  float outside = 0;  ///< the value beyond the mask
+  float outside = 0;  ///< the value outside the mask
 };
 
 /// Writes a map as an image. Throws Refusal as write_image() does.

@@ -15,9 +15,9 @@ inline int whole_below(double x) {
   return whole - int(double(whole) > x);
 }
 
-/// Calls visit(voxel, weight) for the voxels around a place, given in voxels, by the weights of
-/// trilinear interpolation, whose sum is 1. Those of weight 0 are left out; others may lie outside
-/// of any grid.
+/// Calls visit(voxel, weight) for the voxels around a place, given in voxel coordinates, with their
+/// weights in trilinear interpolation, which sum to 1. Voxels of weight 0 are left out; others may
+/// lie outside the grid.
 template <typename Visit>
 void for_each_corner(const Eigen::Vector3d& place, const Visit& visit) {
   const std::array<int, 3> low{whole_below(place.x()), whole_below(place.y()),

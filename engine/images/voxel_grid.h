@@ -1,6 +1,6 @@
 #pragma once
 
-// Regular grids of voxels, and the one grid that all results have.
+// Regular grids of voxels, and the one grid that all results are on.
 
 #include <Eigen/Core>
 #include <array>
@@ -12,7 +12,7 @@
 
 namespace kvo::images {
 
-/// A voxel by its numbers along the axes of a grid, outside of which it may lie.
+/// A voxel by its indices along the axes of a grid; it may lie outside the grid.
 struct Voxel {
   int i, j, k;
 };
@@ -31,7 +31,7 @@ struct Grid {
   }
   [[nodiscard]] bool holds(const Voxel& at) const { return holds(at.i, at.j, at.k); }
 
-  /// Where a voxel that the grid holds stands in memory, and the voxel that stands there.
+  /// The index in memory of a voxel that the grid holds, and the voxel at such an index.
   [[nodiscard]] std::size_t index(int i, int j, int k) const {
     return (std::size_t(k) * std::size_t(size[1]) + std::size_t(j)) * std::size_t(size[0]) +
            std::size_t(i);
@@ -53,7 +53,7 @@ struct Grid {
   }
 };
 
-/// The edge of a voxel of that grid in mm, and its volume in mm³.
+/// The edge of a voxel of the results' grid in mm, and its volume in mm³.
 inline constexpr int voxel_mm = 2;
 inline constexpr int voxel_volume = voxel_mm * voxel_mm * voxel_mm;
 
@@ -61,10 +61,10 @@ inline constexpr int voxel_volume = voxel_mm * voxel_mm * voxel_mm;
 /// at (-90, -126, -72) mm, i to the right, j to the front, k up.
 const Grid& mni_grid();
 
-/// The centre of a voxel of it, in whole mm.
+/// The centre of a voxel of that grid, in whole mm.
 std::array<int, 3> mm_of(const Voxel& voxel);
 
-/// Which voxels touch: those that share a face, or a corner at least.
+/// Which voxels touch: those that share a face, or at least a corner.
 enum class Touch { faces, corners };
 
 /// Calls visit(index) for each voxel of the grid that touches the one at that index, in the order
@@ -83,7 +83,7 @@ void for_each_neighbour(const Grid& grid, std::size_t index, Touch touch, const 
 }
 
 /// The connected voxels around the first, itself included: a flood fill through touching voxels
-/// that take(index) accepts, which must accept each one only once. The first is not asked about.
+/// that take(index) accepts. It must accept each one only once, and is not asked about the first.
 template <typename Take>
 std::vector<std::uint32_t> connected_voxels(const Grid& grid, std::size_t first, Touch touch,
                                             const Take& take) {

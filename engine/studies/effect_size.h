@@ -19,7 +19,7 @@ inline std::size_t participants_of(Sample sample) {
   return std::size_t(sample.n1) + std::size_t(sample.n2);
 }
 
-/// No t statistic of a study is as large; numbers beyond are slips of the pen or something else.
+/// No study has a t statistic this large; larger numbers are typing errors or something else.
 inline constexpr double max_t = 10000;
 
 /// Degrees of freedom of the study's t statistic.
@@ -41,7 +41,7 @@ struct VarianceOfG {
 };
 VarianceOfG variance_of_g(Sample sample);
 
-/// The t value that leaves the probability above it.
+/// The t value with this upper tail probability.
 double t_of_p(double upper_p, Sample sample);
 
 }  // namespace kvo::studies

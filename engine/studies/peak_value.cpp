@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::array kind_names = {"t", "z", "p", "g", "sign"};
 
-/// By how much the number may have been rounded: half of a unit of its last decimal.
+/// By how much the number may have been rounded: half a unit of its last decimal.
 double rounding_of(std::string_view number) {
   const std::size_t exponent = std::min(number.find_first_of("eE"), number.size());
   const std::size_t point = number.find('.');
@@ -30,8 +30,8 @@ struct Original {
   std::string_view text;
 };
 
-/// What a comment such as "z 4.10" keeps. Nothing when the height is not what becomes of it: users
-/// write such comments too, and correct heights and samples.
+/// The original in a comment such as "z 4.10". Nothing when it does not convert to the peak's
+/// height: users write such comments too, and correct heights and sample sizes.
 std::optional<Original> original_of(const WrittenPeak& peak, std::optional<Sample> sample) {
   const std::vector<std::string_view> words = Q_words(peak.comment);
   if (words.size() < 2 || words[0] == "t") return std::nullopt;

@@ -1,7 +1,7 @@
 #pragma once
 
-// The text of a peaks file and what it says, without knowing the study: one peak a line, with the
-// coordinates and heights as they are written, so that nothing is lost on the way through.
+// The text of a peaks file and its content, without regard to the study: one peak per line, with
+// coordinates and heights as written, so that nothing is lost in a round trip.
 
 #include <array>
 #include <cstddef>
@@ -17,7 +17,7 @@ namespace kvo::studies {
 struct WrittenPeak {
   std::array<std::string, 3> at;  ///< x, y and z in mm
   std::string height;             ///< a t value, or "p" or "n" for the sign alone
-  std::string comment;            ///< what stands behind "#" in its line
+  std::string comment;            ///< the text after "#" on its line
   std::size_t line = 0;           ///< of the file
   bool operator==(const WrittenPeak&) const = default;
 };
@@ -25,22 +25,22 @@ struct WrittenPeak {
 struct PeaksList {
   Space space = Space::unknown;
   std::vector<WrittenPeak> peaks;
-  std::vector<std::string> notes;  ///< comment lines but for that of the space
+  std::vector<std::string> notes;  ///< comment lines other than that of the space
 };
 
-/// No head reaches as far from the anterior commissure; numbers beyond are slips of the pen or
-/// units other than mm.
+/// No head reaches this far from the anterior commissure; larger numbers are typing errors or units
+/// other than mm.
 inline constexpr double max_peak_mm = 200;
 inline constexpr std::size_t max_peaks = 5000;
 
-/// The list that the text of a peaks file holds. Throws Refusal, naming the path and the line, when
-/// it is not as it should be or has no line with the space.
+/// The list in the text of a peaks file. Throws Refusal, naming the path and the line, when it is
+/// malformed or has no line that names the space.
 PeaksList peaks_list_of(const std::string& path, std::string_view text);
 
 /// The text of a peaks file.
 std::string peaks_text(const PeaksList& list);
 
-/// The space of that name, in capitals or not; unknown for others.
+/// The space of that name, ignoring case; unknown for others.
 Space space_named(std::string_view name);
 /// "MNI" or "Talairach".
 const char* name_of(Space space);

@@ -40,7 +40,7 @@ void check_header(const StudyTable& table, std::size_t line) {
     if (const char* fault = cell_fault(name)) refuse(line, "a cell " + std::string(fault));
 }
 
-/// Fills the row up to the header's length.
+/// The cells of a row, padded to the header's length.
 std::vector<std::string> row_of(std::string_view text, std::size_t line, std::size_t columns) {
   std::vector<std::string> cells = cells_of(text);
   const auto beyond = cells.begin() + std::ptrdiff_t(std::min(columns, cells.size()));
@@ -62,7 +62,8 @@ std::string_view cell_of(const StudyTable& table, const Study& study, const char
   return column ? std::string_view(study.values[*column]) : "";
 }
 
-/// The value of a column that has a meaning; nothing when it is missing, or the column is.
+/// The value of a column with a predefined meaning; nothing when the value or the column is
+/// missing.
 std::optional<double> checked_value(const StudyTable& table, const Study& study, const char* name) {
   const std::optional<std::size_t> column = table.column(name);
   if (!column) return std::nullopt;
@@ -117,7 +118,8 @@ StudyTable read_study_table() {
   if (lines.size() < 2) throw Refusal("'" + std::string(KVO_TABLE_FILE) + "' holds no studies.");
   table.columns = cells_of(lines[0].text);
   check_header(table, lines[0].number);
-  // Short rows are filled up to the header's length, so that a small file could ask for any memory.
+  // Short rows are padded to the header's length, so a small file could ask for any amount of
+  // memory.
   if (lines.size() > Q_TABLE_MAX_CELLS / table.columns.size())
     throw Refusal("'" + std::string(KVO_TABLE_FILE) +
                   "' is too large: " + std::to_string(lines.size() - 1) + " studies with " +

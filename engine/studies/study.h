@@ -16,15 +16,16 @@ struct Study {
   std::string name;
   std::size_t line = 0;  ///< of the table's file
   Sample sample;
-  /// From where on the study called a voxel significant, as a t value or a one-tailed p, not both.
+  /// The threshold above which the study called a voxel significant, as a t value or a one-tailed
+  /// p, not both.
   std::optional<double> threshold_t, threshold_p;
-  std::optional<int> peaks_per_cluster;  ///< how many the study lists at most
-  std::optional<double> peak_distance;   ///< mm that listed peaks are apart at least
-  std::optional<double> cluster_extent;  ///< voxels of 2 mm that a cluster had to have
+  std::optional<int> peaks_per_cluster;  ///< the most that the study lists
+  std::optional<double> peak_distance;   ///< least distance between listed peaks in mm
+  std::optional<double> cluster_extent;  ///< least size of a cluster in voxels of 2 mm
   std::vector<std::string> values;       ///< one for each column; "NA" when missing
 };
 
-/// The one-tailed p of the threshold of studies that state none.
+/// The one-tailed p taken as the threshold of studies that state none.
 inline constexpr double assumed_threshold_p = 0.001;
 
 struct Threshold {
@@ -45,14 +46,15 @@ struct StudyTable {
 };
 
 /// Reads and checks the table of the working folder. Throws Refusal, naming the line, when it has
-/// no studies, a name that is missing, double or unfit to be a file's, a value that its column
+/// no studies, a name that is missing, duplicated or unfit for a file name, a value that its column
 /// cannot have (study_rules.h), or a line that does not fit the header.
 StudyTable read_study_table();
 
 /// Index of a column. Throws Refusal when there is none of that name.
 std::size_t required_column(const StudyTable& table, const std::string& name);
 
-/// A number in a study's column, nothing when it is missing. Throws Refusal when it is no number.
+/// The number in a study's column, nothing when it is missing. Throws Refusal when it is not a
+/// number.
 std::optional<double> study_number(const StudyTable& table, const Study& study, std::size_t column);
 
 /// Indices of the studies that a filter lets through: all when it is "", else those whose value in

@@ -20,7 +20,7 @@ namespace {
 
 constexpr double doubtful_mm = 1;
 constexpr double same_df = 0.5;
-/// Less of the weight is no data; rounding must not decide halfway between two voxels.
+/// With less of the weight there is no data. Rounding must not decide halfway between two voxels.
 constexpr double least_weight = 0.5 - 1e-6;
 constexpr float no_data = std::numeric_limits<float>::quiet_NaN();
 
@@ -32,7 +32,7 @@ std::string rounded(double number) {
   return Q_format("%.6g", number).str();
 }
 
-/// How to make the image one of t statistics, by what its values are said to be.
+/// How to convert the image to t statistics, given what its header says the values are.
 std::string conversion(const std::string& file, int intent_code, double df) {
   const char* option = "-set_t";
   const char* now = "its header does not say what its values are";
@@ -89,7 +89,7 @@ std::vector<std::string> doubts_about(const Image& image, const Study& study) {
   return doubts;
 }
 
-/// The value of an image at a place between its voxels, by the rules of the header.
+/// The value of an image at a place between its voxels, by the rules in study_image.h.
 float value_at(const Image& image, const Eigen::Vector3d& place) {
   for (unsigned axis = 0; axis < 3; ++axis)
     if (!(place[axis] > -1 && place[axis] < image.grid.size[axis])) return no_data;

@@ -26,11 +26,11 @@ struct StudyPeaks {
 
 std::string peaks_file(const Study& study);
 
-/// Reads the study's peaks file. Talairach coordinates are taken to MNI space. A peak of unknown
-/// height has the height that just reached significance, threshold_of() the study. Throws Refusal,
-/// naming the line, when the file is not as it should be, has no line with the space, places a peak
-/// far outside of any head, or has a peak below the threshold that the table states; as heights are
-/// rounded, half of a unit of the last decimal is forgiven.
+/// Reads the study's peaks file. Talairach coordinates are converted to MNI space. A peak of
+/// unknown height gets the height that just reaches significance, threshold_of() the study. Throws
+/// Refusal, naming the line, when the file is malformed, has no line that names the space, places a
+/// peak far outside any head, or has a peak below the threshold that the table states; since
+/// heights are rounded, half a unit of the last decimal is tolerated.
 StudyPeaks read_peaks(const Study& study);
 
 }  // namespace kvo::studies

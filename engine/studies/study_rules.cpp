@@ -19,7 +19,7 @@ constexpr int least_of_one_sample = 3, least_of_two = 2;
 
 enum class Kind { whole, from, above };
 
-/// What numbers a column may have.
+/// The numbers that a column may have.
 struct Range {
   Kind kind;
   double least, most;
@@ -51,7 +51,7 @@ std::string not_in(const Range& range) {
          least + " to " + most;
 }
 
-/// The sample of those sizes; nothing when they cannot be a sample's.
+/// The sample of those sizes; nothing when no sample can have them.
 std::optional<Sample> sample_of(SizeCells sizes) {
   if (value_fault("n1", sizes.n1, sizes) || value_fault("n2", sizes.n2, sizes)) return std::nullopt;
   return Sample{int(*number_of(sizes.n1)), int(number_of(sizes.n2).value_or(0))};
