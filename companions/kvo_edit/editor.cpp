@@ -139,15 +139,6 @@ GtkWidget* new_status_line(Editor& editor) {
   return box;
 }
 
-GtkWidget* new_scrolled(GtkWidget* view) {
-  GtkWidget* scrolled = gtk_scrolled_window_new(nullptr, nullptr);
-  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC,
-                                 GTK_POLICY_AUTOMATIC);
-  gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(scrolled), GTK_SHADOW_IN);
-  gtk_container_add(GTK_CONTAINER(scrolled), view);
-  return scrolled;
-}
-
 /// The study at the cursor, with its files.
 Shown_study study_at_cursor(const Editor& editor) {
   const Table& table = editor.document.table;
@@ -287,6 +278,23 @@ void finish_edits(Editor& editor) {
   grid_finish_edit(*editor.peaks->grid, true);
 }
 
+/// What the table says now of the studies whose peaks are open, also of those that the cursor has
+/// left.
+void renew_facts(Editor& editor) {
+  const Table& table = editor.document.table;
+  const long column = editor.index.study_column;
+  for (long row = 0; column >= 0 && row < row_count(table); ++row) {
+    try {
+      const auto open =
+          editor.peaks->entries.find(peaks_path(editor.document.path, cell(table, row, column)));
+      if (open != editor.peaks->entries.end())
+        open->second.facts = peak_facts_of(editor.index, table, row);
+    } catch (const Refusal&) {
+      // A study without a name has no peaks.
+    }
+  }
+}
+
 /// Asks where another program has changed peaks that have been changed here too.
 bool agreed_to_overwrite_peaks(Editor& editor) {
   const std::vector<std::string> conflicts = peaks_panel_conflicts(*editor.peaks);
@@ -319,6 +327,7 @@ bool editor_save(Editor& editor) {
   if (!agreed_to_overwrite_peaks(editor)) return false;
   try {
     const Table_folder folder(editor.document.path);
+    renew_facts(editor);
     peaks_panel_save(*editor.peaks);
   } catch (const Refusal& refusal) {
     say_failure(editor.window, "Nothing has been saved.", refusal.what());

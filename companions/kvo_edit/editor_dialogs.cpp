@@ -105,6 +105,15 @@ std::string clipboard_text() {
   return text == nullptr ? "" : text.get();
 }
 
+GtkWidget* new_scrolled(GtkWidget* view) {
+  GtkWidget* scrolled = gtk_scrolled_window_new(nullptr, nullptr);
+  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC,
+                                 GTK_POLICY_AUTOMATIC);
+  gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(scrolled), GTK_SHADOW_IN);
+  gtk_container_add(GTK_CONTAINER(scrolled), view);
+  return scrolled;
+}
+
 void say_help(GtkWidget* window) {
   say(window, "Keys and marks",
       "Type to replace a cell, F2 or double-click to change it. Enter goes down and Tab to the "

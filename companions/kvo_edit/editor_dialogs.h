@@ -32,6 +32,9 @@ std::optional<std::string> ask_name(
 /// The text on the clipboard; "" when there is none.
 std::string clipboard_text();
 
+/// A frame with scroll bars, where they are needed, around a view.
+GtkWidget* new_scrolled(GtkWidget* view);
+
 /// Says which keys do what, and what the marks mean.
 void say_help(GtkWidget* window);
 

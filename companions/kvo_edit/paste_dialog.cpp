@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "companions/kvo_edit/editor_dialogs.h"
 #include "companions/kvo_edit/grid_edit.h"
 #include "companions/kvo_edit/pasted_peaks.h"
 #include "util/text.h"
@@ -121,12 +122,7 @@ GtkWidget* new_preview(Paste_dialog& paste) {
     gtk_tree_view_insert_column_with_attributes(GTK_TREE_VIEW(view), -1, TITLES[column],
                                                 gtk_cell_renderer_text_new(), "text", column,
                                                 nullptr);
-  GtkWidget* scrolled = gtk_scrolled_window_new(nullptr, nullptr);
-  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC,
-                                 GTK_POLICY_AUTOMATIC);
-  gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(scrolled), GTK_SHADOW_IN);
-  gtk_container_add(GTK_CONTAINER(scrolled), view);
-  return scrolled;
+  return new_scrolled(view);
 }
 
 void make_dialog(Paste_dialog& paste, GtkWidget* window) {

@@ -286,16 +286,11 @@ std::unique_ptr<Peaks_panel> peaks_panel_new(std::vector<bool> brain,
   gtk_label_set_line_wrap(GTK_LABEL(panel->notes), TRUE);
   gtk_misc_set_alignment(GTK_MISC(panel->notes), 0, 0);
   gtk_widget_set_size_request(panel->notes, WIDTH - 12, -1);
-  GtkWidget* scrolled = gtk_scrolled_window_new(nullptr, nullptr);
-  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC,
-                                 GTK_POLICY_AUTOMATIC);
-  gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(scrolled), GTK_SHADOW_IN);
-  gtk_container_add(GTK_CONTAINER(scrolled), GTK_WIDGET(panel->grid->view));
   const auto pack = [&](GtkWidget* child, bool expands) {
     gtk_box_pack_start(GTK_BOX(panel->box), child, expands, expands, 0);
   };
   pack(new_head(*panel), false);
-  pack(scrolled, true);
+  pack(new_scrolled(GTK_WIDGET(panel->grid->view)), true);
   pack(new_tools(*panel), false);
   pack(panel->notes, false);
   pack(panel->glass, false);
@@ -305,7 +300,8 @@ std::unique_ptr<Peaks_panel> peaks_panel_new(std::vector<bool> brain,
 void peaks_panel_show(Peaks_panel& panel, const Shown_study& study) {
   grid_finish_edit(*panel.grid, true);
   const auto found = panel.entries.find(study.path);
-  if (found != panel.entries.end() && has_changes(found->second.sheet)) {
+  if (found != panel.entries.end() &&
+      (has_changes(found->second.sheet) || !changed_on_disk(found->second.sheet))) {
     found->second.facts = study.facts;
     show(panel, found->second, "Peaks of " + shown_text(study.name), "");
     return;

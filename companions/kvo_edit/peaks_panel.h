@@ -44,8 +44,8 @@ struct Peaks_panel {
 std::unique_ptr<Peaks_panel> peaks_panel_new(std::vector<bool> brain,
                                              std::function<void()> changed);
 
-/// Shows a study's peaks: those of its file, unless there are changes here. Peaks that cannot be
-/// read are said to be so.
+/// Shows a study's peaks: those of its file, unless there are changes here. If they cannot be read,
+/// it says so.
 void peaks_panel_show(Peaks_panel& panel, const Shown_study& study);
 
 bool peaks_panel_has_changes(const Peaks_panel& panel);

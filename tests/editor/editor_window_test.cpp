@@ -200,6 +200,11 @@ TEST_F(EditorWindow, EditsThePeaksOfTheStudyAtTheCursor) {
   EXPECT_EQ(read_text("A.peaks.txt"), "# space: MNI\n50 -38 -24 5.45\n-4 2 6 n\n");
   EXPECT_EQ(session.title(), "kvo_table.txt - KVO table editor");
   EXPECT_EQ(session.table(), "study\tn1\nA\t16\nB\t12\nC\t20\n");
+  // What has been saved can still be taken back, and made again.
+  session.does("C-z");
+  EXPECT_EQ(texts(0).front(), "48");
+  session.does("C-y");
+  EXPECT_EQ(session.title(), "kvo_table.txt - KVO table editor");
   // A study without a file gets one by pasting, and keeps its changes while others are shown.
   go_to(session.grid());
   session.does("Down");
