@@ -14,8 +14,8 @@ using formats::Role;
 namespace {
 
 constexpr std::size_t EXAMPLES = 3;
-constexpr std::size_t LONGEST = 60;  // bytes of the examples
-constexpr int WIDTH = 620, HEIGHT = 440;
+constexpr std::size_t LONGEST = 60;                       // bytes of the examples
+constexpr int COLUMNS_WIDTH = 620, COLUMNS_HEIGHT = 440;  // pixels
 
 struct Columns_dialog {
   GtkWidget *dialog = nullptr, *missing = nullptr;
@@ -39,7 +39,7 @@ void show_missing(Columns_dialog& columns) {
                                     missing.empty() ? TRUE : FALSE);
 }
 
-void on_choice(GtkWidget* /*list*/, gpointer data) {
+void on_role(GtkWidget* /*list*/, gpointer data) {
   show_missing(*static_cast<Columns_dialog*>(data));
 }
 
@@ -73,7 +73,7 @@ GtkWidget* new_rows(Columns_dialog& columns, const formats::Delimited& table) {
     for (std::size_t role = 0; role < formats::role_count; ++role)
       gtk_combo_box_append_text(GTK_COMBO_BOX(list), formats::role_name(static_cast<Role>(role)));
     gtk_combo_box_set_active(GTK_COMBO_BOX(list), static_cast<int>(guessed[c]));
-    g_signal_connect(list, "changed", G_CALLBACK(on_choice), &columns);
+    g_signal_connect(list, "changed", G_CALLBACK(on_role), &columns);
     columns.lists.push_back(list);
     const auto row = static_cast<guint>(c);
     const auto attach = [&](GtkWidget* child, guint column, GtkAttachOptions options) {
@@ -94,7 +94,7 @@ std::optional<std::vector<Role>> ask_columns(GtkWidget* window, const formats::D
   columns.dialog = gtk_dialog_new_with_buttons(
       "What the columns hold", GTK_WINDOW(window), GTK_DIALOG_MODAL, GTK_STOCK_CANCEL,
       GTK_RESPONSE_CANCEL, GTK_STOCK_GO_FORWARD, GTK_RESPONSE_ACCEPT, nullptr);
-  gtk_window_set_default_size(GTK_WINDOW(columns.dialog), WIDTH, HEIGHT);
+  gtk_window_set_default_size(GTK_WINDOW(columns.dialog), COLUMNS_WIDTH, COLUMNS_HEIGHT);
   gtk_dialog_set_default_response(GTK_DIALOG(columns.dialog), GTK_RESPONSE_ACCEPT);
   columns.missing = new_label("");
   GtkWidget* scrolled = gtk_scrolled_window_new(nullptr, nullptr);

@@ -12,9 +12,9 @@ namespace kvo::edit {
 
 namespace {
 
-constexpr int HEIGHT = 150;     // pixels
-constexpr double SPACE = 6;     // pixels between views
-constexpr double RADIUS = 3.5;  // pixels
+constexpr int GLASS_HEIGHT = 150;  // pixels
+constexpr double SPACE = 6;        // pixels between views
+constexpr double RADIUS = 3.5;     // pixels
 
 struct View {
   const char *left, *right;
@@ -141,7 +141,7 @@ GtkWidget* peaks_glass_new(const std::vector<bool>& brain, std::function<Glass_p
   for (std::size_t n = 0; n < VIEWS.size(); ++n) glass->views[n] = view_of(VIEWS[n], brain);
   glass->peaks = std::move(peaks);
   GtkWidget* area = gtk_drawing_area_new();
-  gtk_widget_set_size_request(area, -1, HEIGHT);
+  gtk_widget_set_size_request(area, -1, GLASS_HEIGHT);
   g_signal_connect_data(area, "expose-event", G_CALLBACK(on_expose), glass.release(), forget,
                         GConnectFlags(0));
   return area;

@@ -19,8 +19,8 @@ namespace kvo::edit {
 
 namespace {
 
-constexpr int WIDTH = 400;       // pixels
-constexpr int SECOND_SPACE = 1;  // of the list
+constexpr int PANEL_WIDTH = 400;  // pixels
+constexpr int SECOND_SPACE = 1;   // of the list
 
 Document& document_of(Peaks_panel& panel) {
   return panel.shown->sheet.document;
@@ -278,14 +278,14 @@ std::unique_ptr<Peaks_panel> peaks_panel_new(std::vector<bool> brain,
   panel->shown = &panel->nothing;
   panel->box = gtk_vbox_new(FALSE, 6);
   gtk_container_set_border_width(GTK_CONTAINER(panel->box), 4);
-  gtk_widget_set_size_request(panel->box, WIDTH, -1);
+  gtk_widget_set_size_request(panel->box, PANEL_WIDTH, -1);
   panel->glass =
       peaks_glass_new(panel->brain, [shown = panel.get()] { return peaks_to_draw(*shown); });
   make_grid(*panel);
   panel->notes = gtk_label_new("");
   gtk_label_set_line_wrap(GTK_LABEL(panel->notes), TRUE);
   gtk_misc_set_alignment(GTK_MISC(panel->notes), 0, 0);
-  gtk_widget_set_size_request(panel->notes, WIDTH - 12, -1);
+  gtk_widget_set_size_request(panel->notes, PANEL_WIDTH - 12, -1);
   const auto pack = [&](GtkWidget* child, bool expands) {
     gtk_box_pack_start(GTK_BOX(panel->box), child, expands, expands, 0);
   };
