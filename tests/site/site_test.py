@@ -363,7 +363,7 @@ class Example(unittest.TestCase):
         table = self.read("MyMean_z_p_0.00500_1.000_10.csv")
         self.assertIn(f"Right insula {self.marked('share')['insula']} (", table.splitlines()[1])
         report = self.read("extract_Right_insula.html")
-        rows = report[report.index("Leave-one-out"):report.index("What was run")]
+        rows = report[report.index("Leave-one-out"):report.index("Where the studies come from")]
         pooled = re.findall(r">pain_\d+</t[dh]>\s*<td[^>]*>([^<]+)<", rows)
         self.assertEqual(len(pooled), 21)
         self.assertEqual(self.marked("leave-one-out"), {"least": min(pooled), "most": max(pooled)})
