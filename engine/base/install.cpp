@@ -14,7 +14,7 @@ namespace {
 std::filesystem::path program_folder() {
   const std::string program = Q_started_program(program_invocation_name).str();
   std::error_code error;
-  const std::filesystem::path folder =
+  std::filesystem::path folder =
       std::filesystem::canonical(std::filesystem::path(program).parent_path(), error);
   if (error) throw Refusal("The folder of the program cannot be found: " + error.message() + ".");
   return folder;
