@@ -23,7 +23,7 @@ namespace {
 constexpr const char* manifest_name = "kvo_bundle.txt";
 constexpr std::size_t max_entry = std::size_t(1) << 30;  // bytes
 constexpr zip_int64_t max_entries = 100000;
-// The beginning of the calendar of zip files, so that the same content gives the same bytes.
+// The earliest date of zip files, so that the same content gives the same bytes.
 constexpr zip_uint16_t no_date = (1 << 5) | 1, no_time = 0;
 
 struct ZipDiscard {

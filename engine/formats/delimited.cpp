@@ -21,7 +21,7 @@ char separator_of(std::string_view text) {
   return ',';
 }
 
-/// Takes a text apart from its beginning on.
+/// Takes a text apart, beginning to end.
 struct DelimitedReader {
   const std::string& path;
   std::string_view rest;
@@ -36,7 +36,8 @@ struct DelimitedReader {
         std::min(rest.find_first_of(std::string{separator, '\n', '\r'}), rest.size());
     cell += Q_stripped(rest.substr(0, end));
     rest.remove_prefix(end);
-    // What csv_line() has put before a text that a spreadsheet would compute.
+    // The apostrophe that csv_line() puts before a text that a spreadsheet would take for a
+    // formula.
     if (cell.starts_with('\'') && cell.find_first_of("=+-@") == 1) cell.erase(0, 1);
     if (++cells > Q_TABLE_MAX_CELLS)
       throw Refusal(at_line(path, line) + "there are more than " +

@@ -20,9 +20,9 @@ struct Delimited {
   std::vector<DelimitedRow> rows;  ///< blank lines, and those that begin with "#", left out
 };
 
-/// The rows of a text. What separates cells is what the first row has most of. Quotes may hold
-/// separators, line ends and doubled quotes. Throws Refusal, naming the path and the line, when a
-/// quote is not closed or there are too many cells.
+/// The rows of a text. The separator is the one that is most frequent in the first row. Quotes may
+/// hold separators, line ends and doubled quotes. Throws Refusal, naming the path and the line,
+/// when a quote is not closed or there are too many cells.
 Delimited delimited_of(const std::string& path, std::string_view text);
 
 }  // namespace kvo::formats

@@ -21,14 +21,14 @@ namespace kvo::formats {
 
 namespace {
 
-/// The study table as rows of cells, the first of which are the columns' names. A table may be one
-/// that no analysis would take yet.
+/// The study table as rows of cells, the first with the columns' names. It may be a table that no
+/// analysis would accept yet.
 struct FolderTable {
   std::string text;
   std::vector<std::vector<std::string>> rows;
   std::size_t names = 0;  ///< the column with the names
 
-  /// Index of a column, which is made when there is none.
+  /// Index of a column, which is added when missing.
   std::size_t column(const std::string& name) {
     const auto found = std::find(rows[0].begin(), rows[0].end(), name);
     if (found != rows[0].end()) return std::size_t(found - rows[0].begin());
@@ -57,7 +57,7 @@ FolderTable read_folder_table() {
   return table;
 }
 
-/// Whether the folder has the study as it is.
+/// Whether the folder already has the study, with the same content.
 bool same_study(FolderTable& table, const std::vector<std::string>& row, const NewStudy& study) {
   const std::string file = peaks_file_of(study.name);
   if (!entry_exists(file) || read_text(file) != peaks_text(study.peaks)) return false;
@@ -81,7 +81,7 @@ void add_row(FolderTable& table, const NewStudy& study) {
   table.rows.push_back(std::move(row));
 }
 
-/// The lines of old studies stay as they are where nothing but new lines is added to them.
+/// The lines of old studies stay as they are when only new lines are added.
 std::string text_of_table(const FolderTable& table, std::size_t old_rows, bool same_columns) {
   std::string text = same_columns ? table.text : "";
   if (!text.empty() && !text.ends_with('\n')) text += '\n';
@@ -98,7 +98,7 @@ std::string text_of_table(const FolderTable& table, std::size_t old_rows, bool s
   return text;
 }
 
-/// Thousands of files: what flushes each of them would wait for the disk as often.
+/// Without a flush: there may be thousands of files, and each flush would wait for the disk.
 void write_staged(Outputs& outputs, const std::string& name, const std::string& text) {
   std::ofstream file(outputs.path_of(name), std::ios::binary);
   file << text;

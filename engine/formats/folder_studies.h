@@ -18,8 +18,8 @@ struct ImportPlan {
   std::size_t known = 0;  ///< studies that the folder has already, with the same content
 };
 
-/// The plan for the working folder. Throws Refusal when the folder has a study of one of the names
-/// with other content, or its table is none. The studies are pointed to.
+/// The plan for the working folder. Throws Refusal when the folder has a study of the same name
+/// with other content, or its table is not a table. The plan points to the studies.
 ImportPlan import_plan(const NewStudies& studies);
 
 /// Writes the table and the added studies' peaks files, all or nothing.
@@ -30,7 +30,7 @@ struct ExportedStudies {
   std::vector<std::string> with_images;  ///< the studies that have an image and no peaks
 };
 
-/// All studies of the working folder. Throws Refusal where they are not as they should be.
+/// All studies of the working folder. Throws Refusal when they are invalid.
 ExportedStudies folder_studies();
 
 }  // namespace kvo::formats

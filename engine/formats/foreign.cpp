@@ -12,7 +12,7 @@ namespace kvo::formats {
 
 namespace {
 
-/// What becomes of one study; counts are of what a remark will tell.
+/// What becomes of one study, with counts for the remarks.
 struct Settled {
   NewStudy study;
   std::size_t unconverted = 0, changed_cells = 0;
@@ -28,7 +28,7 @@ std::string_view value_of(const std::vector<NamedText>& values, std::string_view
 
 constexpr std::size_t longest_note = 1000;  // bytes
 
-/// A comment line of the peaks file made of any text. One that would name a space does not.
+/// A comment line of the peaks file, made from any text so that it never names a space.
 std::string fit_note(std::string_view text) {
   std::string note = one_line(text);
   if (bare_word(note.substr(0, note.find(':'))) == "space" && note.find(':') != note.npos)
@@ -36,7 +36,7 @@ std::string fit_note(std::string_view text) {
   return cut_at_character(std::move(note), longest_note);
 }
 
-/// A cell of the study table made of any text.
+/// A cell of the study table, made from any text.
 std::string fit_cell(std::string_view text) {
   std::string cell;
   for (const char c : Q_trimmed(text)) cell += c == ' ' || c == ',' || Q_is_control(c) ? '_' : c;
@@ -59,7 +59,7 @@ void settle_values(const ForeignStudy& from, Settled& to) {
     }
 }
 
-/// Where a height cannot be converted its sign is kept, and the original beside it.
+/// Where a height cannot be converted, its sign is kept, and the original beside it.
 bool settle_height(const ForeignPeak& from, std::optional<Sample> sample, WrittenPeak& to,
                    Settled& study) {
   const bool as_it_is = from.kind == ValueKind::t || from.kind == ValueKind::sign;
@@ -148,7 +148,7 @@ std::string fit_name(std::string_view text) {
     const char plain = c == '/' ? '-' : unfit.find(c) != unfit.npos || Q_is_control(c) ? '_' : c;
     if (plain != '_' || !name.ends_with('_')) name += plain;
   }
-  // A full stop would hide the file, and a hyphen make an option of its name.
+  // A full stop would hide the file, and a hyphen would turn its name into an option.
   while (name.starts_with('.') || name.starts_with('-')) name.erase(0, 1);
   return cut_at_character(std::move(name), Q_NAME_MAX);
 }

@@ -18,7 +18,7 @@ namespace kvo::formats {
 struct ForeignPeak {
   std::array<std::string, 3> at;  ///< numbers in mm as the file has them
   ValueKind kind = ValueKind::sign;
-  std::string value;  ///< "" when nothing is said of the height
+  std::string value;  ///< "" when the height is not given
   std::string note;
   std::size_t line = 0;  ///< of the file; 0 where it has no lines
 };
@@ -37,7 +37,7 @@ struct ForeignStudy {
 
 struct ForeignStudies {
   std::vector<ForeignStudy> studies;
-  std::vector<std::string> remarks;  ///< what was dropped or assumed, each a sentence
+  std::vector<std::string> remarks;  ///< what was dropped or assumed, one sentence each
 };
 
 /// A study with what its files will hold.
@@ -53,24 +53,25 @@ struct NewStudies {
   std::size_t peaks = 0;
 };
 
-/// The refusal of coordinates whose space is known to nobody.
+/// The Refusal of coordinates in an unknown space.
 struct UnknownSpace : Refusal {
   using Refusal::Refusal;
 };
 
-/// Makes names fit to be files' and values fit to be cells, converts heights to t values, and gives
+/// Makes names fit for files and values fit for cells, converts heights to t values, and gives
 /// `space` to studies whose own is unknown. Throws Refusal, naming the file and the place, when two
-/// studies have one name, a number is none, a value cannot be a column's, or the space of a study
-/// is known to nobody (UnknownSpace).
+/// studies have the same name, a number is not one, a value is not allowed in its column, or the
+/// space of a study is unknown (UnknownSpace).
 NewStudies new_studies(ForeignStudies foreign, const std::string& path, Space space);
 
-/// The sample; nothing where nobody has said its size.
+/// The sample; nothing when its size is unknown.
 std::optional<Sample> sample_of(const NewStudy& study);
 
 /// The name that the study had before it was made fit.
 std::string original_name(const NewStudy& study);
 
-/// A study's name, or a column's, made of any text: what cannot stand in one becomes "_" or "-".
+/// A study's name, or a column's, made from any text: what is not allowed in one becomes "_" or
+/// "-".
 std::string fit_name(std::string_view text);
 
 }  // namespace kvo::formats

@@ -11,7 +11,7 @@
 
 namespace kvo::formats {
 
-/// An object of texts, in the order in which they are to stand.
+/// An object of texts, in the order in which they are written.
 using JsonTexts = std::vector<std::pair<std::string, std::string>>;
 
 struct JsonMember {

@@ -16,7 +16,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// Tells an analysis without a peak from one whose peaks nobody has put in.
+/// Tells an analysis without peaks from one with peaks that nobody has entered.
 constexpr const char* found_nothing_key = "found_nothing";
 
 /// The member of that name; null when there is none.
@@ -126,8 +126,8 @@ void read_facts(const Json& from, const Json& analysis, ForeignStudy& study) {
       study.values.emplace_back(key, text);
 }
 
-/// Studies of one name, such as two papers of an author's year, get letters: "Smith 2004", "Smith
-/// 2004b".
+/// Adds letters to the names of studies with the same name, such as two papers by one author in one
+/// year: "Smith 2004", "Smith 2004b".
 void tell_apart(ForeignStudies& read) {
   std::map<std::string, int> seen;
   std::size_t renamed = 0;

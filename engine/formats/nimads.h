@@ -8,9 +8,9 @@
 
 namespace kvo::formats {
 
-/// The studies of such a text. Of a study with several analyses that have points the one is taken
-/// that an annotation includes, else the first, and a remark says so. Throws Refusal, naming the
-/// path and the place in it, when it is not JSON or no study set.
+/// The studies of such a text. Where several analyses of a study have points, the one that an
+/// annotation includes is taken, else the first, and a remark says so. Throws Refusal, naming the
+/// path and the place in it, when it is not JSON or not a study set.
 ForeignStudies nimads_studies(const std::string& path, const std::string& text);
 
 /// The text that holds the studies.

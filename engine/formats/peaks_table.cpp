@@ -20,7 +20,7 @@ namespace {
 
 struct RoleWords {
   Role role;
-  std::array<std::string_view, 9> words;  ///< as bare_word() has them
+  std::array<std::string_view, 9> words;  ///< as bare_word() returns them
 };
 constexpr RoleWords role_words[] = {
     {Role::study,
@@ -189,7 +189,7 @@ struct TableReader {
     in.peaks.push_back(std::move(peak));
   }
 
-  /// Variables are of studies; what differs between the peaks of one has no place.
+  /// Variables belong to studies; there is no place for what differs between the peaks of one.
   void drop_varying() {
     std::vector<std::string> dropped;
     std::vector<bool> kept;
@@ -208,7 +208,7 @@ struct TableReader {
   }
 };
 
-/// What the table says of a study in each of its lines, in the order of the columns.
+/// The cells for a study that the table repeats in each of its lines, in the order of the columns.
 std::vector<std::string> study_cells(const NewStudy& study,
                                      const std::vector<std::string>& columns) {
   std::vector<std::string> cells = {original_name(study)};

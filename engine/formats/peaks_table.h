@@ -1,6 +1,6 @@
 #pragma once
 
-// Tables with one peak a line and a column for each thing that is known of it.
+// Tables with one peak per line and a column for each thing known about it.
 
 #include <string>
 #include <string_view>
@@ -24,7 +24,7 @@ enum class Role {
   g_value,
   sign,  ///< heights, by what they are
   value,
-  kind,  ///< a height whose kind the second column says
+  kind,  ///< a height, and the column that gives its kind
   space,
   note,
   variable,  ///< anything that is the same in all lines of a study
@@ -36,7 +36,7 @@ inline constexpr std::size_t role_count = std::size_t(Role::nothing) + 1;
 const char* role_name(Role role);
 
 /// What the columns of those names are likely to hold. Several may be `variable` or `note`; of
-/// those that may have one meaning, such as "N" and "n1", the plainest name has it.
+/// those that may have the same meaning, such as "N" and "n1", the plainest name gets it.
 std::vector<Role> guessed_roles(const std::vector<std::string>& names);
 
 /// The studies of such a text, in the order of their first lines. A line without coordinates is a

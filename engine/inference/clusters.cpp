@@ -20,8 +20,8 @@ double squared_distance_mm(const Voxel& a, const Voxel& b) {
   return (i * i + j * j + k * k) * voxel_mm * voxel_mm;
 }
 
-/// The voxels that can be reached from the first by steps between neighbours that `joins` lets in,
-/// itself included, in the order of the grid. Marks them as seen, and enters none that is.
+/// The voxels that can be reached from the first through neighbours that `joins` accepts, itself
+/// included, in the order of the grid. Marks them as seen, and skips those already seen.
 template <typename Joins>
 std::vector<std::uint32_t> reached(std::uint32_t first, std::vector<bool>& seen,
                                    const Joins& joins) {
@@ -36,7 +36,7 @@ std::vector<std::uint32_t> reached(std::uint32_t first, std::vector<bool>& seen,
   return found;
 }
 
-/// The voxel of them that is closest to the centre of all.
+/// The voxel closest to the centre of the plateau.
 Voxel middle_of(const std::vector<std::uint32_t>& plateau) {
   Eigen::Vector3d centre = Eigen::Vector3d::Zero();
   const auto place = [](std::uint32_t index) {
@@ -51,7 +51,7 @@ Voxel middle_of(const std::vector<std::uint32_t>& plateau) {
   return mni_grid().voxel(*std::min_element(plateau.begin(), plateau.end(), farther));
 }
 
-/// The local maxima of a cluster by falling height, however close they are.
+/// The local maxima of a cluster in order of falling height, however close they are.
 std::vector<LocalPeak> local_maxima(const Cluster& cluster, std::span<const float> z,
                                     std::vector<bool>& seen) {
   const float sign = cluster.positive ? 1.0F : -1.0F;

@@ -40,32 +40,32 @@ struct Cluster {
   [[nodiscard]] std::size_t voxels() const { return grid_index.size(); }
 };
 
-/// What the regions of a cluster and of a peak say where the atlas has none.
+/// The text for the region of a cluster or peak where the atlas has none.
 inline constexpr const char* outside_atlas = "outside of the atlas";
 
 /// The clusters of a map on the MNI grid: voxels of one sign that touch by a face, an edge or a
-/// corner; 0 belongs to none. Positive clusters come first, then the larger, then those of the
+/// corner; 0 belongs to none. Positive clusters come first, then larger ones, then those with the
 /// higher peak, then those first in the grid.
 ///
-/// Peaks have voxel and z. They are local maxima of |z| among the 26 neighbours; of a plateau the
-/// voxel closest to its centre is one. Those closer than 8 mm to a higher one are left out.
+/// Peaks have voxel and z. They are local maxima of |z| among the 26 neighbours; of a plateau, only
+/// the voxel closest to its centre. Those closer than 8 mm to a higher one are left out.
 std::vector<Cluster> clusters_of(std::span<const float> z);
 
-/// The region of a value of read_atlas(), with its Brodmann area, if any.
+/// The region that a value of read_atlas() stands for, with its Brodmann area, if any.
 std::string region_text(float atlas_value);
 
 /// Gives the peaks their p values.
 void add_p(std::vector<Cluster>& clusters, const BothTails& tails);
 
-/// Gives the peaks the effects of maps on the grid: estimate, lower and upper limit.
+/// Gives the peaks their effects from maps on the grid: estimate, lower and upper limit.
 void add_effects(std::vector<Cluster>& clusters, const std::array<std::vector<float>, 3>& effects);
 
-/// Which of p_map_kinds the peaks of any cluster have.
+/// The p_map_kinds that the peaks of any cluster have.
 std::vector<std::size_t> kinds_of_p(std::span<const Cluster> clusters);
 
-/// The values of the installation's atlas on the MNI grid: whole part the region, first two
-/// decimals the Brodmann area. Throws Refusal, naming the file, when it is not there or not on the
-/// grid.
+/// The values of the installation's atlas on the MNI grid: the whole part is the region, the first
+/// two decimals the Brodmann area. Throws Refusal, naming the file, when it is missing or not on
+/// the grid.
 std::vector<float> read_atlas();
 
 /// Names the regions of peaks and clusters. A cluster's are counted by whole regions, whatever the

@@ -16,7 +16,7 @@ double log_odds(double p) {
   return std::log(p) - std::log1p(-p);
 }
 
-/// What the log odds are multiplied by.
+/// The factor on the log odds.
 double scale_of(const ConjunctionMode& mode) {
   if (!mode.scenario) return 1;
   // At 0.5 both log odds are 0; the factor tends to the ratio of their slopes.
@@ -28,7 +28,7 @@ double scale_of(const ConjunctionMode& mode) {
 struct Side {
   bool positive, error;
   double scale;
-  double no_effect;  ///< p of the image that tells of no effect
+  double no_effect;  ///< the image's p where there is no effect
 
   Side(const Image& image, bool direction, const ConjunctionMode& mode)
       : positive(direction),

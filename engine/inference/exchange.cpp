@@ -19,25 +19,25 @@ namespace kvo::inference {
 namespace {
 
 constexpr std::size_t least_exchanges = 10'000;
-/// Clusters and TFCE, which take most of the time, are looked at in so many of them.
+/// At most this many exchanges are examined for clusters and TFCE, which take most of the time.
 constexpr std::size_t most_spatial = 500;
-/// So many tell the moments of a voxel's values.
+/// At most this many exchanges give the moments of a voxel's values.
 constexpr std::size_t most_scored = 2000;
-/// Sums of whole numbers are the same in any order. So many cubes of what normal_score() is at most
+/// Sums of whole numbers are the same in any order. most_scored cubes of the largest normal_score()
 /// with 10,000 studies fit.
 constexpr double score_unit = 1.0 / (1 << 24);
-/// Exchanges whose maps are there at the same time, and voxels of a tile.
+/// Exchanges with maps in memory at the same time, and voxels of a tile.
 constexpr std::size_t batch_rows = 64, tile_voxels = 32;
-/// Exchanges that come to the same value in exact numbers may differ by this.
+/// Exchanges with the same value in exact arithmetic may differ by this much.
 constexpr float rounding = 1e-4F;
 constexpr std::size_t exchange_dots = 20;
-/// With fewer ways to exchange the studies the reader is told what p is possible.
+/// With fewer ways to exchange the studies than this, the reader is told what p is possible.
 constexpr double few_ways = 1000;
 
 using Tile = std::array<float, tile_voxels>;
 
-/// The weighted effects in a tile of the studies that have any, and their sum of squares beside the
-/// others().
+/// The weighted effects in a tile, of the studies that have any, and the sum of squares that the
+/// others() leave of them.
 struct TileOfStudies {
   std::vector<std::size_t> studies{};
   std::vector<Tile> effects{};
@@ -60,17 +60,17 @@ WIDEST_VECTORS void multiply(const float* row, const TileOfStudies& tile, float 
 /// What is counted in the voxels of a tile.
 struct TileCounts {
   Tile observed{};
-  std::array<double, tile_voxels> score{};  ///< of what is observed
+  std::array<double, tile_voxels> score{};  ///< of the observed value
   std::array<std::array<std::uint32_t, tile_voxels>, 2> beyond{};
-  /// Of scores, their squares and cubes, in parts of score_unit.
+  /// Sums of scores, their squares and cubes, in units of score_unit.
   std::array<std::array<std::int64_t, tile_voxels>, 3> powers{};
 };
 
 /// The largest values in either direction, for each place in a tile.
 using Most = std::array<Tile, 2>;
 
-/// What the standard normal distribution has where a partial correlation of this square is when
-/// effects are normal (the t of it by Wallace 1959, Annals of Mathematical Statistics 30:1121).
+/// The standard normal deviate at the same quantile as a partial correlation of this square when
+/// effects are normal (from its t by Wallace 1959, Annals of Mathematical Statistics 30:1121).
 double normal_score(float projection, float squares, float df) {
   if (!(squares > 0)) return 0;
   const float share = std::min(projection * projection / squares, 0.999999F);
@@ -88,7 +88,7 @@ WIDEST_VECTORS void count(const Tile& z, TileCounts& counts, Most& most) {
   }
 }
 
-/// Takes in the scores of an exchange.
+/// Adds the scores of an exchange.
 void add_scores(const Tile& projections, const Tile& squares, float df, TileCounts& counts) {
   for (std::size_t v = 0; v < tile_voxels; ++v) {
     const double score = normal_score(projections[v], squares[v], df);
@@ -144,7 +144,7 @@ class Exchanges {
     });
   }
 
-  /// Makes the exchanges of these numbers, in ascending order; a step is a batch.
+  /// Makes the exchanges with these numbers, in ascending order; a step is a batch.
   Tally made(const std::vector<std::size_t>& numbers, Action& action) {
     thresholds_ = forming_thresholds();
     NullDistribution null({}, extents_.size());
@@ -226,7 +226,7 @@ class Exchanges {
     return thresholds_of(null);
   }
 
-  /// The exchanges of a batch, the first of which is at that place in the list of largest values.
+  /// Makes the exchanges of a batch; the first goes to that place in the list of largest values.
   void run_batch(std::span<const std::size_t> numbers, std::size_t place, NullDistribution& null,
                  std::array<LargestValues, 2>& found) {
     const std::size_t rows = numbers.size(), studies = rows_.studies();
@@ -237,7 +237,7 @@ class Exchanges {
     };
     const std::size_t looked_at = count_below(spatial_), scored = count_below(scored_);
     maps_.resize(looked_at, std::vector<float>(voxels_));
-    // Of each thread and row. A map of nothing has no more than 0.
+    // For each thread and row. In a map of zeros the largest value is 0.
     std::vector<std::vector<Most>> most(extents_.size(), std::vector<Most>(rows));
     in_parallel(counts_.size(), [&](std::size_t tile, std::size_t thread) {
       const TileOfStudies maps = tile_of(tile);
@@ -273,7 +273,7 @@ class Exchanges {
     return std::min(tile_voxels, voxels_ - tile * tile_voxels);
   }
 
-  /// Calls visit(counts of a tile, those of its voxels in the tally) for all that is counted.
+  /// Calls visit(counts of a tile, those of its voxels in the tally) for each kind of count.
   template <typename Tally, typename Visit>
   void for_each_count(Tally& tally, const Visit& visit) {
     for (std::size_t tile = 0; tile < counts_.size(); ++tile) {
@@ -311,7 +311,8 @@ class Exchanges {
             moments.mean = -moments.mean;
             moments.skewness = -moments.skewness;
           }
-          // Beyond what was counted by two decades at most, and never less certain than counted.
+          // At most two decades below what can be counted, and never above what few_beyond values
+          // would give.
           each = std::clamp(pearson_tail(value, moments), 0.01 / all, double(few_beyond + 1) / all);
           each = std::max(each, 1 / rows_.ways());
         }

@@ -13,7 +13,8 @@ namespace kvo::inference {
 
 namespace {
 
-/// Signs of so many studies, or orders of a column's values, of which some may be the same.
+/// The number of sign patterns of the studies, or of different orders of a column's values, some of
+/// which may be equal.
 double ways_to_exchange(const Eigen::VectorXd& column, bool flips) {
   if (flips) return std::exp2(double(column.size()));
   std::map<double, double> counts;
@@ -23,7 +24,7 @@ double ways_to_exchange(const Eigen::VectorXd& column, bool flips) {
   return std::exp(log_ways);
 }
 
-/// The effects of the studies in the middle of the mask, by which meta-analyses differ.
+/// The effects of the studies in the middle of the mask, which differ between meta-analyses.
 std::vector<double> exchanged_numbers(const ExchangeRequest& request) {
   std::vector<double> numbers;
   const std::size_t voxel = request.meta.mask.size() / 2;
@@ -66,7 +67,7 @@ void ExchangeRows::write(std::size_t number, float* row) const {
   const double before = values.norm();
   for (int twice = 0; twice < 2; ++twice) values -= others_ * (others_.transpose() * values);
   const double norm = values.norm();
-  // What the other terms explain altogether has no coefficient.
+  // A term that the others explain entirely has no coefficient.
   values *= norm > 1e-9 * before ? 1 / norm : 0;
   for (Eigen::Index s = 0; s < values.size(); ++s) row[s] = float(values(s));
 }

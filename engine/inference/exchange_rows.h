@@ -13,12 +13,12 @@ class ExchangeRows {
  public:
   explicit ExchangeRows(const ExchangeRequest& request);
 
-  /// Writes the numbers of an exchange, one for each study; that of number 0 leaves everything as
-  /// it is. Orthogonal to the others().
+  /// Writes the numbers of an exchange, one for each study; exchange 0 leaves everything as it is.
+  /// They are orthogonal to the others().
   void write(std::size_t number, float* row) const;
 
   [[nodiscard]] std::size_t studies() const { return std::size_t(column_.size()); }
-  /// In how many ways the studies can be exchanged.
+  /// The number of ways to exchange the studies.
   [[nodiscard]] double ways() const { return ways_; }
   [[nodiscard]] const Eigen::VectorXd& roots() const { return roots_; }
   /// An orthonormal basis of the other columns times the roots of the weights.

@@ -9,7 +9,7 @@ namespace kvo::inference {
 
 namespace {
 
-/// Sorts by the upper half of the numbers; what is equal there keeps its order.
+/// Sorts by the upper half of the numbers, stably.
 void radix_sort(std::vector<std::uint64_t>& numbers, std::vector<std::uint64_t>& room) {
   constexpr unsigned digits = 3, digit_bits = 11, low = 32;
   constexpr std::uint64_t mask = (1U << digit_bits) - 1;
@@ -28,7 +28,7 @@ void radix_sort(std::vector<std::uint64_t>& numbers, std::vector<std::uint64_t>&
   }
 }
 
-/// Integrates a cluster further down.
+/// Continues the integral of a cluster down to the height.
 template <typename Node>
 void integrate(Node& root, float height) {
   const double h = height, from = root.level;
@@ -41,7 +41,7 @@ void integrate(Node& root, float height) {
 }  // namespace
 
 Extents::Extents(const Mask& mask) {
-  // One voxel more on each side, so that each voxel has all neighbours.
+  // One voxel of padding on each side, so that each voxel has all its neighbours.
   const auto [nx, ny, nz] = mni_grid().size;
   const std::int32_t row = nx + 2, plane = row * (ny + 2);
   for (std::size_t n = 0; n < mask.size(); ++n) {
@@ -78,13 +78,13 @@ std::int32_t Extents::merge(std::int32_t a, std::int32_t b) {
   return a;
 }
 
-/// Lets the voxels above `least` enter, which is not below 0, and returns the size of the largest
+/// Enters the voxels above `least`, which must not be below 0, and returns the size of the largest
 /// cluster above the threshold.
 float Extents::grow(std::span<const float> map, float sign, float least, float threshold) {
   ranked_.clear();
   for (std::size_t n = 0; n < map.size(); ++n) {
     const float height = sign * map[n];
-    // The bits of a positive number rise with it.
+    // The bits of positive numbers are in the order of the numbers.
     if (height > least)
       ranked_.push_back(std::uint64_t(~std::bit_cast<std::uint32_t>(height)) << 32 | n);
   }
@@ -97,7 +97,7 @@ float Extents::grow(std::span<const float> map, float sign, float least, float t
     auto root = std::int32_t(rank);
     nodes_[rank] = {.parent = root, .size = 1, .level = height, .best = 0, .integral = 0};
     rank_[std::size_t(place)] = root;
-    // Without branches, which could not be foretold.
+    // Without branches, because they would be unpredictable.
     std::array<std::int32_t, 26> neighbours;
     std::size_t count = 0;
     for (const std::int32_t step : steps_) {

@@ -2,10 +2,10 @@
 
 // How far the high values of a map reach: the extents of its clusters, and threshold-free cluster
 // enhancement (TFCE; Smith and Nichols 2009, NeuroImage 44:83), the integral of sqrt(e(h)) h^2 over
-// the heights h from 0 to a voxel's value, where e(h) is the number of voxels of the cluster above
-// h that the voxel belongs to. It is computed exactly, without steps of height.
+// the heights h from 0 to a voxel's value, where e(h) is the number of voxels in the cluster above
+// h that contains the voxel. It is computed exactly, without steps of height.
 //
-// Voxels are neighbours that touch by a face, an edge or a corner. The voxels enter from the
+// Voxels that touch by a face, an edge or a corner are neighbours. The voxels enter from the
 // highest to the lowest, and clusters grow and merge (a union-find structure: Tarjan 1975, Journal
 // of the ACM 22:215).
 
@@ -19,7 +19,7 @@
 
 namespace kvo::inference {
 
-/// The voxels of a mask and which of them touch, with what one thread needs for its work on a map.
+/// The voxels of a mask and which of them touch, with one thread's working space for a map.
 class Extents {
  public:
   explicit Extents(const Mask& mask);
@@ -28,8 +28,8 @@ class Extents {
     float extent = 0;  ///< voxels of the largest cluster above the threshold
     float tfce = 0;
   };
-  /// The largest of a map, of one value for each voxel of the mask; with a sign of -1 of the map
-  /// upside down. The threshold is above 0.
+  /// The largest of a map with one value for each voxel of the mask; with a sign of -1, of the
+  /// negated map. The threshold must be above 0.
   Largest largest(std::span<const float> map, float sign, float threshold);
 
   /// For each voxel the extent of its cluster above the threshold, 0 where it belongs to none.
@@ -38,11 +38,11 @@ class Extents {
   std::vector<float> tfce(std::span<const float> map, float sign);
 
  private:
-  /// A voxel, by its rank, of a tree whose root stands for the cluster.
+  /// A voxel, by its rank, in a tree with a root that stands for the cluster.
   struct Node {
     std::int32_t parent;
     std::int32_t size;  ///< of a root: voxels
-    float level;        ///< of a root: the height that all is integrated down to
+    float level;        ///< of a root: the height integrated down to so far
     double best;        ///< of a root: the largest integral of its voxels
     double integral;    ///< of a voxel, less that of its parent
   };

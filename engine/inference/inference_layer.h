@@ -1,6 +1,6 @@
 #pragma once
 
-// What can be concluded from maps: null distributions from studies at random, p values,
+// What can be concluded from maps: null distributions from randomized studies, p values,
 // conjunctions, clusters with their regions.
 //
 // It writes nothing.

@@ -22,8 +22,8 @@ std::size_t bin_of(float value) {
   return std::size_t(position);
 }
 
-/// How many of `count` sorted numbers are not above the value. Without branches, which could not be
-/// foretold.
+/// How many of `count` sorted numbers are not above the value. Without branches, because they would
+/// be unpredictable.
 std::size_t not_above(const float* sorted, std::size_t count, float value) {
   const float* first = sorted;
   for (; count > 1; count -= count / 2)
@@ -53,11 +53,11 @@ void NullDistribution::count(std::span<const float> values, std::size_t thread) 
   for (const float value : values) {
     const std::size_t bin = bin_of(value);
     ++counts.by_bin[bin];
-    // Its rank is how many observed values are not above it; all but those of its own bin are
+    // Its rank is the number of observed values not above it; only those of its own bin are not yet
     // known.
     const std::size_t begin = bin_begin_[bin], in_bin = bin_begin_[bin + 1] - begin;
     const std::size_t rank = begin + not_above(sorted_.data() + begin, in_bin, value);
-    // Twice the rank, and one less for what equals an observed value: it counts in both tails.
+    // Twice the rank, and one less if it equals an observed value: it then counts in both tails.
     const bool equal = rank > 0 && sorted_[rank - 1] == value;
     ++counts.by_rank[2 * rank - (equal ? 1 : 0)];
   }
@@ -109,7 +109,7 @@ const std::vector<double>& NullDistribution::stored_shares() {
   static const std::vector<double> shares = [] {
     std::vector<double> list{0.5, 0.4, 0.3, 0.2};
     for (int step = 20; step <= 140; ++step) {
-      // To three digits, so that the header reads well: 0.1, 0.0891, 0.0794 ...
+      // Rounded to three digits, so that the header reads well: 0.1, 0.0891, 0.0794 ...
       char text[16];
       std::snprintf(text, sizeof text, "%.3g", std::pow(10.0, -step / 20.0));
       list.push_back(number_of(text).value());

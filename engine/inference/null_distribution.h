@@ -1,11 +1,11 @@
 #pragma once
 
-// The null distribution of a map's z values: what they are when the studies' peaks lie anywhere.
+// The null distribution of a map's z values: what they would be if the studies' peaks lay anywhere.
 //
 // The null values are not kept. Each is counted twice: among the sorted z values of the map itself,
 // which makes every p value exact, and in bins of 1/1024, from which the quantiles come. So memory
 // does not depend on the number of randomizations, and counts do not depend on the order in which
-// threads come by.
+// threads arrive.
 
 #include <array>
 #include <cstdint>
@@ -16,7 +16,7 @@
 
 namespace kvo::inference {
 
-/// The side of the distribution that a p value speaks of.
+/// The side of the distribution that a p value refers to.
 enum class Tail { positive, negative };
 
 /// The counts of one thread.
@@ -31,22 +31,22 @@ class NullDistribution {
   /// Counts null values. Safe for different threads at once.
   void count(std::span<const float> values, std::size_t thread);
 
-  /// Brings the threads' counts together; to be called once, after the last count().
+  /// Combines the threads' counts; must be called once, after the last count().
   void finish();
 
-  /// What is counted after finish().
+  /// All the counts, after finish().
   [[nodiscard]] const NullCounts& counts() const { return threads_.front(); }
-  /// Takes in, before finish(), what the same distribution has counted elsewhere.
+  /// Adds, before finish(), counts of the same distribution made elsewhere.
   void add(const NullCounts& counts);
 
   [[nodiscard]] std::uint64_t values() const { return values_; }
 
   /// For each observed value (1 + null values at least as large) / (1 + null values): one-tailed;
-  /// of the negative tail, with those at least as small.
+  /// for the negative tail, with those at least as small.
   [[nodiscard]] std::vector<float> p(Tail tail) const;
 
   /// The smallest multiple of 1/1024 such that at most that share of the null values lies at or
-  /// above it; of the negative tail, the largest such that at most that share lies below it.
+  /// above it; for the negative tail, the largest such that at most that share lies below it.
   [[nodiscard]] double quantile(double share, Tail tail) const;
 
   /// The shares whose quantiles are stored: 0.5, 0.4, 0.3, 0.2, and twenty for each decade from 0.1

@@ -28,7 +28,7 @@ constexpr std::string_view between_name_and_part = "_part_", of_parts = "_of_", 
 constexpr std::size_t most_parts = 10'000;
 constexpr std::size_t largest_file = std::size_t{1} << 30;
 
-/// The whole number above 0 that a text is; nothing when it is none.
+/// The text as a whole number above 0; nothing when it is not one.
 std::optional<std::size_t> count_of(std::string_view text) {
   std::size_t count = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
@@ -36,7 +36,7 @@ std::optional<std::size_t> count_of(std::string_view text) {
   return count;
 }
 
-/// The part that a text such as "2/8" is.
+/// The part that a text such as "2/8" stands for.
 std::optional<Part> part_of(std::string_view text, std::string_view separator) {
   const std::size_t middle = text.find(separator);
   if (middle == std::string_view::npos) return std::nullopt;
@@ -46,7 +46,7 @@ std::optional<Part> part_of(std::string_view text, std::string_view separator) {
   return Part{*number, *of};
 }
 
-/// The part that a file of that name has of an analysis.
+/// The part of an analysis that a file of that name holds.
 std::optional<Part> part_of_file(std::string_view file, const std::string& name) {
   const std::string beginning = name + std::string(between_name_and_part);
   if (!file.starts_with(beginning) || !file.ends_with(suffix)) return std::nullopt;
@@ -76,7 +76,7 @@ std::string_view take_line(std::string_view& bytes) {
   throw Refusal("'" + file + "' is damaged. Please remove it, or have it made again.");
 }
 
-/// What a part has come to; nothing when its key is another.
+/// The tallies of a part; nothing when its key is different.
 std::optional<std::vector<Tally>> read_part(const std::string& file, const std::string& key,
                                             std::size_t coefficients) {
   Q_read_fault fault;
@@ -102,7 +102,7 @@ std::optional<std::vector<Tally>> read_part(const std::string& file, const std::
   return tallies;
 }
 
-/// Adds to the sums, one for each coefficient, what a part has come to.
+/// Adds the tallies of a part to the sums, one for each coefficient.
 void add_part(std::vector<Tally>& sums, const std::vector<Tally>& tallies,
               const std::string& file) {
   for (std::size_t j = 0; j < sums.size(); ++j) {
@@ -142,7 +142,7 @@ std::vector<std::size_t> Shared::numbers_to_make(std::size_t all) const {
 
 void Shared::add_others(std::size_t coefficient, Tally& own) const {
   if (made.empty()) return;
-  // They fit each other.
+  // The parts of others fit each other.
   if (!fit_together(own, tallies[coefficient])) refuse_damaged(made.front().file);
   add(own, tallies[coefficient]);
 }

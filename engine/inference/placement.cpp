@@ -15,18 +15,18 @@ namespace kvo::inference {
 namespace {
 
 constexpr const char* tissues[] = {"gray_matter", "white_matter"};
-/// Peaks that are thought to lie in each kind by its share of the mask, beside those that do, so
-/// that a few peaks do not rule a tissue out.
+/// Peaks assumed to lie in each kind in proportion to its share of the mask, besides those that do,
+/// so that a few peaks do not rule a tissue out.
 constexpr double assumed_peaks = 10;
 constexpr int tries_of_a_group = 100;
 
-/// For each voxel of the mask the first of the tissues that has it.
+/// For each voxel of the mask the first of the tissues that contains it.
 std::vector<std::uint8_t> kinds_of(const Mask& mask) {
   constexpr std::uint8_t others = std::size(tissues);
   std::vector<std::uint8_t> kinds(mask.size(), others);
   for (std::uint8_t tissue = 0; tissue < others; ++tissue) {
     const std::string path = share_path(mask_file(tissues[tissue]));
-    // An installation that has no such mask does not tell the tissue from others.
+    // An installation without such a mask does not tell the tissue from others.
     if (!path_exists(path)) continue;
     const Mask of_tissue = read_mask(path);
     for (std::size_t n = 0; n < mask.size(); ++n)
@@ -35,8 +35,7 @@ std::vector<std::uint8_t> kinds_of(const Mask& mask) {
   return kinds;
 }
 
-/// Smooths a map of the grid, beyond which there is nothing, with a Gaussian of that sigma in
-/// voxels.
+/// Smooths a map of the grid, which is 0 beyond it, with a Gaussian of that sigma in voxels.
 void smooth(std::vector<float>& map, double sigma) {
   const int reach = int(std::ceil(radius_in_sigmas * sigma));
   std::vector<double> weights;

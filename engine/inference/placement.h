@@ -3,13 +3,13 @@
 // Random places for a study's peaks.
 //
 // The voxels of the mask are of three kinds: grey matter, white matter and others, by the masks of
-// the installation. The peaks of all the studies tell how often one lies in each kind; within a
-// kind all voxels are as likely. Peaks of a study that are closer to each other than the kernel's
-// FWHM, by way of others too, make a group, which is moved as one to where all of it is in the
-// mask and it is not so close to another group, as far as some tries give such a place. If groups
-// came closer than they are, a study's kernels would cover less than they do, and the studies'
-// peaks would seem to converge. Where not even the mask has room for a group its peaks are placed
-// one by one.
+// the installation. The peaks of all the studies determine how often one lies in each kind; within
+// a kind all voxels are equally likely. Peaks of a study that are closer to each other than the
+// kernel's FWHM, directly or through others, form a group, which is moved as a whole to a place
+// where all of it is in the mask and not that close to another group, if some tries find one. If
+// groups came closer than they are, a study's kernels would cover less than they do, and the
+// studies' peaks would seem to converge. Where the mask itself has no room for a group, its peaks
+// are placed one by one.
 
 #include <array>
 #include <cstdint>
@@ -38,7 +38,7 @@ class Placement {
   static constexpr std::size_t kinds = 3;
   const Mask& mask_;
   std::array<std::vector<std::uint32_t>, kinds> voxels_;  ///< of each kind, by numbers in the mask
-  std::array<std::uint32_t, kinds> shares_{};             ///< of 2^32 - 1, added up
+  std::array<std::uint32_t, kinds> shares_{};             ///< cumulative, of 2^32 - 1
 };
 
 /// The groups of a study's peaks, by their indices; no two are closer than the distance.

@@ -1,8 +1,8 @@
 #pragma once
 
-// Random numbers that depend on nothing but what they are for: the seed of the meta-analysis, the
-// randomization and a hash of what is drawn. Where that takes in the data, meta-analyses of one
-// seed do not share what happens to come out of it. (SplitMix64: Steele, Lea and Flood 2014.)
+// Random numbers that depend only on what they are for: the seed of the meta-analysis, the
+// randomization and a hash of what is drawn. Where the hash covers the data, meta-analyses with the
+// same seed do not share the luck of the draw. (SplitMix64: Steele, Lea and Flood 2014.)
 
 #include <cstdint>
 #include <span>
@@ -15,7 +15,7 @@ namespace kvo::inference {
 class RandomStream {
  public:
   RandomStream(std::uint64_t seed, std::uint64_t randomization, std::uint64_t name_hash);
-  /// A whole number from 0 to below the limit, each as likely as the others to within 2^-32.
+  /// A whole number of at least 0 and below the limit, all equally likely to within 2^-32.
   std::uint32_t below(std::uint32_t limit);
   /// 64 bits, each 0 or 1.
   std::uint64_t bits();

@@ -17,14 +17,14 @@ namespace kvo::inference {
 namespace {
 
 constexpr std::size_t relocation_dots = 30;
-/// Further randomizations, that tell the values beyond which clusters are formed.
+/// Further randomizations, which determine the values beyond which clusters are formed.
 constexpr std::size_t pilots = 20;
 
 /// A study as the randomizations see it.
 struct RelocatedStudy {
   PeakMap peaks;
   PeakGroups groups;
-  const float* image;  ///< its effects; null without
+  const float* image;  ///< its effects; null without an image
   std::uint64_t hash;
 };
 
@@ -42,7 +42,7 @@ struct StudySums {
   }
 };
 
-/// What one thread needs for its work.
+/// One thread's working space.
 struct Workspace {
   PeakMap::Plane plane;
   std::optional<PathMap::Room> path_room;
@@ -82,7 +82,7 @@ class Relocations {
         basis_(orthonormal(roots_.asDiagonal() * request.design.columns)),
         df_(float(std::max<Eigen::Index>(basis_.rows() - basis_.cols(), 1))),
         number_(meta_.record.randomizations) {
-    // The intercept is what of its column the others leave.
+    // The intercept is what the other columns leave of its own.
     Eigen::VectorXd column = roots_;
     const Eigen::MatrixXd others =
         orthonormal(roots_.asDiagonal() * other_columns(request.design, 0));
@@ -92,7 +92,7 @@ class Relocations {
     std::vector<std::vector<PlacedPeak>> peaks;
     for (std::size_t s = 0; s < meta_.members.size(); ++s) {
       const Member& member = meta_.members[s];
-      // Peaks too far from the mask for their kernel to reach it are no part of what was found in
+      // Peaks too far from the mask for their kernel to reach it are not part of what was found in
       // it.
       PeakMap map = effects_.around_reaching(member.peaks);
       auto groups =
@@ -116,7 +116,7 @@ class Relocations {
 
   [[nodiscard]] std::size_t number() const { return number_; }
 
-  /// Makes the randomizations of these numbers.
+  /// Makes the randomizations with these numbers.
   Tally made(const std::vector<std::size_t>& numbers, Action& action) {
     NullDistribution null(observed_, workspaces_.size());
     Tally tally;
@@ -160,7 +160,7 @@ class Relocations {
   void find_thresholds(Action& action) {
     NullDistribution null({}, workspaces_.size());
     in_parallel(pilots, [&](std::size_t r, std::size_t thread) {
-      // Counted down from the highest number, these are none of the randomizations.
+      // Counted down from the highest number, these are not among the randomizations.
       relocate(SIZE_MAX - r, *workspaces_[thread]);
       scale(workspaces_[thread]->z);
       null.count(workspaces_[thread]->z, thread);
@@ -183,7 +183,7 @@ class Relocations {
     }
   }
 
-  /// The statistic of the sums of so many voxels.
+  /// The statistic from the sums of `voxels` voxels.
   void finish(const StudySums& sums, std::size_t voxels, float* z) const {
     for (std::size_t v = 0; v < voxels; ++v) {
       float projection = 0, residual = sums.squares[v];
@@ -246,7 +246,7 @@ class Relocations {
   EffectMaps effects_;
   Eigen::VectorXd roots_;
   Eigen::MatrixXd basis_;        ///< of the design's columns times the roots of the weights
-  std::vector<float> contrast_;  ///< what makes the intercept of the projections
+  std::vector<float> contrast_;  ///< turns the projections into the intercept
   float df_;
   std::size_t number_;
   std::vector<RelocatedStudy> studies_;

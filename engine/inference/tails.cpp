@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t least_to_fit = 100;
 constexpr double fitted_share = 0.1;
 
-/// The tail beyond a threshold: 1 - k x / a to the power of 1 / k for an excess of x.
+/// The tail beyond a threshold: (1 - k x / a)^(1 / k) for an excess of x.
 struct ParetoTail {
   double threshold, share, k, a;
 
@@ -64,7 +64,7 @@ std::vector<float> p_among_largest(std::vector<float> largest, std::span<const f
 double pearson_tail(double value, const Moments& moments) {
   const double x = (value - moments.mean) / moments.sd, g = moments.skewness;
   if (std::abs(g) < 1e-3) return normal_tail(x);
-  // (X + 2 / g) 2 / g follows a gamma distribution of the shape 4 / g^2, turned round where g < 0.
+  // (X + 2 / g) 2 / g follows a gamma distribution of the shape 4 / g^2, mirrored where g < 0.
   const double shape = 4 / (g * g);
   const double gamma = std::max(0.0, shape + 2 * x / g);
   const double upper = chi_squared_tail(2 * gamma, 2 * shape);

@@ -9,18 +9,18 @@
 
 namespace kvo::inference {
 
-/// From fewer values than this beyond an observed one, a p is told by a fitted tail.
+/// With fewer values than this beyond an observed one, its p comes from a fitted tail.
 inline constexpr std::size_t few_beyond = 5;
 
 /// For each observed value its p among the largest values of the randomizations, which corrects it
-/// for the family-wise error: (1 + those at least as large) / (1 + all). Where few are, a
-/// generalised Pareto distribution that is fitted to the largest tenth of them by their moments
+/// for the family-wise error: (1 + those at least as large) / (1 + all). Where few are, the p comes
+/// from a generalised Pareto distribution fitted to the largest tenth of them by their moments
 /// (Hosking and Wallis 1987, Technometrics 29:339; Knijnenburg et al. 2009, Bioinformatics
-/// 25:i161) tells the p, but never one below a tenth of the smallest that can be counted. Without
-/// 100 randomizations nothing is fitted.
+/// 25:i161), but it is never below a tenth of the smallest that can be counted. With fewer than 100
+/// randomizations nothing is fitted.
 std::vector<float> p_among_largest(std::vector<float> largest, std::span<const float> observed);
 
-/// The first moments of null values, by which their tail is told beyond what was counted.
+/// The first moments of null values, which give their tail beyond what was counted.
 struct Moments {
   double mean = 0, sd = 1, skewness = 0;
 };

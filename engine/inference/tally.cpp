@@ -8,7 +8,7 @@ namespace kvo::inference {
 
 namespace {
 
-/// Calls visit(list) for all that a tally is made of.
+/// Calls visit(list) for each list of a tally.
 template <typename Of, typename Visit>
 void for_each_list(Of& tally, const Visit& visit) {
   visit(tally.null.by_rank);

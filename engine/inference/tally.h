@@ -1,7 +1,7 @@
 #pragma once
 
-// What randomizations have come to, whoever made them: counts and largest values that come to the
-// same in whatever order and by how many processes they are brought together.
+// The results of randomizations, whoever made them: counts and largest values that are the same in
+// whatever order, and from however many processes, they are combined.
 
 #include <array>
 #include <cstdint>
@@ -18,22 +18,22 @@ namespace kvo::inference {
 struct Tally {
   NullCounts null;
   std::array<LargestValues, 2> largest;  ///< in the order of the randomizations
-  /// Of exchanges, in each voxel: values as far from 0 or further, in either direction, and sums of
-  /// scores, their squares and cubes in small whole parts.
+  /// Of exchanges, in each voxel: the number of values at least as far from 0, in either direction,
+  /// and sums of scores, their squares and cubes in small whole units.
   std::array<std::vector<std::uint32_t>, 2> beyond;
   std::array<std::vector<std::int64_t>, 3> powers;
 };
 
-/// Whether they can be added up: those of one map have as many ranks, bins and voxels.
+/// Whether they can be added up: those of one map have equal numbers of ranks, bins and voxels.
 bool fit_together(const Tally& a, const Tally& b);
 
-/// The tally as bytes, for a machine with the same order of bytes.
+/// The tally as bytes, for a machine with the same byte order.
 std::string bytes_of(const Tally& tally);
 
-/// Adds to a tally one that fits.
+/// Adds a tally that fits to another.
 void add(Tally& to, const Tally& tally);
 
-/// Takes a tally from the beginning of the bytes. False when they are no tally.
+/// Takes a tally from the beginning of the bytes. Returns false when they are not a tally.
 bool take_tally(std::string_view& bytes, Tally& tally);
 
 }  // namespace kvo::inference

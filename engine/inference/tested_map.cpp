@@ -17,7 +17,7 @@ std::vector<float> turned(std::span<const float> map, float sign) {
   return values;
 }
 
-/// The two-tailed p: twice the smaller one, as each direction could have been found.
+/// The two-tailed p: twice the smaller one, because either direction could have been found.
 std::vector<float> two_tailed(const std::vector<float>& positive,
                               const std::vector<float>& negative) {
   std::vector<float> p;
@@ -61,7 +61,7 @@ void add_corrected(TestedMap& tested, Found found, std::span<const float> observ
   }
   for (std::size_t kind = 0; kind < tested.both.size(); ++kind)
     tested.both[kind] = two_tailed(tested.tails[0][kind], tested.tails[1][kind]);
-  // The rate among the two-tailed p is not that of either direction.
+  // The false discovery rate of the two-tailed p is not that of either direction.
   tested.both.back() = false_discovery_rates(tested.both.front());
 }
 

@@ -17,22 +17,22 @@ namespace kvo::inference {
 /// Clusters are formed of voxels whose one-tailed p is below this.
 inline constexpr double forming_p = 0.001;
 
-/// What the randomizations have anywhere in one direction, each at least once: the largest value,
-/// cluster and TFCE. Clusters and TFCE may have been looked at in fewer of them.
+/// The largest value, cluster and TFCE of each randomization, anywhere in one direction. Clusters
+/// and TFCE may have been examined in fewer of them.
 struct LargestValues {
   std::vector<float> value, extent, tfce;
   void add(const LargestValues& others);
 };
 
-/// Maps in the voxels of the mask. Those of p values that are corrected for the family-wise error
-/// are empty when there are too few randomizations for a p of 0.05.
+/// Maps in the voxels of the mask. Those of p values corrected for the family-wise error are empty
+/// when there are too few randomizations for a p of 0.05.
 struct TestedMap {
   NullDistribution null;  ///< of the values of all voxels
   std::vector<float> statistic{};
   std::array<TailMaps, 2> tails{};
   TailMaps both{};
   std::vector<float> tfce{};                    ///< negative where the statistic is
-  std::size_t randomizations = 0, spatial = 0;  ///< those of clusters and TFCE
+  std::size_t randomizations = 0, spatial = 0;  ///< spatial: those with clusters and TFCE
 
   [[nodiscard]] const TailMaps& of(Tail tail) const {
     return tails[tail == Tail::positive ? 0 : 1];
@@ -40,11 +40,11 @@ struct TestedMap {
 };
 
 /// The values beyond which a share of forming_p of a null distribution lies in either direction, as
-/// distances from 0 and above it.
+/// distances from 0, which are above 0.
 std::array<float, 2> thresholds_of(const NullDistribution& null);
 
-/// The p of an observed map: from its uncorrected p values, and what its randomizations have at
-/// most. Clusters are formed above these thresholds of the statistic in either direction.
+/// What the p of an observed map come from: its uncorrected p values, and the largest values of its
+/// randomizations. Clusters are formed above these thresholds of the statistic in either direction.
 struct Found {
   std::array<float, 2> thresholds;
   std::array<std::vector<float>, 2> p{};

@@ -1,6 +1,6 @@
 #pragma once
 
-// A study's map of effects by the parameters of preprocessing: from kernels around its peaks, or
+// A study's map of effects under the parameters of preprocessing: from kernels around its peaks, or
 // from its image of t statistics.
 
 #include <optional>
@@ -15,22 +15,21 @@
 
 namespace kvo::maps {
 
-/// How the effects of peaks spread in a mask: what the maps of all studies have in common. The mask
-/// must outlive it.
+/// How the effects of peaks spread in a mask: shared by the maps of all studies. The mask must
+/// outlive it.
 class EffectMaps {
  public:
-  /// `correlation` is the template in the voxels of the mask; it is not looked at without
-  /// anisotropy.
+  /// `correlation` is the template in the voxels of the mask; it is not used without anisotropy.
   EffectMaps(const PpRecord& record, const Mask& mask, std::span<const float> correlation);
 
   /// The kernels around a study's peaks.
   [[nodiscard]] PeakMap around(const std::vector<Peak>& peaks) const;
   /// The same without the peaks whose kernels do not reach the mask.
   [[nodiscard]] PeakMap around_reaching(const std::vector<Peak>& peaks) const;
-  /// g in the voxels of the mask, with the peaks where they are.
+  /// g in the voxels of the mask, with the peaks at their own places.
   [[nodiscard]] std::vector<float> map_of(const PeakMap& peaks) const;
 
-  /// The paths that effects spread along; null without anisotropy, when the kernels are all.
+  /// The paths that effects spread along; null without anisotropy, when there are only kernels.
   [[nodiscard]] const PathMap* paths() const { return paths_ ? &*paths_ : nullptr; }
 
  private:
@@ -40,7 +39,7 @@ class EffectMaps {
 };
 
 /// g in the voxels of the mask that the image was read in. Where it has no data the effect is 0, as
-/// where no peak reaches.
+/// it is where no peak reaches.
 std::vector<float> effect_map(const Study& study, const StudyImage& image);
 
 }  // namespace kvo::maps

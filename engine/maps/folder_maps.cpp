@@ -21,10 +21,10 @@ namespace {
 
 constexpr std::string_view written_by_us = "KVO ";
 constexpr std::size_t longest_description = 79;  // bytes of the header's field
-// No list has counts beyond this one, which every unsigned number of 64 bits still holds.
+// No list has counts above this one, which still fits in 64 bits.
 constexpr double largest_count = 1e18;
 
-/// The number of values that "kvo_nd.txt" gives under a name; 0 when it has none of that name.
+/// The number of values that "kvo_nd.txt" gives for a name; 0 when it has none of that name.
 std::size_t listed_values(const std::string& name) {
   const std::string text = read_text(KVO_ND_FILE);
   for (const TextLine& line : filled_lines(text)) {
@@ -52,7 +52,7 @@ std::vector<MapKind> map_kinds() {
 }
 
 ChosenP chosen_p(const std::string& name) {
-  // "NAME_p" has always been a name like others.
+  // "NAME_p" has always been a name like any other.
   for (std::size_t kind = 0; kind < p_map_kinds.size(); ++kind)
     for (const bool both : {true, false}) {
       const PMapKinds& kinds = p_map_kinds[kind];

@@ -1,7 +1,7 @@
 #pragma once
 
 // The maps of the analyses in the working folder: which kinds there are, and what the folder's
-// lists say of them.
+// lists say about them.
 
 #include <array>
 #include <optional>
@@ -18,7 +18,7 @@ namespace kvo::maps {
 struct MapKind {
   const char* suffix;
   int intent_code;  ///< of NIfTI: what the values are
-  float outside;    ///< the value beyond the mask
+  float outside;    ///< the value outside the mask
 };
 inline constexpr MapKind g_map{"_g", 1001, 0}, var_map{"_var", 1001, 0}, z_map{"_z", 5, 0},
     p_map{"_p", 22, 1}, tau2_map{"_tau2", 1001, 0}, I2_map{"_I2", 0, 0}, Q_map{"_Q", 0, 0},
@@ -43,8 +43,8 @@ inline constexpr std::array p_map_kinds{
 /// All kinds.
 std::vector<MapKind> map_kinds();
 
-/// What a name says that maps can be thresholded by: the analysis' map, and its p of one kind,
-/// "NAME", "NAME_pFWE", or "NAME_both_pFWE" for the two-tailed one.
+/// What a name selects to threshold a map by: the map of an analysis and one kind of its p, "NAME",
+/// "NAME_pFWE", or "NAME_both_pFWE" for the two-tailed one.
 struct ChosenP {
   std::string map;
   std::size_t kind = 0;  ///< of p_map_kinds
@@ -52,11 +52,11 @@ struct ChosenP {
 };
 ChosenP chosen_p(const std::string& name);
 
-/// What an analysis was: its command, and who took part.
+/// The command of an analysis, and who took part.
 struct AnalysisFacts {
   std::string command;
   std::size_t studies = 0, participants = 0;
-  std::string left_out{};  ///< of a jackknife: the study that it is without
+  std::string left_out{};  ///< in a jackknife, the study left out
 };
 
 std::string map_file(const std::string& name, const MapKind& kind);
@@ -76,26 +76,26 @@ void check_analysis_name(const std::string& name, const StudyTable& table);
 /// Whether the image is a file (and no link) that this system has written.
 bool written_by_this_system(const std::string& path);
 
-/// The command that an image of this system was made by, as image_description() has it; "" when
-/// another program wrote the image or the header had no room for the whole command.
+/// The command that made an image of this system, as in image_description(); "" when another
+/// program wrote the image or the header had no room for the whole command.
 std::string command_of_image(const std::string& path);
 
 /// The map names of "kvo_maps.txt", in its order; none when there is no file.
 std::vector<std::string> read_map_list();
 
-/// How many values the null distribution of the map has. Throws Refusal when "kvo_nd.txt" does not
-/// say it.
+/// The number of values in the null distribution of the map. Throws Refusal when "kvo_nd.txt" does
+/// not give it.
 std::size_t null_values_of(const std::string& map);
 
-/// How many randomizations the corrected p of a kind come from; 0 when "kvo_nd.txt" does not say
+/// The number of randomizations behind the corrected p of a kind; 0 when "kvo_nd.txt" does not give
 /// it.
 std::size_t randomizations_of(const std::string& map, std::size_t kind);
 
-/// The text of "kvo_analyses.txt" for no analysis.
+/// The text of "kvo_analyses.txt" without any analyses.
 std::string empty_analysis_list();
 
-/// What "kvo_analyses.txt" says of the analysis that the map is of; nothing when it has no such
-/// line. Throws Refusal when the line is not as it should be.
+/// What "kvo_analyses.txt" says about the map's analysis; nothing when it has no line for it.
+/// Throws Refusal when the line is malformed.
 std::optional<AnalysisFacts> read_analysis_facts(const std::string& map);
 
 /// Removes, on commit, the maps of all analyses in the folder that this program has written.

@@ -25,34 +25,34 @@ std::string variance_map_file(const std::string& study);
 /// A study that takes part in an analysis.
 struct Member {
   Study study;
-  std::vector<Peak> peaks;  ///< none of a study that has an image
+  std::vector<Peak> peaks;  ///< none if the study has an image
   bool has_image = false;
 };
 
 struct MetaAnalysis {
   PpRecord record;
   Mask mask;
-  std::vector<float> correlation;  ///< the template in the mask; none without anisotropy
+  std::vector<float> correlation;  ///< the template in the mask; empty without anisotropy
   std::vector<Member> members;
 };
 
-/// Reads everything but the maps, of studies of the table by their indices, one at least. Throws
-/// Refusal when there was no preprocessing, and when an input of one of the studies has changed
-/// since or was not preprocessed.
+/// Reads everything but the maps of the studies, at least one, given by their indices in the table.
+/// Throws Refusal when preprocessing has not been run, or when an input of one of the studies has
+/// changed since or was not preprocessed.
 MetaAnalysis open_meta_analysis(const StudyTable& table, std::span<const std::size_t> chosen);
 
 /// The command, and how many studies and participants take part.
 AnalysisFacts facts_of(const std::string& command, const MetaAnalysis& meta);
 
-/// The maps of the studies in the voxels of the mask. A study has either kind.
+/// The maps of the studies in the voxels of the mask. A study has one kind or the other.
 struct StudyMaps {
-  std::vector<std::vector<float>> g, var;  ///< of images; empty ones of studies with peaks
-  std::vector<SparseMap> of_peaks;         ///< the effects around peaks; empty ones of images
+  std::vector<std::vector<float>> g, var;  ///< from images; empty for studies with peaks
+  std::vector<SparseMap> of_peaks;         ///< the effects around peaks; empty for images
 
   explicit StudyMaps(std::size_t studies) : g(studies), var(studies), of_peaks(studies) {}
 
   /// Copies the effects of a study in `voxels` voxels from `begin` on, a multiple of the stretch of
-  /// sparse maps. False when they are all 0, which leaves `to` as it was.
+  /// sparse maps. Returns false, leaving `to` as it was, when they are all 0.
   bool copy_effects(std::size_t study, std::size_t begin, std::size_t voxels, float* to) const;
   /// Pointers to voxel `begin` of each map, where all the studies have images.
   [[nodiscard]] std::vector<const float*> effects(std::size_t begin) const;
@@ -61,12 +61,12 @@ struct StudyMaps {
 
 /// The effects and the variances of a study in the voxels of a mask. Throws Refusal, naming the
 /// file, when it is missing, is no longer what preprocessing left, or was left by a version that
-/// recorded no checksum of it, and when it holds what cannot be a variance.
+/// recorded no checksum of it, or when it holds a value that cannot be a variance.
 std::vector<float> read_effects(const PpRecord& record, const std::string& study, const Mask& mask);
 std::vector<float> read_variances(const PpRecord& record, const std::string& study,
                                   const Mask& mask);
 
-/// Reads the maps, of studies with peaks those of the effects alone, showing progress. Throws
+/// Reads the maps, only those of the effects for studies with peaks, showing progress. Throws
 /// Refusal as read_effects() and read_variances() do.
 StudyMaps read_study_maps(const MetaAnalysis& meta);
 

@@ -13,15 +13,15 @@ namespace kvo::maps {
 
 namespace {
 
-// No step is shorter than a voxel. A path that goes on from one whose length is in a piece of the
-// queue of this width therefore belongs into a later piece, in floating point too, since sums and
-// halves are rounded monotonically and whole numbers are exact: the voxels of a piece need not be
-// sorted, and their list does not grow while it is read (Dinitz 1978).
+// No step is shorter than a voxel. With pieces of the queue this wide, a path that extends one in a
+// piece therefore belongs in a later piece, in floating point too, since sums and halves are
+// rounded monotonically and whole numbers are exact: the voxels of a piece need not be sorted, and
+// their list does not grow while it is read (Dinitz 1978).
 constexpr float queue_mm = voxel_mm;
 
 constexpr std::uint8_t in_no_piece = 255;
 
-/// Limits are as much too high, so that no path is lost by rounding.
+/// Limits are too high by this much, so that no path is lost to rounding.
 constexpr double slack_mm = 1e-4;
 
 constexpr std::size_t row_cells = 3;
@@ -29,7 +29,7 @@ constexpr std::uint8_t no_step = 13;  ///< the middle of the middle row, where p
 
 using Lanes = Eigen::Array<float, PathBox::lanes, 1>;
 
-/// The length of the shortest path to a cell so far off, where the tissue is uniform.
+/// The length of the shortest path in uniform tissue to a cell this far away.
 double uniform_path(const Voxel& apart) {
   const int di = std::abs(apart.i), dj = std::abs(apart.j), dk = std::abs(apart.k);
   const int longest = std::max({di, dj, dk}), shortest = std::min({di, dj, dk});
@@ -73,7 +73,8 @@ void PathBox::for_each_inner_cell(const Visit& visit) const {
       for (int i = 1; i <= last; ++i) visit(cell(i, j, k));
 }
 
-/// The best of the limits of the cells by so many of the 27 steps, less the steps.
+/// The highest limit among the cells that some of the 27 steps lead to, less the length of the
+/// step.
 double PathBox::best_beyond(const Limits& limits, std::size_t at, int first, int end) const {
   double best = 0;
   for (int step = first; step < end; ++step) {
@@ -88,8 +89,8 @@ double PathBox::best_beyond(const Limits& limits, std::size_t at, int first, int
 
 /// A path of length L to a cell matters if its distance along the tissue, T of path_map.h, is below
 /// the radius: since E is at least C less the peak's distance, if L < F / C (radius + distance). It
-/// matters as well if, by steps that are no longer than in uniform tissue, it comes to another cell
-/// below that one's limit; in a cube two passes through all cells find the best (Borgefors 1984).
+/// also matters if, by steps no longer than in uniform tissue, it reaches another cell below the
+/// limit there; in a cube two passes through all cells find the best (Borgefors 1984).
 void PathBox::find_limits(double reach_mm) {
   const std::size_t cells = edge_ * edge_ * edge_;
   Limits limits(cells);
@@ -115,7 +116,7 @@ void PathBox::find_limits(double reach_mm) {
   pieces_ = std::size_t(*std::max_element(limits.begin(), limits.end()) / voxel_mm) + 1;
 }
 
-/// Takes the heights around a voxel into the room, where no path has been found yet.
+/// Copies the heights around a voxel into the room, and starts without any paths there.
 void PathBox::enter(std::span<const float> height, const Voxel& from, Room& room) const {
   const std::size_t cells = limit_.size();
   if (room.height.size() < cells + lanes) {
@@ -138,8 +139,8 @@ void PathBox::enter(std::span<const float> height, const Voxel& from, Room& room
                   room.height.data() + cell(first, j, k));
 }
 
-/// Leaves the lengths of the paths that go on from a cell, four for each row of steps. Returns a
-/// bit for each that is shorter than what there is.
+/// Stores the lengths of the paths that go on from a cell, four for each row of steps. Returns a
+/// bit for each that is shorter than the best so far.
 inline std::uint64_t PathBox::shorter_paths(const Room& room, std::size_t at,
                                             float* lengths) const {
   const float *height = room.height.data() + at, *length = room.length.data() + at;
@@ -166,7 +167,7 @@ void PathBox::find_paths(std::span<const float> height, const Voxel& from, Room&
   room.queue[0].push_back(start);
   for (std::size_t piece = 0; piece < pieces_; ++piece) {
     for (const std::uint32_t at : room.queue[piece]) {
-      // A path that was shortened out of this piece has been gone on with from its new one.
+      // A path that was shortened out of this piece was already extended from its new one.
       if (room.queued[at] != piece) continue;
       for (std::uint64_t left = shorter_paths(room, at, lengths.data()); left != 0;
            left &= left - 1) {
@@ -199,7 +200,7 @@ void PathBox::detours(const Room& room, const Voxel& from, const Voxel& first, s
     return Eigen::Map<const Lanes>(values.data() + begin + n);
   };
   for (std::size_t n = 0; n < std::size_t(inner_end - inner); n += lanes)
-    // By rounding, a sum of steps may come out a trifle shorter.
+    // Rounding may make a sum of steps slightly too short.
     Eigen::Map<Lanes>(mm + (inner - i) + n) =
         (of(room.length, n) * of(shortening_, n) - of(straight_, n)).max(0.0F);
   std::fill_n(mm + (inner_end - i), end - inner_end, float(radius_mm_));

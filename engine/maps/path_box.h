@@ -1,11 +1,12 @@
 #pragma once
 
-// The shortest paths from a voxel to those around it, in a cube of cells whose middle the voxel is.
+// The shortest paths from a voxel to those around it, in a cube of cells with the voxel in its
+// middle.
 //
-// A cell is known to be of use only where the path to it may still be shorter than the longest that
-// matters, there or further on. Until a path is found that limit stands in place of its length, so
-// that looking at a cell takes one comparison; at the surface of the cube it is 0, so that no path
-// leaves it and nothing need be asked about bounds.
+// A path to a cell is of use only if it is shorter than the longest that can matter, there or
+// further on. Until a path is found, that limit stands in for its length, so that checking a cell
+// takes one comparison; at the surface of the cube it is 0, so that no path leaves it and no bounds
+// need checking.
 
 #include <array>
 #include <cstddef>
@@ -18,38 +19,38 @@
 
 namespace kvo::maps {
 
-/// The cells, and what is known of them before any path.
+/// The cells, and what is known about them before any path is found.
 class PathBox {
  public:
-  /// For detours that end within `radius_mm` from a peak which is up to `peak_mm` away from the
-  /// voxel where paths begin.
+  /// For detours that end within `radius_mm` of a peak up to `peak_mm` away from the voxel where
+  /// paths begin.
   PathBox(double radius_mm, double peak_mm);
 
   [[nodiscard]] double peak_mm() const { return peak_mm_; }
 
-  /// Room for one thread's paths, in any of several boxes.
+  /// Working space for one thread's paths, in any of several boxes.
   struct Room {
     std::vector<float> height, length;
-    std::vector<std::uint8_t> queued;               ///< in which piece of the queue a cell is
+    std::vector<std::uint8_t> queued;               ///< the piece of the queue that a cell is in
     std::vector<std::vector<std::uint32_t>> queue;  ///< by the path's length in steps of 2 mm
   };
 
-  /// Finds the paths from a voxel; `height` is that of each voxel of the grid, no number where no
-  /// path may lead.
+  /// Finds the paths from a voxel; `height` is that of each voxel of the grid, NaN where no path
+  /// may lead.
   void find_paths(std::span<const float> height, const Voxel& from, Room& room) const;
 
-  /// By how many mm the paths to the voxels (first, j, k), (first + 1, j, k) ... are longer than
-  /// where the tissue is uniform, relative to the straight distance; the radius or more where no
-  /// path is that short. Leaves some more numbers behind the last, up to `lanes`.
+  /// How many mm longer the paths to the voxels (first, j, k), (first + 1, j, k) ... are than in
+  /// uniform tissue, relative to the straight distance; the radius or more where no path is that
+  /// short. Writes some more numbers after the last, up to `lanes`.
   void detours(const Room& room, const Voxel& from, const Voxel& first, std::size_t count,
                float* mm) const;
 
-  /// Cells that are looked at together.
+  /// Cells that are processed together.
   static constexpr std::size_t lanes = 8;
 
  private:
-  /// Steps to three cells along x, of each of which the straight length squared is told; what
-  /// stands behind them leads nowhere.
+  /// Steps to three cells along x, each with its straight length squared; the fourth entry leads
+  /// nowhere.
   struct Row {
     std::int32_t offset = 0;  ///< of the first
     std::array<float, 4> squared_mm{};
@@ -71,7 +72,7 @@ class PathBox {
   int half_;          ///< cells from the middle to the surface
   std::size_t edge_;  ///< cells along an edge
   std::array<Row, 9> rows_;
-  std::vector<float> limit_;    ///< the length that a path to a cell must be below to matter
+  std::vector<float> limit_;    ///< a path to a cell must be shorter than this to matter
   std::vector<float> onwards_;  ///< the same for a path that goes on from there
   std::vector<float> straight_, shortening_;  ///< straight distance; its share of a uniform path's
   std::size_t pieces_ = 0;                    ///< of the queue

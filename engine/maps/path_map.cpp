@@ -14,11 +14,11 @@ namespace {
 
 using Lanes = Eigen::Array<float, PathBox::lanes, 1>;
 
-// Most peaks lie in the voxel where their paths begin, no further from its centre than half of its
-// diagonal. The closer they are the fewer paths matter; peaks beyond the mask are few.
+// Most peaks lie in the voxel where their paths begin, no farther from its centre than half its
+// diagonal. The closer they are, the fewer paths matter; peaks outside the mask are few.
 constexpr double peak_distances_mm[] = {0.25, 0.5, 0.75, 1, 1.25, 1.5, 1.75, 4, 8, 16};
 
-/// The distance at which a kernel ends, in its FWHM.
+/// The distance at which a kernel ends, in units of its FWHM.
 double end_of_kernel() {
   return kernel_radius(1);
 }
@@ -37,7 +37,7 @@ std::vector<float> landscape(std::span<const float> correlation) {
   return height;
 }
 
-/// The room that a row of the grid takes, as lanes go beyond its end.
+/// The length of a row of the grid in memory, where lanes go beyond its end.
 std::size_t row_room() {
   return std::size_t(mni_grid().size[0]) + PathBox::lanes;
 }
@@ -50,7 +50,7 @@ std::size_t grid_rows() {
 double reaching_fwhm(double fwhm_mm, double anisotropy) {
   if (anisotropy == 1) return tissue_fwhm_mm;
   const double uniform = fwhm_mm / (1 - anisotropy + anisotropy * fwhm_mm / tissue_fwhm_mm);
-  // Where no path leads the kernel of the FWHM goes on.
+  // Where no path leads, the kernel of the FWHM still applies.
   return std::max(fwhm_mm, uniform);
 }
 
@@ -85,8 +85,8 @@ PathMap::Room::Room(const PathMap& map)
       effects(kernels.size()),
       reached(grid_rows()) {}
 
-/// Calls visit(number in the mask, straight distance) for the voxels of the mask that are
-/// closer to the peak.
+/// Calls visit(number in the mask, straight distance) for the voxels of the mask that are closer to
+/// the peak than the radius.
 template <typename Visit>
 void PathMap::for_each_voxel_within(double radius, const PlacedPeak& peak, Voxel at,
                                     const Visit& visit) const {
@@ -113,13 +113,13 @@ PathMap::Closest PathMap::closest_voxel(const PlacedPeak& peak, Voxel at) const 
   const auto visit = [&](std::size_t n, double distance) {
     if (distance < closest.distance) closest = {std::int64_t(n), distance};
   };
-  // The voxel that a peak lies in has the closest centre, which is within half of its diagonal.
+  // The voxel that a peak lies in has the closest centre, within half its diagonal.
   const bool inside = mni_grid().holds(at) && number_[mni_grid().index(at)] >= 0;
   for_each_voxel_within(inside ? voxel_mm : tissue_radius(), peak, at, visit);
   return closest;
 }
 
-/// Adds a peak's kernel to the sums of the voxels first <= i < end of a row, the paths to which are
+/// Adds a peak's kernel to the sums of the voxels first <= i < end of a row; the paths to them are
 /// in the room.
 void PathMap::add_row(std::size_t row, int first, int end, double squared_yz, double g,
                       Room& room) const {
@@ -184,13 +184,13 @@ void PathMap::add_peak(const PlacedPeak& peak, Voxel at, Room& room) const {
   }
 }
 
-/// Leaves g in the voxels of a row that kernels reach, and no sums.
+/// Turns the sums of a row into g in the voxels that kernels reach, and clears them.
 void PathMap::leave_row(std::size_t row, Room& room) const {
   const Room::Stretch reached = std::exchange(room.reached[row], {});
   float* kernels = room.kernels.data() + row * row_room();
   float* effects = room.effects.data() + row * row_room();
   for (int i = reached.first; i < reached.end; i += int(PathBox::lanes)) {
-    // Where the sum of kernels is 0 that of the effects is 0 too.
+    // Where the sum of kernels is 0, that of the effects is 0 too.
     const Lanes sum = Eigen::Map<const Lanes>(kernels + i).max(std::numeric_limits<float>::min());
     Eigen::Map<Lanes>(effects + i) /= sum;
   }

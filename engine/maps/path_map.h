@@ -3,7 +3,7 @@
 // Peaks to a map of effects when their effects spread along tissue that belongs together.
 //
 // As in peak_map.h a kernel K is laid around each peak and g = sum(K (K g)) / sum(K). Here K is
-// what the effect at the peak says of that at a voxel: the correlation between the two (the best
+// what the effect at the peak says about that at a voxel: the correlation between the two (the best
 // linear prediction of a variable by another of the same variance is the correlation times it).
 // Between neighbouring voxels (26-neighbourhood) of the mask it is taken to be
 //
@@ -16,7 +16,7 @@
 // ends of the template's range it is 1/16 or less, whatever the template's units. It does not
 // depend on the FWHM, so that with an anisotropy of 1 the FWHM has no effect.
 //
-// To voxels further off the correlation is that along the best path: l is added up along the
+// For voxels farther away the correlation is that along the best path: l is summed along the
 // shortest one (the distance on a landscape as high as the template: Toivanen 1996, Pattern
 // Recognition Letters 17:437). Paths do not leave the mask, so that an effect does not jump over a
 // gap in it.
@@ -31,15 +31,16 @@
 //     T = E + C (L / F - 1),
 //
 // the straight distance plus the detour; it is E in uniform convex tissue, and symmetric between
-// voxels. A peak's voxel is that of the mask whose centre is closest (of voxels as close, the first
-// in the grid's order), so that peaks beyond the mask reach it as far as their kernels do.
+// voxels. A peak's voxel is the one in the mask with the closest centre (of equally close ones, the
+// first in the grid's order), so that peaks outside the mask reach into it as far as their kernels
+// do.
 //
 // The anisotropy a leads from the kernel of peak_map.h to that one:
 //
 //     K = 16^-u^2,    u = (1 - a) E / FWHM + a min(T / 20 mm, r)
 //
 // with r = 1.27, where K ends as in peak_map.h (u < r). For a = 0 it is a Gaussian of the FWHM;
-// this unit is then not used, and no template. u changes continuously with a also where no path
+// neither this unit nor a template is then used. u changes continuously with a also where no path
 // leads, and with a FWHM of 20 mm or more it never falls as a rises. With a narrower one the kernel
 // gets wider along uniform tissue: 1 / width = (1 - a) / FWHM + a / 20 mm.
 
@@ -63,19 +64,19 @@ double reaching_fwhm(double fwhm_mm, double anisotropy);
 /// How effects spread in the voxels of a mask, which must outlive it.
 class PathMap {
  public:
-  /// `correlation` are the template's values in the voxels of the mask; 0 < anisotropy <= 1.
+  /// `correlation` holds the template's values in the voxels of the mask; 0 < anisotropy <= 1.
   PathMap(const Mask& mask, std::span<const float> correlation, double fwhm_mm, double anisotropy);
 
-  /// Voxels that follow each other in the mask.
+  /// Consecutive voxels of the mask.
   struct Run {
     std::size_t begin, end;
   };
 
-  /// Room for one thread's work, and what it leaves.
+  /// Working space for one thread, and its results.
   struct Room {
     explicit Room(const PathMap& map);
     std::vector<Run> runs;  ///< the voxels that a kernel may reach; g is 0 in all others
-    std::vector<float> g;   ///< of the voxels in the runs; what others have means nothing
+    std::vector<float> g;   ///< of the voxels in the runs; meaningless in others
 
    private:
     friend class PathMap;
@@ -85,13 +86,13 @@ class PathMap {
     };
     PathBox::Room paths;
     std::vector<float> squared_x, detour;  ///< along a row
-    std::vector<float> kernels, effects;   ///< sums, row by row; all zero between the calls
-    std::vector<Stretch> reached;          ///< of each row; empty between the calls
+    std::vector<float> kernels, effects;   ///< sums, row by row; all zero between calls
+    std::vector<Stretch> reached;          ///< of each row; empty between calls
     std::vector<std::size_t> rows;         ///< those that a kernel reaches
   };
 
-  /// Computes g, each peak moved (its offset kept) to the voxel of the same index in `voxels`, and
-  /// leaves it in the room.
+  /// Computes g and leaves it in the room, with each peak moved (its offset kept) to the voxel of
+  /// the same index in `voxels`.
   void effects(std::span<const PlacedPeak> peaks, std::span<const Voxel> voxels, Room& room) const;
 
  private:
@@ -99,7 +100,7 @@ class PathMap {
     std::int64_t voxel;  ///< its number in the mask, or -1
     double distance;
   };
-  /// What the mask has of a row of the grid.
+  /// The mask's voxels in a row of the grid.
   struct MaskRow {
     std::size_t begin = 0;   ///< the number of its first voxel
     int first = 0, end = 0;  ///< where they are along the row
@@ -115,7 +116,7 @@ class PathMap {
 
   const Mask& mask_;
   std::vector<std::int32_t> number_;  ///< of each voxel of the grid in the mask, or -1
-  std::vector<float> height_;         ///< likewise, or no number
+  std::vector<float> height_;         ///< likewise, or NaN
   std::vector<MaskRow> rows_;
   std::vector<PathBox> boxes_;  ///< by the distance of a peak from where its paths begin
   double anisotropy_, fwhm_, reach_;

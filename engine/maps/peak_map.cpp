@@ -94,7 +94,7 @@ void PeakMap::effects(const std::vector<Voxel>& voxels, int k, const Mask& mask,
   for (std::size_t n = 0; n < end - begin; ++n) {
     const std::uint32_t at = indices[n] - plane_start;
     const double kernels = plane.kernels[at];
-    // Where the sum of kernels is 0 that of the effects is 0 too.
+    // Where the sum of kernels is 0, that of the effects is 0 too.
     g[n] = float(plane.effects[at] / (kernels == 0 ? 1 : kernels));
   }
   for (std::vector<double>* sums : {&plane.kernels, &plane.effects})

@@ -1,7 +1,8 @@
 #pragma once
 
-// A map in the voxels of a mask that is 0 in most places, as kernels around a study's peaks make
-// it: of thousands of studies only the stretches of voxels that something reaches are in memory.
+// A map in the voxels of a mask that is 0 in most places, such as one of kernels around a study's
+// peaks: even with thousands of studies, only the stretches of voxels that something reaches are in
+// memory.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,14 +15,14 @@ namespace kvo::maps {
 
 class SparseMap {
  public:
-  /// Voxels that are kept, or not, together.
+  /// Voxels that are kept or dropped together.
   static constexpr std::size_t stretch = 8;
 
   SparseMap() = default;
   explicit SparseMap(std::span<const float> values);
 
-  /// Copies `voxels` values from voxel `begin` on, a multiple of the stretch. False when all are 0,
-  /// which leaves `to` as it was.
+  /// Copies `voxels` values from voxel `begin` on, a multiple of the stretch. Returns false,
+  /// leaving `to` as it was, when all are 0.
   bool copy(std::size_t begin, std::size_t voxels, float* to) const;
 
  private:
@@ -29,7 +30,7 @@ class SparseMap {
   [[nodiscard]] const float* values_of(std::size_t number) const;
 
   std::vector<std::uint64_t> kept_;    ///< a bit for each stretch
-  std::vector<std::uint32_t> before_;  ///< how many are kept before those of each word
+  std::vector<std::uint32_t> before_;  ///< the number kept before those of each word
   std::vector<float> values_;
 };
 

@@ -21,7 +21,8 @@ double root_between(double low, double high, const Function& function) {
   }
 }
 
-/// The residual sum of squares without weights. tau2 + the least variance times Q is never larger.
+/// The residual sum of squares without weights. (tau2 + the least variance) times Q is never
+/// larger.
 double plain_residual(const Values& values) {
   const Eigen::MatrixXd& basis = values.design.basis;
   const Eigen::Map<const Eigen::VectorXd> y(values.effects.data(), basis.rows());
@@ -54,8 +55,8 @@ std::vector<double> tried_tau2(double largest) {
 
 }  // namespace
 
-// The sums grow study by study: the order in which a library's matrix product takes them depends on
-// the processor's caches.
+// Sums run study by study: the order of summation in a library's matrix product depends on the
+// processor's caches.
 WeightedFit weighted_fit(const Values& values, double tau2) {
   const std::size_t k = values.design.studies(), p = values.design.coefficients();
   const auto basis = [&](std::size_t s, std::size_t i) {

@@ -33,26 +33,25 @@ struct WeightedFit {
   SmallSymmetric spread;  ///< their covariance, (X'WX)^-1
   double Q;               ///< y'Py
   double trace;           ///< of P
-  double slope;  ///< y'PPy - tr(P): twice the derivative of the restricted log-likelihood by tau2
-  double log_likelihood;  ///< restricted, but for a constant
+  double slope;  ///< y'PPy - tr(P): twice the derivative of the restricted log-likelihood in tau2
+  double log_likelihood;  ///< restricted, up to a constant
 };
 WeightedFit weighted_fit(const Values& values, double tau2);
 
 /// The estimate of DerSimonian and Laird (1986, Controlled Clinical Trials 7:177) as generalised by
 /// Raudenbush (2009, The Handbook of Research Synthesis and Meta-Analysis, chapter 16): (Q - (k -
-/// p)) / tr(P) with Q and P of tau2 = 0, never below 0. 0 without degrees of freedom.
+/// p)) / tr(P) with Q and P at tau2 = 0, never below 0. 0 without degrees of freedom.
 double moments_tau2(const Values& values);
 
-/// The tau2 of at least 0 where the restricted likelihood is largest (Viechtbauer 2005, Journal of
-/// Educational and Behavioral Statistics 30:261), to machine precision; the global one where there
-/// are several maxima. 0 without degrees of freedom; nothing when values are so large or small that
+/// The tau2 of at least 0 that maximises the restricted likelihood (Viechtbauer 2005, Journal of
+/// Educational and Behavioral Statistics 30:261), to machine precision; the global maximum where
+/// there are several. 0 without degrees of freedom; nothing when values are so large or small that
 /// no maximum is found.
 std::optional<double> restricted_tau2(const Values& values);
 
-/// The 95 % interval of tau2: all values whose generalised Q is between the 2.5 and the 97.5 %
-/// quantile of chi-squared (Viechtbauer 2007, Statistics in Medicine 26:37), as far as they are at
-/// least 0. Nothing without degrees of freedom, and nothing when the effects scatter so little that
-/// no tau2 is among them.
+/// The 95 % interval of tau2: all values of at least 0 with a generalised Q between the 2.5 and the
+/// 97.5 % quantile of chi-squared (Viechtbauer 2007, Statistics in Medicine 26:37). Nothing without
+/// degrees of freedom, and nothing when the effects scatter so little that there is no such tau2.
 std::optional<Interval> profile_tau2(const Values& values);
 
 }  // namespace kvo::model

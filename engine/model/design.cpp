@@ -10,7 +10,7 @@ namespace kvo::model {
 
 namespace {
 
-// A term that keeps less than this share of itself beside the terms before it is nothing but
+// A term with less than this share of itself left beside the terms before it is nothing but
 // rounding errors, or would leave too few digits.
 constexpr double least_own_share = 1e-8;
 // Within these, estimates and variances are far from the limits of single precision.
@@ -43,7 +43,7 @@ void check_terms(std::span<const Term> terms, std::size_t studies) {
   }
 }
 
-/// Throws Refusal when what a term has beyond those before it is too little.
+/// Throws Refusal when a term adds too little to those before it.
 void check_own_part(const Term& term, double own, double whole) {
   if (own <= least_own_share * whole)
     refuse_term(term, "says nothing that the terms before it do not say already.");
@@ -65,7 +65,7 @@ Design make_design(std::span<const Term> terms, std::size_t studies) {
     const Term& term = terms[std::size_t(t - 1)];
     auto column = design.basis.col(t);
     design.columns.col(t) = column = Eigen::Map<const Eigen::VectorXd>(term.values.data(), k);
-    // Takes the projections on earlier columns out, and keeps track of what that makes of the
+    // Subtracts the projections onto earlier columns, and keeps track of what that does to the
     // terms.
     for (int round = 0; round < 2; ++round)
       for (Eigen::Index j = 0; j < t; ++j) {

@@ -25,7 +25,7 @@ struct Term {
 struct Design {
   /// A row for each study: 1, and the values of the terms.
   Eigen::MatrixXd columns;
-  /// An orthogonal basis of the columns, of which the first is 1 too.
+  /// An orthogonal basis of the columns; its first column is 1 too.
   Eigen::MatrixXd basis;
   /// Turns coefficients of the basis into those of the terms; upper triangular.
   Eigen::MatrixXd back;
@@ -34,7 +34,7 @@ struct Design {
   [[nodiscard]] std::size_t coefficients() const { return std::size_t(columns.cols()); }
 };
 
-/// The design of these terms, none or more, for so many studies. Throws Refusal, naming the term,
+/// The design of these terms, if any, for this number of studies. Throws Refusal, naming the term,
 /// when there are more than max_terms, a term occurs twice, has the same value in all the studies
 /// or follows from the terms before it, or when no study is left over to estimate the residual
 /// heterogeneity from (with no term, one study is enough).

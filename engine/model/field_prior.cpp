@@ -31,8 +31,8 @@ struct GridValues {
   std::vector<double> values;
 };
 
-/// Applies the rows along one axis, which has so many values; transposed, it turns an axis of as
-/// many values as there are rows back into one of so many.
+/// Applies the rows along one axis of `values` values; transposed, it turns an axis with one value
+/// per row back into one of `values` values.
 template <bool transposed>
 GridValues along(const GridValues& in, int axis, const Rows& rows, std::size_t values) {
   GridValues out{in.size, {}};

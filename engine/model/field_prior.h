@@ -13,7 +13,7 @@
 
 namespace kvo::model {
 
-/// How a field is interpolated at a place: a sum over a box of cells with separable weights.
+/// The interpolation of a field at a place: a sum over a box of cells with separable weights.
 struct FieldPlace {
   std::array<std::size_t, 3> first;
   std::array<std::vector<double>, 3> weights;
@@ -21,16 +21,16 @@ struct FieldPlace {
 
 class FieldPrior {
  public:
-  /// The field's autocorrelation has that full width at half maximum, in mm.
+  /// `width` is the full width at half maximum of the field's autocorrelation, in mm.
   explicit FieldPrior(double width);
 
   [[nodiscard]] static std::size_t cells();
   /// How many mm³ of each cell lie in the mask.
   [[nodiscard]] static Eigen::VectorXd volumes(const Mask& mask);
-  /// The cell that a place in MNI space, in mm, lies in; cells() outside of the grid.
+  /// The cell that contains a place in MNI space, in mm; cells() outside the grid.
   [[nodiscard]] static std::size_t cell_at(const Eigen::Vector3d& mm);
 
-  /// The field at the centres of the cells, of the values of the noise there: K z.
+  /// The field at the centres of the cells, from the values of the noise there: K z.
   [[nodiscard]] Eigen::VectorXd at_cells(const Eigen::VectorXd& noise) const;
   /// The transpose of that: K' f.
   [[nodiscard]] Eigen::VectorXd to_noise(const Eigen::VectorXd& field) const;

@@ -36,7 +36,7 @@ bool lies_in(const ListedPeak& peak, const Eigen::VectorXd& volumes) {
 
 namespace {
 
-/// Realms that change by less, relatively, are left as they are, as tables are made for each.
+/// Realms with a smaller relative change are kept, because each new one needs new tables.
 constexpr double realm_tolerance = 1e-3;
 
 }  // namespace

@@ -12,43 +12,44 @@
 
 namespace kvo::model {
 
-/// A field of each coefficient: its values in the cells, or its noise (FieldPrior).
+/// A field for each coefficient: its values in the cells, or its noise (FieldPrior).
 using Fields = std::vector<Eigen::VectorXd>;
 
-/// The coefficients in the cells that the noise makes.
+/// The coefficients in the cells, from the noise.
 Fields in_cells(const PeakFit& fit, const Fields& noise);
-/// The effect in the cells in a study of that row of the design.
+/// The effect in the cells in a study with that row of the design.
 Eigen::VectorXd effect_of(const Fields& cells, const Eigen::VectorXd& row);
-/// The effect at a place in a study of that row of the design.
+/// The effect at a place in a study with that row of the design.
 double effect_at(const PeakFit& fit, const FieldPlace& place, const Fields& noise,
                  const Eigen::VectorXd& row);
-/// The volumes that each effect of a LikelihoodTable stands for, of the effect in the cells and the
-/// cells' volumes in the mask.
+/// The volumes that each effect of a LikelihoodTable stands for, from the effect in the cells and
+/// the cells' volumes in the mask.
 std::vector<double> volumes_by_effect(const Eigen::VectorXd& effect,
                                       const Eigen::VectorXd& volumes);
 /// A study without a peak is taken to list half of one.
 inline constexpr double no_peaks = 0.5;
-/// Whether a peak lies in a cell that has a part in the mask, by the cells' volumes in it.
+/// Whether a peak lies in a cell that is at least partly in the mask, given the cells' volumes in
+/// it.
 bool lies_in(const ListedPeak& peak, const Eigen::VectorXd& volumes);
 
-/// The studies and the fit, of which it takes all but the noise, must outlive it.
+/// The studies and the fit must outlive it. It uses all of the fit but the noise.
 class FieldsLikelihood {
  public:
   FieldsLikelihood(std::span<const ListingStudy> studies, const Mask& mask, const PeakFit& fit);
 
-  /// Of the cells, in the mask, in mm³.
+  /// The cells' volumes in the mask, in mm³.
   [[nodiscard]] const Eigen::VectorXd& volumes() const { return volumes_; }
 
-  /// Finds the listed share of each study by the fields, or keeps those given; and the realms with
-  /// which so many are listed, and takes them.
+  /// Finds the listed share of each study from the fields, or keeps those given; then finds and
+  /// takes the realms that lead to these shares.
   void find_realms(const Fields& cells, bool keeps_shares, std::vector<double>& shares,
                    std::vector<double>& realms);
   void take_realms(std::span<const double> realms);
 
-  /// Its natural logarithm, but for a constant.
+  /// Its natural logarithm, up to a constant.
   [[nodiscard]] double value(const Fields& noise, const Fields& cells) const;
-  /// Its derivative by the noise of the fields, without the prior's, and the expected information
-  /// of the cells: the lower triangle, row by row.
+  /// Its derivative with respect to the noise of the fields, without the prior's, and the expected
+  /// information of the cells: the lower triangle, row by row.
   void derivatives(const Fields& noise, const Fields& cells, Fields& slope,
                    Fields& information) const;
 
@@ -59,7 +60,7 @@ class FieldsLikelihood {
     FieldPlace place;
     const ListedPeak* peak;
   };
-  /// Studies that have the same row of the design, whose expected peaks are added up.
+  /// Studies with the same row of the design, for which expected peaks are added up.
   struct Group {
     Eigen::VectorXd row;
     std::vector<std::size_t> studies;

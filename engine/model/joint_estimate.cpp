@@ -38,7 +38,7 @@ std::optional<double> tau2_of_images(const MetaAnalysis& meta, const StudyMaps& 
   return std::clamp(sum / double(voxels), tau2_floor, tau2_ceiling);
 }
 
-/// One voxel after the other.
+/// Estimates voxel by voxel.
 class Voxels {
  public:
   Voxels(const MetaAnalysis& meta, const Design& design, const StudyMaps& maps,
@@ -106,7 +106,7 @@ class Voxels {
     }
   }
 
-  /// What images of all the studies would know.
+  /// The information that images of all the studies would give.
   [[nodiscard]] SmallSymmetric information_of_all(const SmallVector& b) const {
     SmallSymmetric A{};
     for (std::size_t s = 0; s < variances_.size(); ++s) {
@@ -118,7 +118,7 @@ class Voxels {
     return A;
   }
 
-  /// Leaves the maps' values of the voxel.
+  /// Stores the voxel's values in the maps.
   void leave(std::size_t v, const SmallVector& b, const SmallSymmetric& covariance,
              const SmallSymmetric& of_images) {
     SmallSymmetric before{};  // the prior's covariance

@@ -16,41 +16,41 @@
 
 namespace kvo::model {
 
-/// What the estimate rests on.
+/// What the estimate is based on.
 struct JointFacts {
   std::size_t studies_with_peaks = 0, images = 0;
   std::size_t thresholds_assumed = 0;  ///< of the studies with peaks
   bool tau2_of_images = false;
   ChosenAssumptions chosen;
   std::vector<double> shares;  ///< listed, of the studies with peaks
-  double listing_doubt = 0;  ///< standard deviation of the mean effect for not knowing their rules
+  double listing_doubt = 0;    ///< standard deviation of the mean effect due to unknown listing
 };
 
-/// The maps of each coefficient, as of the terms of the design, in the voxels of the mask.
+/// The maps of the coefficients of the design's terms, in the voxels of the mask.
 struct JointEstimate {
   std::vector<std::vector<float>> g, var;
-  /// The information in the studies, from 0 to 1: relative to what images of all of them would
+  /// The information in the studies, from 0 to 1, relative to what images of all of them would
   /// give.
   std::vector<std::vector<float>> info;
   JointFacts facts;
 };
 
-/// Whether a study has peaks, so that there is something to estimate jointly.
+/// Whether any study has peaks, so that there is something to estimate jointly.
 bool has_peaks(const MetaAnalysis& meta);
 
-/// A study's peaks as the likelihood takes them, whose threshold is a one-tailed p of assumed_p if
+/// A study's peaks as the likelihood takes them. The threshold is a one-tailed p of assumed_p if
 /// the table does not state it.
 ListingStudy listing_of(const Member& member, Eigen::VectorXd row,
                         double assumed_p = assumed_threshold_p);
 /// The standard deviation of the mean effect that comes from not knowing how studies choose the
-/// peaks they list, by the share of their maxima listed and of peaks without a height.
+/// peaks they list, given the share of their maxima listed and of peaks without a height.
 double listing_doubt_of(const PeakFit& fit);
 
 /// The fewest images from which the between-study variance is estimated.
 inline constexpr std::size_t enough_images = 4;
 
-/// The studies that have peaks, some at least, and the fit to them under the assumptions that are
-/// chosen for them and the images, of which there are maps. Counts two steps of the action.
+/// The studies that have peaks, at least one, and the fit to them under the assumptions chosen for
+/// them and for the images, which are among the maps. Counts two steps of the action.
 struct JointFit {
   std::vector<ListingStudy> listing;
   JointFacts facts;

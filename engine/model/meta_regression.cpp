@@ -26,7 +26,7 @@ double tau2_of(const Values& values, Method method) {
       "its iterations do not converge. Are there effects that are far too large?");
 }
 
-/// Whether the effects are other than those of the model.
+/// Whether the effects differ from those of the model.
 bool scatters(const Values& values, double tau2, double Q) {
   double square = 0;
   for (std::size_t s = 0; s < values.effects.size(); ++s)

@@ -4,7 +4,7 @@
 // by voxel.
 //
 // Weighted least squares with weights 1/(v + tau2), where tau2 is the between-study variance that
-// the terms leave unexplained (between_studies.h), in maps that of moments_tau2(). In maps I2 = 100
+// the terms leave unexplained (between_studies.h); in maps it is moments_tau2(). In maps I2 = 100
 // (QE - (k - p)) / QE percent, never below 0: the share of the residual variance that is between
 // studies.
 //
@@ -40,14 +40,14 @@ struct Estimate {
 };
 
 /// Heterogeneity on the scales of tau2, of I2 = 100 tau2 / (s2 + tau2) percent and of H2 = tau2 /
-/// s2 + 1, where s2 = (k - p) / tr(P) with P of tau2 = 0 is the studies' typical variance (Higgins
+/// s2 + 1, where s2 = (k - p) / tr(P) with P at tau2 = 0 is the studies' typical variance (Higgins
 /// and Thompson 2002, Statistics in Medicine 21:1539). With moments_tau2() I2 = 100 (QE - (k - p))
-/// / QE and H2 = QE / (k - p), as long as QE is larger.
+/// / QE and H2 = QE / (k - p), as long as QE is above k - p.
 struct Scales {
   double tau2 = 0, I2 = 0, H2 = 1;
 };
 
-/// What a model says of single values. The intercept comes first, then the terms in their order.
+/// The fit of a model to single values. The intercept comes first, then the terms in their order.
 struct ModelFit {
   std::vector<Estimate> coefficients;
   Scales residual;                     ///< heterogeneity
@@ -60,12 +60,12 @@ struct ModelFit {
 /// Fits the model to one effect and variance (above 0) of each study. With as many coefficients as
 /// studies, all of the residual heterogeneity is 0. Whatever the method, tests use the normal
 /// distribution where there is no residual scatter to estimate: with as many coefficients as
-/// studies, and where all effects are those of the model. Throws Refusal when no restricted_tau2()
+/// studies, and where the model fits all effects exactly. Throws Refusal when no restricted_tau2()
 /// is found.
 ModelFit fit_model(const Design& design, std::span<const double> effects,
                    std::span<const double> variances, Method method);
 
-/// The interval profile_tau2(), and those of I2 and H2 that it comes to.
+/// The interval profile_tau2(), and the intervals of I2 and H2 that follow from it.
 struct ScaleIntervals {
   Scales low, high;
 };
@@ -80,8 +80,8 @@ struct ModelMaps {
   float *tau2 = nullptr, *I2 = nullptr, *Q = nullptr;
 };
 
-/// Fits the model in so many voxels of the studies whose effects and variances (all above 0) the
-/// pointers lead to.
+/// Fits the model in `voxels` voxels; the pointers lead to the studies' effects and variances (all
+/// above 0).
 void fit_model_maps(const Design& design, std::span<const float* const> effects,
                     std::span<const float* const> variances, std::size_t voxels,
                     const ModelMaps& maps);

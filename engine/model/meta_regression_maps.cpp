@@ -30,17 +30,17 @@ struct Sums {
   Block Q, tau2;
 };
 
-/// The studies' maps and the rows of the design that belong to them. Behind the last study stand as
-/// many that count nothing as make the last group full.
+/// The studies' maps and their rows of the design. After the last study come rows of zeros that
+/// fill the last group.
 struct Studies {
   std::size_t count, coefficients;
   const float *const *g, *const *var;
-  /// A row for each study: the basis of the design, and of its values i and j <= i the products
+  /// A row for each study: the basis of the design, and the products of its values i and j <= i:
   /// (0,0), (1,0), (1,1), (2,0) ...
   std::vector<double> basis, products;
 };
 
-/// Of the studies of a group w, w^2, w y and w y^2 in the voxels of a block.
+/// w, w^2, w y and w y^2 of the studies of a group in the voxels of a block.
 struct Weights {
   Block w[group_studies], ww[group_studies], wy[group_studies], wyy[group_studies];
 };
@@ -61,8 +61,8 @@ struct Weights {
   }
 }
 
-/// Adds to each of so many sums the studies of a group, each with its weights times a factor; the
-/// factors of a study stand beside each other.
+/// Adds the studies of a group to each of the sums, each study with its weights times a factor; the
+/// factors of one study are adjacent.
 [[gnu::always_inline]] inline void add_group(const Block* __restrict weights, const double* factors,
                                              std::size_t sums, std::size_t n,
                                              Block* __restrict to) {
@@ -76,7 +76,7 @@ struct Weights {
   }
 }
 
-/// Makes the sums anew, with the tau2 that stands among them; B and c only where `all_sums`.
+/// Computes the sums anew, with the tau2 among them; B and c only if `all_sums`.
 [[gnu::always_inline]] inline void add_up(bool all_sums, const Studies& all, std::size_t begin,
                                           std::size_t n, Sums& sums) {
   const std::size_t p = all.coefficients, pairs = triangle_size(p);
@@ -104,8 +104,8 @@ struct Weights {
   INDEPENDENT for (std::size_t v = 0; v < n; ++v) to[v] -= x[v] * y[v];
 }
 
-/// Each voxel's A becomes L D L', L with a diagonal of 1; below it, L stands in the triangle and D
-/// on its diagonal. b becomes L^-1 b.
+/// Factors each voxel's A into L D L', where L has a diagonal of 1. The triangle then holds L below
+/// the diagonal and D on it. b becomes L^-1 b.
 [[gnu::always_inline]] inline void factor(std::size_t p, std::size_t n, Sums& __restrict sums) {
   for (std::size_t i = 0; i < p; ++i) {
     // Row i of L D; row j has already been divided by D.

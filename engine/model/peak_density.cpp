@@ -16,7 +16,7 @@ constexpr auto heights = std::size_t((highest - lowest) / spacing + 1.5);
 // Of a Gaussian autocorrelation: sigma1² / (sigma0 sigma2) = 3 / sqrt(15).
 constexpr double gamma2 = 0.6;
 
-/// The function f of equation A15: how the curvatures of maxima are distributed.
+/// The function f of equation A15: the distribution of the curvatures of maxima.
 double curvatures(double x) {
   const double a = std::sqrt(2.5) * x;
   const double x2 = x * x;

@@ -67,7 +67,7 @@ double moved_by(const Fields& from, const Fields& to, const Vector& volumes) {
   return std::sqrt(sum / volumes.sum());
 }
 
-/// A draw of the fields' noise from the normal distribution that the fit's posterior is close to.
+/// A draw of the fields' noise from the normal distribution that approximates the fit's posterior.
 Fields draw(const PeakFit& fit, std::uint64_t number) {
   const std::size_t p = fit.noise.size();
   const Eigen::Index n = fit.noise[0].size();
@@ -97,8 +97,8 @@ Fields draw(const PeakFit& fit, std::uint64_t number) {
   return solved(fit, fit.information, b, 0.02);
 }
 
-/// A search for the mode of the posterior, or of what it is times exp(tilt'z), z the noise of the
-/// first coefficient.
+/// A search for the mode of the posterior, or of the posterior times exp(tilt'z), with z the noise
+/// of the first coefficient.
 struct Search {
   PeakFit& fit;
   FieldsLikelihood& likelihood;
@@ -195,8 +195,9 @@ std::vector<ProfilePoint> region_profile(const PeakFit& fit, std::span<const Lis
   const double se = std::sqrt(weights.dot(covariance[0]));
   std::vector<ProfilePoint> points(standard_errors.size() + 1);
   in_parallel(points.size(), [&](std::size_t i, std::size_t) {
-    // The mode of a tilted posterior is the highest place of the posterior itself among those of
-    // its mean; were the posterior normal, this tilt would move the mean just so far.
+    // The mode of a tilted posterior is where the posterior itself is highest for the mean found
+    // there; if the posterior were normal, this tilt would move the mean by exactly that many
+    // standard errors.
     const double tilted = i == 0 ? 0 : standard_errors[i - 1] / se;
     PeakFit at = fit;
     for (std::size_t j = 0; j < at.noise.size(); ++j) at.noise[j] += tilted * covariance[j];

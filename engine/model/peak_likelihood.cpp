@@ -7,7 +7,7 @@ namespace kvo::model {
 
 namespace {
 
-/// Of so many maxima per mm³ those that are the highest in such a realm.
+/// The number per mm³ of these maxima that are the highest in such a realm.
 double listed_of(double maxima, double realm) {
   return realm > 0 ? -std::expm1(-realm * maxima) / realm : maxima;
 }
@@ -66,7 +66,7 @@ double StudyLikelihood::listed(std::span<const double> volumes, double realm) co
 }
 
 double StudyLikelihood::realm_of(std::span<const double> volumes, double listed) const {
-  // The logarithm of a realm, in mm³, from one that has no second maximum to one beyond any head.
+  // The logarithm of a realm, in mm³, from one with no second maximum to one larger than any head.
   double low = 0, high = 25;
   if (this->listed(volumes, std::exp(low)) <= listed) return 0;
   while (high - low > 1e-6) {
@@ -87,7 +87,7 @@ StudyLikelihood::Score StudyLikelihood::score_at(std::size_t i) const {
     // Heights beyond seven standard deviations above the mean are negligible.
     const double dh = (std::max(threshold_, sign * effect) + 7 * s - threshold_) / parts;
     for (int h = 0; h < parts; ++h) {
-      // As of_peak() and maxima_beyond() have it, without doing twice what they have in common.
+      // As in of_peak() and maxima_beyond(), without computing twice what they share.
       const double x = (threshold_ + (h + 0.5) * dh - sign * effect) / s, dx = -(sign + x * ds) / s;
       const PeakDensity::Log log = density_.log_at(x);
       const double density = std::exp(log.value), slope = log.slope * dx - ds / s;
@@ -113,7 +113,7 @@ void StudyLikelihood::take_realm(double realm) {
   }
   silence = expected;
   if (realm == 0) return;
-  // Of what the peaks add to the slope, the integral.
+  // The integral of what the peaks add to the slope.
   const auto add = [&](std::size_t from, std::size_t to, double way) {
     silence.values[to] =
         silence.values[from] + way * LikelihoodTable::step / 2 * (score[from] + score[to]);

@@ -1,6 +1,6 @@
 #pragma once
 
-// The likelihood of what one study lists, by the effect.
+// The likelihood of what one study lists, as a function of the effect.
 
 #include <array>
 #include <span>
@@ -34,16 +34,16 @@ class StudyLikelihood {
  public:
   StudyLikelihood(const ListingStudy& study, double tau2, const PeakDensity& density);
 
-  /// How many peaks the study lists in such volumes (add_volume()), with a realm of so many mm³.
+  /// The number of peaks that the study lists in such volumes (add_volume()), with a realm in mm³.
   [[nodiscard]] double listed(std::span<const double> volumes, double realm) const;
-  /// The realm with which it lists so many, which are more than none; 0 if they are more than all.
+  /// The realm with which it lists that many, which must be above 0; 0 if that is more than all.
   [[nodiscard]] double realm_of(std::span<const double> volumes, double listed) const;
   void take_realm(double realm);
   [[nodiscard]] double realm() const { return realm_; }
 
-  /// Expected peaks that the study lists, per mm³, and their information.
+  /// The peaks that the study is expected to list per mm³, and their information.
   LikelihoodTable expected;
-  /// What each mm³ takes from the logarithm of the likelihood, but for a constant.
+  /// What each mm³ subtracts from the log-likelihood, up to a constant.
   LikelihoodTable silence;
 
   /// What a peak adds to it.
@@ -68,7 +68,7 @@ class StudyLikelihood {
 
   VarianceOfG variance_;
   double tau2_, threshold_, realm_ = 0;
-  double unknown_heights_ = 0;  ///< the share of the peaks whose height is not told
+  double unknown_heights_ = 0;  ///< the share of peaks of unknown height
   PeakDensity density_;
   std::array<std::vector<double>, 2>
       maxima_;  ///< positive and negative ones at the table's effects

@@ -25,7 +25,7 @@ constexpr double enough_listed = 1.0 / 3;
 constexpr double worth_it = 1e-4;
 
 /// Predictions are best with a prior as narrow as effects are. Estimates are made with a wider one,
-/// which draws them less towards 0.
+/// which shrinks them less towards 0.
 constexpr double effect_sd_of_predictions = 0.4;
 
 /// The values that are tried.
@@ -57,7 +57,7 @@ class Prediction {
     return all.peaks == 0 ? 0 : all.sum / double(all.peaks);
   }
   void keep() { fits_ = std::move(tried_); }
-  /// The listed share of the studies in those fits.
+  /// The mean listed share of the studies in the fits that were kept.
   [[nodiscard]] double mean_share() const {
     double sum = 0;
     std::size_t count = 0;

@@ -31,7 +31,7 @@ struct Studies {
   [[nodiscard]] Studies from(std::size_t study) const { return {g + study, var + study}; }
 };
 
-/// Adds w, w^2, w g and w g^2 of so many studies to the sums, w = 1/var.
+/// Adds w, w^2, w g and w g^2 of `studies` studies to the sums, w = 1/var.
 template <std::size_t studies>
 [[gnu::always_inline]] inline void add_group(const Studies& group, std::size_t begin, std::size_t n,
                                              Sums& __restrict sums) {
@@ -58,7 +58,7 @@ WIDEST_VECTORS void add_studies(const Studies& all, std::size_t studies, std::si
   for (; s < studies; ++s) add_group<1>(all.from(s), begin, n, sums);
 }
 
-/// Adds up w and w g of so many studies, w = 1 / (var + tau2).
+/// Adds up w and w g of `studies` studies, w = 1 / (var + tau2).
 template <std::size_t studies>
 [[gnu::always_inline]] inline void add_group_again(const Studies& group, std::size_t begin,
                                                    std::size_t n, Sums& __restrict sums) {

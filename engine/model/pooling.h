@@ -14,15 +14,15 @@
 
 namespace kvo::model {
 
-/// Where pooled values go: one array of as many values as there are voxels for each; all but z may
-/// be null, which leaves that result out.
+/// Where pooled values go: an array for each, with one value per voxel; all but z may be null,
+/// which leaves that result out.
 struct PooledMaps {
   float* z;  ///< g / sqrt(var)
   float *g = nullptr, *var = nullptr, *tau2 = nullptr, *I2 = nullptr, *Q = nullptr;
 };
 
-/// Pools `voxels` voxels of the k studies whose effects and variances (all above 0) the pointers
-/// lead to. Needs at least one study; with one, Q, tau2 and I2 are 0.
+/// Pools `voxels` voxels; the pointers lead to the effects and variances (all above 0) of k
+/// studies. Needs at least one study; with one, Q, tau2 and I2 are 0.
 void pool(std::span<const float* const> g, std::span<const float* const> var, std::size_t voxels,
           const PooledMaps& maps);
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// Random-effects meta-analysis of one effect a study, as for the values of a region or of the whole
-// brain: the pool, what it depends on, and the asymmetry of the funnel plot. The mean is the model
-// without terms of meta_regression.h.
+// Random-effects meta-analysis of one effect per study, as for the values of a region or of the
+// whole brain: the pooled effect, what it depends on, and the asymmetry of the funnel plot. The
+// mean is the model without terms of meta_regression.h.
 
 #include <cstddef>
 #include <optional>
@@ -21,9 +21,9 @@ struct Effect {
   double g, variance;
 };
 
-/// What the model leaves unexplained. Q is Cochran's (the residual QE with moderators), its p that
-/// of the chi-squared distribution. Without degrees of freedom nothing is known of it; then Q, tau2
-/// and I2 are 0, H2 and p are 1.
+/// What the model leaves unexplained. Q is Cochran's (the residual QE with moderators), with its p
+/// from the chi-squared distribution. Without degrees of freedom nothing is known about it; then Q,
+/// tau2 and I2 are 0, H2 and p are 1.
 struct Heterogeneity {
   double Q, p, tau2, I2, H2;
   std::size_t df;
@@ -54,19 +54,18 @@ struct PooledEffect {
 PooledEffect pool_effects(std::span<const Effect> effects,
                           Method method = Method::restricted_likelihood);
 
-/// The pool without each study in turn; none with a single study.
+/// The pooled effect without each study in turn; none with a single study.
 std::vector<PooledEffect> leave_one_out(std::span<const Effect> effects);
 
-/// The regression test for small-study effects that stays right where effects are standardized mean
-/// differences: on error_by_size(), which unlike the standard error of g does not depend on g
-/// (Pustejovsky and Rodgers 2019, Research Synthesis Methods 10:57), as a term of the
-/// random-effects model.
+/// The regression test for small-study effects that stays valid for standardized mean differences:
+/// on error_by_size(), which unlike the standard error of g does not depend on g (Pustejovsky and
+/// Rodgers 2019, Research Synthesis Methods 10:57), as a term of the random-effects model.
 struct SmallStudyTest {
   Estimate slope;
-  Estimate intercept;  ///< the effect expected of a study of no error
+  Estimate intercept;  ///< the effect expected of a study without error
 };
 
-/// The test, or the reason why there is none, as the end of a sentence: "there are fewer than 3
+/// The test, or the reason why there is none, worded to end a sentence: "there are fewer than 3
 /// studies".
 struct SmallStudyOutcome {
   std::optional<SmallStudyTest> test;

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::array other_thresholds{0.01, 0.001, 0.0001};
 constexpr std::array other_factors{0.75, 1.25};
-/// Where the curve is computed, in standard errors of what the peaks tell.
+/// Where the curve is computed, in standard errors of the estimate from the peaks.
 constexpr std::array curve_places{-3.5, -3.0, -2.5, -2.0, -1.5, -1.0, -0.5,
                                   0.5,  1.0,  1.5,  2.0,  2.5,  3.0,  3.5};
 constexpr int curve_points = 161;
@@ -59,7 +59,7 @@ Normal of_peaks(const PeakFit& fit, const Mask& region) {
   return {mean.mean, mean.variance + doubt * doubt};
 }
 
-/// The estimate under other assumptions than those of the fit that it begins with.
+/// The estimate under assumptions other than those of the fit that it begins with.
 class Variations {
  public:
   Variations(const MetaAnalysis& meta, const JointFit& joint,
@@ -81,7 +81,7 @@ class Variations {
     return planned_;
   }
 
-  /// Without one of the studies.
+  /// The estimate without one of the studies.
   [[nodiscard]] Estimate without(std::size_t left_out) const {
     Values values = values_;
     std::vector<ListingStudy> listing;
@@ -173,7 +173,7 @@ class PeaksCurve {
 };
 
 /// The curve of the region: the profile of the peaks, widened by the doubt about what is listed,
-/// times what the images tell.
+/// times the likelihood of the images.
 std::vector<CurvePoint> curve_of(const MetaAnalysis& meta, const JointFit& joint,
                                  const std::optional<Normal>& images, const Estimate& estimate,
                                  const Mask& region) {

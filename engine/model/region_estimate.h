@@ -1,7 +1,7 @@
 #pragma once
 
-// The effect of a region, the mean over its voxels, from all that the studies know: peaks by their
-// likelihood (peak_fit.h), and the images of others as they are.
+// The effect of a region, the mean over its voxels, from all that the studies report: peaks by
+// their likelihood (peak_fit.h), and the images of others as they are.
 
 #include <optional>
 #include <span>
@@ -12,20 +12,20 @@
 
 namespace kvo::model {
 
-/// Beyond so many studies the estimate is not repeated without each of them.
+/// With more studies than this the estimate is not repeated without each of them.
 inline constexpr std::size_t most_left_out = 40;
 
 /// What the estimate becomes under another assumption.
 struct Sensitivity {
   enum class Of { threshold, share, smoothness };
   Of of;
-  /// The one-tailed p where the table states no threshold; else what the listed share or the
-  /// smoothness is times.
+  /// The one-tailed p where the table states no threshold; else the factor on the listed share or
+  /// the smoothness.
   double value;
   Estimate estimate;
 };
 
-/// The posterior density of the effect, of which the highest is 1.
+/// The posterior density of the effect, scaled to a maximum of 1.
 struct CurvePoint {
   double g, density;
 };
@@ -33,8 +33,8 @@ struct CurvePoint {
 struct RegionEstimate {
   JointFacts facts;
   Estimate estimate;
-  /// Of the studies, in percent of all that is known, the prior included; of those with peaks,
-  /// whose weights cannot be told apart, nothing.
+  /// Of the studies, in percent of all the information including the prior; nothing for those with
+  /// peaks, because their weights cannot be told apart.
   std::vector<std::optional<double>> weights;
   std::vector<Sensitivity> sensitivity;
   std::vector<CurvePoint> curve;  ///< by rising g
@@ -42,17 +42,17 @@ struct RegionEstimate {
   std::vector<Estimate> without;
 };
 
-/// Estimates the effect of a region, which has voxels of the mask alone, where a study at least has
-/// peaks. `images` are the maps of the studies that have images, and `values` what those have in
-/// the region; of the others there is nothing. Shows progress.
+/// Estimates the effect of a region inside the mask when at least one study has peaks. `images`
+/// holds the maps of the studies that have images, and `values` their effects in the region, with
+/// nothing for the others. Shows progress.
 RegionEstimate estimate_region(const MetaAnalysis& meta, const StudyMaps& images,
                                std::span<const std::optional<Effect>> values, const Mask& region);
 
 /// What a study lists in a region and within nearby_mm of one of its voxels.
 inline constexpr int nearby_mm = 10;
 struct PeaksNearby {
-  std::size_t inside = 0, nearby = 0;  ///< nearby: those inside included
-  /// The one of the largest height, be it positive or negative, if a height is known; else any.
+  std::size_t inside = 0, nearby = 0;  ///< nearby includes those inside
+  /// The one with the largest absolute height, if any height is known; else any.
   std::optional<Peak> highest;
 };
 PeaksNearby peaks_nearby(std::span<const Peak> peaks, const Mask& region);

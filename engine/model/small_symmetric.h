@@ -21,8 +21,8 @@ constexpr std::size_t in_triangle(std::size_t i, std::size_t j) {
 using SmallSymmetric = std::array<double, triangle_size(max_terms + 1)>;
 using SmallVector = std::array<double, max_terms + 1>;
 
-/// The lower triangle L of a matrix that is L L'. Pivots that rounding leaves below 0 are 0, and so
-/// is what stands below them.
+/// The lower triangle L of a matrix that is L L'. Pivots that rounding leaves below 0 are set to 0,
+/// and so are the values below them.
 inline SmallSymmetric cholesky_of(const SmallSymmetric& matrix, std::size_t rows) {
   SmallSymmetric L{};
   for (std::size_t i = 0; i < rows; ++i)
@@ -71,7 +71,7 @@ inline double inverse_square(const SmallSymmetric& A, const SmallVector& x, std:
   return sum;
 }
 
-/// A term's coefficient, of those of the design's basis.
+/// A term's coefficient, from those of the design's basis.
 inline double term_of(const Design& design, std::size_t t, const SmallVector& in_basis) {
   double sum = 0;
   for (std::size_t j = t; j < design.coefficients(); ++j)
@@ -79,7 +79,7 @@ inline double term_of(const Design& design, std::size_t t, const SmallVector& in
   return sum;
 }
 
-/// Its variance, of the covariance of those.
+/// Its variance, from the covariance of those.
 inline double term_variance(const Design& design, std::size_t t, const SmallSymmetric& in_basis) {
   double sum = 0;
   for (std::size_t j = t; j < design.coefficients(); ++j)
