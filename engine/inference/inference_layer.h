@@ -3,7 +3,7 @@
 // What can be concluded from maps: null distributions from randomized studies, p values,
 // conjunctions, clusters with their regions.
 //
-// It writes nothing.
+// It writes nothing but the parts of randomizations that other processes merge.
 
 #include "engine/model/model_layer.h"
 

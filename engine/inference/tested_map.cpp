@@ -8,7 +8,7 @@ namespace kvo::inference {
 
 namespace {
 
-// With fewer randomizations the smallest corrected p that is possible is above 0.05.
+// With fewer randomizations the smallest possible corrected p is 0.05 or more.
 constexpr std::size_t least_to_correct = 20;
 
 std::vector<float> turned(std::span<const float> map, float sign) {

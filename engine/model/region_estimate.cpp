@@ -180,7 +180,7 @@ std::vector<CurvePoint> curve_of(const MetaAnalysis& meta, const JointFit& joint
   const double variance = region_mean(joint.fit, region).variance;
   const PeaksCurve peaks(region_profile(joint.fit, joint.listing, meta.mask, region, curve_places),
                          variance);
-  constexpr int doubts = 20;  // to either side, and three standard deviations in all
+  constexpr int doubts = 20;  // to either side, over three standard deviations each
   std::vector<CurvePoint> curve;
   double peak = 0;
   for (int i = 0; i < curve_points; ++i) {
